@@ -1,0 +1,39 @@
+# Compiler flags and helpers that every target of this project shares.
+
+add_library(kestrin_warnings INTERFACE)
+target_compile_options(kestrin_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(KESTRIN_WARNINGS_AS_ERRORS)
+    target_compile_options(kestrin_warnings INTERFACE -Werror)
+endif()
+
+if(KESTRIN_SANITIZE)
+    add_compile_options(-fsanitize=${KESTRIN_SANITIZE} -fno-omit-frame-pointer
+                        -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${KESTRIN_SANITIZE})
+endif()
+
+# Debian's compiled C++ libraries are built against libstdc++. With libc++ they either fail to link
+# or link and misbehave, so nothing compiled in C++ may come from outside in such a build.
+if(CMAKE_CXX_FLAGS MATCHES "-stdlib=libc\\+\\+")
+    set(KESTRIN_LIBCXX ON)
+else()
+    set(KESTRIN_LIBCXX OFF)
+endif()
+
+# kestrin_add_library(<name> SOURCES … LINK … [PRIVATE_LINK …])
+# A library of libs/: target <name>, alias <name>::<name>, include root libs/, installed with its
+# headers.
+function(kestrin_add_library name)
+    cmake_parse_arguments(arg "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+    add_library(${name} ${arg_SOURCES})
+    add_library(${name}::${name} ALIAS ${name})
+    target_compile_features(${name} PUBLIC cxx_std_20)
+    target_include_directories(
+        ${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/libs>
+                       $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    target_link_libraries(${name} PUBLIC ${arg_LINK}
+                                  PRIVATE $<BUILD_INTERFACE:kestrin_warnings> ${arg_PRIVATE_LINK})
+    install(TARGETS ${name} EXPORT ${name}Targets)
+    install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${name}
+            FILES_MATCHING PATTERN "*.hpp")
+endfunction()

@@ -1,0 +1,33 @@
+# Installs each library as a CMake package of its own name.
+
+include(CMakePackageConfigHelpers)
+
+# kestrin_install_package(<name> [<find_dependency() arguments>…])
+# The installed package <name>, with the targets that were installed into its export set.
+function(kestrin_install_package name)
+    set(directory ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+    set(config ${PROJECT_BINARY_DIR}/packages/${name}Config.cmake)
+    set(text "include(CMakeFindDependencyMacro)\n")
+    foreach(dependency IN LISTS ARGN)
+        string(APPEND text "find_dependency(${dependency})\n")
+    endforeach()
+    string(APPEND text "include(\"\${CMAKE_CURRENT_LIST_DIR}/${name}Targets.cmake\")\n")
+    file(CONFIGURE OUTPUT ${config} CONTENT "${text}" @ONLY)
+    write_basic_package_version_file(${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake
+                                     COMPATIBILITY SameMinorVersion)
+    install(FILES ${config} ${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake
+            DESTINATION ${directory})
+    install(EXPORT ${name}Targets NAMESPACE ${name}:: DESTINATION ${directory})
+endfunction()
+
+if(KESTRIN_OWN_PLATFORM)
+    if(KESTRIN_LIBCXX)
+        set(boost "Boost 1.81")
+    else()
+        set(boost "Boost 1.81 COMPONENTS json")
+    endif()
+    kestrin_install_package(HalvardMorrow)
+    kestrin_install_package(HalvardSling KestrinRxcpp Threads CURL ${boost})
+    kestrin_install_package(KestrinConfigManager HalvardSling Threads)
+endif()
+kestrin_install_package(KestrinProfile HalvardMorrow HalvardSling KestrinConfigManager)

@@ -1,0 +1,24 @@
+# GoogleTest, and how a test is declared.
+
+if(KESTRIN_LIBCXX)
+    # Debian's compiled GoogleTest is for libstdc++; its sources are installed beside it.
+    set(INSTALL_GTEST OFF)
+    set(KESTRIN_GOOGLETEST_SOURCE_DIR "/usr/src/googletest" CACHE PATH "Where GoogleTest's sources are")
+    add_subdirectory(${KESTRIN_GOOGLETEST_SOURCE_DIR} ${PROJECT_BINARY_DIR}/googletest
+                     EXCLUDE_FROM_ALL SYSTEM)
+    add_library(GTest::gmock_main ALIAS gmock_main)
+else()
+    find_package(GTest REQUIRED)
+endif()
+include(GoogleTest)
+
+# kestrin_add_test(<name> SOURCES … LIBRARIES … [PROPERTIES …])
+# A GoogleTest executable; each of its tests is a test of ctest's, run in a process of its own.
+function(kestrin_add_test name)
+    cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
+    add_executable(${name} ${arg_SOURCES})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_link_libraries(${name} PRIVATE kestrin_warnings ${arg_LIBRARIES} GTest::gmock_main)
+    gtest_discover_tests(${name} TEST_PREFIX "${name}: " PROPERTIES TIMEOUT 120 ${arg_PROPERTIES}
+                         DISCOVERY_TIMEOUT 30)
+endfunction()
