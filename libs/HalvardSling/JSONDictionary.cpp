@@ -1,0 +1,581 @@
+#include <HalvardSling/JSONDictionary.hpp>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <charconv>
+#include <limits>
+#include <utility>
+
+#include <boost/json/basic_parser_impl.hpp>
+
+namespace HalvardSling {
+
+namespace {
+
+/// One value of a document. The values stand in one flat sequence: a container is followed by all
+/// that is in it, and a dictionary's key by its value. Sizes are relative, so that a value can be
+/// copied to another document as it stands.
+struct Node {
+    enum class Kind : std::uint8_t { null, boolean, integer, unsignedInteger, real, text, key, array, dictionary };
+
+    Kind kind = Kind::null;
+    /// Where a text's characters are: in the source text, or in the document's own store.
+    bool inStore = false;
+    /// Of a text its length; of anything else the number of nodes that it takes, itself included.
+    std::uint32_t extent = 1;
+    /// The number, the Boolean, the place of a text's first character, a container's item count.
+    std::uint64_t value = 0;
+};
+static_assert(sizeof(Node) == 16);
+
+constexpr bool isText(const Node& node) noexcept {
+    return node.kind == Node::Kind::text || node.kind == Node::Kind::key;
+}
+
+constexpr std::uint32_t nodeCount(const Node& node) noexcept { return isText(node) ? 1 : node.extent; }
+
+constexpr JSONKind kindOf(const Node& node) noexcept {
+    switch (node.kind) {
+        case Node::Kind::null: return JSONKind::null;
+        case Node::Kind::boolean: return JSONKind::boolean;
+        case Node::Kind::integer: return JSONKind::integer;
+        case Node::Kind::unsignedInteger:
+        case Node::Kind::real: return JSONKind::number;
+        case Node::Kind::array: return JSONKind::array;
+        case Node::Kind::dictionary: return JSONKind::dictionary;
+        case Node::Kind::text:
+        case Node::Kind::key: break;
+    }
+    return JSONKind::text;
+}
+
+}  // namespace
+
+/// A parsed or built JSON value: its nodes, and the characters of its texts.
+class JSONDocument {
+  public:
+    std::vector<Node> nodes;
+    std::shared_ptr<const std::string> source;  ///< null where it was built
+    std::string store;  ///< texts that do not stand in the source as they are
+
+    [[nodiscard]] std::string_view textOf(const Node& node) const noexcept {
+        const std::string& characters = node.inStore ? store : *source;
+        return std::string_view(characters).substr(node.value, node.extent);
+    }
+
+    /// The index of a dictionary's value under a key, or 0 (which is never a value's) if none.
+    [[nodiscard]] std::uint32_t find(std::uint32_t dictionary, std::string_view key) const noexcept {
+        const std::uint32_t end = dictionary + nodes[dictionary].extent;
+        for (std::uint32_t at = dictionary + 1; at < end; at += 1 + nodeCount(nodes[at + 1]))
+            if (textOf(nodes[at]) == key) return at + 1;
+        return 0;
+    }
+
+    void appendText(Node::Kind kind, std::string_view text) {
+        nodes.push_back({.kind = kind,
+                         .inStore = true,
+                         .extent = static_cast<std::uint32_t>(text.size()),
+                         .value = store.size()});
+        store.append(text);
+    }
+
+    void append(Node::Kind kind, std::uint64_t value) { nodes.push_back({.kind = kind, .value = value}); }
+
+    /// Appends a copy of another document's value and everything in it.
+    void append(const JSONDocument& other, std::uint32_t node) {
+        const std::uint32_t count = nodeCount(other.nodes[node]);
+        for (std::uint32_t at = node; at < node + count; ++at) {
+            const Node& each = other.nodes[at];
+            if (isText(each))
+                appendText(each.kind, other.textOf(each));
+            else
+                nodes.push_back(each);
+        }
+    }
+
+    /// Removes the member whose value stands at `value` from the top dictionary.
+    void removeMember(std::uint32_t value) {
+        const std::uint32_t count = 1 + nodeCount(nodes[value]);
+        const auto first = nodes.begin() + value - 1;
+        nodes.erase(first, first + count);
+        nodes.front().extent -= count;
+        nodes.front().value -= 1;
+    }
+};
+
+namespace {
+
+using Kind = Node::Kind;
+
+const JSONDocument& emptyDocument() {
+    static const JSONDocument empty{
+        .nodes = {{.kind = Kind::dictionary}}, .source = nullptr, .store = {}};
+    return empty;
+}
+
+/// What Boost.JSON's parser calls for each event: it fills a document.
+struct Filler {
+    static constexpr std::size_t max_object_size = std::numeric_limits<std::uint32_t>::max();
+    static constexpr std::size_t max_array_size = max_object_size;
+    static constexpr std::size_t max_key_size = max_object_size;
+    static constexpr std::size_t max_string_size = max_object_size;
+
+    using Error = boost::system::error_code;
+    using View = boost::json::string_view;
+
+    JSONDocument* document = nullptr;
+    std::vector<std::uint32_t> open;
+    std::size_t partsAt = 0;
+    bool inParts = false;
+
+    // Texts without an escape are given in one piece that stands in the source; of any other some
+    // pieces stand elsewhere, so they are gathered in the document's store.
+    bool part(View piece) {
+        if (!inParts) partsAt = document->store.size();
+        inParts = true;
+        document->store.append(piece.data(), piece.size());
+        return true;
+    }
+
+    bool whole(Kind kind, View piece) {
+        const std::string& source = *document->source;
+        const auto from = std::bit_cast<std::uintptr_t>(piece.data());
+        const auto begin = std::bit_cast<std::uintptr_t>(source.data());
+        const bool inSource = from >= begin && from + piece.size() <= begin + source.size();
+        if (!inParts && inSource) {
+            document->nodes.push_back({.kind = kind,
+                                       .extent = static_cast<std::uint32_t>(piece.size()),
+                                       .value = from - begin});
+            return true;
+        }
+        part(piece);
+        inParts = false;
+        document->nodes.push_back(
+            {.kind = kind,
+             .inStore = true,
+             .extent = static_cast<std::uint32_t>(document->store.size() - partsAt),
+             .value = partsAt});
+        return true;
+    }
+
+    bool begin(Kind kind) {
+        open.push_back(static_cast<std::uint32_t>(document->nodes.size()));
+        document->append(kind, 0);
+        return true;
+    }
+
+    bool end(std::size_t count) {
+        Node& node = document->nodes[open.back()];
+        node.extent = static_cast<std::uint32_t>(document->nodes.size() - open.back());
+        node.value = count;
+        open.pop_back();
+        return true;
+    }
+
+    bool single(Kind kind, std::uint64_t value) {
+        document->append(kind, value);
+        return true;
+    }
+
+    // The names that the parser calls.
+    bool on_document_begin(Error&) { return true; }
+    bool on_document_end(Error&) { return true; }
+    bool on_object_begin(Error&) { return begin(Kind::dictionary); }
+    bool on_object_end(std::size_t count, Error&) { return end(count); }
+    bool on_array_begin(Error&) { return begin(Kind::array); }
+    bool on_array_end(std::size_t count, Error&) { return end(count); }
+    bool on_key_part(View piece, std::size_t, Error&) { return part(piece); }
+    bool on_key(View piece, std::size_t, Error&) { return whole(Kind::key, piece); }
+    bool on_string_part(View piece, std::size_t, Error&) { return part(piece); }
+    bool on_string(View piece, std::size_t, Error&) { return whole(Kind::text, piece); }
+    bool on_number_part(View, Error&) { return true; }
+    bool on_int64(std::int64_t value, View, Error&) {
+        return single(Kind::integer, std::bit_cast<std::uint64_t>(value));
+    }
+    bool on_uint64(std::uint64_t value, View, Error&) { return single(Kind::unsignedInteger, value); }
+    bool on_double(double value, View, Error&) {
+        return single(Kind::real, std::bit_cast<std::uint64_t>(value));
+    }
+    bool on_bool(bool value, Error&) { return single(Kind::boolean, value ? 1 : 0); }
+    bool on_null(Error&) { return single(Kind::null, 0); }
+    bool on_comment_part(View, Error&) { return true; }
+    bool on_comment(View, Error&) { return true; }
+};
+
+JSONFailure failureAt(std::string_view text, std::size_t offset, std::string reason) {
+    const std::string_view before = text.substr(0, offset);
+    const auto lastBreak = before.rfind('\n');
+    return {.reason = std::move(reason),
+            .offset = offset,
+            .line = 1 + static_cast<std::size_t>(std::ranges::count(before, '\n')),
+            .column = lastBreak == std::string_view::npos ? offset + 1 : offset - lastBreak};
+}
+
+void appendEscaped(std::string& out, std::string_view text) {
+    static constexpr std::string_view digits = "0123456789abcdef";
+    static constexpr std::string_view named = "\"\"\\\\\bb\ff\nn\rr\tt";
+    out += '"';
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && c != '"' && c != '\\') {
+            out += c;
+            continue;
+        }
+        std::size_t at = 0;
+        while (at < named.size() && named[at] != c) at += 2;
+        if (at < named.size())
+            (out += '\\') += named[at + 1];
+        else
+            ((out += "\\u00") += digits[byte >> 4]) += digits[byte & 15];
+    }
+    out += '"';
+}
+
+template <class Number>
+void appendNumber(std::string& out, Number number) {
+    std::array<char, 32> digits{};
+    const auto written = std::to_chars(digits.data(), digits.data() + digits.size(), number);
+    out.append(digits.data(), written.ptr);
+}
+
+/// Writes the value at `at`; returns the index after it.
+std::uint32_t write(std::string& out, const JSONDocument& document, std::uint32_t at);
+
+std::uint32_t writeItems(std::string& out, const JSONDocument& document, std::uint32_t at) {
+    const Node& container = document.nodes[at];
+    const bool isDictionary = container.kind == Kind::dictionary;
+    const std::uint32_t end = at + container.extent;
+    out += isDictionary ? '{' : '[';
+    for (std::uint32_t item = at + 1; item < end;) {
+        if (item > at + 1) out += ',';
+        if (isDictionary) {
+            appendEscaped(out, document.textOf(document.nodes[item++]));
+            out += ':';
+        }
+        item = write(out, document, item);
+    }
+    out += isDictionary ? '}' : ']';
+    return end;
+}
+
+std::uint32_t write(std::string& out, const JSONDocument& document, std::uint32_t at) {
+    const Node& node = document.nodes[at];
+    switch (node.kind) {
+        case Kind::array:
+        case Kind::dictionary: return writeItems(out, document, at);
+        case Kind::null: out += "null"; break;
+        case Kind::boolean: out += node.value != 0 ? "true" : "false"; break;
+        case Kind::integer: appendNumber(out, std::bit_cast<std::int64_t>(node.value)); break;
+        case Kind::unsignedInteger: appendNumber(out, node.value); break;
+        case Kind::real: appendNumber(out, std::bit_cast<double>(node.value)); break;
+        case Kind::text:
+        case Kind::key: appendEscaped(out, document.textOf(node)); break;
+    }
+    return at + 1;
+}
+
+/// A value of a document, for comparison.
+struct Place {
+    const JSONDocument& document;
+    std::uint32_t at;
+
+    [[nodiscard]] const Node& node() const { return document.nodes[at]; }
+};
+
+bool equalValues(Place left, Place right);
+
+bool equalArrays(Place left, Place right) {
+    const std::uint32_t end = left.at + left.node().extent;
+    for (++left.at, ++right.at; left.at < end;) {
+        if (!equalValues(left, right)) return false;
+        left.at += nodeCount(left.node());
+        right.at += nodeCount(right.node());
+    }
+    return true;
+}
+
+bool equalDictionaries(Place left, Place right) {
+    const std::uint32_t end = left.at + left.node().extent;
+    for (Place key{left.document, left.at + 1}; key.at < end;) {
+        const Place value{left.document, key.at + 1};
+        const std::uint32_t other = right.document.find(right.at, left.document.textOf(key.node()));
+        if (other == 0 || !equalValues(value, {right.document, other})) return false;
+        key.at = value.at + nodeCount(value.node());
+    }
+    return true;
+}
+
+bool equalValues(Place left, Place right) {
+    const Node& a = left.node();
+    const Node& b = right.node();
+    if (a.kind != b.kind) return false;
+    if (isText(a)) return left.document.textOf(a) == right.document.textOf(b);
+    if (a.kind == Kind::real)
+        return std::bit_cast<double>(a.value) == std::bit_cast<double>(b.value);
+    if (a.value != b.value) return false;
+    if (a.kind == Kind::array) return equalArrays(left, right);
+    if (a.kind == Kind::dictionary) return equalDictionaries(left, right);
+    return true;
+}
+
+}  // namespace
+
+std::string_view name(JSONKind kind) noexcept {
+    static constexpr std::array<std::string_view, 7> names{
+        "null", "a Boolean", "an integer", "a number", "a text", "an array", "a dictionary"};
+    return names[static_cast<std::size_t>(kind)];
+}
+
+std::string JSONFailure::text() const {
+    return reason + " at line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+JSONDictionary::JSONDictionary() noexcept = default;
+JSONDictionary::JSONDictionary(JSONDictionary&& other) noexcept = default;
+JSONDictionary& JSONDictionary::operator=(JSONDictionary&& other) noexcept = default;
+JSONDictionary::~JSONDictionary() = default;
+
+JSONDictionary::JSONDictionary(const JSONDictionary& other)
+    : shared_(other.shared_),
+      built_(other.built_ ? std::make_unique<JSONDocument>(*other.built_) : nullptr),
+      node_(other.node_) {}
+
+JSONDictionary& JSONDictionary::operator=(const JSONDictionary& other) {
+    return *this = JSONDictionary(other);
+}
+
+JSONDictionary::JSONDictionary(std::shared_ptr<const JSONDocument> document,
+                               std::uint32_t node) noexcept
+    : shared_(std::move(document)), node_(node) {}
+
+std::variant<JSONDictionary, JSONFailure> JSONDictionary::parse(
+    std::shared_ptr<const std::string> text, std::size_t maxDepth) {
+    if (text->size() > std::numeric_limits<std::uint32_t>::max())
+        return failureAt({}, 0, "a text of more than 4 GiB");
+
+    boost::json::parse_options options;
+    options.max_depth = maxDepth;
+    boost::json::basic_parser<Filler> parser(options);
+    auto document = std::make_shared<JSONDocument>();
+    document->source = text;
+    // A typical list has a value or key every 11 bytes.
+    document->nodes.reserve(text->size() / 11 + 8);
+    parser.handler().document = document.get();
+
+    boost::system::error_code error;
+    const std::size_t read = parser.write_some(false, text->data(), text->size(), error);
+    if (!error && read < text->size()) error = boost::json::error::extra_data;
+    if (error) return failureAt(*text, read, error.message());
+    if (document->nodes.front().kind != Kind::dictionary)
+        return failureAt(*text, 0,
+                         "the top is " + std::string(name(kindOf(document->nodes.front()))) +
+                             ", expected a dictionary,");
+    return JSONDictionary(std::move(document), 0);
+}
+
+std::variant<JSONDictionary, JSONFailure> JSONDictionary::parse(std::string_view text,
+                                                                std::size_t maxDepth) {
+    return parse(std::make_shared<const std::string>(text), maxDepth);
+}
+
+const JSONDocument& JSONDictionary::document() const noexcept {
+    if (shared_) return *shared_;
+    return built_ ? *built_ : emptyDocument();
+}
+
+namespace {
+
+/// The node under a key where it has the wanted kind, else null.
+const Node* wanted(const JSONDocument& document, std::uint32_t dictionary, std::string_view key,
+                   Kind kind) {
+    const std::uint32_t at = document.find(dictionary, key);
+    if (at == 0 || document.nodes[at].kind != kind) return nullptr;
+    return &document.nodes[at];
+}
+
+/// Whether every item of an array has this kind.
+bool holdsOnly(const Node* array, Kind kind) {
+    const Node* const end = array + array->extent;
+    for (const Node* item = array + 1; item < end; item += nodeCount(*item))
+        if (item->kind != kind) return false;
+    return true;
+}
+
+}  // namespace
+
+std::optional<JSONKind> JSONDictionary::kind(std::string_view key) const {
+    const std::uint32_t at = document().find(node_, key);
+    if (at == 0) return std::nullopt;
+    return kindOf(document().nodes[at]);
+}
+
+std::optional<std::string_view> JSONDictionary::text(std::string_view key) const {
+    const Node* const node = wanted(document(), node_, key, Kind::text);
+    if (node == nullptr) return std::nullopt;
+    return document().textOf(*node);
+}
+
+std::optional<std::int64_t> JSONDictionary::integer(std::string_view key) const {
+    const Node* const node = wanted(document(), node_, key, Kind::integer);
+    if (node == nullptr) return std::nullopt;
+    return std::bit_cast<std::int64_t>(node->value);
+}
+
+std::optional<bool> JSONDictionary::boolean(std::string_view key) const {
+    const Node* const node = wanted(document(), node_, key, Kind::boolean);
+    if (node == nullptr) return std::nullopt;
+    return node->value != 0;
+}
+
+/// This dictionary's document as a shared one, and where a node of it stands there.
+std::shared_ptr<const JSONDocument> JSONDictionary::shared(std::uint32_t node,
+                                                           std::uint32_t& sharedNode) const {
+    sharedNode = node;
+    if (shared_) return shared_;
+    sharedNode = 0;
+    auto copy = std::make_shared<JSONDocument>();
+    copy->append(document(), node);
+    return copy;
+}
+
+std::optional<JSONDictionary> JSONDictionary::dictionary(std::string_view key) const {
+    const Node* const node = wanted(document(), node_, key, Kind::dictionary);
+    if (node == nullptr) return std::nullopt;
+    std::uint32_t at = 0;
+    auto document = shared(static_cast<std::uint32_t>(node - this->document().nodes.data()), at);
+    return JSONDictionary(std::move(document), at);
+}
+
+std::optional<JSONDictionaryList> JSONDictionary::dictionaries(std::string_view key) const {
+    const Node* const node = wanted(document(), node_, key, Kind::array);
+    if (node == nullptr || !holdsOnly(node, Kind::dictionary)) return std::nullopt;
+    std::uint32_t at = 0;
+    const std::size_t size = node->value;
+    auto document = shared(static_cast<std::uint32_t>(node - this->document().nodes.data()), at);
+    return JSONDictionaryList(std::move(document), at + 1, size);
+}
+
+std::optional<std::vector<std::string_view>> JSONDictionary::texts(std::string_view key) const {
+    const Node* const array = wanted(document(), node_, key, Kind::array);
+    if (array == nullptr || !holdsOnly(array, Kind::text)) return std::nullopt;
+    std::vector<std::string_view> all;
+    all.reserve(array->value);
+    for (const Node* item = array + 1; item < array + array->extent; ++item)
+        all.push_back(document().textOf(*item));
+    return all;
+}
+
+std::vector<std::string_view> JSONDictionary::keys() const {
+    const JSONDocument& all = document();
+    const std::uint32_t end = node_ + all.nodes[node_].extent;
+    std::vector<std::string_view> found;
+    found.reserve(size());
+    for (std::uint32_t at = node_ + 1; at < end; at += 1 + nodeCount(all.nodes[at + 1]))
+        found.push_back(all.textOf(all.nodes[at]));
+    return found;
+}
+
+std::size_t JSONDictionary::size() const noexcept { return document().nodes[node_].value; }
+
+JSONDocument& JSONDictionary::beginMember(std::string_view key) {
+    remove(key);
+    built_->appendText(Kind::key, key);
+    return *built_;
+}
+
+void JSONDictionary::remove(std::string_view key) {
+    if (!built_) {
+        auto copy = std::make_unique<JSONDocument>();
+        copy->append(document(), node_);
+        built_ = std::move(copy);
+        shared_.reset();
+        node_ = 0;
+    }
+    while (const std::uint32_t at = built_->find(0, key)) built_->removeMember(at);
+}
+
+namespace {
+
+/// Counts the member whose key and value were appended to the top dictionary.
+void endMember(JSONDocument& document) {
+    document.nodes.front().value += 1;
+    document.nodes.front().extent = static_cast<std::uint32_t>(document.nodes.size());
+}
+
+/// Appends an array: `appendItem` appends one item.
+template <class Items, class AppendItem>
+void appendArray(JSONDocument& document, const Items& items, AppendItem appendItem) {
+    const std::size_t at = document.nodes.size();
+    document.append(Kind::array, items.size());
+    for (const auto& item : items) appendItem(item);
+    document.nodes[at].extent = static_cast<std::uint32_t>(document.nodes.size() - at);
+}
+
+}  // namespace
+
+void JSONDictionary::setText(std::string_view key, std::string_view value) {
+    JSONDocument& document = beginMember(key);
+    document.appendText(Kind::text, value);
+    endMember(document);
+}
+
+void JSONDictionary::setInteger(std::string_view key, std::int64_t value) {
+    JSONDocument& document = beginMember(key);
+    document.append(Kind::integer, std::bit_cast<std::uint64_t>(value));
+    endMember(document);
+}
+
+void JSONDictionary::setBoolean(std::string_view key, bool value) {
+    JSONDocument& document = beginMember(key);
+    document.append(Kind::boolean, value ? 1 : 0);
+    endMember(document);
+}
+
+void JSONDictionary::setDictionary(std::string_view key, const JSONDictionary& value) {
+    if (&value == this) return setDictionary(key, JSONDictionary(value));
+    JSONDocument& document = beginMember(key);
+    document.append(value.document(), value.node_);
+    endMember(document);
+}
+
+void JSONDictionary::setDictionaries(std::string_view key,
+                                     const std::vector<JSONDictionary>& values) {
+    JSONDocument& document = beginMember(key);
+    appendArray(document, values, [&](const JSONDictionary& value) {
+        document.append(value.document(), value.node_);
+    });
+    endMember(document);
+}
+
+void JSONDictionary::setTexts(std::string_view key, const std::vector<std::string>& values) {
+    JSONDocument& document = beginMember(key);
+    appendArray(document, values,
+                [&](const std::string& value) { document.appendText(Kind::text, value); });
+    endMember(document);
+}
+
+std::string JSONDictionary::written() const {
+    std::string out;
+    write(out, document(), node_);
+    return out;
+}
+
+bool operator==(const JSONDictionary& left, const JSONDictionary& right) {
+    return equalValues({left.document(), left.node_}, {right.document(), right.node_});
+}
+
+JSONDictionaryList::JSONDictionaryList(std::shared_ptr<const JSONDocument> document,
+                                       std::uint32_t first, std::size_t size) noexcept
+    : document_(std::move(document)), first_(first), size_(size) {}
+
+JSONDictionaryList::Iterator JSONDictionaryList::begin() const {
+    return Iterator(JSONDictionary(document_, first_), size_);
+}
+
+JSONDictionaryList::Iterator& JSONDictionaryList::Iterator::operator++() {
+    if (--left_ > 0) current_.node_ += current_.document().nodes[current_.node_].extent;
+    return *this;
+}
+
+}  // namespace HalvardSling

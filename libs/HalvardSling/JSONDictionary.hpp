@@ -1,0 +1,178 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace HalvardSling {
+
+class JSONDocument;
+class JSONDictionaryList;
+
+/// What a JSON value is (RFC 8259), with integers told from other numbers.
+enum class JSONKind {
+    null,
+    boolean,
+    integer,     ///< without fraction and exponent, and fits 64 bits signed
+    number,      ///< every other number: 1.0, 1e3, 18446744073709551615
+    text,
+    array,
+    dictionary,
+};
+
+/// The name of a kind as people say it, e.g. "a number".
+[[nodiscard]] std::string_view name(JSONKind kind) noexcept;
+
+/// Why a text is not a JSON dictionary. Never holds any of the text.
+struct JSONFailure {
+    std::string reason;      ///< e.g. "syntax error"
+    std::size_t offset = 0;  ///< byte position, from 0
+    std::size_t line = 1;    ///< from 1
+    std::size_t column = 1;  ///< in bytes, from 1
+
+    /// Reason and place as one text, e.g. "syntax error at line 1, column 5".
+    [[nodiscard]] std::string text() const;
+};
+
+/// A string-keyed map of JSON values: the input of every reader and the output of every writer.
+///
+/// It reads strictly: a look-up gives a value only where the key exists and its value has exactly
+/// the kind that was asked for. An integer is a JSON number without fraction and exponent that fits
+/// 64 bits signed; 1.0 and 9223372036854775808 are not. A Boolean is only true or false. Where a
+/// text holds a key twice the first one counts.
+///
+/// A value type. A dictionary that came from a text shares the parsed document with its copies and
+/// with the dictionaries inside it, so handing those around copies nothing; one that was built is
+/// copied whole. Const members may be called from any number of threads at once.
+class JSONDictionary {
+  public:
+    /// An empty dictionary.
+    JSONDictionary() noexcept;
+    JSONDictionary(const JSONDictionary& other);
+    JSONDictionary(JSONDictionary&& other) noexcept;
+    JSONDictionary& operator=(const JSONDictionary& other);
+    JSONDictionary& operator=(JSONDictionary&& other) noexcept;
+    ~JSONDictionary();
+
+    /// How deep arrays and dictionaries may stand in each other in a text.
+    static constexpr std::size_t defaultMaxDepth = 64;
+
+    /// Reads a dictionary from a JSON text (RFC 8259, UTF-8, no comments, nothing after it).
+    /// @param text      the text; it is kept and read from as long as the dictionary lives
+    /// @param maxDepth  deeper nesting is a failure
+    /// @return the dictionary, or why there is none: not JSON, the top is not a dictionary
+    [[nodiscard]] static std::variant<JSONDictionary, JSONFailure> parse(
+        std::shared_ptr<const std::string> text, std::size_t maxDepth = defaultMaxDepth);
+
+    /// The same for a text that is copied.
+    [[nodiscard]] static std::variant<JSONDictionary, JSONFailure> parse(
+        std::string_view text, std::size_t maxDepth = defaultMaxDepth);
+
+    // Look-ups. A view lives as long as this dictionary, or any that shares its document, and is
+    // not changed.
+
+    /// The kind of the value under a key; absent where there is no such key.
+    [[nodiscard]] std::optional<JSONKind> kind(std::string_view key) const;
+    [[nodiscard]] std::optional<std::string_view> text(std::string_view key) const;
+    [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key) const;
+    [[nodiscard]] std::optional<bool> boolean(std::string_view key) const;
+    [[nodiscard]] std::optional<JSONDictionary> dictionary(std::string_view key) const;
+    /// The dictionaries of an array; absent where the value is not an array or one of its items is
+    /// not a dictionary.
+    [[nodiscard]] std::optional<JSONDictionaryList> dictionaries(std::string_view key) const;
+    /// The texts of an array; absent where the value is not an array or one of its items is not a
+    /// text.
+    [[nodiscard]] std::optional<std::vector<std::string_view>> texts(std::string_view key) const;
+
+    /// All keys, in the order of the text or of insertion.
+    [[nodiscard]] std::vector<std::string_view> keys() const;
+    [[nodiscard]] std::size_t size() const noexcept;
+    [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+
+    // Building. Setting a key that exists replaces its value and moves it to the end.
+
+    void setText(std::string_view key, std::string_view value);
+    void setInteger(std::string_view key, std::int64_t value);
+    void setBoolean(std::string_view key, bool value);
+    void setDictionary(std::string_view key, const JSONDictionary& value);
+    void setDictionaries(std::string_view key, const std::vector<JSONDictionary>& values);
+    void setTexts(std::string_view key, const std::vector<std::string>& values);
+    /// Removes a key; does nothing where there is none.
+    void remove(std::string_view key);
+
+    /// The dictionary as compact JSON text, keys in their order. Texts are written as they are;
+    /// only what JSON requires is escaped.
+    [[nodiscard]] std::string written() const;
+
+    /// Equal when both hold the same keys with equal values, whatever the order of the keys. An
+    /// integer never equals another kind of number.
+    friend bool operator==(const JSONDictionary& left, const JSONDictionary& right);
+
+  private:
+    friend class JSONDictionaryList;
+    JSONDictionary(std::shared_ptr<const JSONDocument> document, std::uint32_t node) noexcept;
+
+    [[nodiscard]] const JSONDocument& document() const noexcept;
+    [[nodiscard]] std::shared_ptr<const JSONDocument> shared(std::uint32_t node,
+                                                             std::uint32_t& sharedNode) const;
+    JSONDocument& beginMember(std::string_view key);
+
+    std::shared_ptr<const JSONDocument> shared_;  // where it came from a text
+    std::unique_ptr<JSONDocument> built_;         // where it was built; both null: empty
+    std::uint32_t node_ = 0;
+};
+
+/// The dictionaries of a JSON array, in order; a view that shares their document.
+///
+/// An iterator holds the one dictionary that it points to, so going through a list costs nothing
+/// per item; a reference taken from an iterator is good until the iterator moves or goes, a copy of
+/// the dictionary for ever.
+class JSONDictionaryList {
+  public:
+    class Iterator {
+      public:
+        using iterator_concept = std::input_iterator_tag;
+        using iterator_category = std::input_iterator_tag;
+        using value_type = JSONDictionary;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const JSONDictionary*;
+        using reference = const JSONDictionary&;
+
+        Iterator() = default;
+        [[nodiscard]] reference operator*() const noexcept { return current_; }
+        [[nodiscard]] pointer operator->() const noexcept { return &current_; }
+        Iterator& operator++();
+        void operator++(int) { ++*this; }
+        [[nodiscard]] bool operator==(std::default_sentinel_t) const noexcept { return left_ == 0; }
+
+      private:
+        friend class JSONDictionaryList;
+        Iterator(JSONDictionary first, std::size_t left) noexcept
+            : current_(std::move(first)), left_(left) {}
+
+        JSONDictionary current_;
+        std::size_t left_ = 0;
+    };
+
+    [[nodiscard]] Iterator begin() const;
+    [[nodiscard]] static std::default_sentinel_t end() noexcept { return std::default_sentinel; }
+    [[nodiscard]] std::size_t size() const noexcept { return size_; }
+    [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
+
+  private:
+    friend class JSONDictionary;
+    JSONDictionaryList(std::shared_ptr<const JSONDocument> document, std::uint32_t first,
+                       std::size_t size) noexcept;
+
+    std::shared_ptr<const JSONDocument> document_;
+    std::uint32_t first_;
+    std::size_t size_;
+};
+
+}  // namespace HalvardSling

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <variant>
+
+#include <HalvardSling/Observable.hpp>
+#include <HalvardSling/Transport.hpp>
+
+namespace HalvardSling {
+
+/// One request, ready to be sent any number of times. A value; copies are cheap.
+class Sling {
+  public:
+    explicit Sling(TransportRequest request);
+
+    /// A request that cannot be made; its response sequence fails with this error.
+    explicit Sling(SlingError problem);
+
+    /// What would be sent; null where the request cannot be made.
+    [[nodiscard]] const TransportRequest* request() const noexcept;
+
+    /// The response sequence. Cold: each subscription sends the request once, emits one `Response`
+    /// with a status below 400 and completes, or fails with one `SlingError`. A request that may
+    /// not be sent (its URL or a header, see URL.hpp) fails in the same way and sends nothing.
+    ///
+    /// Unsubscribing aborts the transfer. Events are delivered on the transport's thread, one
+    /// after the other; a subscriber that blocks there holds up every other transfer.
+    ///
+    /// @param transport  who sends; null: the default transport at the time of subscription
+    [[nodiscard]] Observable<Response> responses(std::shared_ptr<Transport> transport = {}) const;
+
+  private:
+    std::variant<std::shared_ptr<const TransportRequest>, SlingError> content_;
+};
+
+}  // namespace HalvardSling

@@ -1,0 +1,314 @@
+#include <limits>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <HalvardSling/JSONDictionary.hpp>
+
+namespace {
+
+using HalvardSling::JSONDictionary;
+using HalvardSling::JSONFailure;
+using HalvardSling::JSONKind;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+JSONDictionary parsed(std::string_view text) {
+    return std::get<JSONDictionary>(JSONDictionary::parse(text));
+}
+
+JSONFailure failureOf(std::string_view text,
+                      std::size_t maxDepth = JSONDictionary::defaultMaxDepth) {
+    return std::get<JSONFailure>(JSONDictionary::parse(text, maxDepth));
+}
+
+bool accepts(std::string_view text) {
+    return std::holds_alternative<JSONDictionary>(JSONDictionary::parse(text, 10'000));
+}
+
+/// Every kind of value once.
+constexpr std::string_view everyKind = R"({"null":null,"boolean":true,"integer":42,"number":1.5,)"
+                                       R"("text":"a","array":[1],"dictionary":{"b":2}})";
+
+TEST(JSONDictionary, GivesAValueOnlyUnderItsOwnKind) {
+    const auto dictionary = parsed(everyKind);
+    for (const auto key : dictionary.keys()) {
+        EXPECT_EQ(dictionary.text(key).has_value(), key == "text") << key;
+        EXPECT_EQ(dictionary.integer(key).has_value(), key == "integer") << key;
+        EXPECT_EQ(dictionary.boolean(key).has_value(), key == "boolean") << key;
+        EXPECT_EQ(dictionary.dictionary(key).has_value(), key == "dictionary") << key;
+        EXPECT_FALSE(dictionary.dictionaries(key).has_value()) << key;
+        EXPECT_FALSE(dictionary.texts(key).has_value()) << key;
+    }
+}
+
+TEST(JSONDictionary, SaysWhichKindAValueHas) {
+    const auto dictionary = parsed(everyKind);
+    const std::vector<std::pair<std::string_view, JSONKind>> kinds{
+        {"null", JSONKind::null},     {"boolean", JSONKind::boolean},
+        {"integer", JSONKind::integer}, {"number", JSONKind::number},
+        {"text", JSONKind::text},     {"array", JSONKind::array},
+        {"dictionary", JSONKind::dictionary}};
+    for (const auto& [key, kind] : kinds) EXPECT_EQ(dictionary.kind(key), kind) << key;
+    EXPECT_EQ(dictionary.kind("missing"), std::nullopt);
+}
+
+TEST(JSONDictionary, NamesEveryKindForPeople) {
+    EXPECT_EQ(name(JSONKind::null), "null");
+    EXPECT_EQ(name(JSONKind::integer), "an integer");
+    EXPECT_EQ(name(JSONKind::dictionary), "a dictionary");
+}
+
+TEST(JSONDictionary, AnIntegerIsANumberWithoutFractionThatFits64BitsSigned) {
+    const auto dictionary = parsed(
+        R"({"min":-9223372036854775808,"max":9223372036854775807,"over":9223372036854775808,)"
+        R"("under":-9223372036854775809,"whole":1.0,"exponent":1e3,"minusZero":-0})");
+    EXPECT_EQ(dictionary.integer("min"), std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(dictionary.integer("max"), std::numeric_limits<std::int64_t>::max());
+    for (const auto key : {"over", "under", "whole", "exponent"}) {
+        EXPECT_EQ(dictionary.integer(key), std::nullopt) << key;
+        EXPECT_EQ(dictionary.kind(key), JSONKind::number) << key;
+    }
+    EXPECT_EQ(dictionary.integer("minusZero"), 0);
+}
+
+TEST(JSONDictionary, ABooleanIsNeitherANumberNorAText) {
+    const auto dictionary = parsed(R"({"one":1,"text":"true","yes":true,"no":false})");
+    EXPECT_EQ(dictionary.boolean("one"), std::nullopt);
+    EXPECT_EQ(dictionary.boolean("text"), std::nullopt);
+    EXPECT_EQ(dictionary.boolean("yes"), true);
+    EXPECT_EQ(dictionary.boolean("no"), false);
+}
+
+TEST(JSONDictionary, DecodesEscapesInKeysAndTexts) {
+    const auto dictionary =
+        parsed(R"({"k\u00e9y\"":"a\n\t\\\/\"\u0041\ud83d\ude00","plain":"b","last\u0000":"c"})");
+    EXPECT_EQ(dictionary.text("k\u00e9y\""), "a\n\t\\/\"A\U0001F600");
+    EXPECT_EQ(dictionary.text("plain"), "b");
+    EXPECT_EQ(dictionary.text(std::string_view("last\0", 5)), "c");
+}
+
+TEST(JSONDictionary, TheFirstOfTwoEqualKeysCounts) {
+    EXPECT_EQ(parsed(R"({"a":"first","a":"second"})").text("a"), "first");
+}
+
+TEST(JSONDictionary, AnArrayOfDictionariesIsGivenOnlyWhole) {
+    EXPECT_EQ(parsed(R"({"a":[]})").dictionaries("a")->size(), 0U);
+    EXPECT_EQ(parsed(R"({"a":[{},{"b":1}]})").dictionaries("a")->size(), 2U);
+    EXPECT_FALSE(parsed(R"({"a":[{},1]})").dictionaries("a"));
+    EXPECT_FALSE(parsed(R"({"a":[{},[{}]]})").dictionaries("a"));
+    EXPECT_FALSE(parsed(R"({"a":{}})").dictionaries("a"));
+    EXPECT_FALSE(parsed(R"({"a":null})").dictionaries("a"));
+}
+
+TEST(JSONDictionary, GoesThroughAnArrayInOrder) {
+    const auto dictionary = parsed(R"({"a":[{"n":1,"in":{"x":[1,2]}},{},{"n":3}],"z":"after"})");
+    const auto list = *dictionary.dictionaries("a");
+    std::vector<std::optional<std::int64_t>> numbers;
+    for (const auto& each : list) numbers.push_back(each.integer("n"));
+    EXPECT_THAT(numbers, ElementsAre(1, std::nullopt, 3));
+    EXPECT_EQ(dictionary.text("z"), "after");
+}
+
+TEST(JSONDictionary, WhatWasTakenOutLivesOnItsOwn) {
+    JSONDictionary inner;
+    JSONDictionary item;
+    {
+        const auto outer = parsed(R"({"a":[{"n":"first"},{"n":"second"}],"d":{"t":"text"}})");
+        inner = *outer.dictionary("d");
+        const auto list = *outer.dictionaries("a");
+        auto place = list.begin();
+        item = *++place;
+    }
+    EXPECT_EQ(inner.text("t"), "text");
+    EXPECT_EQ(item.text("n"), "second");
+}
+
+TEST(JSONDictionary, CopiesOfAParsedOneShareItsText) {
+    const auto original = parsed(R"({"a":"shared"})");
+    const JSONDictionary copy = original;  // NOLINT(performance-unnecessary-copy-initialization)
+    EXPECT_EQ(original.text("a")->data(), copy.text("a")->data());
+}
+
+TEST(JSONDictionary, ReadsFromTheGivenTextWithoutACopy) {
+    const auto text = std::make_shared<const std::string>(R"({"a":"in place"})");
+    const auto dictionary = std::get<JSONDictionary>(JSONDictionary::parse(text));
+    const auto view = *dictionary.text("a");
+    EXPECT_TRUE(view.data() >= text->data() && view.data() < text->data() + text->size());
+}
+
+TEST(JSONDictionary, GivesTextsOnlyOfAnArrayOfTexts) {
+    EXPECT_THAT(*parsed(R"({"a":["x","y\n"]})").texts("a"), ElementsAre("x", "y\n"));
+    EXPECT_THAT(*parsed(R"({"a":[]})").texts("a"), IsEmpty());
+    EXPECT_FALSE(parsed(R"({"a":["x",1]})").texts("a"));
+}
+
+TEST(JSONDictionary, AnEmptyOneHasNoKeys) {
+    const JSONDictionary empty;
+    EXPECT_TRUE(empty.empty());
+    EXPECT_THAT(empty.keys(), IsEmpty());
+    EXPECT_EQ(empty.written(), "{}");
+    EXPECT_EQ(empty, parsed(" { } "));
+}
+
+TEST(JSONDictionary, IsBuiltAndWrittenInOrder) {
+    JSONDictionary inner;
+    inner.setInteger("n", -5);
+    JSONDictionary outer;
+    outer.setText("t", "x");
+    outer.setBoolean("b", false);
+    outer.setDictionary("d", inner);
+    outer.setDictionaries("l", {inner, {}, inner});
+    outer.setTexts("s", {"p", "q"});
+    EXPECT_EQ(outer.written(),
+              R"({"t":"x","b":false,"d":{"n":-5},"l":[{"n":-5},{},{"n":-5}],"s":["p","q"]})");
+    EXPECT_EQ(outer.dictionaries("l")->size(), 3U);
+    EXPECT_EQ(outer.dictionary("d")->integer("n"), -5);
+    EXPECT_THAT(outer.keys(), ElementsAre("t", "b", "d", "l", "s"));
+}
+
+TEST(JSONDictionary, SettingAKeyAgainReplacesItsValue) {
+    JSONDictionary dictionary = parsed(R"({"a":{"deep":[1,{"x":2}]},"b":1,"a":"twice"})");
+    dictionary.setText("a", "new");
+    EXPECT_EQ(dictionary.written(), R"({"b":1,"a":"new"})");
+    EXPECT_EQ(dictionary.size(), 2U);
+}
+
+TEST(JSONDictionary, RemovingAKeyLeavesTheOthers) {
+    JSONDictionary dictionary = parsed(R"({"a":[{"x":1},{"y":[2]}],"b":{"z":3},"c":"t"})");
+    dictionary.remove("a");
+    dictionary.remove("missing");
+    EXPECT_EQ(dictionary.written(), R"({"b":{"z":3},"c":"t"})");
+    dictionary.remove("c");
+    dictionary.remove("b");
+    EXPECT_EQ(dictionary, JSONDictionary());
+}
+
+TEST(JSONDictionary, ChangingACopyLeavesTheOriginal) {
+    const auto original = parsed(R"({"a":"b"})");
+    JSONDictionary copy = original;
+    copy.setText("a", "changed");
+    EXPECT_EQ(original.text("a"), "b");
+    JSONDictionary second = copy;
+    second.remove("a");
+    EXPECT_EQ(copy.text("a"), "changed");
+}
+
+TEST(JSONDictionary, CanHoldItself) {
+    JSONDictionary dictionary;
+    dictionary.setText("a", "b");
+    dictionary.setDictionary("self", dictionary);
+    EXPECT_EQ(dictionary.written(), R"({"a":"b","self":{"a":"b"}})");
+}
+
+TEST(JSONDictionary, CanBeAssignedToItself) {
+    JSONDictionary dictionary = parsed(R"({"a":"b"})");
+    dictionary = *&dictionary;
+    EXPECT_EQ(dictionary.text("a"), "b");
+}
+
+TEST(JSONDictionary, EscapesWhatJSONRequiresAndNothingElse) {
+    JSONDictionary dictionary;
+    std::string all;
+    for (int c = 0; c < 0x80; ++c) all += static_cast<char>(c);
+    all += "\u00e9/<>\U0001F600";
+    dictionary.setText("a", all);
+    EXPECT_THAT(dictionary.written(), HasSubstr("\u00e9/<>\U0001F600"));
+    EXPECT_THAT(dictionary.written(), HasSubstr(R"(\u0000\u0001)"));
+    EXPECT_THAT(dictionary.written(), HasSubstr(R"(\b\t\n\u000b\f\r)"));
+    EXPECT_EQ(nlohmann::json::parse(dictionary.written())["a"], all);
+    EXPECT_EQ(parsed(dictionary.written()).text("a"), all);
+}
+
+TEST(JSONDictionary, WritesEveryNumberSoThatItIsReadBackTheSame) {
+    const auto dictionary = parsed(
+        R"({"i":-9223372036854775808,"u":18446744073709551615,"d":0.1,"s":5e-324,"b":1.7976931348623157e308,"n":null,"w":3.0})");
+    EXPECT_EQ(parsed(dictionary.written()).written(), dictionary.written());
+    EXPECT_EQ(nlohmann::json::parse(dictionary.written())["d"], 0.1);
+    EXPECT_EQ(nlohmann::json::parse(dictionary.written())["u"], 18446744073709551615ULL);
+}
+
+TEST(JSONDictionary, EqualityLooksAtKeysAndValuesNotAtTheirOrder) {
+    EXPECT_EQ(parsed(R"({"a":1,"b":[{"c":true}]})"), parsed(R"({"b":[{"c":true}],"a":1})"));
+    EXPECT_NE(parsed(R"({"a":1})"), parsed(R"({"a":1.0})"));
+    EXPECT_NE(parsed(R"({"a":1})"), parsed(R"({"a":true})"));
+    EXPECT_NE(parsed(R"({"a":[1,2]})"), parsed(R"({"a":[2,1]})"));
+    EXPECT_NE(parsed(R"({"a":1})"), parsed(R"({"b":1})"));
+    EXPECT_NE(parsed(R"({"a":1})"), parsed(R"({"a":1,"b":2})"));
+    EXPECT_NE(parsed(R"({"a":null})"), parsed("{}"));
+}
+
+TEST(JSONDictionary, ABuiltOneEqualsTheParsedOneOfTheSameContent) {
+    JSONDictionary built;
+    built.setText("t", "a\"b");
+    built.setDictionaries("l", {JSONDictionary()});
+    EXPECT_EQ(built, parsed(R"({"l":[{}],"t":"a\"b"})"));
+}
+
+TEST(JSONFailure, SaysWhatAndWhere) {
+    EXPECT_EQ(failureOf("").text(), "incomplete JSON at line 1, column 1");
+    EXPECT_EQ(failureOf("{\n \"a\": x}").line, 2U);
+    EXPECT_EQ(failureOf("{\n \"a\": x}").column, 7U);
+    EXPECT_EQ(failureOf("{} {}").offset, 3U);
+}
+
+TEST(JSONFailure, SaysThatTheTopIsNoDictionary) {
+    for (const std::string_view text : {"[]", "1", "1.5", "\"a\"", "true", "null", "[{}]"})
+        EXPECT_THAT(failureOf(text).reason, HasSubstr("expected a dictionary")) << text;
+}
+
+TEST(JSONFailure, NeverQuotesTheText) {
+    for (const auto text : {R"({"token":"s3cret)", R"({"token":s3cret})", "\"s3cret\"",
+                            R"({"token":"s3cret"}s3cret)"})
+        EXPECT_THAT(failureOf(text).text(), Not(HasSubstr("s3cret"))) << text;
+}
+
+std::string nested(std::size_t depth) {
+    std::string text = R"({"a":)";
+    for (std::size_t i = 1; i < depth; ++i) text += '[';
+    for (std::size_t i = 1; i < depth; ++i) text += ']';
+    return text + '}';
+}
+
+TEST(JSONFailure, NestingBeyondTheLimitIsAFailureAndNoCrash) {
+    EXPECT_TRUE(std::holds_alternative<JSONDictionary>(JSONDictionary::parse(nested(64))));
+    EXPECT_THAT(failureOf(nested(65)).text(), HasSubstr("too deep"));
+    EXPECT_THAT(failureOf(nested(3), 2).text(), HasSubstr("too deep"));
+    failureOf(nested(1'000'000));
+}
+
+TEST(JSONFailure, NoCommentsNoTrailingCommasNoInvalidUTF8NoLoneSurrogates) {
+    for (const std::string_view text :
+         {"{/* */}", "{}//", R"({"a":1,})", R"({"a":[1,]})", "{\"a\":\"\xff\"}", "{\"a\":\"\xc3\"}",
+          "{\"a\":\"\xed\xa0\x80\"}", R"({"a":"\ud800"})", "{\"a\":\"\n\"}", R"({"a":01})",
+          R"({"a":+1})", R"({"a":.5})", R"({"a":1.})", R"({"a":NaN})", R"({'a':1})", R"({a:1})",
+          "\xef\xbb\xbf{}", R"({"a":1)", R"({"a" 1})", "{\"a\":1}\0"})
+        EXPECT_FALSE(accepts(text)) << text;
+    EXPECT_FALSE(accepts(std::string_view("{}\0", 3)));
+}
+
+TEST(JSONFailure, TakesAndRefusesTheSameTextsAsAnotherParserAfterEveryOneByteChange) {
+    const std::string valid =
+        R"({"id":"h1","maxSize":50,"elements":[{"id":"v\u00e9-1","type":"VIDEO","progress":-12,)"
+        "\"isCompleted\":false,\"title\":\"\u00e9\U0001F600\"},{\"x\":1.5e3,\"n\":null}]}";
+    ASSERT_TRUE(accepts(valid));
+    for (std::size_t at = 0; at < valid.size(); ++at) {
+        for (int byte = 0; byte < 256; ++byte) {
+            std::string changed = valid;
+            changed[at] = static_cast<char>(byte);
+            // The other parser takes a byte-order mark and any top; this text keeps its brace.
+            ASSERT_EQ(accepts(changed), nlohmann::json::accept(changed) && changed[0] == '{')
+                << "byte " << byte << " at " << at;
+        }
+    }
+    for (std::size_t size = 0; size < valid.size(); ++size)
+        ASSERT_FALSE(accepts(valid.substr(0, size))) << size;
+}
+
+}  // namespace

@@ -1,0 +1,84 @@
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <gmock/gmock.h>
+
+#include <HalvardSling/FakeTransport.hpp>
+#include <HalvardSling/JSON.hpp>
+#include <HalvardSling/Sling.hpp>
+#include <HalvardSling/SlingError.hpp>
+
+namespace {
+
+using HalvardSling::FakeTransport;
+using HalvardSling::JSONDictionary;
+using HalvardSling::Response;
+using HalvardSling::Sling;
+using HalvardSling::SlingError;
+using HalvardSling::SlingErrorKind;
+using testing::HasSubstr;
+using testing::Not;
+
+struct Outcome {
+    std::optional<JSONDictionary> value;
+    std::optional<SlingError> error;
+    bool completed = false;
+};
+
+Outcome outcomeOf(const std::string& body) {
+    const auto transport = std::make_shared<FakeTransport>();
+    transport->alwaysAnswer([&](const auto& request) {
+        return Response({.status = 200,
+                         .headers = {},
+                         .body = body,
+                         .effectiveURL = request.url,
+                         .timings = {}});
+    });
+    HalvardSling::TransportRequest request;
+    request.url = "https://api.example.com/v1/x?secret=s3cret";
+    Outcome outcome;
+    HalvardSling::json(Sling(request).responses(transport))
+        .subscribe([&](const JSONDictionary& value) { outcome.value = value; },
+                   [&](const std::exception_ptr& error) {
+                       try {
+                           std::rethrow_exception(error);
+                       } catch (const SlingError& known) {
+                           outcome.error = known;
+                       }
+                   },
+                   [&] { outcome.completed = true; });
+    return outcome;
+}
+
+TEST(JSONOperator, EmitsTheDictionaryAndCompletes) {
+    const auto outcome = outcomeOf(R"({"a":"b"})");
+    ASSERT_TRUE(outcome.value);
+    EXPECT_EQ(outcome.value->text("a"), "b");
+    EXPECT_TRUE(outcome.completed);
+    EXPECT_FALSE(outcome.error);
+}
+
+TEST(JSONOperator, ABodyThatIsNotJSONIsAMalformedReplyThatSaysWhere) {
+    const auto outcome = outcomeOf("{\"token\":\n\"s3cret\"");
+    ASSERT_TRUE(outcome.error);
+    EXPECT_EQ(outcome.error->kind(), SlingErrorKind::malformedReply);
+    EXPECT_THAT(outcome.error->what(), HasSubstr("line 2"));
+    EXPECT_THAT(outcome.error->what(), HasSubstr("https://api.example.com:443"));
+    EXPECT_THAT(outcome.error->what(), Not(HasSubstr("s3cret")));
+}
+
+TEST(JSONOperator, AnEmptyBodyIsAMalformedReply) {
+    ASSERT_TRUE(outcomeOf("").error);
+    EXPECT_EQ(outcomeOf("").error->kind(), SlingErrorKind::malformedReply);
+}
+
+TEST(JSONOperator, ATopThatIsNoObjectIsAMalformedReply) {
+    const auto outcome = outcomeOf("[]");
+    ASSERT_TRUE(outcome.error);
+    EXPECT_EQ(outcome.error->kind(), SlingErrorKind::malformedReply);
+    EXPECT_THAT(outcome.error->what(), HasSubstr("an array"));
+}
+
+}  // namespace
