@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#include <KestrinProfile/model/RawValues.hpp>
+
+namespace KestrinProfile {
+
+/// The operations of the personalization service. The ordinal of a case is its position.
+enum class ProfileOperation {
+    testOperation,
+    anonymousBind,
+    validate,
+    createProfile,
+    getProfiles,
+    editProfile,
+    deleteProfile,
+    getHistory,
+    getVideoProgress,
+    addVideoToHistory,
+    removeVideoFromHistory,
+    clearHistory,
+    getFavorites,
+    addFavoriteShow,
+    addFavoriteShows,
+    removeFavoriteShow,
+    clearFavorites,
+    getWatchList,
+    addVideoToWatchList,
+    removeFromWatchList,
+    clearWatchList,
+    addSearchHistory,
+    deleteSearchHistory,
+};
+
+/// How many operations there are.
+inline constexpr std::size_t profileOperationCount = 23;
+
+/// The service's name of an operation, under which the configuration knows it, e.g.
+/// "personalization-history-get". The names follow no one pattern; they are the service's.
+[[nodiscard]] std::string_view rawValue(ProfileOperation operation);
+
+/// The operation with exactly this name; absent for any other text.
+[[nodiscard]] std::optional<ProfileOperation> profileOperation(std::string_view rawValue);
+
+}  // namespace KestrinProfile
+
+template <>
+struct std::hash<KestrinProfile::ProfileOperation>
+    : KestrinProfile::OrdinalHash<KestrinProfile::ProfileOperation> {};

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#include <KestrinProfile/model/RawValues.hpp>
+
+namespace KestrinProfile {
+
+/// The kinds of content that a list entry or a search can refer to. The ordinal of a case is its
+/// position.
+enum class Types { show, video, game, collection, none };
+
+/// The wire form: "SHOW", "VIDEO", "GAME", "COLLECTION", and "none" in lower case, as the service
+/// has it.
+[[nodiscard]] std::string_view rawValue(Types type);
+
+/// The kind with exactly this wire form; absent for any other text, another letter case included.
+[[nodiscard]] std::optional<Types> types(std::string_view rawValue);
+
+}  // namespace KestrinProfile
+
+template <>
+struct std::hash<KestrinProfile::Types> : KestrinProfile::OrdinalHash<KestrinProfile::Types> {};
