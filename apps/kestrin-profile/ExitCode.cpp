@@ -1,0 +1,115 @@
+#include "ExitCode.hpp"
+
+#include <algorithm>
+#include <array>
+
+#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/SlingError.hpp>
+#include <KestrinConfigManager/ConfigurationManagerError.hpp>
+#include <KestrinProfile/model/ProfileError.hpp>
+
+namespace KestrinProfileCLI {
+
+using HalvardSling::JSONDictionary;
+using HalvardSling::SlingError;
+using HalvardSling::SlingErrorKind;
+using KestrinConfigManager::ConfigurationManagerError;
+using KestrinProfile::ProfileError;
+
+namespace {
+
+template <class Key>
+struct Rule {
+    Key key;
+    ExitCode code;
+    const char* advice;
+};
+
+constexpr Rule<int> anyOtherStatus{0, ExitCode::serviceError, "try again later"};
+
+constexpr std::array statusRules{
+    Rule<int>{400, ExitCode::validation, "correct what the service names"},
+    Rule<int>{401, ExitCode::refused, "obtain a bind: kestrin-profile bind"},
+    Rule<int>{403, ExitCode::refused,
+              "obtain a new bind: kestrin-profile bind; a blocked profile stays refused"},
+    Rule<int>{404, ExitCode::notFound, "check the identifier, and the service's URL"},
+    Rule<int>{409, ExitCode::validation, "correct what the service names"},
+    Rule<int>{422, ExitCode::validation, "correct what the service names"},
+};
+
+constexpr Rule<SlingErrorKind> anyOtherKind{SlingErrorKind::httpStatus, ExitCode::network,
+                                            "check the network and the service, then try again"};
+
+constexpr std::array kindRules{
+    Rule<SlingErrorKind>{SlingErrorKind::malformedURL, ExitCode::usage,
+                         "correct the service's URL in the configuration, or the identifier"},
+    Rule<SlingErrorKind>{SlingErrorKind::forbiddenHeader, ExitCode::usage,
+                         "correct the service's headers in the configuration, or bind anew"},
+    Rule<SlingErrorKind>{SlingErrorKind::malformedReply, ExitCode::serviceError,
+                         "check that the configuration's URL is the personalization service's"},
+    Rule<SlingErrorKind>{SlingErrorKind::tooLarge, ExitCode::serviceError,
+                         "raise \"maxBodyBytes\" in the configuration"},
+    Rule<SlingErrorKind>{SlingErrorKind::redirect, ExitCode::serviceError,
+                         "set \"maxRedirects\" in the configuration if the redirect is wanted"},
+    Rule<SlingErrorKind>{SlingErrorKind::tls, ExitCode::network,
+                         "check the service's certificate and this machine's clock"},
+};
+
+constexpr Rule<int> anyOtherProfileError{-1, ExitCode::serviceError, ""};
+
+constexpr std::array profileRules{
+    Rule<int>{ProfileError::profileIDValdationFailure, ExitCode::usage, "name a profile"},
+    Rule<int>{ProfileError::userInvalidForOperation, ExitCode::validation,
+              "name a profile that exists"},
+    Rule<int>{ProfileError::parentInvalidForOperation, ExitCode::validation,
+              "name another profile"},
+};
+
+template <class Key, std::size_t Count>
+const Rule<Key>& ruleFor(const std::array<Rule<Key>, Count>& rules, Key key,
+                         const Rule<Key>& otherwise) {
+    const auto found = std::ranges::find(rules, key, &Rule<Key>::key);
+    return found == rules.end() ? otherwise : *found;
+}
+
+/// What the service says about an error status in a problem document (RFC 9457), if anything.
+std::string problemDetail(const SlingError& error) {
+    if (error.reply() == nullptr) return {};
+    auto parsed = JSONDictionary::parse(error.reply()->body);
+    const auto* const problem = std::get_if<JSONDictionary>(&parsed);
+    if (problem == nullptr) return {};
+    const auto detail = problem->text("detail");
+    return detail ? ": " + std::string(*detail) : std::string();
+}
+
+Failure describeSlingError(const SlingError& error) {
+    if (const auto status = error.statusCode()) {
+        const auto& rule = ruleFor(statusRules, *status, anyOtherStatus);
+        return {rule.code, error.what() + problemDetail(error), rule.advice};
+    }
+    const auto& rule = ruleFor(kindRules, error.kind(), anyOtherKind);
+    return {rule.code, error.what(), rule.advice};
+}
+
+}  // namespace
+
+Failure describe(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const CommandError& own) {
+        return own.failure;
+    } catch (const SlingError& reply) {
+        return describeSlingError(reply);
+    } catch (const ConfigurationManagerError& refusal) {
+        return {ExitCode::usage, refusal.what(), "check the configuration: kestrin-profile config check"};
+    } catch (const ProfileError& refusal) {
+        const auto& rule = ruleFor(profileRules, refusal.code(), anyOtherProfileError);
+        return {rule.code, refusal.what(), rule.advice};
+    } catch (const std::exception& other) {
+        return {ExitCode::serviceError, other.what(), {}};
+    } catch (...) {
+        return {ExitCode::serviceError, "an unknown error", {}};
+    }
+}
+
+}  // namespace KestrinProfileCLI

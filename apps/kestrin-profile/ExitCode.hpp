@@ -1,0 +1,38 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+namespace KestrinProfileCLI {
+
+/// The exit codes of the program; documented in docs/cli.md.
+enum class ExitCode : int {
+    ok = 0,
+    serviceError = 1,    ///< the service answered, but not with what was asked for
+    usage = 2,           ///< the command line or the configuration is wrong
+    refused = 4,         ///< the service refuses the caller: 401 or 403
+    network = 5,         ///< no answer: unreachable, TLS, time is up
+    notFound = 6,        ///< the service does not have it: 404
+    validation = 7,      ///< what was asked for is not acceptable: 400, 409, 422, or refused here
+    interrupted = 130,   ///< by SIGINT or SIGTERM
+};
+
+/// A failed command, as it is reported to people.
+struct Failure {
+    ExitCode code = ExitCode::serviceError;
+    std::string message;  ///< what went wrong, and where
+    std::string advice;   ///< what to do next; may be empty
+};
+
+/// What an error means for a person at the terminal. Any exception will do.
+[[nodiscard]] Failure describe(const std::exception_ptr& error);
+
+/// An error of the program's own, already described.
+struct CommandError : std::exception {
+    explicit CommandError(Failure aFailure) : failure(std::move(aFailure)) {}
+    [[nodiscard]] const char* what() const noexcept override { return failure.message.c_str(); }
+
+    Failure failure;
+};
+
+}  // namespace KestrinProfileCLI

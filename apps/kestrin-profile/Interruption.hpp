@@ -1,0 +1,48 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace KestrinProfileCLI {
+
+/// Turns SIGINT and SIGTERM into something a command can wait for beside its result. Made once,
+/// before any other thread, so that every thread has the two signals blocked.
+class Interruption {
+  public:
+    Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption(Interruption&&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+    Interruption& operator=(Interruption&&) = delete;
+    ~Interruption();
+
+    /// Waits until `ready` holds or a signal came. `ready` is asked with the lock of `notify` held.
+    /// @return false where a signal came first
+    template <class Ready>
+    [[nodiscard]] bool wait(Ready ready) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return interrupted_ || ready(); });
+        return ready();
+    }
+
+    /// Changes what somebody waits for.
+    template <class Change>
+    void notify(Change change) {
+        {
+            const std::scoped_lock lock(mutex_);
+            change();
+        }
+        changed_.notify_all();
+    }
+
+  private:
+    void listen();
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool interrupted_ = false;
+    std::thread listener_;
+};
+
+}  // namespace KestrinProfileCLI

@@ -1,0 +1,79 @@
+#include "Session.hpp"
+
+#include <chrono>
+
+#include <fmt/format.h>
+
+#include <HalvardSling/CurlTransport.hpp>
+#include <KestrinConfigManager/ConfigurationManager.hpp>
+
+#include "Paths.hpp"
+
+namespace KestrinProfileCLI {
+
+namespace fs = std::filesystem;
+using KestrinConfigManager::ConfigurationManager;
+using KestrinConfigManager::ConfigurationProblem;
+using KestrinConfigManager::FileBindStore;
+
+namespace {
+
+std::string asText(const std::vector<ConfigurationProblem>& problems, const fs::path& file) {
+    std::string text = fmt::format("the configuration {} has {} problem{}", file.string(),
+                                   problems.size(), problems.size() == 1 ? "" : "s");
+    for (const auto& problem : problems)
+        text += fmt::format("; {}: {}", problem.path, problem.message);
+    return text;
+}
+
+std::string asText(const HalvardSling::TransferLog& log) {
+    const std::string outcome = log.status  ? std::to_string(*log.status)
+                                : log.error ? std::string(name(*log.error))
+                                            : "no reply";
+    return fmt::format("{} {}{} -> {}  {} bytes sent, {} received, {:.1f} ms, HTTP/{}{}", log.method,
+                       log.origin, log.pathTemplate, outcome, log.bytesSent, log.bytesReceived,
+                       std::chrono::duration<double, std::milli>(log.timings.total).count(),
+                       log.httpVersion.empty() ? "-" : log.httpVersion,
+                       log.reusedConnection ? ", connection used again" : "");
+}
+
+}  // namespace
+
+Session::~Session() { HalvardSling::setDefaultTransport(nullptr); }
+
+fs::path Session::configurationFile() const {
+    return options.configurationFile.empty() ? defaultConfigurationFile()
+                                             : options.configurationFile;
+}
+
+void Session::configure() {
+    const fs::path file = configurationFile();
+    auto& manager = ConfigurationManager::sharedInstance();
+    if (const auto problems = manager.load(file); !problems.empty())
+        throw CommandError({ExitCode::usage, asText(problems, file),
+                            "name a configuration with --config FILE, or write one with "
+                            "kestrin-profile-server --write-config FILE"});
+
+    const fs::path binds = bindFileFor(file);
+    std::error_code failed;
+    fs::create_directories(binds.parent_path(), failed);
+    fs::permissions(binds.parent_path(), fs::perms::owner_all, failed);
+    store_ = std::make_shared<FileBindStore>(binds);
+    if (const auto warning = manager.useBindStore(store_)) terminal.note("warning: " + *warning);
+
+    HalvardSling::CurlTransport::Options transport;
+    if (options.verbose)
+        transport.log = [this](const HalvardSling::TransferLog& log) {
+            terminal.note(asText(log));
+        };
+    HalvardSling::setDefaultTransport(
+        std::make_shared<HalvardSling::CurlTransport>(std::move(transport)));
+}
+
+void Session::keepBinds() {
+    if (!store_) return;
+    if (const auto failed = store_->flush())
+        terminal.note("warning: the bind is not kept for later: " + *failed);
+}
+
+}  // namespace KestrinProfileCLI
