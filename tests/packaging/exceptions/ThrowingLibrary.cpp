@@ -1,0 +1,16 @@
+#include "ThrowingLibrary.hpp"
+
+#include <HalvardSling/SlingError.hpp>
+#include <KestrinConfigManager/ConfigurationManagerError.hpp>
+#include <KestrinProfile/model/ProfileError.hpp>
+
+void throwProfileError(int code) {
+    KestrinProfile::raise(static_cast<KestrinProfile::ProfileError::Case>(code));
+}
+
+void throwConfigurationManagerError() {
+    using KestrinConfigManager::ConfigurationManagerError;
+    throw ConfigurationManagerError(ConfigurationManagerError::serviceNotConfigured, "operation");
+}
+
+void throwSlingError() { throw HalvardSling::SlingError::httpStatus(403, "https://a:443", {}); }

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+namespace KestrinConfigManager {
+
+struct Brand {
+    std::string rawValue;
+};
+
+}  // namespace KestrinConfigManager

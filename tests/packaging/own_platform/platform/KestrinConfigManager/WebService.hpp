@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include <HalvardSling/Observable.hpp>
+#include <HalvardSling/Response.hpp>
+#include <KestrinConfigManager/APIParams.hpp>
+
+namespace KestrinConfigManager {
+
+struct WebService {
+    std::optional<HalvardSling::Observable<HalvardSling::Response>> configurationGuard(
+        const APIParams&) const {
+        return std::nullopt;
+    }
+};
+
+struct ServiceTable {
+    const WebService* find(std::string_view operation) const {
+        return operation == "personalization-bind-anonymous" ? &only : nullptr;
+    }
+
+    WebService only;
+};
+
+}  // namespace KestrinConfigManager
