@@ -20,6 +20,18 @@ else()
     set(KESTRIN_LIBCXX OFF)
 endif()
 
+# The include root of a library. All share libs/; but an application's own platform libraries have the
+# names of ours, so beside those KestrinProfile gets a root that holds nothing else.
+function(kestrin_include_root name result)
+    set(root ${PROJECT_SOURCE_DIR}/libs)
+    if(NOT KESTRIN_OWN_PLATFORM)
+        set(root ${PROJECT_BINARY_DIR}/include)
+        file(MAKE_DIRECTORY ${root})
+        file(CREATE_LINK ${PROJECT_SOURCE_DIR}/libs/${name} ${root}/${name} SYMBOLIC)
+    endif()
+    set(${result} ${root} PARENT_SCOPE)
+endfunction()
+
 # kestrin_add_library(<name> SOURCES … LINK … [PRIVATE_LINK …])
 # A library of libs/: target <name>, alias <name>::<name>, include root libs/, installed with its
 # headers.
@@ -28,8 +40,9 @@ function(kestrin_add_library name)
     add_library(${name} ${arg_SOURCES})
     add_library(${name}::${name} ALIAS ${name})
     target_compile_features(${name} PUBLIC cxx_std_20)
+    kestrin_include_root(${name} root)
     target_include_directories(
-        ${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/libs>
+        ${name} PUBLIC $<BUILD_INTERFACE:${root}>
                        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
     target_link_libraries(${name} PUBLIC ${arg_LINK}
                                   PRIVATE $<BUILD_INTERFACE:kestrin_warnings> ${arg_PRIVATE_LINK})
