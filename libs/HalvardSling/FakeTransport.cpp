@@ -5,6 +5,11 @@
 
 namespace HalvardSling {
 
+FakeTransport::~FakeTransport() {
+    for (auto& [transfer, completion] : waiting_)
+        completion(SlingError(SlingErrorKind::cancelled, "the fake transport was destroyed"));
+}
+
 void FakeTransport::willAnswer(TransportResult result) {
     const std::scoped_lock lock(mutex_);
     script_.push_back(std::move(result));

@@ -16,9 +16,12 @@ namespace HalvardSling {
 ///
 /// Each `send` takes the next scripted answer and delivers it at once, on the calling thread,
 /// before `send` returns. Where the script is used up the transfer waits until `answer` is called.
-/// All members may be called from any thread.
+/// All members may be called from any thread. Its end ends the waiting transfers with `cancelled`.
 class FakeTransport final : public Transport {
   public:
+    FakeTransport() = default;
+    ~FakeTransport() override;
+
     /// Makes an answer out of a request.
     using Reply = std::function<TransportResult(const TransportRequest&)>;
 

@@ -24,9 +24,13 @@ class Sling {
     /// not be sent (its URL or a header, see URL.hpp) fails in the same way and sends nothing.
     ///
     /// Unsubscribing aborts the transfer. Events are delivered on the transport's thread, one
-    /// after the other; a subscriber that blocks there holds up every other transfer.
+    /// after the other; a subscriber that blocks there holds up every other transfer. An exception
+    /// that a subscriber lets out of its own functions ends the program, as it would in any thread:
+    /// `std::terminate` is called where it was thrown, and shows its text.
     ///
-    /// @param transport  who sends; null: the default transport at the time of subscription
+    /// @param transport  who sends; null: the default transport at the time of subscription. The
+    ///                   observable keeps it, a subscription does not: where nobody else does, the
+    ///                   transport is destroyed and the sequence fails with `cancelled`.
     [[nodiscard]] Observable<Response> responses(std::shared_ptr<Transport> transport = {}) const;
 
   private:

@@ -91,11 +91,15 @@ class Transport {
 
 /// The transport of every request for which no other is named: a `CurlTransport` that is made on
 /// first use, unless `setDefaultTransport` came before. Any thread.
+///
+/// At the exit of the process it drops its transfers and waits for the completion that runs. That
+/// is after the destructors of static objects that were made after the first use: what completions
+/// need must be made before.
 [[nodiscard]] std::shared_ptr<Transport> defaultTransport();
 
 /// Replaces the default transport for all requests subscribed to from now on; null brings back a
-/// new `CurlTransport` on next use. Transfers of the former one end there if somebody else still
-/// holds it, otherwise they are dropped. Any thread.
+/// new `CurlTransport` on next use. The former one goes on with its transfers if somebody else still
+/// holds it; otherwise it is destroyed, and they end with `cancelled`. Any thread.
 void setDefaultTransport(std::shared_ptr<Transport> transport);
 
 }  // namespace HalvardSling

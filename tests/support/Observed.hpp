@@ -18,7 +18,7 @@ template <class T>
 class Observed {
   public:
     /// Subscribes at once.
-    explicit Observed(const HalvardSling::Observable<T>& source)
+    explicit Observed(const rxcpp::observable<T>& source)
         : state_(std::make_shared<State>()) {
         source.subscribe(
             subscription_,

@@ -288,7 +288,7 @@ TEST(JSONFailure, NoCommentsNoTrailingCommasNoInvalidUTF8NoLoneSurrogates) {
          {"{/* */}", "{}//", R"({"a":1,})", R"({"a":[1,]})", "{\"a\":\"\xff\"}", "{\"a\":\"\xc3\"}",
           "{\"a\":\"\xed\xa0\x80\"}", R"({"a":"\ud800"})", "{\"a\":\"\n\"}", R"({"a":01})",
           R"({"a":+1})", R"({"a":.5})", R"({"a":1.})", R"({"a":NaN})", R"({'a':1})", R"({a:1})",
-          "\xef\xbb\xbf{}", R"({"a":1)", R"({"a" 1})", "{\"a\":1}\0"})
+          "\xef\xbb\xbf{}", R"({"a":1)", R"({"a" 1})"})
         EXPECT_FALSE(accepts(text)) << text;
     EXPECT_FALSE(accepts(std::string_view("{}\0", 3)));
 }

@@ -1,0 +1,482 @@
+#include <algorithm>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <pthread.h>
+#include <set>
+#include <signal.h>
+#include <stdexcept>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <curl/curl.h>
+
+#include <HalvardSling/CurlExchange.hpp>
+#include <HalvardSling/CurlTransport.hpp>
+#include <HalvardSling/Redirect.hpp>
+#include <HalvardSling/URL.hpp>
+
+namespace HalvardSling {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr int maxInt = std::numeric_limits<int>::max();
+
+struct EasyCleanup {
+    void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
+};
+using EasyHandle = std::unique_ptr<CURL, EasyCleanup>;
+
+struct MultiCleanup {
+    void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
+};
+using MultiHandle = std::unique_ptr<CURLM, MultiCleanup>;
+
+/// A request that waits for a free place among those in flight.
+struct Waiting {
+    TransferID transfer = 0;
+    std::shared_ptr<const TransportRequest> request;
+    Clock::time_point accepted;
+    Clock::time_point deadline;
+};
+
+/// The requests that wait, first come first served, and the next moment at which one gives up.
+class WaitingLine {
+  public:
+    void add(Waiting waiting) {
+        deadlines_.emplace(waiting.deadline, waiting.transfer);
+        const TransferID transfer = waiting.transfer;
+        waiting_.emplace(transfer, std::move(waiting));
+    }
+
+    [[nodiscard]] std::optional<Waiting> take(TransferID transfer) {
+        return take(waiting_.find(transfer));
+    }
+
+    /// The one that came first; transfers are numbered in the order they came.
+    [[nodiscard]] std::optional<Waiting> takeFirst() { return take(waiting_.begin()); }
+
+    /// One whose deadline has passed.
+    [[nodiscard]] std::optional<Waiting> takeExpired(Clock::time_point now) {
+        if (deadlines_.empty() || deadlines_.begin()->first > now) return std::nullopt;
+        return take(deadlines_.begin()->second);
+    }
+
+    [[nodiscard]] std::optional<Clock::time_point> nextDeadline() const {
+        if (deadlines_.empty()) return std::nullopt;
+        return deadlines_.begin()->first;
+    }
+
+    [[nodiscard]] bool empty() const noexcept { return waiting_.empty(); }
+
+  private:
+    using Map = std::map<TransferID, Waiting>;
+
+    std::optional<Waiting> take(Map::iterator at) {
+        if (at == waiting_.end()) return std::nullopt;
+        deadlines_.erase({at->second.deadline, at->first});
+        return std::move(waiting_.extract(at).mapped());
+    }
+
+    Map waiting_;
+    std::set<std::pair<Clock::time_point, TransferID>> deadlines_;
+};
+
+/// A transfer in flight.
+struct Transfer {
+    Waiting order;
+    Clock::time_point started;
+    int redirects = 0;
+    EasyHandle easy;
+    std::unique_ptr<CurlExchange> exchange;
+};
+
+std::chrono::microseconds timeBetween(Clock::time_point from, Clock::time_point to) {
+    return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
+}
+
+/// What a log may know of a transfer.
+/// @param transfer  null: it was not in flight
+TransferLog logOf(const Waiting& order, const TransportResult& result, const Transfer* transfer) {
+    const auto origin = originOf(order.request->url);
+    TransferLog log;
+    log.transfer = order.transfer;
+    log.method = order.request->method;
+    if (origin) log.origin = origin->text();
+    log.pathTemplate = order.request->pathTemplate;
+    if (const auto* const response = std::get_if<Response>(&result))
+        log.status = response->status();
+    else
+        log.error = std::get<SlingError>(result).kind();
+    log.waited = timeBetween(order.accepted, transfer ? transfer->started : Clock::now());
+    if (transfer) {
+        log.redirects = transfer->redirects;
+        transfer->exchange->describe(transfer->easy.get(), log);
+    }
+    return log;
+}
+
+Clock::time_point deadlineOf(const TransportRequest& request, Clock::time_point from) {
+    return from + std::clamp(request.totalTimeout, milliseconds(0), milliseconds(maxInt));
+}
+
+milliseconds until(Clock::time_point moment, Clock::time_point now) {
+    return std::chrono::ceil<milliseconds>(std::max(moment, now) - now);
+}
+
+SlingError cancelledError() {
+    return {SlingErrorKind::cancelled, "the transport was shut down while the request was open"};
+}
+
+SlingError expiredError() {
+    return {SlingErrorKind::totalTimeout,
+            "the request's time was up while it waited for others to end; nothing was sent"};
+}
+
+void setUpCurl() {
+    // libcurl's own clean-up is left to the exit of the process: an application may use it, too.
+    static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (result != CURLE_OK) throw std::runtime_error("libcurl could not be set up");
+}
+
+/// A TLS library may write to a connection that its peer has closed. The signal for it, which ends
+/// a process, is of no use beside the error.
+void blockBrokenPipeSignal() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+}  // namespace
+
+/// The thread, what it works on, and the way to it. The thread and the transport share it: when the
+/// transport is destroyed from inside a completion, the thread goes on for a moment without it.
+class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
+  public:
+    explicit Loop(Options options);
+
+    TransferID send(std::shared_ptr<const TransportRequest> request,
+                    TransportCompletion completion);
+    void cancel(TransferID transfer) noexcept;
+
+    enum class Ending { none, cancelling, silent };
+    /// Ends the thread, and waits for it unless this is the thread.
+    void end(Ending ending) noexcept;
+
+  private:
+    struct Inbox {
+        std::vector<Waiting> sent;
+        std::vector<TransferID> cancelled;
+    };
+
+    // Any thread.
+    void wake() noexcept;
+    [[nodiscard]] std::optional<TransportCompletion> claim(TransferID transfer);
+
+    // The thread.
+    void run() noexcept;
+    [[nodiscard]] bool takeInbox();
+    void expireWaiting();
+    void startWaiting();
+    void begin(std::unique_ptr<Transfer> transfer);
+    void finishTransfers();
+    void finish(std::unique_ptr<Transfer> transfer, int code);
+    [[nodiscard]] bool follow(std::unique_ptr<Transfer>& transfer, TransportResult& result);
+    void drop(TransferID transfer);
+    [[nodiscard]] std::unique_ptr<Transfer> takeFromFlight(TransferID transfer);
+    void poll();
+    void endOpenTransfers();
+    [[nodiscard]] EasyHandle freshHandle();
+    void keepHandle(EasyHandle easy);
+
+    void deliver(const Waiting& order, TransportResult result, const Transfer* transfer = nullptr);
+
+    const Options options_;
+
+    std::mutex mutex_;
+    // Guarded by the mutex:
+    TransferID last_ = 0;
+    std::unordered_map<TransferID, TransportCompletion> completions_;  // of all open transfers
+    Inbox inbox_;
+    Ending ending_ = Ending::none;
+    bool woken_ = false;
+    std::thread thread_;
+    MultiHandle multi_;  // the thread uses it without the mutex, all others only to wake the thread
+
+    // The thread's own:
+    WaitingLine waiting_;
+    std::unordered_map<TransferID, std::unique_ptr<Transfer>> inFlight_;
+    std::vector<EasyHandle> idleHandles_;
+    bool delivered_ = false;
+};
+
+CurlTransport::Loop::Loop(Options options) : options_(std::move(options)) {
+    setUpCurl();
+    multi_.reset(curl_multi_init());
+    if (!multi_) throw std::bad_alloc();
+    const auto connections = static_cast<long>(std::min<std::size_t>(options_.maxInFlight, maxInt));
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, std::max(connections, 1L));
+    curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
+}
+
+TransferID CurlTransport::Loop::send(std::shared_ptr<const TransportRequest> request,
+                                     TransportCompletion completion) {
+    std::unique_lock lock(mutex_);
+    const TransferID transfer = ++last_;
+    if (ending_ != Ending::none) {
+        const bool tells = ending_ == Ending::cancelling;
+        lock.unlock();
+        if (tells) completion(cancelledError());
+        return transfer;
+    }
+    const auto now = Clock::now();
+    const auto deadline = deadlineOf(*request, now);
+    completions_.emplace(transfer, std::move(completion));
+    inbox_.sent.push_back({transfer, std::move(request), now, deadline});
+    if (thread_.joinable()) {
+        wake();
+    } else {
+        thread_ = std::thread([self = shared_from_this()] { self->run(); });
+    }
+    return transfer;
+}
+
+void CurlTransport::Loop::cancel(TransferID transfer) noexcept {
+    // Destroyed after the lock was given back, for a completion may hold anything.
+    TransportCompletion dropped;
+    const std::scoped_lock lock(mutex_);
+    const auto found = completions_.find(transfer);
+    if (found == completions_.end()) return;
+    dropped = std::move(found->second);
+    completions_.erase(found);
+    inbox_.cancelled.push_back(transfer);
+    wake();
+}
+
+void CurlTransport::Loop::wake() noexcept {
+    // On the thread itself the inbox is looked at before the next sleep anyway.
+    if (woken_ || !multi_ || std::this_thread::get_id() == thread_.get_id()) return;
+    woken_ = true;
+    curl_multi_wakeup(multi_.get());
+}
+
+void CurlTransport::Loop::end(Ending ending) noexcept {
+    std::thread ended;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (ending_ != Ending::silent) ending_ = ending;
+        if (!thread_.joinable()) return;
+        wake();
+        if (std::this_thread::get_id() == thread_.get_id()) return thread_.detach();
+        ended = std::move(thread_);
+    }
+    ended.join();
+}
+
+void CurlTransport::Loop::run() noexcept {
+    blockBrokenPipeSignal();
+    while (takeInbox()) {
+        expireWaiting();
+        startWaiting();
+        int running = 0;
+        curl_multi_perform(multi_.get(), &running);
+        finishTransfers();
+        if (!delivered_) poll();
+    }
+    endOpenTransfers();
+}
+
+/// Takes in what other threads brought.
+/// @return false where the thread is to end
+bool CurlTransport::Loop::takeInbox() {
+    delivered_ = false;
+    Inbox inbox;
+    Ending ending{};
+    {
+        const std::scoped_lock lock(mutex_);
+        woken_ = false;
+        inbox = std::exchange(inbox_, {});
+        ending = ending_;
+    }
+    for (auto& waiting : inbox.sent)
+        waiting_.add(std::move(waiting));
+    for (const TransferID transfer : inbox.cancelled)
+        drop(transfer);
+    return ending == Ending::none;
+}
+
+void CurlTransport::Loop::expireWaiting() {
+    const auto now = Clock::now();
+    while (const auto expired = waiting_.takeExpired(now))
+        deliver(*expired, expiredError());
+}
+
+void CurlTransport::Loop::startWaiting() {
+    const std::size_t places = std::max<std::size_t>(options_.maxInFlight, 1);
+    while (inFlight_.size() < places && !waiting_.empty())
+        begin(std::make_unique<Transfer>(
+            Transfer{*waiting_.takeFirst(), Clock::now(), 0, freshHandle(), nullptr}));
+}
+
+void CurlTransport::Loop::begin(std::unique_ptr<Transfer> transfer) {
+    transfer->exchange = std::make_unique<CurlExchange>();
+    auto problem = transfer->exchange->prepare(
+        transfer->easy.get(), transfer->order.request, options_,
+        {.started = transfer->started, .deadline = transfer->order.deadline}, transfer.get());
+    if (!problem && curl_multi_add_handle(multi_.get(), transfer->easy.get()) != CURLM_OK)
+        problem = SlingError(SlingErrorKind::cannotConnect, "libcurl took no further transfer");
+    if (problem) return deliver(transfer->order, std::move(*problem), transfer.get());
+    const TransferID id = transfer->order.transfer;
+    inFlight_.emplace(id, std::move(transfer));
+}
+
+void CurlTransport::Loop::finishTransfers() {
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        const int code = message->data.result;
+        const auto* const owner =
+            static_cast<const Transfer*>(CurlExchange::ownerOf(message->easy_handle));
+        finish(takeFromFlight(owner->order.transfer), code);
+    }
+}
+
+std::unique_ptr<Transfer> CurlTransport::Loop::takeFromFlight(TransferID transfer) {
+    auto node = inFlight_.extract(transfer);
+    if (node.empty()) return nullptr;
+    curl_multi_remove_handle(multi_.get(), node.mapped()->easy.get());
+    return std::move(node.mapped());
+}
+
+void CurlTransport::Loop::finish(std::unique_ptr<Transfer> transfer, int code) {
+    auto result = transfer->exchange->result(transfer->easy.get(), code);
+    if (follow(transfer, result)) return;
+    deliver(transfer->order, std::move(result), transfer.get());
+    // A handle that failed may still hold what it worked with; a new one is cheap.
+    if (code == CURLE_OK) keepHandle(std::move(transfer->easy));
+}
+
+/// Sends what a redirect asks for. Where it may not be followed, the result becomes the reason.
+/// @return whether it was sent
+bool CurlTransport::Loop::follow(std::unique_ptr<Transfer>& transfer, TransportResult& result) {
+    const auto* const response = std::get_if<Response>(&result);
+    if (response == nullptr || !isRedirect(response->status())) return false;
+    const auto& request = *transfer->order.request;
+    const auto location = response->headers().value("Location");
+    const bool follows = request.maxRedirects > 0 || transfer->redirects > 0;
+    if (!location || !follows) return false;
+    auto next = redirected(request, response->status(), *location);
+    if (auto* const error = std::get_if<SlingError>(&next)) {
+        result = std::move(*error);
+        return false;
+    }
+    transfer->order.request =
+        std::make_shared<const TransportRequest>(std::get<TransportRequest>(std::move(next)));
+    transfer->redirects += 1;
+    curl_easy_reset(transfer->easy.get());
+    begin(std::move(transfer));
+    return true;
+}
+
+void CurlTransport::Loop::drop(TransferID transfer) {
+    if (auto open = takeFromFlight(transfer)) {
+        deliver(open->order, cancelledError(), open.get());
+    } else if (const auto waiting = waiting_.take(transfer)) {
+        deliver(*waiting, cancelledError());
+    }
+}
+
+void CurlTransport::Loop::poll() {
+    // No moment to wait for means: until libcurl has something to do, or somebody wakes us.
+    milliseconds timeout{maxInt};
+    if (const auto deadline = waiting_.nextDeadline())
+        timeout = std::min(timeout, until(*deadline, Clock::now()));
+    curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(timeout.count()), nullptr);
+}
+
+void CurlTransport::Loop::endOpenTransfers() {
+    std::vector<TransferID> open;
+    for (const auto& [transfer, each] : inFlight_)
+        open.push_back(transfer);
+    std::ranges::sort(open);
+    for (const TransferID transfer : open)
+        drop(transfer);
+    while (const auto waiting = waiting_.takeFirst())
+        deliver(*waiting, cancelledError());
+    idleHandles_.clear();
+
+    // Let go of without the lock, for they may hold anything.
+    std::unordered_map<TransferID, TransportCompletion> dropped;
+    MultiHandle ended;
+    const std::scoped_lock lock(mutex_);
+    dropped = std::move(completions_);
+    ended = std::move(multi_);
+}
+
+EasyHandle CurlTransport::Loop::freshHandle() {
+    if (idleHandles_.empty()) {
+        EasyHandle easy(curl_easy_init());
+        if (!easy) throw std::bad_alloc();
+        return easy;
+    }
+    EasyHandle easy = std::move(idleHandles_.back());
+    idleHandles_.pop_back();
+    return easy;
+}
+
+void CurlTransport::Loop::keepHandle(EasyHandle easy) {
+    curl_easy_reset(easy.get());
+    idleHandles_.push_back(std::move(easy));
+}
+
+/// Takes the completion out: whoever does is the one that may call it.
+/// @return absent where nobody is to be told anything any more
+std::optional<TransportCompletion> CurlTransport::Loop::claim(TransferID transfer) {
+    const std::scoped_lock lock(mutex_);
+    if (ending_ == Ending::silent) return std::nullopt;
+    auto node = completions_.extract(transfer);
+    return node.empty() ? TransportCompletion() : std::move(node.mapped());
+}
+
+void CurlTransport::Loop::deliver(const Waiting& order, TransportResult result,
+                                  const Transfer* transfer) {
+    delivered_ = true;
+    const auto completion = claim(order.transfer);
+    if (!completion) return;
+    if (!*completion) result = cancelledError();
+    if (options_.log) options_.log(logOf(order, result, transfer));
+    if (*completion) (*completion)(std::move(result));
+}
+
+CurlTransport::CurlTransport() : CurlTransport(Options{}) {}
+
+CurlTransport::CurlTransport(Options options) : loop_(std::make_shared<Loop>(std::move(options))) {}
+
+CurlTransport::~CurlTransport() {
+    loop_->end(Loop::Ending::cancelling);
+}
+
+TransferID CurlTransport::send(std::shared_ptr<const TransportRequest> request,
+                               TransportCompletion completion) {
+    return loop_->send(std::move(request), std::move(completion));
+}
+
+void CurlTransport::cancel(TransferID transfer) noexcept {
+    loop_->cancel(transfer);
+}
+
+void CurlTransport::abandon() noexcept {
+    loop_->end(Loop::Ending::silent);
+}
+
+std::string CurlTransport::defaultUserAgent() {
+    return "KestrinProfile/" KESTRIN_VERSION;
+}
+
+}  // namespace HalvardSling

@@ -1,0 +1,73 @@
+#include <exception>
+#include <utility>
+
+#include <HalvardSling/Sling.hpp>
+#include <HalvardSling/URL.hpp>
+
+namespace HalvardSling {
+
+namespace {
+
+constexpr int firstErrorStatus = 400;
+
+SlingError statusError(const Response& response) {
+    const auto origin = originOf(response.effectiveURL());
+    return SlingError::httpStatus(
+        response.status(), origin ? origin->text() : "an unknown origin",
+        {.headers = response.headers(),
+         .body = std::string(response.body().substr(0, ErrorReply::maxBodyBytes))});
+}
+
+void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) {
+    subscriber.on_error(std::make_exception_ptr(std::move(error)));
+}
+
+void deliver(const rxcpp::subscriber<Response>& subscriber, TransportResult result) {
+    if (auto* const error = std::get_if<SlingError>(&result))
+        return fail(subscriber, std::move(*error));
+    auto& response = std::get<Response>(result);
+    if (response.status() >= firstErrorStatus) return fail(subscriber, statusError(response));
+    subscriber.on_next(std::move(response));
+    subscriber.on_completed();
+}
+
+void send(const std::shared_ptr<const TransportRequest>& request,
+          const std::shared_ptr<Transport>& transport,
+          const rxcpp::subscriber<Response>& subscriber) {
+    const TransferID transfer = transport->send(
+        request,
+        [subscriber](TransportResult result) noexcept { deliver(subscriber, std::move(result)); });
+    // Where the subscription has ended in the meantime this runs at once. It names the transfer and
+    // holds nothing, for whatever it held would live in a cycle with the subscription.
+    subscriber.add([weak = std::weak_ptr(transport), transfer] {
+        if (const auto alive = weak.lock()) alive->cancel(transfer);
+    });
+}
+
+}  // namespace
+
+Sling::Sling(TransportRequest request)
+    : content_(std::make_shared<const TransportRequest>(std::move(request))) {}
+
+Sling::Sling(SlingError problem) : content_(std::move(problem)) {}
+
+const TransportRequest* Sling::request() const noexcept {
+    const auto* const request = std::get_if<std::shared_ptr<const TransportRequest>>(&content_);
+    return request != nullptr ? request->get() : nullptr;
+}
+
+Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) const {
+    return rxcpp::observable<>::create<Response>(
+        [content = content_,
+         transport = std::move(transport)](const rxcpp::subscriber<Response>& subscriber) {
+            if (const auto* const error = std::get_if<SlingError>(&content))
+                return fail(subscriber, *error);
+            const auto& request = std::get<std::shared_ptr<const TransportRequest>>(content);
+            if (auto problem = problemOfRequest(*request))
+                return fail(subscriber, std::move(*problem));
+            if (!subscriber.is_subscribed()) return;
+            send(request, transport ? transport : defaultTransport(), subscriber);
+        });
+}
+
+}  // namespace HalvardSling

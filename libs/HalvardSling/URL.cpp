@@ -1,0 +1,252 @@
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <memory>
+
+#include <curl/curl.h>
+
+#include <HalvardSling/URL.hpp>
+
+namespace HalvardSling {
+
+namespace {
+
+struct CurlFree {
+    void operator()(char* text) const noexcept { curl_free(text); }
+};
+struct CurlURLCleanup {
+    void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
+};
+using CurlURL = std::unique_ptr<CURLU, CurlURLCleanup>;
+
+constexpr char lowered(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+std::string loweredText(std::string text) {
+    std::ranges::transform(text, text.begin(), lowered);
+    return text;
+}
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view start) noexcept {
+    return Headers::sameName(text.substr(0, start.size()), start);
+}
+
+constexpr bool isControlOrBlank(char c) noexcept {
+    return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F;
+}
+
+constexpr bool isEscaped(char c) noexcept {
+    return static_cast<unsigned char>(c) >= 0x80 ||
+           std::string_view("\"<>{}|\\^`").find(c) != std::string_view::npos;
+}
+
+/// Where the authority begins: behind "http://" or "https://". npos for any other beginning;
+/// libcurl itself would also accept "https:/host" and "https:///host".
+std::size_t authorityStart(std::string_view url) noexcept {
+    for (const std::string_view scheme : {"http://", "https://"})
+        if (startsWithIgnoringCase(url, scheme) && !url.substr(scheme.size()).starts_with('/'))
+            return scheme.size();
+    return std::string_view::npos;
+}
+
+std::string_view authorityOf(std::string_view url) noexcept {
+    const std::string_view rest = url.substr(authorityStart(url));
+    return rest.substr(0, rest.find_first_of("/?#"));
+}
+
+std::string_view pathOf(std::string_view url) noexcept {
+    std::string_view rest = url.substr(authorityStart(url));
+    rest.remove_prefix(authorityOf(url).size());
+    return rest.substr(0, rest.find_first_of("?#"));
+}
+
+std::string partOf(CURLU* url, CURLUPart part, unsigned flags = 0) {
+    char* text = nullptr;
+    if (curl_url_get(url, part, &text, flags) != CURLUE_OK) return {};
+    const std::unique_ptr<char, CurlFree> owner(text);
+    return text;
+}
+
+std::optional<std::uint8_t> hexDigit(char c) noexcept {
+    if (c >= '0' && c <= '9') return static_cast<std::uint8_t>(c - '0');
+    if (lowered(c) >= 'a' && lowered(c) <= 'f')
+        return static_cast<std::uint8_t>(lowered(c) - 'a' + 10);
+    return std::nullopt;
+}
+
+/// The byte that "%XX" at this place stands for.
+std::optional<char> encodedByte(std::string_view text, std::size_t at) noexcept {
+    if (text[at] != '%' || at + 2 >= text.size()) return std::nullopt;
+    const auto high = hexDigit(text[at + 1]);
+    const auto low = hexDigit(text[at + 2]);
+    if (!high || !low) return std::nullopt;
+    return static_cast<char>(static_cast<unsigned char>(*high << 4U | *low));
+}
+
+std::string percentDecoded(std::string_view text) {
+    std::string decoded;
+    decoded.reserve(text.size());
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const auto byte = encodedByte(text, at);
+        decoded += byte.value_or(text[at]);
+        if (byte) at += 2;
+    }
+    return decoded;
+}
+
+/// Whether a segment is "." or ".." for a server that cuts parameters, a query, or at a NUL.
+bool isDotSegment(std::string_view segment) noexcept {
+    using namespace std::string_view_literals;
+    segment = segment.substr(0, segment.find_first_of(";?#\0"sv));
+    return segment == "." || segment == "..";
+}
+
+bool hasDotSegment(std::string_view path) noexcept {
+    while (true) {
+        const std::size_t end = path.find_first_of("/\\");
+        if (isDotSegment(path.substr(0, end))) return true;
+        if (end == std::string_view::npos) return false;
+        path.remove_prefix(end + 1);
+    }
+}
+
+/// Whether a path has a dot segment, or would have one for somebody who decodes it, once or several
+/// times. A path that is encoded more often than any honest one counts as hiding something.
+bool mayHideDotSegment(std::string_view path) {
+    constexpr int maxLevels = 16;
+    std::string decoded(path);
+    for (int level = 0; level < maxLevels; ++level) {
+        if (hasDotSegment(decoded)) return true;
+        std::string next = percentDecoded(decoded);
+        if (next.size() == decoded.size()) return false;
+        decoded = std::move(next);
+    }
+    return true;
+}
+
+SlingError malformed(std::string_view url, std::string_view reason) {
+    const auto origin = originOf(url);
+    return {SlingErrorKind::malformedURL, (origin ? "the URL of a request to " + origin->text()
+                                                  : std::string("a request's URL")) +
+                                              ' ' + std::string(reason)};
+}
+
+constexpr bool isTokenCharacter(char c) noexcept {
+    return (c >= '0' && c <= '9') || (lowered(c) >= 'a' && lowered(c) <= 'z') ||
+           std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+}
+
+bool isToken(std::string_view text) noexcept {
+    return !text.empty() && std::ranges::all_of(text, isTokenCharacter);
+}
+
+bool isHeaderValue(std::string_view text) noexcept {
+    return std::ranges::all_of(text, [](char c) { return (c >= 0x20 && c < 0x7F) || c == '\t'; });
+}
+
+/// The four numbers of "127.0.0.1"; absent for anything else.
+std::optional<std::array<int, 4>> dottedNumbers(std::string_view text) noexcept {
+    std::array<int, 4> numbers{};
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (i > 0 && (at == end || *at++ != '.')) return std::nullopt;
+        const auto read = std::from_chars(at, end, numbers[i]);
+        if (read.ec != std::errc{} || numbers[i] < 0 || numbers[i] > 255) return std::nullopt;
+        at = read.ptr;
+    }
+    return at == end ? std::optional(numbers) : std::nullopt;
+}
+
+}  // namespace
+
+std::string Origin::text() const {
+    return scheme + "://" + host + ':' + port;
+}
+
+std::optional<Origin> originOf(std::string_view url) {
+    if (authorityStart(url) == std::string_view::npos) return std::nullopt;
+    if (std::ranges::any_of(url, isControlOrBlank)) return std::nullopt;
+    const CurlURL parsed(curl_url());
+    if (curl_url_set(parsed.get(), CURLUPART_URL, escapedForRequestLine(url).c_str(),
+                     CURLU_PATH_AS_IS) != CURLUE_OK)
+        return std::nullopt;
+    Origin origin{.scheme = loweredText(partOf(parsed.get(), CURLUPART_SCHEME)),
+                  .host = loweredText(partOf(parsed.get(), CURLUPART_HOST)),
+                  .port = partOf(parsed.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT)};
+    if (origin.host.empty() || origin.port.empty()) return std::nullopt;
+    return origin;
+}
+
+bool isLoopback(std::string_view host) noexcept {
+    if (Headers::sameName(host, "localhost") || host == "[::1]") return true;
+    const auto numbers = dottedNumbers(host);
+    return numbers && numbers->front() == 127;
+}
+
+std::string escapedForRequestLine(std::string_view url) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string escaped;
+    escaped.reserve(url.size());
+    for (const char c : url) {
+        if (!isEscaped(c)) {
+            escaped += c;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        escaped += '%';
+        escaped += digits[byte >> 4U];
+        escaped += digits[byte & 0xFU];
+    }
+    return escaped;
+}
+
+std::optional<SlingError> problemOfURL(std::string_view url) {
+    if (std::ranges::any_of(url, isControlOrBlank))
+        return malformed(url, "holds a control character or a blank");
+    if (authorityStart(url) == std::string_view::npos)
+        return malformed(url, "does not begin with https:// or http://");
+    if (authorityOf(url).find('@') != std::string_view::npos)
+        return malformed(url, "holds user information");
+    if (!originOf(url)) return malformed(url, "cannot be parsed");
+    if (mayHideDotSegment(pathOf(url))) return malformed(url, "has a \".\" or \"..\" path segment");
+    return std::nullopt;
+}
+
+std::optional<SlingError> problemOfExpandedURL(std::string_view templateURL, std::string_view url) {
+    if (auto problem = problemOfURL(url)) return problem;
+    // A placeholder cannot be part of the origin, so what stands before the first one must name it.
+    const auto expected = originOf(templateURL.substr(0, templateURL.find('{')));
+    if (!expected) return malformed({}, "template does not name a fixed scheme, host and port");
+    if (originOf(url) != expected)
+        return malformed(templateURL.substr(0, templateURL.find('{')),
+                         "leads to another scheme, host or port once its placeholders are filled");
+    return std::nullopt;
+}
+
+std::optional<SlingError> problemOfHeaders(const Headers& headers) {
+    for (const auto& [name, value] : headers) {
+        if (!isToken(name))
+            return SlingError(SlingErrorKind::forbiddenHeader,
+                              "a header's name holds a character that no name may hold");
+        if (!isHeaderValue(value))
+            return SlingError(
+                SlingErrorKind::forbiddenHeader,
+                "the value of the header " + name + " holds a character that no value may hold");
+    }
+    return std::nullopt;
+}
+
+std::optional<SlingError> problemOfRequest(const TransportRequest& request) {
+    if (auto problem = problemOfURL(request.url)) return problem;
+    if (!request.allowsCleartext && startsWithIgnoringCase(request.url, "http:"))
+        return malformed(request.url, "is not https, and cleartext is not allowed for it");
+    if (!isToken(request.method))
+        return SlingError(SlingErrorKind::forbiddenHeader,
+                          "a request's method holds a character that no method may hold");
+    return problemOfHeaders(request.headers);
+}
+
+}  // namespace HalvardSling

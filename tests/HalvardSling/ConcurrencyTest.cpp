@@ -1,0 +1,251 @@
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "Transfers.hpp"
+
+using namespace HalvardSling;
+using namespace TestSupport;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// Counts how many requests are being answered at a time.
+class Gauge {
+  public:
+    RawServer::Script script(std::chrono::milliseconds time) {
+        return [this, time](RawConnection& connection) {
+            while (connection.readRequest()) {
+                const int now = ++current_;
+                int seen = most_;
+                while (seen < now && !most_.compare_exchange_weak(seen, now)) {
+                }
+                connection.pause(time);
+                --current_;
+                if (!connection.send(httpReply(200, "x"))) return;
+            }
+        };
+    }
+    [[nodiscard]] int most() const { return most_; }
+
+  private:
+    std::atomic<int> current_{0};
+    std::atomic<int> most_{0};
+};
+
+std::vector<Responses> sentTimes(std::size_t count, const TransportRequest& request,
+                                 const std::shared_ptr<Transport>& transport) {
+    std::vector<Responses> all;
+    all.reserve(count);
+    while (all.size() < count)
+        all.push_back(sent(request, transport));
+    return all;
+}
+
+std::size_t completed(const std::vector<Responses>& all) {
+    return static_cast<std::size_t>(std::ranges::count_if(all, &Responses::completed));
+}
+
+/// Reads a request and leaves it without an answer.
+void neverAnswer(RawConnection& connection) {
+    if (connection.readRequest()) connection.awaitClose();
+}
+
+TEST(Concurrency, AThousandRequestsUse64ConnectionsAtMost) {
+    Gauge gauge;
+    const RawServer server(gauge.script(1ms));
+    const auto all = sentTimes(1000, requestTo(server.url()), curlTransport());
+    EXPECT_EQ(completed(all), 1000U);
+    EXPECT_EQ(server.requests().size(), 1000U);
+    EXPECT_LE(server.connections(), 64U);
+    EXPECT_GT(gauge.most(), 16);
+}
+
+TEST(Concurrency, SixtyFourRequestsGoSideBySideFromTheStart) {
+    Gauge gauge;
+    const RawServer server(gauge.script(300ms));
+    const auto start = std::chrono::steady_clock::now();
+    const auto all = sentTimes(64, requestTo(server.url()), curlTransport());
+    EXPECT_EQ(completed(all), 64U);
+    EXPECT_EQ(gauge.most(), 64);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+}
+
+TEST(Concurrency, NoMoreThanAllowedAreInFlight) {
+    for (const std::size_t allowed : {std::size_t{1}, std::size_t{3}, std::size_t{0}}) {
+        Gauge gauge;
+        const RawServer server(gauge.script(5ms));
+        const auto all =
+            sentTimes(20, requestTo(server.url()), curlTransport({.maxInFlight = allowed}));
+        EXPECT_EQ(completed(all), 20U);
+        EXPECT_EQ(gauge.most(), std::max(static_cast<int>(allowed), 1));
+        EXPECT_EQ(server.connections(), std::max<std::size_t>(allowed, 1));
+    }
+}
+
+TEST(Concurrency, WhatWaitsIsSentInTheOrderItCame) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport({.maxInFlight = 1});
+    std::vector<Responses> all;
+    for (int i = 0; i < 50; ++i)
+        all.push_back(sent(requestTo(server.url("/" + std::to_string(i))), transport));
+    EXPECT_EQ(completed(all), 50U);
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 50U);
+    for (std::size_t i = 0; i < requests.size(); ++i)
+        EXPECT_TRUE(requests[i].starts_with("GET /" + std::to_string(i) + " "));
+}
+
+TEST(Concurrency, TimeSpentWaitingCounts) {
+    const RawServer server(&neverAnswer);
+    const auto transport = curlTransport({.maxInFlight = 1});
+    const Responses blocking = sent(requestTo(server.url()), transport);
+    ASSERT_TRUE(server.awaitRequests(1));
+    auto request = requestTo(server.url("/waits"));
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto time : {300ms, 100ms, 200ms}) {
+        request.totalTimeout = time;
+        const Responses waiting = sent(request, transport);
+        if (time == 200ms) {
+            EXPECT_THAT(waiting, FailsWith(SlingErrorKind::totalTimeout));
+        }
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+    EXPECT_EQ(server.requests().size(), 1U);
+}
+
+TEST(Concurrency, WaitingRequestsTimeOutInTheOrderOfTheirDeadlines) {
+    const RawServer server(&neverAnswer);
+    const auto transport = curlTransport({.maxInFlight = 1});
+    const Responses blocking = sent(requestTo(server.url()), transport);
+    std::mutex mutex;
+    std::vector<int> order;
+    std::condition_variable changed;
+    for (const int time : {150, 50, 100}) {
+        auto request = std::make_shared<TransportRequest>(requestTo(server.url()));
+        request->totalTimeout = std::chrono::milliseconds(time);
+        transport->send(request, [&, time](const TransportResult&) {
+            const std::scoped_lock lock(mutex);
+            order.push_back(time);
+            changed.notify_all();
+        });
+    }
+    std::unique_lock lock(mutex);
+    ASSERT_TRUE(changed.wait_for(lock, 5s, [&] { return order.size() == 3; }));
+    EXPECT_THAT(order, testing::ElementsAre(50, 100, 150));
+}
+
+constexpr bool underSanitizer = UNDER_SANITIZER != 0;
+
+long residentKiB() {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;)
+        if (word == "VmRSS:") {
+            long value = 0;
+            status >> value;
+            return value;
+        }
+    return 0;
+}
+
+TEST(Concurrency, AHundredThousandWaitingRequestsAreCheap) {
+    constexpr std::size_t count = 100'000;
+    const RawServer server(&neverAnswer);
+    std::atomic<std::size_t> cancelled{0};
+    const auto request = std::make_shared<const TransportRequest>(requestTo(server.url()));
+    const auto start = std::chrono::steady_clock::now();
+    const long before = residentKiB();
+    {
+        const auto transport = curlTransport();
+        std::vector<TransferID> transfers;
+        for (std::size_t i = 0; i < count; ++i)
+            transfers.push_back(transport->send(request, [&](const TransportResult& result) {
+                const auto* const error = std::get_if<SlingError>(&result);
+                if (error != nullptr && error->kind() == SlingErrorKind::cancelled) ++cancelled;
+            }));
+        ASSERT_TRUE(server.awaitRequests(64));
+        RecordProperty("KiBPerWaitingRequest",
+                       std::to_string(static_cast<double>(residentKiB() - before) / count));
+        // A sanitizer's bookkeeping is not ours.
+        if (!underSanitizer) {
+            EXPECT_LT(residentKiB() - before, static_cast<long>(count));  // 1 KiB each
+        }
+        for (std::size_t i = 0; i < count / 2; ++i)
+            transport->cancel(transfers[2 * i]);
+    }
+    EXPECT_EQ(cancelled, count / 2);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+}
+
+TEST(Concurrency, RequestsFromManyThreadsAreAllAnswered) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport();
+    std::atomic<std::size_t> answered{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back(
+            [&] { answered += completed(sentTimes(100, requestTo(server.url()), transport)); });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(answered, 400U);
+}
+
+TEST(Concurrency, EventsComeOneAfterTheOtherOnOneThread) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport();
+    std::atomic<int> inside{0};
+    std::atomic<int> ended{0};
+    std::atomic<bool> overlapped{false};
+    std::mutex mutex;
+    std::vector<std::thread::id> threads;
+    for (int i = 0; i < 100; ++i)
+        Sling(requestTo(server.url()))
+            .responses(transport)
+            .subscribe(
+                [&](const Response&) {
+                    if (++inside > 1) overlapped = true;
+                    std::this_thread::yield();
+                    --inside;
+                    const std::scoped_lock lock(mutex);
+                    threads.push_back(std::this_thread::get_id());
+                },
+                [&](const std::exception_ptr&) { ++ended; }, [&] { ++ended; });
+    while (ended < 100)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_FALSE(overlapped);
+    ASSERT_EQ(threads.size(), 100U);
+    EXPECT_THAT(threads, testing::Each(threads.front()));
+    EXPECT_NE(threads.front(), std::this_thread::get_id());
+}
+
+TEST(Concurrency, ACompletionMaySendAndCancel) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport({.maxInFlight = 2});
+    const auto request = std::make_shared<const TransportRequest>(requestTo(server.url()));
+    std::promise<int> done;
+    int answered = 0;
+    std::function<void(TransportResult)> again = [&](const TransportResult&) {
+        if (++answered == 20) return done.set_value(answered);
+        const TransferID extra =
+            transport->send(request, [](const TransportResult&) { ADD_FAILURE(); });
+        transport->send(request, again);
+        transport->cancel(extra);
+    };
+    transport->send(request, again);
+    auto result = done.get_future();
+    ASSERT_EQ(result.wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(result.get(), 20);
+}
+
+}  // namespace

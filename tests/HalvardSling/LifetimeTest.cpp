@@ -1,0 +1,155 @@
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <mutex>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "Transfers.hpp"
+
+using namespace HalvardSling;
+using namespace TestSupport;
+using namespace std::chrono_literals;
+
+namespace {
+
+void neverAnswer(RawConnection& connection) {
+    if (connection.readRequest()) connection.awaitClose();
+}
+
+std::shared_ptr<const TransportRequest> shared(const TransportRequest& request) {
+    return std::make_shared<const TransportRequest>(request);
+}
+
+bool isCancelled(const TransportResult& result) {
+    const auto* const error = std::get_if<SlingError>(&result);
+    return error != nullptr && error->kind() == SlingErrorKind::cancelled;
+}
+
+TEST(Lifetime, AnUnusedTransportEnds) {
+    const CurlTransport unused;
+}
+
+TEST(Lifetime, OpenTransfersEndAsCancelledInTheirOrder) {
+    const RawServer server(&neverAnswer);
+    std::vector<int> ended;
+    {
+        CurlTransport transport({.maxInFlight = 4});
+        for (int i = 0; i < 10; ++i)
+            transport.send(shared(requestTo(server.url())), [&, i](const TransportResult& result) {
+                EXPECT_TRUE(isCancelled(result));
+                ended.push_back(i);
+            });
+        ASSERT_TRUE(server.awaitRequests(4));
+    }
+    EXPECT_THAT(ended, testing::ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
+    EXPECT_TRUE(server.awaitClosed(4));
+}
+
+TEST(Lifetime, ATransferSentDuringTheEndIsCancelledToo) {
+    const RawServer server(&neverAnswer);
+    std::atomic<int> cancelled{0};
+    {
+        CurlTransport transport;
+        transport.send(shared(requestTo(server.url())), [&](const TransportResult& first) {
+            cancelled += isCancelled(first) ? 1 : 0;
+            transport.send(shared(requestTo(server.url())), [&](const TransportResult& second) {
+                cancelled += isCancelled(second) ? 1 : 0;
+            });
+        });
+        ASSERT_TRUE(server.awaitRequests(1));
+    }
+    EXPECT_EQ(cancelled, 2);
+    EXPECT_EQ(server.requests().size(), 1U);
+}
+
+TEST(Lifetime, MayEndInsideACompletion) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const RawServer silent(&neverAnswer);
+    auto transport = curlTransport();
+    std::promise<void> open;
+    std::promise<bool> waiting;
+    transport->send(shared(requestTo(silent.url())),
+                    [&](const TransportResult& result) { waiting.set_value(isCancelled(result)); });
+    ASSERT_TRUE(silent.awaitRequests(1));
+    transport->send(shared(requestTo(server.url())), [&](const TransportResult&) {
+        transport.reset();
+        open.set_value();
+    });
+    open.get_future().wait();
+    EXPECT_TRUE(waiting.get_future().get());
+    EXPECT_TRUE(silent.awaitClosed(1));
+}
+
+TEST(Lifetime, MayEndInsideTheLastEventOfASubscription) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    for (int i = 0; i < 50; ++i) {
+        auto transport = curlTransport();
+        std::promise<void> ended;
+        Sling(requestTo(server.url()))
+            .responses(transport)
+            .subscribe([](const Response&) {}, [](const std::exception_ptr&) {},
+                       [&] {
+                           transport.reset();
+                           ended.set_value();
+                       });
+        ended.get_future().wait();
+    }
+}
+
+TEST(Lifetime, AbandonedTransfersEndWithoutAWord) {
+    const RawServer server(&neverAnswer);
+    auto held = std::make_shared<int>(1);
+    const std::weak_ptr<int> watched = held;
+    CurlTransport transport({.log = [](const TransferLog&) { ADD_FAILURE(); }});
+    const auto complain = [held](const TransportResult&) { ADD_FAILURE(); };
+    held.reset();
+    transport.send(shared(requestTo(server.url())), complain);
+    ASSERT_TRUE(server.awaitRequests(1));
+    transport.abandon();
+    EXPECT_TRUE(server.awaitClosed(1));
+    transport.send(shared(requestTo(server.url())), complain);
+    transport.cancel(1);
+    transport.abandon();
+    EXPECT_EQ(server.requests().size(), 1U);
+    EXPECT_EQ(watched.use_count(), 1);  // ours alone
+}
+
+TEST(Lifetime, AbandoningWaitsForTheCompletionThatRuns) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    CurlTransport transport;
+    std::promise<void> running;
+    std::atomic<bool> ended{false};
+    transport.send(shared(requestTo(server.url())), [&](const TransportResult&) {
+        running.set_value();
+        std::this_thread::sleep_for(50ms);
+        ended = true;
+    });
+    running.get_future().wait();
+    transport.abandon();
+    EXPECT_TRUE(ended);
+}
+
+/// Runs the program that ends in a certain way; returns how it ended, 0 for a clean exit.
+int exitOf(const std::string& way, const std::string& url) {
+    const int status = std::system((EXIT_PROGRAM " " + way + " " + url).c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Exit, IsCleanInEveryStateOfTheDefaultTransport) {
+    const RawServer silent(&neverAnswer);
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    for (const char* const way : {"unused", "made", "idle", "replaced"})
+        EXPECT_EQ(exitOf(way, server.url()), 0) << way;
+    for (const char* const way : {"open", "many-open", "replaced-open", "kept-open"})
+        EXPECT_EQ(exitOf(way, silent.url()), 0) << way;
+    for (const char* const way : {"in-completion", "during-completion", "busy", "late-use"})
+        EXPECT_EQ(exitOf(way, server.url()), 0) << way;
+}
+
+}  // namespace

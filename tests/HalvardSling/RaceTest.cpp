@@ -1,0 +1,135 @@
+// Threads that meet at bad moments. Each test ends by itself; what goes wrong shows under
+// ThreadSanitizer or AddressSanitizer, or as a completion that comes twice or too late.
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "Transfers.hpp"
+
+using namespace HalvardSling;
+using namespace TestSupport;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// Runs a function on several threads at a time, each with its own random numbers.
+template <class Work>
+void onThreads(unsigned count, Work work) {
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < count; ++i)
+        threads.emplace_back([&work, i] {
+            std::minstd_rand random(i + 1);
+            work(random);
+        });
+    for (auto& thread : threads)
+        thread.join();
+}
+
+void waitSome(std::minstd_rand& random) {
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 400));
+}
+
+TEST(Race, CancellingMeetsCompletion) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport({.maxInFlight = 8});
+    const auto request = std::make_shared<const TransportRequest>(requestTo(server.url()));
+    std::atomic<int> twice{0};
+    onThreads(4, [&](std::minstd_rand& random) {
+        for (int i = 0; i < 100; ++i) {
+            const auto begun = std::make_shared<std::atomic<int>>(0);
+            const TransferID transfer =
+                transport->send(request, [begun, &twice](const TransportResult&) {
+                    if (++*begun > 1) ++twice;
+                });
+            waitSome(random);
+            transport->cancel(transfer);
+            transport->cancel(transfer);
+        }
+    });
+    EXPECT_THAT(sent(requestTo(server.url()), transport), Answers(200, "x"));
+    EXPECT_EQ(twice, 0);
+}
+
+TEST(Race, UnsubscribingMeetsEveryEvent) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport({.maxInFlight = 8});
+    std::atomic<int> wrong{0};
+    onThreads(4, [&](std::minstd_rand& random) {
+        for (int i = 0; i < 100; ++i) {
+            const auto events = std::make_shared<std::atomic<int>>(0);
+            const rxcpp::composite_subscription subscription;
+            Sling(requestTo(server.url()))
+                .responses(transport)
+                .subscribe(
+                    subscription, [events](const Response&) { ++*events; },
+                    [&](const std::exception_ptr&) { ++wrong; },
+                    [events, &wrong] {
+                        if (*events != 1) ++wrong;
+                    });
+            waitSome(random);
+            subscription.unsubscribe();
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_THAT(sent(requestTo(server.url()), transport), Answers(200, "x"));
+}
+
+TEST(Race, TwoThreadsUnsubscribeTheSame) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport();
+    for (int i = 0; i < 100; ++i) {
+        Responses open = sent(requestTo(server.url()), transport);
+        onThreads(2, [&](std::minstd_rand& random) {
+            waitSome(random);
+            open.unsubscribe();
+        });
+    }
+    EXPECT_THAT(sent(requestTo(server.url()), transport), Answers(200, "x"));
+}
+
+TEST(Race, TheEndOfTheTransportMeetsUnsubscribing) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    std::minstd_rand random(1);
+    for (int i = 0; i < 50; ++i) {
+        auto transport = curlTransport();
+        std::vector<Observed<Response>> open;
+        for (int each = 0; each < 10; ++each)
+            open.emplace_back(Sling(requestTo(server.url())).responses(transport));
+        std::thread unsubscribing([&] {
+            for (auto& each : open)
+                each.unsubscribe();
+        });
+        waitSome(random);
+        transport.reset();
+        unsubscribing.join();
+    }
+}
+
+TEST(Race, ReplacingTheDefaultMeetsSubscribing) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    std::atomic<int> ended{0};
+    std::atomic<bool> stop{false};
+    std::thread replacing([&] {
+        while (!stop) {
+            setDefaultTransport(nullptr);
+            std::this_thread::sleep_for(2ms);
+        }
+    });
+    onThreads(2, [&](std::minstd_rand&) {
+        for (int i = 0; i < 100; ++i)
+            if (Observed<Response>(Sling(requestTo(server.url())).responses()).ended()) ++ended;
+    });
+    stop = true;
+    replacing.join();
+    setDefaultTransport(nullptr);
+    EXPECT_EQ(ended, 200);
+}
+
+}  // namespace

@@ -1,0 +1,233 @@
+#include <gmock/gmock.h>
+
+#include <HalvardSling/Redirect.hpp>
+
+#include "Transfers.hpp"
+
+using namespace HalvardSling;
+using namespace TestSupport;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::Pair;
+using testing::StartsWith;
+
+namespace {
+
+TransportRequest secretRequest(std::string method = "GET") {
+    TransportRequest request;
+    request.method = std::move(method);
+    request.url = "https://a.example/one/two?q";
+    request.headers = {{"Authorization", "secret"},
+                       {"pxro-profile-id", "secret"},
+                       {"X-Other", "x"},
+                       {"accept", "a"},
+                       {"Accept-Language", "l"},
+                       {"Content-Type", "c"},
+                       {"User-Agent", "u"}};
+    request.maxRedirects = 3;
+    return request;
+}
+
+/// Where a redirect leads, or "refused".
+std::string target(std::string_view location, const TransportRequest& request = secretRequest()) {
+    const auto next = redirected(request, 302, location);
+    const auto* const found = std::get_if<TransportRequest>(&next);
+    if (found != nullptr) return found->url;
+    EXPECT_EQ(std::get<SlingError>(next).kind(), SlingErrorKind::redirect);
+    EXPECT_THAT(std::get<SlingError>(next).what(), Not(HasSubstr("one/two")));
+    return "refused";
+}
+
+TEST(Redirect, ResolvesItsLocation) {
+    EXPECT_EQ(target("/x"), "https://a.example/x");
+    EXPECT_EQ(target("x?y"), "https://a.example/one/x?y");
+    EXPECT_EQ(target("../x"), "https://a.example/x");
+    EXPECT_EQ(target("?y"), "https://a.example/one/two?y");
+    EXPECT_EQ(target("//b.example/x"), "https://b.example/x");
+    EXPECT_EQ(target("https://b.example:444/x"), "https://b.example:444/x");
+    EXPECT_EQ(target("/\xC3\xA4"), "https://a.example/%C3%A4");
+    EXPECT_EQ(target("/x y"), "https://a.example/x%20y");
+}
+
+TEST(Redirect, RefusesWhatMayNotBeSent) {
+    for (const std::string_view location :
+         {"http://a.example/", "ftp://a.example/", "file:///etc/passwd", "https://user@a.example/",
+          "/%2e%2e/x", "/a/%252e%252e/x", "javascript:alert(1)", "https://", "/a\x01",
+          "https://a.example:99999/"})
+        EXPECT_EQ(target(location), "refused") << location;
+}
+
+TEST(Redirect, CleartextStaysWhereItIs) {
+    auto request = secretRequest();
+    request.allowsCleartext = true;
+    EXPECT_EQ(target("http://a.example/", request), "refused");
+    request.url = "http://a.example/";
+    EXPECT_EQ(target("http://a.example/x", request), "http://a.example/x");
+    EXPECT_EQ(target("https://a.example/x", request), "https://a.example/x");
+}
+
+TEST(Redirect, OneMoreThanAllowedIsRefused) {
+    auto request = secretRequest();
+    request.maxRedirects = 0;
+    EXPECT_EQ(target("/x", request), "refused");
+    request.maxRedirects = 1;
+    const auto next = redirected(request, 302, "/x");
+    EXPECT_EQ(std::get<TransportRequest>(next).maxRedirects, 0);
+}
+
+TEST(Redirect, TheMethodFollowsTheStatus) {
+    const auto methodAfter = [](int status, std::string method) {
+        auto request = secretRequest(std::move(method));
+        request.body = bodyOf("body");
+        const auto next = std::get<TransportRequest>(redirected(request, status, "/x"));
+        EXPECT_EQ(next.method == request.method, next.body != nullptr);
+        EXPECT_EQ(next.body != nullptr, next.headers.value("Content-Type").has_value());
+        return next.method;
+    };
+    for (const int status : {301, 302}) {
+        EXPECT_EQ(methodAfter(status, "POST"), "GET");
+        EXPECT_EQ(methodAfter(status, "PUT"), "PUT");
+        EXPECT_EQ(methodAfter(status, "HEAD"), "HEAD");
+    }
+    EXPECT_EQ(methodAfter(303, "POST"), "GET");
+    EXPECT_EQ(methodAfter(303, "DELETE"), "GET");
+    EXPECT_EQ(methodAfter(303, "HEAD"), "HEAD");
+    for (const int status : {307, 308}) {
+        EXPECT_EQ(methodAfter(status, "POST"), "POST");
+        EXPECT_EQ(methodAfter(status, "DELETE"), "DELETE");
+    }
+}
+
+TEST(Redirect, TheSameOriginGetsEveryHeader) {
+    const auto next =
+        std::get<TransportRequest>(redirected(secretRequest(), 302, "https://A.example:443/x"));
+    EXPECT_EQ(next.headers.size(), secretRequest().headers.size());
+}
+
+TEST(Redirect, AnotherOriginGetsNoSecret) {
+    for (const std::string_view location :
+         {"https://b.example/x", "https://a.example:444/x", "//sub.a.example/x"}) {
+        const auto next = std::get<TransportRequest>(redirected(secretRequest(), 302, location));
+        EXPECT_THAT(std::vector(next.headers.begin(), next.headers.end()),
+                    ElementsAre(Pair("accept", "a"), Pair("Accept-Language", "l"),
+                                Pair("Content-Type", "c"), Pair("User-Agent", "u")));
+    }
+}
+
+TEST(Redirect, AnotherOriginGetsNoChangeAndNoBody) {
+    for (const char* const method : {"POST", "PUT", "DELETE", "PATCH"})
+        for (const int status : {307, 308})
+            EXPECT_TRUE(std::holds_alternative<SlingError>(
+                redirected(secretRequest(method), status, "https://b.example/")))
+                << method;
+    auto request = secretRequest();
+    request.body = bodyOf("secret");
+    const auto next = std::get<TransportRequest>(redirected(request, 307, "https://b.example/"));
+    EXPECT_EQ(next.body, nullptr);
+}
+
+// Over the wire.
+
+std::string redirectTo(std::string_view location, int status = 302) {
+    return httpReply(status, "moved", "Location: " + std::string(location) + "\r\n");
+}
+
+TEST(Redirect, IsTheAnswerWhereNoneIsAllowed) {
+    const RawServer server(RawServer::answering(redirectTo("/x")));
+    EXPECT_THAT(sent(requestTo(server.url()), curlTransport()), Answers(302, "moved"));
+    EXPECT_EQ(server.requests().size(), 1U);
+}
+
+TEST(Redirect, IsFollowedOnTheSameConnection) {
+    const RawServer server([](RawConnection& connection) {
+        while (const auto request = connection.readRequest())
+            connection.send(request->starts_with("GET /end ") ? httpReply(200, "end")
+                                                              : redirectTo("/end"));
+    });
+    auto request = requestTo(server.url("/start"));
+    request.maxRedirects = 1;
+    request.headers = {{"Authorization", "mine"}};
+    const auto reply = replyOf(sent(request, curlTransport()));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->body(), "end");
+    EXPECT_EQ(reply->effectiveURL(), server.url("/end"));
+    EXPECT_EQ(server.connections(), 1U);
+    EXPECT_THAT(server.requests().at(1), HasSubstr("Authorization: mine"));
+}
+
+TEST(Redirect, SendsABodyAgainAfter307) {
+    const RawServer server([](RawConnection& connection) {
+        while (const auto request = connection.readRequest())
+            connection.send(request->starts_with("POST /end ") ? httpReply(200, "end")
+                                                               : redirectTo("/end", 307));
+    });
+    auto request = requestTo(server.url("/start"), "POST");
+    request.maxRedirects = 1;
+    request.body = bodyOf("content");
+    EXPECT_THAT(sent(request, curlTransport()), Answers(200, "end"));
+    EXPECT_THAT(server.requests().at(1), EndsWith("\r\n\r\ncontent"));
+}
+
+TEST(Redirect, TakesNoSecretToAnotherOrigin) {
+    const RawServer other(RawServer::answering(httpReply(200, "other")));
+    const RawServer server(RawServer::answering(redirectTo(other.url("/there"), 303)));
+    auto request = requestTo(server.url(), "POST");
+    request.maxRedirects = 1;
+    request.body = bodyOf("secret body");
+    request.headers = {
+        {"Authorization", "secret"}, {"PXRO-PROFILE-ID", "secret"}, {"Accept", "a/b"}};
+    EXPECT_THAT(sent(request, curlTransport()), Answers(200, "other"));
+    ASSERT_EQ(other.requests().size(), 1U);
+    EXPECT_THAT(other.requests().front(), StartsWith("GET /there "));
+    EXPECT_THAT(other.requests().front(), HasSubstr("Accept: a/b"));
+    EXPECT_THAT(other.requests().front(), Not(HasSubstr("secret")));
+}
+
+TEST(Redirect, KeepsSecretsFromAnOriginThatSendsBack) {
+    std::string back;
+    const RawServer other([&](RawConnection& connection) {
+        while (connection.readRequest())
+            connection.send(redirectTo(back));
+    });
+    const RawServer server([&](RawConnection& connection) {
+        while (const auto request = connection.readRequest())
+            connection.send(request->starts_with("GET /back ") ? httpReply(200, "back")
+                                                               : redirectTo(other.url()));
+    });
+    back = server.url("/back");
+    auto request = requestTo(server.url());
+    request.maxRedirects = 2;
+    request.headers = {{"Authorization", "secret"}};
+    EXPECT_THAT(sent(request, curlTransport()), Answers(200, "back"));
+    EXPECT_THAT(server.requests().at(1), Not(HasSubstr("secret")));
+}
+
+TEST(Redirect, TooManyAreAnError) {
+    const RawServer server(RawServer::answering(redirectTo("/again")));
+    auto request = requestTo(server.url());
+    request.maxRedirects = 3;
+    EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::redirect));
+    EXPECT_EQ(server.requests().size(), 4U);
+}
+
+TEST(Redirect, WithoutALocationIsTheAnswer) {
+    const RawServer server(RawServer::answering(httpReply(302, "where?")));
+    auto request = requestTo(server.url());
+    request.maxRedirects = 3;
+    EXPECT_THAT(sent(request, curlTransport()), Answers(302, "where?"));
+}
+
+TEST(Redirect, TheTimeForAllOfThemIsLimited) {
+    const RawServer server([](RawConnection& connection) {
+        while (connection.readRequest() && connection.pause(std::chrono::milliseconds(40)))
+            connection.send(redirectTo("/again"));
+    });
+    auto request = requestTo(server.url());
+    request.maxRedirects = 1000;
+    request.totalTimeout = std::chrono::milliseconds(200);
+    EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::totalTimeout));
+}
+
+}  // namespace

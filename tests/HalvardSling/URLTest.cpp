@@ -1,0 +1,206 @@
+#include <string>
+#include <string_view>
+
+#include <gmock/gmock.h>
+
+#include <HalvardSling/URL.hpp>
+
+using namespace HalvardSling;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+std::string originText(std::string_view url) {
+    const auto origin = originOf(url);
+    return origin ? origin->text() : "(none)";
+}
+
+TEST(URL, OriginIsSchemeHostAndPortInLowerCase) {
+    EXPECT_EQ(originText("https://api.example.com"), "https://api.example.com:443");
+    EXPECT_EQ(originText("HTTP://API.Example.COM/Path?q#f"), "http://api.example.com:80");
+    EXPECT_EQ(originText("https://api.example.com:8443/x"), "https://api.example.com:8443");
+    EXPECT_EQ(originText("http://[::1]:80/"), "http://[::1]:80");
+    EXPECT_EQ(originText("https://a?@evil.example/"), "https://a:443");
+    EXPECT_EQ(originText("https://a#@evil.example/"), "https://a:443");
+}
+
+TEST(URL, OriginIsAbsentWhereThereIsNone) {
+    for (const std::string_view url :
+         {"", "api.example.com", "/path", "ftp://a/", "file:///etc/passwd", "https:", "https:/a",
+          "https:///a", "https://", "https://:443/", "https://a:port/", "https://a:99999/",
+          "https://a b/", "https://[::1/", "javascript:alert(1)"})
+        EXPECT_EQ(originText(url), "(none)") << url;
+}
+
+TEST(URL, TheMachineItselfIsLoopback) {
+    for (const std::string_view host :
+         {"localhost", "LocalHost", "127.0.0.1", "127.255.255.255", "[::1]"})
+        EXPECT_TRUE(isLoopback(host)) << host;
+    for (const std::string_view host :
+         {"", "localhost.example.com", "127.0.0.1.example.com", "127.example.com", "128.0.0.1",
+          "127.0.0", "127.0.0.256", "127.0.0.1.", "1127.0.0.1", "[::2]", "127.0.0.-1", "10.0.0.1"})
+        EXPECT_FALSE(isLoopback(host)) << host;
+}
+
+TEST(URL, EscapesOnlyWhatARequestLineCannotCarry) {
+    EXPECT_EQ(escapedForRequestLine("https://a/%41%zz?q=/?#&=+;:@!$'()*,[]~"),
+              "https://a/%41%zz?q=/?#&=+;:@!$'()*,[]~");
+    EXPECT_EQ(escapedForRequestLine("\"<>{}|\\^`\x80\xFF"), "%22%3C%3E%7B%7D%7C%5C%5E%60%80%FF");
+    const std::string once = escapedForRequestLine("\xC3\xA4{");
+    EXPECT_EQ(escapedForRequestLine(once), once);
+}
+
+TEST(URL, MayBeSentWhenOrdinary) {
+    for (const std::string_view url :
+         {"https://api.example.com", "http://localhost:8080/", "https://a/v1/x.y/..z/...",
+          "https://a/x?dots=/../.", "https://a/x#/../", "https://a/%41%2Fb", "https://a/;p=1",
+          "https://a/\xC3\xA4", "https://a/{b}", "https://a/@b", "https://a/x%20y", "https://a//b",
+          "https://a/100%", "https://a/%", "https://a/%2", "https://a/%252541", "https://a/.hidden",
+          "https://a/b?url=https://user@c/"})
+        EXPECT_EQ(problemOfURL(url), std::nullopt) << url;
+}
+
+TEST(URL, MayNotBeSentWithDotSegmentsHoweverEncoded) {
+    for (const std::string_view path : {"/.",
+                                        "/..",
+                                        "/a/../b",
+                                        "/a/./b",
+                                        "/a/..",
+                                        "/%2e",
+                                        "/%2E%2e",
+                                        "/.%2e/",
+                                        "/%252e%252e/a",
+                                        "/%25252e./a",
+                                        "/a%2F..%2Fb",
+                                        "/a%2f%2e%2e",
+                                        "/a%252F..",
+                                        "/a\\..\\b",
+                                        "/a%5C..",
+                                        "/a%5c.",
+                                        "/..;x=1/a",
+                                        "/a/..%3Bx",
+                                        "/%2e%2e;/",
+                                        "/..%00",
+                                        "/a/..%2500b",
+                                        "/..%3F",
+                                        "/a/%2e%23",
+                                        "/a/%%32%65%%32%65/",
+                                        "/%25%32%65%25%32%65",
+                                        "/a%25%35%43..",
+                                        "/..?q",
+                                        "/..#f"}) {
+        const auto problem = problemOfURL("https://a" + std::string(path));
+        ASSERT_TRUE(problem) << path;
+        EXPECT_EQ(problem->kind(), SlingErrorKind::malformedURL);
+        EXPECT_THAT(problem->what(), HasSubstr("path segment"));
+    }
+}
+
+TEST(URL, MayNotBeSentWhenEncodedWithoutEnd) {
+    std::string path = "/a";
+    for (int i = 0; i < 100'000; ++i)
+        path += "%25";
+    for (int i = 0; i < 100; ++i)
+        path.insert(path.size(), "25");
+    EXPECT_TRUE(problemOfURL("https://a" + path + "2e"));
+}
+
+TEST(URL, MayNotBeSentWithBytesThatBreakARequest) {
+    for (const char bad : {'\0', '\r', '\n', '\t', ' ', '\x1F', '\x7F'})
+        for (const std::string_view at :
+             {"https://a/x", "https://a/x?y", "https://a/x#y", "https://a"})
+            EXPECT_TRUE(problemOfURL(std::string(at) + bad + "z"))
+                << at << " and the byte " << static_cast<int>(bad);
+}
+
+TEST(URL, MayNotBeSentWithUserInformation) {
+    for (const std::string_view url :
+         {"https://user@a/", "https://user:password@a/", "https://@a/", "https://:@a/",
+          "https://a\\@evil.example/", "https://a%40b@c/"})
+        EXPECT_TRUE(problemOfURL(url)) << url;
+}
+
+TEST(URL, MayNotBeSentWithoutHTTPSchemeAndHost) {
+    for (const std::string_view url :
+         {"", "/x", "a/x", "ftp://a/", "file:///x", "https:/a", "https:///a", "https:a", "https://",
+          "https://?x", "https://:1/", "https://a:b/", " https://a/"})
+        EXPECT_TRUE(problemOfURL(url)) << url;
+}
+
+TEST(URL, ProblemsDoNotShowThePathOrTheQuery) {
+    const auto problem = problemOfURL("https://a/secret/../x?token=secret");
+    ASSERT_TRUE(problem);
+    EXPECT_THAT(problem->what(), HasSubstr("https://a:443"));
+    EXPECT_THAT(problem->what(), Not(HasSubstr("secret")));
+}
+
+TEST(URL, AFilledTemplateKeepsItsOrigin) {
+    const auto problem = [](std::string_view pattern, std::string_view url) {
+        return problemOfExpandedURL(pattern, url).has_value();
+    };
+    EXPECT_FALSE(problem("https://a.example/v1/{id}", "https://a.example/v1/b"));
+    EXPECT_FALSE(problem("https://a.example/v1/{id}", "https://A.example:443/v1/b?c#d"));
+    EXPECT_FALSE(problem("https://a.example{path}", "https://a.example/x"));
+    EXPECT_TRUE(problem("https://a.example{path}", "https://a.example.evil.example/x"));
+    EXPECT_TRUE(problem("https://a.example{path}", "https://a.example:8443/x"));
+    EXPECT_TRUE(problem("https://a.example{path}", "https://a.example@evil.example/x"));
+    EXPECT_TRUE(problem("https://a.example/{id}", "https://b.example/x"));
+    EXPECT_TRUE(problem("https://a.example/{id}", "http://a.example/x"));
+    EXPECT_TRUE(problem("https://a.example/{id}", "https://a.example/../x"));
+    EXPECT_TRUE(problem("https://{host}/x", "https://a.example/x"));
+    EXPECT_TRUE(problem("{url}", "https://a.example/x"));
+}
+
+TEST(Request, HeaderNamesAreTokensAndValuesAreVisible) {
+    EXPECT_EQ(problemOfHeaders({{"X-A_b.1!#$%&'*+^`|~", "all \t~ visible"}, {"x", ""}}),
+              std::nullopt);
+    for (const std::string name : {"", "a b", "a:", "a\r\nb", "\xC3\xA4", "a;", "(a)", "a\x7F"})
+        EXPECT_TRUE(problemOfHeaders({{name, "x"}})) << name;
+    for (const char bad : {'\0', '\r', '\n', '\x01', '\x1F', '\x7F', '\x80', '\xFF'})
+        EXPECT_TRUE(problemOfHeaders({{"x", std::string("a") + bad}})) << static_cast<int>(bad);
+}
+
+TEST(Request, AForbiddenHeaderIsReportedWithoutItsValue) {
+    const auto problem = problemOfHeaders({{"Authorization", "secret\n"}});
+    ASSERT_TRUE(problem);
+    EXPECT_EQ(problem->kind(), SlingErrorKind::forbiddenHeader);
+    EXPECT_THAT(problem->what(), HasSubstr("Authorization"));
+    EXPECT_THAT(problem->what(), Not(HasSubstr("secret")));
+}
+
+TEST(Request, CleartextMustBeAllowed) {
+    TransportRequest request;
+    request.url = "HTTP://localhost/";
+    ASSERT_TRUE(problemOfRequest(request));
+    EXPECT_EQ(problemOfRequest(request)->kind(), SlingErrorKind::malformedURL);
+    request.allowsCleartext = true;
+    EXPECT_EQ(problemOfRequest(request), std::nullopt);
+    request.allowsCleartext = false;
+    request.url = "https://localhost/";
+    EXPECT_EQ(problemOfRequest(request), std::nullopt);
+}
+
+TEST(Request, TheMethodIsAToken) {
+    TransportRequest request;
+    request.url = "https://a/";
+    for (const std::string method : {"", "GET /", "GET\r\nX: y", "G T"}) {
+        request.method = method;
+        ASSERT_TRUE(problemOfRequest(request)) << method;
+        EXPECT_EQ(problemOfRequest(request)->kind(), SlingErrorKind::forbiddenHeader);
+    }
+}
+
+TEST(Request, OnlySomeMethodsMayBeRepeated) {
+    TransportRequest request;
+    for (const char* const method : {"GET", "HEAD", "PUT", "DELETE", "OPTIONS", "TRACE"}) {
+        request.method = method;
+        EXPECT_TRUE(request.isIdempotent()) << method;
+    }
+    for (const char* const method : {"POST", "PATCH", "get", "CONNECT", "", "ANYTHING"}) {
+        request.method = method;
+        EXPECT_FALSE(request.isIdempotent()) << method;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,109 @@
+#include "support/Program.hpp"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace TestSupport {
+
+namespace fs = std::filesystem;
+
+TemporaryDirectory::TemporaryDirectory() {
+    std::string name = (fs::temp_directory_path() / "kestrin-test-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
+    path_ = name;
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+std::string contentOf(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write(const fs::path& file, const std::string& content) {
+    std::ofstream(file, std::ios::binary) << content;
+}
+
+namespace {
+
+std::vector<std::string> withVariables(const Environment& environment) {
+    std::vector<std::string> all;
+    for (char** each = environ; *each != nullptr; ++each) {
+        const std::string variable = *each;
+        if (!environment.contains(variable.substr(0, variable.find('='))))
+            all.push_back(variable);
+    }
+    for (const auto& [name, value] : environment) all.push_back(name + "=" + value);
+    return all;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> all;
+    for (auto& text : texts) all.push_back(text.data());
+    all.push_back(nullptr);
+    return all;
+}
+
+}  // namespace
+
+Program::Program(std::vector<std::string> words, const Environment& environment) {
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    const auto redirect = [&](int stream, const fs::path& file, int flags) {
+        posix_spawn_file_actions_addopen(&files, stream, file.c_str(), flags, 0600);
+    };
+    constexpr int written = O_WRONLY | O_CREAT | O_APPEND;
+    redirect(STDIN_FILENO, "/dev/null", O_RDONLY);
+    redirect(STDOUT_FILENO, directory_ / "output", written);
+    redirect(STDERR_FILENO, directory_ / "errors", written);
+
+    auto variables = withVariables(environment);
+    const int failed = posix_spawn(&process_, words.front().c_str(), &files, nullptr,
+                                   pointersTo(words).data(), pointersTo(variables).data());
+    posix_spawn_file_actions_destroy(&files);
+    if (failed != 0) throw std::runtime_error("cannot start " + words.front());
+}
+
+Program::~Program() {
+    if (result_) return;
+    signal(SIGKILL);
+    wait();
+}
+
+std::string Program::firstLine() const {
+    using namespace std::chrono_literals;
+    for (const auto end = std::chrono::steady_clock::now() + 20s;
+         std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(5ms)) {
+        const std::string all = output();
+        if (const auto length = all.find('\n'); length != std::string::npos)
+            return all.substr(0, length);
+    }
+    return {};
+}
+
+void Program::signal(int number) const { kill(process_, number); }
+
+int Program::wait() {
+    if (result_) return *result_;
+    int status = 0;
+    while (waitpid(process_, &status, 0) < 0 && errno == EINTR) {
+    }
+    result_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return *result_;
+}
+
+}  // namespace TestSupport
