@@ -1,0 +1,54 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include <HalvardSling/JSONDictionary.hpp>
+#include <KestrinConfigManager/Serializable.hpp>
+
+namespace KestrinConfigManager {
+
+/// The right to act for one profile without a person's account: the profile's identifier and the
+/// token that the service issued for it. The token is a secret: it belongs in no log and no text.
+struct AnonymousBind : Serializable {
+    using Clock = std::chrono::system_clock;
+
+    /// The keys of both the service's reply and the archive.
+    struct Keys {
+        static constexpr const char* profileID = "profileId";
+        static constexpr const char* token = "token";
+    };
+
+    /// How long after its expiry a token still counts as valid here, so that a device whose clock
+    /// is fast does not refuse every new bind. The service has the last word.
+    static constexpr std::chrono::seconds leeway = std::chrono::minutes(5);
+
+    AnonymousBind() = default;
+    AnonymousBind(std::string aProfileID, std::string aToken)
+        : profileID(std::move(aProfileID)), token(std::move(aToken)) {}
+
+    /// Reads a bind. Absent where one of the two texts is missing or is not a text.
+    [[nodiscard]] static std::optional<AnonymousBind> fromJSON(
+        const HalvardSling::JSONDictionary& dictionary);
+
+    /// Reads an archive; the same as `fromJSON`.
+    [[nodiscard]] static std::optional<AnonymousBind> fromEncoded(
+        const HalvardSling::JSONDictionary& dictionary);
+
+    /// The archive form: both texts.
+    [[nodiscard]] HalvardSling::JSONDictionary encode() const;
+
+    /// Whether the bind can be used: both texts are non-empty and, where the token is a JSON Web
+    /// Token with an "exp" claim (RFC 7519, section 4.1.4), it did not expire more than `leeway`
+    /// ago. A token of another form has no expiry that a client could know.
+    /// @param now  the time to judge by
+    [[nodiscard]] bool isValid(Clock::time_point now = Clock::now()) const;
+
+    friend bool operator==(const AnonymousBind&, const AnonymousBind&) = default;
+
+    std::string profileID;  ///< the profile that the bind belongs to
+    std::string token;      ///< goes into the "Authorization" header
+};
+
+}  // namespace KestrinConfigManager

@@ -1,0 +1,7 @@
+#include <KestrinConfigManager/BindStore.hpp>
+
+namespace KestrinConfigManager {
+
+BindStore::~BindStore() = default;
+
+}  // namespace KestrinConfigManager

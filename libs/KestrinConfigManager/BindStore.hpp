@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <KestrinConfigManager/AnonymousBind.hpp>
+
+namespace KestrinConfigManager {
+
+/// All that is held about binds at one moment.
+struct HeldBinds {
+    std::vector<AnonymousBind> binds;              ///< at most one for each profile
+    std::optional<std::string> selectedProfileID;  ///< the profile that acts; absent: none yet
+    /// Grows with every change. States may reach a store out of order; the highest one counts.
+    std::uint64_t revision = 0;
+};
+
+/// Keeps binds between runs of the application.
+///
+/// Contract: `load` is called once, by `ConfigurationManager::useBindStore`. `save` is called after
+/// every change, from any thread, also from the thread that delivers replies, with no lock held: it
+/// must not block, so a store that writes to a disk does that on a thread of its own. Neither
+/// throws.
+class BindStore {
+  public:
+    /// What a store gave back.
+    struct Loaded {
+        HeldBinds held;
+        std::optional<std::string> warning;  ///< why something was lost; for the application's log
+    };
+
+    BindStore() = default;
+    BindStore(const BindStore&) = delete;
+    BindStore(BindStore&&) = delete;
+    BindStore& operator=(const BindStore&) = delete;
+    BindStore& operator=(BindStore&&) = delete;
+    virtual ~BindStore();
+
+    [[nodiscard]] virtual Loaded load() = 0;
+    virtual void save(HeldBinds held) = 0;
+};
+
+}  // namespace KestrinConfigManager

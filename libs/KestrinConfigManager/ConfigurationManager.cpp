@@ -1,0 +1,182 @@
+#include <algorithm>
+#include <atomic>
+#include <utility>
+#include <variant>
+
+#include <KestrinConfigManager/ConfigurationManager.hpp>
+
+namespace KestrinConfigManager {
+
+namespace {
+
+/// A number of the calling thread that no other thread ever gets. A `std::thread::id` may come back
+/// once its thread has ended, and what that thread left behind would fall to another one.
+std::uint64_t threadNumber() noexcept {
+    static std::atomic<std::uint64_t> last{0};
+    thread_local const std::uint64_t number = ++last;
+    return number;
+}
+
+auto find(auto& binds, std::string_view profileID) {
+    return std::ranges::find(binds, profileID, &AnonymousBind::profileID);
+}
+
+std::optional<AnonymousBind> bindOf(const HeldBinds& held, std::string_view profileID) {
+    const auto found = find(held.binds, profileID);
+    return found == held.binds.end() ? std::nullopt : std::optional(*found);
+}
+
+void hold(HeldBinds& held, AnonymousBind bind) {
+    if (!held.selectedProfileID) held.selectedProfileID = bind.profileID;
+    const auto former = find(held.binds, bind.profileID);
+    if (former == held.binds.end())
+        held.binds.push_back(std::move(bind));
+    else
+        *former = std::move(bind);
+}
+
+}  // namespace
+
+// Everything that is taken out of use below, a handler or a store or a configuration, is destroyed
+// only after the lock is released: its destructor is the application's and may come back here.
+
+ConfigurationManager& ConfigurationManager::sharedInstance() {
+    // Never destroyed: a thread of the transport may still use it while the process ends.
+    static ConfigurationManager& instance = *new ConfigurationManager;
+    return instance;
+}
+
+std::optional<AnonymousBind> ConfigurationManager::profileBind(bool parent) {
+    return sharedInstance().bind(parent);
+}
+
+std::string ConfigurationManager::parentProfileID() {
+    const auto configuration = sharedInstance().currentConfiguration();
+    return configuration ? configuration->parentProfileID : std::string();
+}
+
+std::shared_ptr<const Configuration> ConfigurationManager::currentConfiguration() const {
+    const std::scoped_lock lock(mutex_);
+    return configuration_;
+}
+
+void ConfigurationManager::configure(Configuration configuration) {
+    auto snapshot = std::make_shared<const Configuration>(std::move(configuration));
+    const std::scoped_lock lock(mutex_);
+    configuration_.swap(snapshot);
+}
+
+void ConfigurationManager::removeConfiguration() {
+    std::shared_ptr<const Configuration> former;
+    const std::scoped_lock lock(mutex_);
+    configuration_.swap(former);
+}
+
+std::vector<ConfigurationProblem> ConfigurationManager::load(const std::filesystem::path& file) {
+    auto result = loadConfiguration(file);
+    if (auto* const problems = std::get_if<std::vector<ConfigurationProblem>>(&result))
+        return std::move(*problems);
+    configure(std::get<Configuration>(std::move(result)));
+    return {};
+}
+
+std::optional<AnonymousBind> ConfigurationManager::bind(bool parent) const {
+    const std::scoped_lock lock(mutex_);
+    if (parent)
+        return configuration_ ? bindOf(held_, configuration_->parentProfileID) : std::nullopt;
+    return held_.selectedProfileID ? bindOf(held_, *held_.selectedProfileID) : std::nullopt;
+}
+
+/// Applies an edit to what is held and tells the store. The edit says whether it changed anything.
+template <class Edit>
+void ConfigurationManager::change(Edit edit) {
+    HeldBinds changed;
+    std::shared_ptr<BindStore> store;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!edit(held_)) return;
+        ++held_.revision;
+        if (!store_) return;
+        store = store_;
+        changed = held_;
+    }
+    store->save(std::move(changed));
+}
+
+void ConfigurationManager::setBindProfileID(std::string profileID) {
+    const std::scoped_lock lock(mutex_);
+    noted_.insert_or_assign(threadNumber(), std::move(profileID));
+}
+
+void ConfigurationManager::setBindToken(std::optional<std::string> token) {
+    change([&](HeldBinds& held) {
+        auto noted = noted_.extract(threadNumber());
+        if (noted.empty()) return false;
+        AnonymousBind bind(std::move(noted.mapped()), {});
+        if (!token)
+            return std::erase_if(held.binds, [&](const AnonymousBind& each) {
+                       return each.profileID == bind.profileID;
+                   }) > 0;
+        bind.token = *std::move(token);
+        if (held.selectedProfileID && bindOf(held, bind.profileID) == bind) return false;
+        hold(held, std::move(bind));
+        return true;
+    });
+}
+
+void ConfigurationManager::selectProfile(std::string profileID) {
+    change([&](HeldBinds& held) {
+        if (held.selectedProfileID == profileID) return false;
+        held.selectedProfileID = std::move(profileID);
+        return true;
+    });
+}
+
+std::optional<std::string> ConfigurationManager::selectedProfileID() const {
+    const std::scoped_lock lock(mutex_);
+    return held_.selectedProfileID;
+}
+
+void ConfigurationManager::reactToForbiddenReply() {
+    std::function<void()> handler;
+    std::function<void()> reaction;
+    {
+        const std::scoped_lock lock(mutex_);
+        handler = handler_;
+        reaction = reaction_;
+    }
+    if (reaction) return reaction();
+    dropBinds();
+    if (handler) handler();
+}
+
+void ConfigurationManager::setForbiddenReplyHandler(std::function<void()> handler) {
+    const std::scoped_lock lock(mutex_);
+    handler_.swap(handler);
+}
+
+void ConfigurationManager::setForbiddenReplyReaction(std::function<void()> reaction) {
+    const std::scoped_lock lock(mutex_);
+    reaction_.swap(reaction);
+}
+
+void ConfigurationManager::dropBinds() {
+    change([](HeldBinds& held) {
+        if (held.binds.empty()) return false;
+        held.binds.clear();
+        return true;
+    });
+}
+
+std::optional<std::string> ConfigurationManager::useBindStore(std::shared_ptr<BindStore> store) {
+    auto loaded = store ? std::optional(store->load()) : std::nullopt;
+    const std::scoped_lock lock(mutex_);
+    store_.swap(store);
+    if (!loaded) return std::nullopt;
+    // States of both histories may still be on their way to a store; the next one must beat them.
+    loaded->held.revision = std::max(loaded->held.revision, held_.revision);
+    held_ = std::move(loaded->held);
+    return std::move(loaded->warning);
+}
+
+}  // namespace KestrinConfigManager

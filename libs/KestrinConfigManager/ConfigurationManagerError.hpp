@@ -1,0 +1,59 @@
+#pragma once
+
+#include <exception>
+#include <stdexcept>
+#include <string_view>
+
+namespace KestrinConfigManager {
+
+/// Why the configuration does not let a request go out. It arrives as an observable's error.
+class [[gnu::visibility("default")]] ConfigurationManagerError final : public std::exception {
+  public:
+    /// The reasons; the position is the error's code.
+    enum Case {
+        /// The record says that it is incomplete (`hasValidParams` is false). Fill in what the
+        /// operation needs; often the bind is missing: request one.
+        invalidParameters,
+        /// The configuration switches the service off. Do without the operation.
+        serviceDisabled,
+        /// The record has no value for a placeholder of the service's URL template.
+        placeholderUnfilled,
+        /// The application is not configured, or its configuration has no service for the
+        /// operation. Load a configuration that has it.
+        serviceNotConfigured,
+        /// The configuration's strict mode refuses an identifier that holds `?`, `#` or `/`.
+        identifierRefused,
+    };
+
+    /// @param value      the reason
+    /// @param operation  the name of the operation, for the text; may be empty
+    /// @param detail     what exactly is wrong, for the text; no value of a header or a token
+    // NOLINTNEXTLINE(google-explicit-constructor): an enumerator in use is the error in flight.
+    ConfigurationManagerError(Case value, std::string_view operation = {},
+                              std::string_view detail = {});
+
+    ConfigurationManagerError(const ConfigurationManagerError&) = default;
+    ConfigurationManagerError(ConfigurationManagerError&&) = default;
+    ConfigurationManagerError& operator=(const ConfigurationManagerError&) = default;
+    ConfigurationManagerError& operator=(ConfigurationManagerError&&) = default;
+    ~ConfigurationManagerError() override;
+
+    /// The reason, for a `switch`.
+    [[nodiscard]] Case value() const noexcept { return value_; }
+    [[nodiscard]] int code() const noexcept { return static_cast<int>(value_); }
+    /// "KestrinConfigManager.ConfigurationManagerError".
+    [[nodiscard]] static std::string_view domain() noexcept;
+    [[nodiscard]] const char* what() const noexcept override { return text_.what(); }
+
+    /// Two errors are equal when they have the same reason.
+    friend bool operator==(const ConfigurationManagerError& left,
+                           const ConfigurationManagerError& right) noexcept {
+        return left.value_ == right.value_;
+    }
+
+  private:
+    Case value_;
+    std::runtime_error text_;  // a text whose copies cannot fail, as those of an error must not
+};
+
+}  // namespace KestrinConfigManager

@@ -1,0 +1,317 @@
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <fcntl.h>
+#include <set>
+#include <string_view>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <HalvardSling/JSONDictionary.hpp>
+#include <KestrinConfigManager/FileBindStore.hpp>
+
+namespace KestrinConfigManager {
+
+namespace {
+
+using HalvardSling::JSONDictionary;
+
+constexpr std::int64_t formatVersion = 1;
+constexpr std::size_t largestFile = std::size_t{16} << 20;
+constexpr mode_t modeOfOthers = S_IRWXG | S_IRWXO;
+
+/// An open file; closed at the end.
+class File {
+  public:
+    File(const std::filesystem::path& path, int flags, mode_t mode = 0)
+        : descriptor_(::open(path.c_str(), flags | O_CLOEXEC, mode)) {}
+    File(const File&) = delete;
+    File(File&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    File& operator=(const File&) = delete;
+    File& operator=(File&&) = delete;
+    ~File() {
+        if (isOpen()) ::close(descriptor_);
+    }
+
+    [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+
+    /// Whether the file has no name any more.
+    [[nodiscard]] bool isRemoved() const noexcept {
+        struct stat status{};
+        return ::fstat(descriptor_, &status) != 0 || status.st_nlink == 0;
+    }
+
+    /// Takes the advisory lock unless somebody else has it; it goes with the file.
+    [[nodiscard]] bool lock() const noexcept {
+        return ::flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
+    }
+
+  private:
+    int descriptor_;
+};
+
+/// What was being done when the system reported an error, and the error.
+std::string systemFailure(std::string_view action) {
+    const int number = errno;
+    return std::string(action) + ": " + std::generic_category().message(number);
+}
+
+std::filesystem::path directoryOf(const std::filesystem::path& file) {
+    return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+}
+
+// The file's content.
+
+std::string contentOf(const HeldBinds& held) {
+    std::vector<JSONDictionary> binds;
+    binds.reserve(held.binds.size());
+    for (const AnonymousBind& bind : held.binds)
+        binds.push_back(bind.encode());
+
+    JSONDictionary content;
+    content.setInteger("version", formatVersion);
+    content.setInteger("revision", static_cast<std::int64_t>(held.revision));
+    if (held.selectedProfileID) content.setText("selectedProfileID", *held.selectedProfileID);
+    content.setDictionaries("binds", binds);
+    return content.written();
+}
+
+using Decoded = std::variant<HeldBinds, std::string>;
+
+/// The binds of a file; absent where one is damaged or two are of the same profile.
+std::optional<std::vector<AnonymousBind>> bindsIn(const JSONDictionary& content) {
+    const auto list = content.dictionaries("binds");
+    if (!list) return std::nullopt;
+    std::vector<AnonymousBind> binds;
+    std::set<std::string> profiles;
+    for (const JSONDictionary& each : *list) {
+        auto bind = AnonymousBind::fromEncoded(each);
+        if (!bind || !profiles.insert(bind->profileID).second) return std::nullopt;
+        binds.push_back(*std::move(bind));
+    }
+    return binds;
+}
+
+/// What a file's content says, or why it says nothing. The reason holds none of the content.
+Decoded decoded(std::string_view text) {
+    const auto parsed = JSONDictionary::parse(text);
+    if (const auto* const failure = std::get_if<HalvardSling::JSONFailure>(&parsed))
+        return "is damaged: " + failure->text();
+    const auto& content = std::get<JSONDictionary>(parsed);
+    if (content.integer("version") != formatVersion) return "is of another version";
+
+    const auto revision = content.integer("revision");
+    auto binds = bindsIn(content);
+    const auto selected = content.text("selectedProfileID");
+    const bool selectionIsDamaged = !selected && content.kind("selectedProfileID");
+    if (!revision || *revision < 0 || !binds || selectionIsDamaged)
+        return "is damaged: it is not what was written";
+
+    HeldBinds held;
+    held.binds = *std::move(binds);
+    held.revision = static_cast<std::uint64_t>(*revision);
+    if (selected) held.selectedProfileID = std::string(*selected);
+    return held;
+}
+
+// Reading.
+
+/// Reads everything; absent, with `errno` set, where that fails.
+std::optional<std::string> readAll(const File& file) {
+    std::string text;
+    std::array<char, 8192> piece{};
+    while (text.size() <= largestFile) {
+        // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): no lock is held here.
+        const ssize_t count = ::read(file.descriptor(), piece.data(), piece.size());
+        if (count == 0) return text;
+        if (count > 0)
+            text.append(piece.data(), static_cast<std::size_t>(count));
+        else if (errno != EINTR)
+            return std::nullopt;
+    }
+    errno = EFBIG;
+    return std::nullopt;
+}
+
+BindStore::Loaded nothing(std::string reason) {
+    return {{}, std::move(reason)};
+}
+
+BindStore::Loaded loadedFrom(const File& file) {
+    struct stat status{};
+    if (::fstat(file.descriptor(), &status) != 0) return nothing(systemFailure("cannot be read"));
+    if (!S_ISREG(status.st_mode)) return nothing("is not a regular file");
+
+    const auto text = readAll(file);
+    if (!text) return nothing(systemFailure("cannot be read"));
+    auto content = decoded(*text);
+    if (auto* const reason = std::get_if<std::string>(&content)) return nothing(std::move(*reason));
+
+    BindStore::Loaded loaded{std::get<HeldBinds>(std::move(content)), std::nullopt};
+    if ((status.st_mode & modeOfOthers) != 0)
+        loaded.warning = "can be used by others than its owner until the next save";
+    return loaded;
+}
+
+// Writing.
+
+constexpr std::string_view newSuffix = ".new";
+
+/// How the names of the files begin that are still to be renamed.
+std::string newPrefix(const std::filesystem::path& file) {
+    return '.' + file.filename().string() + '.';
+}
+
+std::filesystem::path newName(const std::filesystem::path& file) {
+    static std::atomic<unsigned> last{0};
+    return directoryOf(file) / (newPrefix(file) + std::to_string(::getpid()) + "-" +
+                                std::to_string(++last) + std::string(newSuffix));
+}
+
+struct NewFile {
+    std::filesystem::path path;
+    File file;
+};
+
+/// Creates a file under a name that nothing had. It is locked as long as it is written, by which
+/// another process knows that it is not left over.
+std::variant<NewFile, std::string> createdBeside(const std::filesystem::path& file) {
+    constexpr int attempts = 100;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        auto path = newName(file);
+        File created(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+        if (!created.isOpen() && errno != EEXIST) return systemFailure("cannot create a file");
+        // Somebody who looks for leftovers may have been quicker than the lock.
+        if (created.isOpen() && created.lock() && !created.isRemoved())
+            return NewFile{std::move(path), std::move(created)};
+    }
+    return "cannot create a file: every name is taken";
+}
+
+/// Removes what processes that have ended left half-written: files that nobody has locked.
+void removeLeftovers(const std::filesystem::path& file) {
+    const std::string prefix = newPrefix(file);
+    std::error_code ignored;
+    for (std::filesystem::directory_iterator entry(directoryOf(file), ignored), end; entry != end;
+         entry.increment(ignored)) {
+        const std::string name = entry->path().filename().string();
+        if (!name.starts_with(prefix) || !name.ends_with(newSuffix)) continue;
+        const File leftover(entry->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        if (leftover.isOpen() && leftover.lock()) ::unlink(entry->path().c_str());
+    }
+}
+
+bool writeAll(const File& file, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = ::write(file.descriptor(), text.data(), text.size());
+        if (count >= 0)
+            text.remove_prefix(static_cast<std::size_t>(count));
+        else if (errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
+/// Makes a rename in the directory last. Some file systems cannot sync a directory and need not.
+bool syncDirectory(const std::filesystem::path& directory) {
+    const File opened(directory, O_RDONLY | O_DIRECTORY);
+    return opened.isOpen() && (::fsync(opened.descriptor()) == 0 || errno == EINVAL);
+}
+
+std::optional<std::string> replace(const std::filesystem::path& file, std::string_view content) {
+    auto created = createdBeside(file);
+    if (auto* const failure = std::get_if<std::string>(&created)) return std::move(*failure);
+    const NewFile& fresh = std::get<NewFile>(created);
+
+    std::optional<std::string> failure;
+    if (!writeAll(fresh.file, content) || ::fsync(fresh.file.descriptor()) != 0)
+        failure = systemFailure("cannot write");
+    else if (::rename(fresh.path.c_str(), file.c_str()) != 0)
+        failure = systemFailure("cannot replace it");
+    else if (!syncDirectory(directoryOf(file)))
+        return systemFailure("cannot sync its directory");
+    if (failure) ::unlink(fresh.path.c_str());
+    return failure;
+}
+
+}  // namespace
+
+FileBindStore::FileBindStore(std::filesystem::path file) : file_(std::move(file)) {}
+
+FileBindStore::~FileBindStore() {
+    {
+        const std::scoped_lock lock(mutex_);
+        ending_ = true;
+    }
+    changed_.notify_all();
+    if (thread_.joinable()) thread_.join();
+}
+
+BindStore::Loaded FileBindStore::load() {
+    static_cast<void>(flush());
+    errno = 0;
+    const File file(file_, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!file.isOpen() && errno == ENOENT) return {};
+    Loaded loaded = file.isOpen()    ? loadedFrom(file)
+                    : errno == ELOOP ? nothing("is a symbolic link, which is not followed")
+                                     : nothing(systemFailure("cannot be read"));
+    if (loaded.warning)
+        loaded.warning = "the bind file \"" + file_.string() + "\" " + *loaded.warning;
+    return loaded;
+}
+
+void FileBindStore::save(HeldBinds held) {
+    {
+        const std::scoped_lock lock(mutex_);
+        if (held.revision < newest_) return;
+        newest_ = held.revision;
+        waiting_ = std::move(held);
+        try {
+            if (!thread_.joinable()) thread_ = std::thread(&FileBindStore::work, this);
+        } catch (const std::system_error& error) {
+            waiting_.reset();
+            failure_ = std::string("cannot start the thread that writes: ") + error.what();
+        }
+    }
+    changed_.notify_all();
+}
+
+std::optional<std::string> FileBindStore::flush() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !waiting_ && !writing_; });
+    return failure_;
+}
+
+void FileBindStore::work() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+        changed_.wait(lock, [this] { return waiting_ || ending_; });
+        if (!waiting_) return;
+        const HeldBinds held = std::move(*waiting_);
+        waiting_.reset();
+        writing_ = true;
+        lock.unlock();
+        auto failure = write(held);
+        lock.lock();
+        writing_ = false;
+        failure_ = std::move(failure);
+        changed_.notify_all();
+    }
+}
+
+std::optional<std::string> FileBindStore::write(const HeldBinds& held) {
+    if (!std::exchange(removedLeftovers_, true)) removeLeftovers(file_);
+    auto failure = replace(file_, contentOf(held));
+    if (failure) failure = "the bind file \"" + file_.string() + "\" was not saved: " + *failure;
+    return failure;
+}
+
+}  // namespace KestrinConfigManager

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include <KestrinConfigManager/BindStore.hpp>
+
+namespace KestrinConfigManager {
+
+/// Keeps binds in a file that only its owner may read.
+///
+/// Each save writes a new file (created with mode 0600), syncs it and renames it over the old one,
+/// on a thread that the store owns and starts with the first save; of several saves that wait, only
+/// the newest is written. Whenever the process ends, the file holds one state as a whole, and what
+/// an ended process left half-written beside it is removed by the next one that saves. A symbolic
+/// link in the file's place is not followed: loading from one gives no bind and a warning, saving
+/// replaces the link itself. A file that is damaged counts as no bind plus a warning, and stays
+/// until the next save; one that others may read is loaded, with a warning.
+class FileBindStore final : public BindStore {
+  public:
+    /// @param file  where; its directory must exist
+    explicit FileBindStore(std::filesystem::path file);
+
+    /// Writes what is still waiting, then ends.
+    ~FileBindStore() override;
+
+    [[nodiscard]] Loaded load() override;
+    void save(HeldBinds held) override;
+
+    /// Waits until everything saved so far is on the disk.
+    /// @return why the last write failed; absent where it did not
+    std::optional<std::string> flush();
+
+  private:
+    void work();
+    [[nodiscard]] std::optional<std::string> write(const HeldBinds& held);
+
+    std::filesystem::path file_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::optional<HeldBinds> waiting_;
+    std::uint64_t newest_ = 0;
+    bool writing_ = false;
+    bool ending_ = false;
+    bool removedLeftovers_ = false;  // of the thread that writes
+    std::optional<std::string> failure_;
+    std::thread thread_;
+};
+
+}  // namespace KestrinConfigManager

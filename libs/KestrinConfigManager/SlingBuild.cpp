@@ -1,0 +1,123 @@
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <HalvardSling/URL.hpp>
+#include <KestrinConfigManager/SlingBuild.hpp>
+
+namespace KestrinConfigManager {
+
+namespace {
+
+using HalvardSling::Headers;
+using HalvardSling::TransportRequest;
+
+/// Whether a character stands in a query as it is (RFC 3986, section 2.3).
+constexpr bool isUnreserved(char c) noexcept {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~';
+}
+
+void appendEncoded(std::string& out, std::string_view text) {
+    static constexpr std::string_view digits = "0123456789ABCDEF";
+    for (const char c : text) {
+        if (isUnreserved(c)) {
+            out += c;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        ((out += '%') += digits[byte >> 4]) += digits[byte & 15];
+    }
+}
+
+/// name=value&name=value…
+std::string encodedQuery(const TextMap& query) {
+    std::string result;
+    for (const auto& [name, value] : query) {
+        if (!result.empty()) result += '&';
+        appendEncoded(result, name);
+        result += '=';
+        appendEncoded(result, value);
+    }
+    return result;
+}
+
+/// What joins a query to a URL without fragment.
+std::string_view separatorAfter(std::string_view url) {
+    const std::size_t mark = url.find('?');
+    if (mark == std::string_view::npos) return "?";
+    return mark + 1 == url.size() || url.ends_with('&') ? "" : "&";
+}
+
+void appendQuery(std::string& url, const TextMap& query) {
+    if (query.empty()) return;
+    const std::size_t end = std::min(url.find('#'), url.size());
+    std::string joined(separatorAfter(std::string_view(url).substr(0, end)));
+    url.insert(end, joined += encodedQuery(query));
+}
+
+std::string urlOf(const APIParams& params, const WebService& service) {
+    std::string url = service.url.filled(params.URLMapping().value_or(TextMap()));
+    TextMap query = params.queryParameters().value_or(TextMap());
+    query.insert(service.query.begin(), service.query.end());
+    appendQuery(url, query);
+    return HalvardSling::escapedForRequestLine(url);
+}
+
+void setDefault(Headers& headers, std::string name, std::string value) {
+    if (!headers.value(name)) headers.set(std::move(name), std::move(value));
+}
+
+Headers headersOf(const APIParams& params, const WebService& service) {
+    Headers headers = service.headers;
+    for (const auto& [name, value] : params.headers().value_or(TextMap()))
+        headers.set(name, value);
+    if (params.removeUserAgent()) headers.remove("User-Agent");
+    setDefault(headers, "Accept", "application/json");
+    return headers;
+}
+
+struct Body {
+    std::string text;
+    std::string type;
+};
+
+std::optional<Body> bodyOf(const APIParams& params, BodyForm form) {
+    if (form == BodyForm::json)
+        if (const auto dictionary = params.dictionaryRepresentation())
+            return Body{dictionary->written(), "application/json"};
+    if (form == BodyForm::form)
+        if (auto text = params.urlEncodedString())
+            return Body{*std::move(text), "application/x-www-form-urlencoded"};
+    return std::nullopt;
+}
+
+}  // namespace
+
+HalvardSling::Sling build(const APIParams& params, const WebService& service) {
+    std::string url = urlOf(params, service);
+    if (auto problem = HalvardSling::problemOfExpandedURL(service.url.text(), url))
+        return HalvardSling::Sling(*std::move(problem));
+
+    TransportRequest request;
+    request.method = service.method;
+    request.url = std::move(url);
+    request.headers = headersOf(params, service);
+    if (auto body = bodyOf(params, service.body)) {
+        setDefault(request.headers, "Content-Type", std::move(body->type));
+        request.body = std::make_shared<const std::string>(std::move(body->text));
+    }
+    request.connectTimeout = service.connectTimeout;
+    request.totalTimeout = service.totalTimeout;
+    request.maxRedirects = service.maxRedirects;
+    request.allowsCleartext = service.allowsCleartext;
+    request.sendsUserAgent = !params.removeUserAgent();
+    request.maxBodyBytes = service.maxBodyBytes;
+    request.pathTemplate = service.url.path();
+    return HalvardSling::Sling(std::move(request));
+}
+
+}  // namespace KestrinConfigManager

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+
+namespace KestrinConfigManager {
+
+/// A map text to text: headers, placeholder values, query parameters.
+using TextMap = std::map<std::string, std::string, std::less<>>;
+
+}  // namespace KestrinConfigManager

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <HalvardSling/Headers.hpp>
+#include <HalvardSling/Observable.hpp>
+#include <HalvardSling/Response.hpp>
+#include <KestrinConfigManager/APIParams.hpp>
+#include <KestrinConfigManager/URLTemplate.hpp>
+
+namespace KestrinConfigManager {
+
+/// What the body of a service's requests is made of.
+enum class BodyForm {
+    none,  ///< no body
+    json,  ///< `APIParams::dictionaryRepresentation` as JSON
+    form,  ///< `APIParams::urlEncodedString`
+};
+
+/// One operation of the web service: where its requests go and under which rules.
+struct WebService {
+    /// Decides instead of the standard rules; see `configurationGuard`.
+    using Guard = std::function<std::optional<HalvardSling::Observable<HalvardSling::Response>>(
+        const WebService& service, const APIParams& params)>;
+
+    std::string operation;  ///< e.g. "personalization-history-get"
+    std::string method = "GET";
+    URLTemplate url;
+    BodyForm body = BodyForm::none;
+    HalvardSling::Headers headers;  ///< sent with every request of this service
+    TextMap query;                  ///< appended to every URL of this service, not yet encoded
+
+    std::chrono::milliseconds connectTimeout = std::chrono::seconds(10);
+    std::chrono::milliseconds totalTimeout = std::chrono::seconds(30);
+    std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
+    int maxRedirects = 0;          ///< 0: redirects are not followed
+    bool allowsCleartext = false;  ///< whether the URL may have the scheme "http"
+    /// Whether values with `?`, `#` or `/` are refused, except where they are percent-encoded.
+    bool strictIdentifiers = false;
+    bool enabled = true;
+    Guard guard;  ///< empty: the standard rules
+
+    /// Asked before every request. Absent: the request may go. Otherwise the observable is the
+    /// answer, and no request is made. The standard rules refuse, in this order, with a
+    /// `ConfigurationManagerError`: a service that is switched off, a record that says it is
+    /// incomplete, a placeholder without a value, an identifier that the strict mode forbids. What
+    /// a `guard` of the application throws is an answer too: an observable that fails with it.
+    /// Runs on the thread that calls; touches no network.
+    [[nodiscard]] std::optional<HalvardSling::Observable<HalvardSling::Response>>
+    configurationGuard(const APIParams& params) const;
+};
+
+/// The web services of a configuration, by operation name. Names are compared exactly.
+class ServiceTable {
+  public:
+    ServiceTable() = default;
+
+    /// Adds a service under its `operation`; replaces one of the same name.
+    void add(WebService service);
+
+    /// The service of an operation; null where there is none.
+    [[nodiscard]] const WebService* find(std::string_view operation) const;
+
+    [[nodiscard]] auto begin() const noexcept { return services_.begin(); }
+    [[nodiscard]] auto end() const noexcept { return services_.end(); }
+    [[nodiscard]] std::size_t size() const noexcept { return services_.size(); }
+
+  private:
+    std::map<std::string, WebService, std::less<>> services_;
+};
+
+}  // namespace KestrinConfigManager
