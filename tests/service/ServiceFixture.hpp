@@ -9,6 +9,7 @@
 
 #include <HalvardSling/FakeTransport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/service/Profile.hpp>

@@ -53,13 +53,32 @@ Observable<T> reactingToForbiddenReply(const Observable<T>& source) {
     return source | rxcpp::operators::tap([](const T&) {}, &reactToForbiddenReply);
 }
 
+/// The record of a whole reply, or the error that says that there is none.
+template <class Record, ProfileError::Case Failure>
+Record decoded(const JSONDictionary& reply) {
+    auto record = Record::fromJSON(reply);
+    if (!record) raise(Failure);
+    return std::move(*record);
+}
+
+std::vector<User> decodedUsers(const JSONDictionary& reply) {
+    const auto entries = reply.dictionaries(Profile::Keys::getProfiles);
+    if (!entries) raise(ProfileError::userSerializationError);
+    std::vector<User> users;
+    users.reserve(entries->size());
+    for (const auto& entry : *entries)
+        if (auto user = User::fromJSON(entry)) users.push_back(std::move(*user));
+    return users;
+}
+
 AnonymousBind storedBind(const JSONDictionary& reply) {
-    auto bind = AnonymousBind::fromJSON(reply);
-    if (!bind || !bind->isValid()) raise(ProfileError::anonymousBindSerializationError);
+    constexpr auto failure = ProfileError::anonymousBindSerializationError;
+    auto bind = decoded<AnonymousBind, failure>(reply);
+    if (!bind.isValid()) raise(failure);
     auto& manager = ConfigurationManager::sharedInstance();
-    manager.setBindProfileID(bind->profileID);
-    manager.setBindToken(bind->token);
-    return std::move(*bind);
+    manager.setBindProfileID(bind.profileID);
+    manager.setBindToken(bind.token);
+    return bind;
 }
 
 }  // namespace
@@ -77,6 +96,131 @@ Observable<AnonymousBind> Profile::requestAnonymousBind(
     const auto replies = HalvardSling::json(createProfileRequest(params, operation, false));
     return reactingToForbiddenReply<AnonymousBind>(replies |
                                                    rxcpp::operators::map(&storedBind));
+}
+
+Observable<Response> Profile::validateProfileName(ProfileParams params) const {
+    return send(std::move(params), ProfileOperation::validate);
+}
+
+Observable<User> Profile::createProfile(UserParams params) const {
+    return HalvardSling::json(send(std::move(params), ProfileOperation::createProfile)) |
+           rxcpp::operators::map(&decoded<User, ProfileError::userSerializationError>);
+}
+
+Observable<std::vector<User>> Profile::getProfiles(std::optional<AnonymousBind> bind) const {
+    if (!bind) bind = ConfigurationManager::sharedInstance().bind(true);
+    return HalvardSling::json(
+               send(UserParams(std::move(bind), std::nullopt), ProfileOperation::getProfiles)) |
+           rxcpp::operators::map(&decodedUsers);
+}
+
+Observable<Response> Profile::editProfile(UserParams params) const {
+    return changeProfile(std::move(params), ProfileOperation::editProfile);
+}
+
+Observable<Response> Profile::deleteProfile(UserParams params) const {
+    return changeProfile(std::move(params), ProfileOperation::deleteProfile);
+}
+
+Observable<UserProfile> Profile::requestHistory(ProfileParams params) const {
+    return readList(std::move(params), ProfileOperation::getHistory);
+}
+
+Observable<UserProfile> Profile::requestVideoHistory(ProfileParams params) const {
+    return readList(std::move(params), ProfileOperation::getVideoProgress);
+}
+
+Observable<Response> Profile::addHistoryVideo(ProfileParams params) const {
+    return addItem(std::move(params), Types::video, ProfileOperation::addVideoToHistory);
+}
+
+Observable<Response> Profile::deleteVideoHistory(ProfileParams params) const {
+    return send(std::move(params), ProfileOperation::removeVideoFromHistory);
+}
+
+Observable<Response> Profile::clearHistory(ProfileParams params) const {
+    return send(std::move(params), ProfileOperation::clearHistory);
+}
+
+Observable<UserProfile> Profile::requestFavorites(ProfileParams params) const {
+    return readList(std::move(params), ProfileOperation::getFavorites);
+}
+
+Observable<Response> Profile::addFavoriteShow(ProfileParams params) const {
+    return addItem(std::move(params), Types::show, ProfileOperation::addFavoriteShow);
+}
+
+Observable<Response> Profile::addFavoriteShows(ProfileParams params) const {
+    return send(std::move(params), ProfileOperation::addFavoriteShows);
+}
+
+Observable<Response> Profile::deleteFavoriteShow(ProfileParams params) const {
+    return send(std::move(params), ProfileOperation::removeFavoriteShow);
+}
+
+Observable<Response> Profile::clearFavorites(ProfileParams params) const {
+    return send(std::move(params), ProfileOperation::clearFavorites);
+}
+
+Observable<UserProfile> Profile::requestWatchList(ProfileParams params) const {
+    return readList(std::move(params), ProfileOperation::getWatchList);
+}
+
+Observable<Response> Profile::addWatchListVideo(ProfileParams params) const {
+    return addItem(std::move(params), Types::video, ProfileOperation::addVideoToWatchList);
+}
+
+Observable<Response> Profile::deleteWatchListVideo(ProfileParams params) const {
+    return send(std::move(params), ProfileOperation::removeFromWatchList);
+}
+
+Observable<Response> Profile::clearWatchList(ProfileParams params) const {
+    return send(std::move(params), ProfileOperation::clearWatchList);
+}
+
+Observable<Response> Profile::addSearchHistory(SearchParams params) const {
+    return send(std::move(params), ProfileOperation::addSearchHistory);
+}
+
+Observable<Response> Profile::deleteSearchHistory(std::string brandID) const {
+    return send(SearchParams({}, Types::none, ConfigurationManager::sharedInstance().bind(false),
+                              std::move(brandID)),
+                 ProfileOperation::deleteSearchHistory);
+}
+
+Observable<UserProfile> Profile::readList(ProfileParams params, ProfileOperation operation) const {
+    return HalvardSling::json(send(std::move(params), operation)) |
+           rxcpp::operators::map(&decoded<UserProfile, ProfileError::userProfileSerializationError>);
+}
+
+Observable<Response> Profile::addItem(ProfileParams params, Types type,
+                                      ProfileOperation operation) const {
+    params.type_ = type;
+    return send(std::move(params), operation);
+}
+
+Observable<Response> Profile::send(ProfileParams params, ProfileOperation operation) const {
+    params.operation_ = operation;
+    return createProfileRequest(params, operation, true);
+}
+
+Observable<Response> Profile::send(SearchParams params, ProfileOperation operation) const {
+    params.operation_ = operation;
+    return createProfileRequest(params, operation, true);
+}
+
+Observable<Response> Profile::send(UserParams params, ProfileOperation operation) const {
+    params.operation = operation;
+    return createProfileRequest(params, operation, true);
+}
+
+Observable<Response> Profile::changeProfile(UserParams params, ProfileOperation operation) const {
+    const auto& profileID = params.user ? params.user->profileID : std::nullopt;
+    if (!profileID || profileID->empty())
+        return failure<Response>(ProfileError(ProfileError::userInvalidForOperation));
+    if (*profileID == ConfigurationManager::parentProfileID())
+        return failure<Response>(ProfileError(ProfileError::parentInvalidForOperation));
+    return send(std::move(params), operation);
 }
 
 Observable<Response> Profile::createProfileRequest(const APIParams& params,

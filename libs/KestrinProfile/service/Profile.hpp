@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <HalvardSling/Observable.hpp>
 #include <HalvardSling/Response.hpp>
@@ -9,6 +10,12 @@
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
+#include <KestrinProfile/model/Types.hpp>
+#include <KestrinProfile/model/User.hpp>
+#include <KestrinProfile/model/UserProfile.hpp>
+#include <KestrinProfile/params/ProfileParams.hpp>
+#include <KestrinProfile/params/SearchParams.hpp>
+#include <KestrinProfile/params/UserParams.hpp>
 
 namespace KestrinProfile {
 
@@ -28,8 +35,17 @@ namespace KestrinProfile {
 ///    the operation, and whatever the service's guard refuses with;
 ///  - `HalvardSling::SlingError` for everything on the way. One with status 403 also makes the
 ///    configuration manager react (`reactToForbiddenReply`) before it reaches the subscriber.
+///
+/// A parameter record is taken by value: the operation, and where it is said the content kind, are
+/// set on the method's own copy, whatever the caller's record holds there. Operations that change
+/// something emit the service's `Response` as it came, unread.
 class Profile {
   public:
+    template <class T>
+    using Observable = HalvardSling::Observable<T>;
+    using Response = HalvardSling::Response;
+    using AnonymousBind = KestrinConfigManager::AnonymousBind;
+
     /// The keys that the decoders read.
     struct Keys {
         /// Where the reply to a profile list carries its array.
@@ -37,6 +53,8 @@ class Profile {
     };
 
     Profile() = default;
+
+    // The household's profiles.
 
     /// Obtains the anonymous bind of a profile. Emits the parent's held bind, without a request,
     /// where it is valid and belongs to the profile; otherwise requests one, and stores it in the
@@ -48,20 +66,93 @@ class Profile {
     /// Fails with `anonymousBindSerializationError` where the reply holds no valid bind. A reply
     /// with status 403 makes the configuration manager react twice: the request has its own hook,
     /// like all, and this operation a second one, which also sees a 403 that a guard answers with.
-    [[nodiscard]] HalvardSling::Observable<KestrinConfigManager::AnonymousBind>
-    requestAnonymousBind(
+    [[nodiscard]] Observable<AnonymousBind> requestAnonymousBind(
         std::optional<std::string> profileID =
             KestrinConfigManager::ConfigurationManager::parentProfileID()) const;
 
+    /// Asks whether a name may be given to a profile (`userName`). The service answers a name that
+    /// it does not take with an error status and the reason in its body.
+    [[nodiscard]] Observable<Response> validateProfileName(ProfileParams params) const;
+
+    /// Creates the record's user and emits it as the service knows it, with its identifier.
+    [[nodiscard]] Observable<User> createProfile(UserParams params) const;
+
+    /// Lists the household's profiles, in the service's order.
+    /// @param bind  absent: the parent's bind, as held at the time of the call
+    /// Fails with `userSerializationError` where the reply has no array of dictionaries under
+    /// "data".
+    [[nodiscard]] Observable<std::vector<User>> getProfiles(
+        std::optional<AnonymousBind> bind = std::nullopt) const;
+
+    /// Gives a profile the name, avatar, group and default mark of the record's user, whose
+    /// identifier says which. Fails, and sends nothing, with `userInvalidForOperation` where the
+    /// user or its identifier is absent or the identifier empty, and with
+    /// `parentInvalidForOperation` for the household's parent.
+    [[nodiscard]] Observable<Response> editProfile(UserParams params) const;
+
+    /// Deletes the profile of the record's user, with all its lists. Fails like `editProfile`.
+    [[nodiscard]] Observable<Response> deleteProfile(UserParams params) const;
+
+    // The viewing history: videos with progress, the latest first.
+
+    [[nodiscard]] Observable<UserProfile> requestHistory(ProfileParams params) const;
+    /// The history's entry of one video (`videoID`).
+    [[nodiscard]] Observable<UserProfile> requestVideoHistory(ProfileParams params) const;
+    /// Records how far a video was watched (`videoID`, `progress`, `isComplete`). The content kind
+    /// is `video`.
+    [[nodiscard]] Observable<Response> addHistoryVideo(ProfileParams params) const;
+    [[nodiscard]] Observable<Response> deleteVideoHistory(ProfileParams params) const;
+    [[nodiscard]] Observable<Response> clearHistory(ProfileParams params) const;
+
+    // Favourite shows.
+
+    [[nodiscard]] Observable<UserProfile> requestFavorites(ProfileParams params) const;
+    /// Adds one show (`showID`). The content kind is `show`.
+    [[nodiscard]] Observable<Response> addFavoriteShow(ProfileParams params) const;
+    /// Adds several shows at once (`elements`). The record's content kind stays as it is; the
+    /// entries carry theirs.
+    [[nodiscard]] Observable<Response> addFavoriteShows(ProfileParams params) const;
+    [[nodiscard]] Observable<Response> deleteFavoriteShow(ProfileParams params) const;
+    [[nodiscard]] Observable<Response> clearFavorites(ProfileParams params) const;
+
+    // The watch list: videos to watch.
+
+    [[nodiscard]] Observable<UserProfile> requestWatchList(ProfileParams params) const;
+    /// Adds one video (`videoID`). The content kind is `video`.
+    [[nodiscard]] Observable<Response> addWatchListVideo(ProfileParams params) const;
+    [[nodiscard]] Observable<Response> deleteWatchListVideo(ProfileParams params) const;
+    [[nodiscard]] Observable<Response> clearWatchList(ProfileParams params) const;
+
+    // The search history.
+
+    /// Records a search text.
+    [[nodiscard]] Observable<Response> addSearchHistory(SearchParams params) const;
+    /// Deletes the search history of a brand, for the selected profile as held at the time of the
+    /// call.
+    /// @param brandID  the brand; an empty text is sent as it is
+    [[nodiscard]] Observable<Response> deleteSearchHistory(std::string brandID) const;
+
   private:
     friend struct ProfileTestAccess;
+
+    // The bodies that the operations share, by shape.
+    [[nodiscard]] Observable<UserProfile> readList(ProfileParams params,
+                                                   ProfileOperation operation) const;
+    [[nodiscard]] Observable<Response> addItem(ProfileParams params, Types type,
+                                               ProfileOperation operation) const;
+    [[nodiscard]] Observable<Response> send(ProfileParams params,
+                                             ProfileOperation operation) const;
+    [[nodiscard]] Observable<Response> send(SearchParams params, ProfileOperation operation) const;
+    [[nodiscard]] Observable<Response> send(UserParams params, ProfileOperation operation) const;
+    [[nodiscard]] Observable<Response> changeProfile(UserParams params,
+                                                     ProfileOperation operation) const;
 
     /// Turns a record into a guarded request to the service that is configured for the operation.
     /// @param params       the record; read before this returns, never kept
     /// @param operation    absent: fails with `parameterOperationMismatch`
     /// @param requireBind  never looked at: whether a request needs a bind is for the service's
     ///                     guard to say
-    [[nodiscard]] HalvardSling::Observable<HalvardSling::Response> createProfileRequest(
+    [[nodiscard]] Observable<Response> createProfileRequest(
         const KestrinConfigManager::APIParams& params, std::optional<ProfileOperation> operation,
         bool requireBind) const;
 };

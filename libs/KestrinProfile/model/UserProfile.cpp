@@ -1,0 +1,89 @@
+#include <KestrinProfile/model/UserProfile.hpp>
+
+#include <utility>
+
+#include <HalvardMorrow/OptionalSequences.hpp>
+#include <KestrinConfigManager/Archivable.hpp>
+#include <KestrinProfile/model/DebugText.hpp>
+#include <KestrinProfile/model/Fields.hpp>
+
+namespace KestrinProfile {
+
+using HalvardSling::JSONDictionary;
+
+static_assert(KestrinConfigManager::SerializableRecord<UserProfile>);
+static_assert(KestrinConfigManager::Archivable<UserProfile>);
+
+namespace {
+
+using Keys = UserProfile::Keys;
+using Elements = std::vector<UserProfileElement>;
+
+void plainFields(auto& list, const auto& field) {
+    field(Keys::id, list.id);
+    field(Keys::maxSize, list.maxSize);
+}
+
+std::optional<Elements> readElements(const JSONDictionary& dictionary) {
+    const auto items = dictionary.dictionaries(Keys::elements);
+    if (!items) return std::nullopt;
+    const DateFormatter& formatter = DateFormatter::iso8601();
+    Elements elements;
+    elements.reserve(items->size());
+    for (const JSONDictionary& item : *items)
+        if (auto entry = UserProfileElement::fromJSON(item, formatter))
+            elements.push_back(std::move(*entry));
+    return elements;
+}
+
+std::vector<JSONDictionary> encoded(const Elements& elements) {
+    std::vector<JSONDictionary> items;
+    items.reserve(elements.size());
+    for (const auto& entry : elements) items.push_back(entry.encode(DateFormatter::iso8601()));
+    return items;
+}
+
+std::string listText(const Elements& elements) {
+    std::string text = "[";
+    for (const auto& entry : elements) {
+        if (text.size() > 1) text += ", ";
+        text += entry.description();
+    }
+    return text + "]";
+}
+
+}  // namespace
+
+std::optional<UserProfile> UserProfile::fromJSON(const JSONDictionary& dictionary) {
+    UserProfile list;
+    plainFields(list, FieldReader(dictionary));
+    list.elements = readElements(dictionary);
+    return list;
+}
+
+std::optional<UserProfile> UserProfile::fromEncoded(const JSONDictionary& dictionary) {
+    return fromJSON(dictionary);
+}
+
+JSONDictionary UserProfile::encode() const {
+    JSONDictionary dictionary;
+    plainFields(*this, FieldWriter(dictionary));
+    if (elements) dictionary.setDictionaries(Keys::elements, encoded(*elements));
+    return dictionary;
+}
+
+std::string UserProfile::description() const {
+    std::optional<std::string> list;
+    if (elements) list = listText(*elements);
+    return "UserProfile: {"
+           "id:" + debugText(id) + "\n"
+           "maxSize:" + debugText(maxSize) + "\n"
+           "elements:" + debugText(list) + "\n";
+}
+
+bool operator==(const UserProfile& left, const UserProfile& right) {
+    return left.id == right.id && left.maxSize == right.maxSize &&
+           HalvardMorrow::equal(left.elements, right.elements);
+}
+
+}  // namespace KestrinProfile

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <KestrinConfigManager/APIParams.hpp>
+#include <KestrinConfigManager/AnonymousBind.hpp>
+#include <KestrinProfile/model/ProfileOperation.hpp>
+#include <KestrinProfile/model/Types.hpp>
+#include <KestrinProfile/params/RequestSupport.hpp>
+
+namespace KestrinProfile {
+
+/// The parameters of the two operations on the search history. The search text travels in the URL;
+/// the body is always the same.
+class SearchParams final : public KestrinConfigManager::APIParams {
+  public:
+    /// The only key of the body, and its value.
+    struct Keys {
+        static constexpr const char* type = "type";
+        static constexpr const char* term = "TERM";
+    };
+
+    /// @param search   the search text
+    /// @param type     the content kind; it is not sent
+    /// @param bind     authorises the request; absent: the bind that the shared configuration
+    ///                 manager holds for the selected profile, if any
+    /// @param brandID  the brand; by default the configured one, as it is at the time of the call
+    explicit SearchParams(std::string search = {}, Types type = Types::none,
+                          std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt,
+                          std::optional<std::string> brandID = currentBrandID());
+
+    std::string search;                  ///< fills "%SEARCH%"
+    std::optional<std::string> brandID;  ///< fills "%BRANDNAME%"
+
+    // What is given once or set by the library.
+    [[nodiscard]] const std::optional<ProfileOperation>& operation() const noexcept {
+        return operation_;
+    }
+    [[nodiscard]] const std::optional<KestrinConfigManager::AnonymousBind>& bind() const noexcept {
+        return bind_;
+    }
+    [[nodiscard]] Types type() const noexcept { return type_; }
+
+    /// The headers that authorise the request; empty without a bind, never absent.
+    [[nodiscard]] std::optional<KestrinConfigManager::TextMap> headers() const override;
+
+    /// "type" with the text "TERM", whatever the record holds: the service's mark of a search text.
+    [[nodiscard]] std::optional<HalvardSling::JSONDictionary> dictionaryRepresentation()
+        const override;
+
+    /// The placeholders for which there is a value, the search text always; never absent.
+    [[nodiscard]] std::optional<KestrinConfigManager::TextMap> URLMapping() const override;
+
+    /// Whether there is a bind, an operation and a brand.
+    [[nodiscard]] bool hasValidParams() const override;
+
+    /// Equal in all five fields.
+    friend bool operator==(const SearchParams& left, const SearchParams& right);
+
+  private:
+    friend class Profile;
+    friend struct ParamsTestAccess;
+
+    std::optional<ProfileOperation> operation_;
+    std::optional<KestrinConfigManager::AnonymousBind> bind_;
+    Types type_;
+};
+
+}  // namespace KestrinProfile

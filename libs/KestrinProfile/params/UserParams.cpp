@@ -1,0 +1,44 @@
+#include <KestrinProfile/params/UserParams.hpp>
+
+#include <utility>
+
+#include <KestrinProfile/params/OperationRules.hpp>
+#include <KestrinProfile/params/ProfileUtils.hpp>
+#include <KestrinProfile/params/RequestSupport.hpp>
+
+namespace KestrinProfile {
+
+using HalvardSling::JSONDictionary;
+using KestrinConfigManager::AnonymousBind;
+using KestrinConfigManager::TextMap;
+
+using Body = OperationRules::Body;
+using Need = OperationRules::Need;
+
+UserParams::UserParams(std::optional<AnonymousBind> aBind, std::optional<User> aUser)
+    : bind(givenOrHeld(std::move(aBind), true)), user(std::move(aUser)) {}
+
+std::optional<TextMap> UserParams::headers() const { return ProfileUtils::header(bind); }
+
+std::optional<JSONDictionary> UserParams::dictionaryRepresentation() const {
+    if (rules(operation).body != Body::user || !user) return std::nullopt;
+    return user->serialized();
+}
+
+std::optional<TextMap> UserParams::URLMapping() const {
+    TextMap mapping;
+    if (rules(operation).need != Need::identifiedUser)
+        fill(mapping, bind);
+    else if (user)
+        fill(mapping, ProfileMapping::uxid, user->profileID);
+    return mapping;
+}
+
+bool UserParams::hasValidParams() const {
+    if (!bind) return false;
+    const Need need = rules(operation).need;
+    if (need == Need::identifiedUser) return user && user->profileID;
+    return need != Need::user || user;
+}
+
+}  // namespace KestrinProfile
