@@ -1,0 +1,302 @@
+#include "Support.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <signal.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <boost/asio.hpp>
+#include <curl/curl.h>
+#include <gtest/gtest.h>
+
+namespace KestrinProfileServer::Testing {
+namespace {
+
+constexpr std::chrono::seconds patience{20};
+
+/// Calls `attempt` until it returns something.
+template <class Attempt>
+auto eventually(const std::string& what, const Attempt& attempt) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (std::chrono::steady_clock::now() < end) {
+        if (auto result = attempt()) return *result;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    throw std::runtime_error("waited in vain for " + what);
+}
+
+std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* reply) {
+    static_cast<HttpReply*>(reply)->body.append(data, size * count);
+    return size * count;
+}
+
+std::size_t appendHeader(char* data, std::size_t size, std::size_t count, void* reply) {
+    const std::string line(data, size * count);
+    const std::size_t colon = line.find(": ");
+    if (colon != std::string::npos) {
+        std::string name = line.substr(0, colon);
+        std::ranges::transform(name, name.begin(),
+                               [](unsigned char each) { return std::tolower(each); });
+        static_cast<HttpReply*>(reply)->headers[name] =
+            line.substr(colon + 2, line.find_last_not_of("\r\n") - colon - 1);
+    }
+    return size * count;
+}
+
+struct HeaderList {
+    ~HeaderList() { curl_slist_free_all(list); }
+    void add(const std::string& line) { list = curl_slist_append(list, line.c_str()); }
+
+    curl_slist* list = nullptr;
+};
+
+int redirectedTo(const std::filesystem::path& file) {
+    return ::open(file.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600);
+}
+
+}  // namespace
+
+TestFolder::TestFolder() {
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "kestrin-server-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    path_ = pattern;
+}
+
+TestFolder::~TestFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string contentOf(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string outcomeOf(const HttpReply& reply) {
+    const std::string status = std::to_string(reply.status);
+    if (reply.status < 400) return status;
+    const auto type = reply.headers.find("content-type");
+    if (type == reply.headers.end() || type->second != "application/problem+json") {
+        return status + " without a problem document";
+    }
+    const auto document = reply.json();
+    if (document.at("status").as_int64() != reply.status ||
+        document.at("title").as_string().empty() || document.at("detail").as_string().empty() ||
+        !document.as_object().contains("instance")) {
+        return status + " with an incomplete problem document";
+    }
+    const std::string name(document.at("type").as_string());
+    return status + " " + replaced(name, "urn:kestrin-profile:problem:", "");
+}
+
+std::string detailOf(const HttpReply& reply) {
+    return std::string(reply.json().at("detail").as_string());
+}
+
+HttpClient::HttpClient(std::string baseURL)
+    : baseURL_(std::move(baseURL)), handle_(curl_easy_init()) {}
+
+HttpClient::~HttpClient() {
+    curl_easy_cleanup(handle_);
+}
+
+HttpReply HttpClient::send(const std::string& method, const std::string& target,
+                           const HeaderLines& headers, const std::string& body) {
+    HttpReply reply;
+    HeaderList lines;
+    for (const auto& [name, value] : headers)
+        lines.add(name + ": " + value);
+    curl_easy_reset(handle_);
+    curl_easy_setopt(handle_, CURLOPT_URL, baseURL_.c_str());
+    curl_easy_setopt(handle_, CURLOPT_REQUEST_TARGET, target.c_str());
+    curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, method.c_str());
+    curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle_, CURLOPT_NOPROXY, "*");
+    curl_easy_setopt(handle_, CURLOPT_TIMEOUT, 20L);
+    curl_easy_setopt(handle_, CURLOPT_EXPECT_100_TIMEOUT_MS, 10000L);
+    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, appendBody);
+    curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &reply);
+    curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, appendHeader);
+    curl_easy_setopt(handle_, CURLOPT_HEADERDATA, &reply);
+    if (method == "HEAD") curl_easy_setopt(handle_, CURLOPT_NOBODY, 1L);
+    if (!body.empty()) {
+        curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+        curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, body.c_str());
+    }
+    // Without this libcurl would call every body a form.
+    if (std::ranges::none_of(headers,
+                             [](const auto& each) { return each.first == "Content-Type"; })) {
+        lines.add("Content-Type:");
+    }
+    curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, lines.list);
+    const CURLcode result = curl_easy_perform(handle_);
+    if (result != CURLE_OK) throw std::runtime_error(curl_easy_strerror(result));
+    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &reply.status);
+    long opened = 0;
+    curl_easy_getinfo(handle_, CURLINFO_NUM_CONNECTS, &opened);
+    connectionCount_ += opened;
+    return reply;
+}
+
+std::string sendRaw(const std::string& baseURL, const std::string& bytes) {
+    namespace asio = boost::asio;
+    asio::io_context context;
+    asio::ip::tcp::socket socket(context);
+    const auto port =
+        static_cast<unsigned short>(std::stoi(baseURL.substr(baseURL.rfind(':') + 1)));
+    socket.connect({asio::ip::address_v4::loopback(), port});
+    boost::system::error_code error;
+    asio::write(socket, asio::buffer(bytes), error);
+    std::string answer;
+    asio::read(socket, asio::dynamic_buffer(answer), error);
+    return answer;
+}
+
+HeaderLines Caller::headers() const {
+    return {{"Authorization", "JWT " + token}, {"PXRO-PROFILE-ID", profileID}};
+}
+
+HttpReply HouseholdClient::tryBind(const std::string& profileID) {
+    return http.send("POST", "/v1/binds?profile=" + profileID + "&v=1",
+                     {{"X-Household-Secret", secret_}, {"Content-Type", "application/json"}},
+                     boost::json::serialize(boost::json::object{{"profileId", profileID}}));
+}
+
+Caller HouseholdClient::bind(const std::string& profileID) {
+    const auto reply = tryBind(profileID);
+    if (reply.status != 200) throw std::runtime_error("no bind: " + reply.body);
+    return {profileID, std::string(reply.json().at("token").as_string())};
+}
+
+HttpReply HouseholdClient::call(const Caller& caller, const std::string& method,
+                                const std::string& target, const std::string& body) {
+    auto headers = caller.headers();
+    if (!body.empty()) headers.emplace_back("Content-Type", "application/json");
+    return http.send(method, target, headers, body);
+}
+
+Caller HouseholdClient::create(const Caller& parent, const std::string& username) {
+    const auto reply = call(
+        parent, "POST", "/v1/profiles?profile=" + parent.profileID + "&v=1",
+        boost::json::serialize(boost::json::object{{"username", username}, {"default", false}}));
+    if (reply.status != 201) throw std::runtime_error("no profile: " + reply.body);
+    return bind(std::string(reply.json().at("profileId").as_string()));
+}
+
+std::string HouseholdClient::idsOf(const Caller& caller, const std::string& target) {
+    const auto reply = call(caller, "GET", target);
+    if (reply.status != 200) return outcomeOf(reply);
+    std::string ids;
+    const auto list = reply.json();
+    for (const auto& element : list.at("elements").as_array()) {
+        ids += (ids.empty() ? "" : " ") + std::string(element.at("id").as_string());
+    }
+    return ids;
+}
+
+TestService::TestService(const Change& change)
+    : now_(std::make_shared<std::atomic<Milliseconds>>(startTime)) {
+    settings_.database = folder_ / "profiles.sqlite";
+    settings_.http.port = 0;
+    settings_.http.threads = 2;
+    settings_.isQuiet = true;
+    settings_.clock = [now = now_] { return now->load(); };
+    restart(change);
+}
+
+Household TestService::addHousehold(const std::string& name,
+                                    const std::string& parentProfileID) const {
+    ServiceSettings settings = settings_;
+    settings.household = name;
+    settings.parentProfileID = parentProfileID;
+    return prepareHousehold(settings);
+}
+
+void TestService::restart(const Change& change) {
+    service_.reset();
+    change(settings_);
+    service_ = std::make_unique<Service>(settings_);
+}
+
+ServerProcess::ServerProcess(const TestFolder& folder, const std::vector<std::string>& arguments)
+    : output_(folder / "output"), errors_(folder / "errors") {
+    std::vector<std::string> words{KESTRIN_PROFILE_SERVER_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> pointers;
+    for (auto& word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    const int output = redirectedTo(output_);
+    const int errors = redirectedTo(errors_);
+    process_ = ::fork();
+    if (process_ == 0) {
+        ::dup2(output, STDOUT_FILENO);
+        ::dup2(errors, STDERR_FILENO);
+        ::execv(pointers[0], pointers.data());
+        ::_exit(127);
+    }
+    ::close(output);
+    ::close(errors);
+    if (process_ < 0) throw std::runtime_error("no new process");
+}
+
+ServerProcess::~ServerProcess() {
+    if (result_) return;
+    ::kill(process_, SIGKILL);
+    ::waitpid(process_, nullptr, 0);
+}
+
+std::string ServerProcess::waitUntilReady() {
+    const std::string start = "kestrin-profile-server ready on ";
+    return eventually("the ready line; errors: " + errors(), [&]() -> std::optional<std::string> {
+        const std::string text = output();
+        if (!text.ends_with('\n') || !text.starts_with(start)) return std::nullopt;
+        return text.substr(start.size(), text.size() - start.size() - 1);
+    });
+}
+
+void ServerProcess::send(int signal) const {
+    ::kill(process_, signal);
+}
+
+int ServerProcess::waitForEnd() {
+    if (result_) return *result_;
+    result_ = eventually("the end of the program", [this]() -> std::optional<int> {
+        int status = 0;
+        if (::waitpid(process_, &status, WNOHANG) != process_) return std::nullopt;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    });
+    return *result_;
+}
+
+std::string secretIn(const std::filesystem::path& configuration) {
+    const auto bind = boost::json::parse(contentOf(configuration))
+                          .at("services")
+                          .at("personalization-bind-anonymous");
+    return std::string(bind.at("headers").at("X-Household-Secret").as_string());
+}
+
+HouseholdClient householdClient(ServerProcess& process,
+                                const std::filesystem::path& configuration) {
+    const std::string url = process.waitUntilReady();
+    return {url, secretIn(configuration)};
+}
+
+std::string replaced(std::string text, std::string_view from, std::string_view to) {
+    for (std::size_t at = text.find(from); at != std::string::npos;
+         at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
+}  // namespace KestrinProfileServer::Testing
