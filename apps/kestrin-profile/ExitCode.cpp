@@ -29,9 +29,13 @@ constexpr Rule<int> anyOtherStatus{0, ExitCode::serviceError, "try again later"}
 
 constexpr std::array statusRules{
     Rule<int>{400, ExitCode::validation, "correct what the service names"},
-    Rule<int>{401, ExitCode::refused, "obtain a bind: kestrin-profile bind"},
-    Rule<int>{403, ExitCode::refused,
-              "obtain a new bind: kestrin-profile bind; a blocked profile stays refused"},
+    Rule<int>{401, ExitCode::refused,
+              "check the service's headers in the configuration, or obtain a bind: "
+              "kestrin-profile bind"},
+    Rule<int>{
+        403, ExitCode::refused,
+        "try once more: the held binds are dropped, and the next command obtains a new one; a "
+        "blocked profile, or one that may not do this, stays refused"},
     Rule<int>{404, ExitCode::notFound, "check the identifier, and the service's URL"},
     Rule<int>{409, ExitCode::validation, "correct what the service names"},
     Rule<int>{422, ExitCode::validation, "correct what the service names"},
@@ -53,6 +57,17 @@ constexpr std::array kindRules{
                          "set \"maxRedirects\" in the configuration if the redirect is wanted"},
     Rule<SlingErrorKind>{SlingErrorKind::tls, ExitCode::network,
                          "check the service's certificate and this machine's clock"},
+};
+
+constexpr Rule<int> anyOtherRefusal{-1, ExitCode::usage,
+                                    "check the configuration: kestrin-profile config check"};
+
+constexpr std::array refusalRules{
+    Rule<int>{ConfigurationManagerError::invalidParameters, ExitCode::validation,
+              "give the command what it needs; --help says what that is"},
+    Rule<int>{
+        ConfigurationManagerError::identifierRefused, ExitCode::validation,
+        "name another identifier, or set \"strictIdentifiers\" to false in the configuration"},
 };
 
 constexpr Rule<int> anyOtherProfileError{-1, ExitCode::serviceError, ""};
@@ -93,6 +108,20 @@ Failure describeSlingError(const SlingError& error) {
 
 }  // namespace
 
+const std::vector<ExitCodeMeaning>& exitCodeMeanings() {
+    static const std::vector<ExitCodeMeaning> all{
+        {ExitCode::ok, "ok"},
+        {ExitCode::serviceError, "the service answered, but not with what was asked for"},
+        {ExitCode::usage, "the command line or the configuration is wrong"},
+        {ExitCode::refused, "the service refuses the caller (401, 403)"},
+        {ExitCode::network, "no answer: unreachable, TLS, time is up"},
+        {ExitCode::notFound, "the service does not have it (404, or it is in no list)"},
+        {ExitCode::validation, "what was asked for is not acceptable (400, 409, 422)"},
+        {ExitCode::interrupted, "interrupted"},
+    };
+    return all;
+}
+
 Failure describe(const std::exception_ptr& error) {
     try {
         std::rethrow_exception(error);
@@ -101,7 +130,8 @@ Failure describe(const std::exception_ptr& error) {
     } catch (const SlingError& reply) {
         return describeSlingError(reply);
     } catch (const ConfigurationManagerError& refusal) {
-        return {ExitCode::usage, refusal.what(), "check the configuration: kestrin-profile config check"};
+        const auto& rule = ruleFor(refusalRules, refusal.code(), anyOtherRefusal);
+        return {rule.code, refusal.what(), rule.advice};
     } catch (const ProfileError& refusal) {
         const auto& rule = ruleFor(profileRules, refusal.code(), anyOtherProfileError);
         return {rule.code, refusal.what(), rule.advice};

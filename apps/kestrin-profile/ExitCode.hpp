@@ -2,20 +2,30 @@
 
 #include <exception>
 #include <string>
+#include <vector>
 
 namespace KestrinProfileCLI {
 
 /// The exit codes of the program; documented in docs/cli.md.
 enum class ExitCode : int {
     ok = 0,
-    serviceError = 1,    ///< the service answered, but not with what was asked for
-    usage = 2,           ///< the command line or the configuration is wrong
-    refused = 4,         ///< the service refuses the caller: 401 or 403
-    network = 5,         ///< no answer: unreachable, TLS, time is up
-    notFound = 6,        ///< the service does not have it: 404
-    validation = 7,      ///< what was asked for is not acceptable: 400, 409, 422, or refused here
-    interrupted = 130,   ///< by SIGINT or SIGTERM
+    serviceError = 1,   ///< the service answered, but not with what was asked for
+    usage = 2,          ///< the command line or the configuration is wrong
+    refused = 4,        ///< the service refuses the caller: 401 or 403
+    network = 5,        ///< no answer: unreachable, TLS, time is up
+    notFound = 6,       ///< the service does not have it: 404
+    validation = 7,     ///< what was asked for is not acceptable: 400, 409, 422, or refused here
+    interrupted = 130,  ///< by SIGINT or SIGTERM
 };
+
+/// What an exit code means, for people.
+struct ExitCodeMeaning {
+    ExitCode code;
+    const char* text;
+};
+
+/// All exit codes and what they mean.
+[[nodiscard]] const std::vector<ExitCodeMeaning>& exitCodeMeanings();
 
 /// A failed command, as it is reported to people.
 struct Failure {

@@ -12,7 +12,8 @@ constexpr int farewell = SIGUSR1;
 sigset_t listenedSignals() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int each : {SIGINT, SIGTERM, farewell}) sigaddset(&signals, each);
+    for (const int each : {SIGINT, SIGTERM, farewell})
+        sigaddset(&signals, each);
     return signals;
 }
 

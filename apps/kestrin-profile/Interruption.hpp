@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -24,6 +25,13 @@ class Interruption {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return interrupted_ || ready(); });
         return ready();
+    }
+
+    /// Waits this long, or until a signal came.
+    /// @return false where a signal came
+    [[nodiscard]] bool pause(std::chrono::duration<double> time) {
+        std::unique_lock lock(mutex_);
+        return !changed_.wait_for(lock, time, [&] { return interrupted_; });
     }
 
     /// Changes what somebody waits for.

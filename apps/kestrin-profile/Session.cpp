@@ -30,8 +30,9 @@ std::string asText(const HalvardSling::TransferLog& log) {
     const std::string outcome = log.status  ? std::to_string(*log.status)
                                 : log.error ? std::string(name(*log.error))
                                             : "no reply";
-    return fmt::format("{} {}{} -> {}  {} bytes sent, {} received, {:.1f} ms, HTTP/{}{}", log.method,
-                       log.origin, log.pathTemplate, outcome, log.bytesSent, log.bytesReceived,
+    return fmt::format("{} {}{} -> {}  {} bytes sent, {} received, {:.1f} ms, HTTP/{}{}",
+                       log.method, log.origin, log.pathTemplate, outcome, log.bytesSent,
+                       log.bytesReceived,
                        std::chrono::duration<double, std::milli>(log.timings.total).count(),
                        log.httpVersion.empty() ? "-" : log.httpVersion,
                        log.reusedConnection ? ", connection used again" : "");
@@ -39,7 +40,10 @@ std::string asText(const HalvardSling::TransferLog& log) {
 
 }  // namespace
 
-Session::~Session() { HalvardSling::setDefaultTransport(nullptr); }
+Session::~Session() {
+    HalvardSling::setDefaultTransport(nullptr);
+    keepBinds();
+}
 
 fs::path Session::configurationFile() const {
     return options.configurationFile.empty() ? defaultConfigurationFile()
@@ -54,20 +58,29 @@ void Session::configure() {
                             "name a configuration with --config FILE, or write one with "
                             "kestrin-profile-server --write-config FILE"});
 
-    const fs::path binds = bindFileFor(file);
-    std::error_code failed;
-    fs::create_directories(binds.parent_path(), failed);
-    fs::permissions(binds.parent_path(), fs::perms::owner_all, failed);
-    store_ = std::make_shared<FileBindStore>(binds);
-    if (const auto warning = manager.useBindStore(store_)) terminal.note("warning: " + *warning);
+    if (!options.dryRun) useKeptBinds(bindFileFor(file));
+    HalvardSling::setDefaultTransport(newTransport());
+}
 
+void Session::useKeptBinds(const fs::path& file) {
+    std::error_code failed;
+    fs::create_directories(file.parent_path(), failed);
+    fs::permissions(file.parent_path(), fs::perms::owner_all, failed);
+    store_ = std::make_shared<FileBindStore>(file);
+    if (const auto warning = ConfigurationManager::sharedInstance().useBindStore(store_))
+        terminal.note("warning: " + *warning);
+}
+
+std::shared_ptr<HalvardSling::Transport> Session::newTransport() const {
+    if (options.dryRun)
+        return std::make_shared<DryRunTransport>(
+            [this](const std::string& command) { terminal.line(command); });
     HalvardSling::CurlTransport::Options transport;
     if (options.verbose)
         transport.log = [this](const HalvardSling::TransferLog& log) {
             terminal.note(asText(log));
         };
-    HalvardSling::setDefaultTransport(
-        std::make_shared<HalvardSling::CurlTransport>(std::move(transport)));
+    return std::make_shared<HalvardSling::CurlTransport>(std::move(transport));
 }
 
 void Session::keepBinds() {

@@ -2,12 +2,14 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <HalvardSling/Observable.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
 
 #include "Await.hpp"
+#include "DryRun.hpp"
 #include "Interruption.hpp"
 #include "Terminal.hpp"
 
@@ -18,6 +20,9 @@ struct Options {
     std::filesystem::path configurationFile;  ///< --config; empty: the default place
     bool json = false;                        ///< --json: results for programs
     bool verbose = false;                     ///< -v: each request and reply on standard error
+    bool dryRun = false;                      ///< --dry-run: requests are shown, not sent
+    std::optional<std::string> profile;       ///< --profile: who acts; absent: the parent
+    std::optional<std::string> brand;         ///< --brand; absent: the configured one
 };
 
 /// What a command works with: the options, the terminal, the configured library.
@@ -29,7 +34,7 @@ class Session {
     Session(Session&&) = delete;
     Session& operator=(const Session&) = delete;
     Session& operator=(Session&&) = delete;
-    /// Ends the transport, so that no event comes after.
+    /// Ends the transport, so that no event comes after, and keeps the binds.
     ~Session();
 
     Options options;
@@ -39,19 +44,32 @@ class Session {
     [[nodiscard]] std::filesystem::path configurationFile() const;
 
     /// Loads the configuration, the binds kept for it, and the transport with its log.
+    /// In a dry run there are no kept binds, and nothing is sent.
     /// @throws CommandError where the configuration has problems
     void configure();
 
     /// Waits for a result; see `KestrinProfileCLI::await`.
+    /// @throws OnlyShown in a dry run, where the request was shown
     template <class T>
     [[nodiscard]] T await(const HalvardSling::Observable<T>& source) {
-        return KestrinProfileCLI::await(interruption_, source);
+        try {
+            return KestrinProfileCLI::await(interruption_, source);
+        } catch (...) {
+            if (options.dryRun && wasOnlyShown(std::current_exception())) throw OnlyShown();
+            throw;
+        }
     }
+
+    /// The signals that came.
+    [[nodiscard]] Interruption& interruption() const noexcept { return interruption_; }
 
     /// Waits until the binds are on the disk; says so where they cannot be kept.
     void keepBinds();
 
   private:
+    void useKeptBinds(const std::filesystem::path& file);
+    [[nodiscard]] std::shared_ptr<HalvardSling::Transport> newTransport() const;
+
     Interruption& interruption_;
     std::shared_ptr<KestrinConfigManager::FileBindStore> store_;
 };

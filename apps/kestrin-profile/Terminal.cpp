@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace KestrinProfileCLI {
@@ -30,14 +30,55 @@ void print(std::FILE* stream, std::string_view text) {
     std::fputc('\n', stream);
 }
 
+/// How many lines the terminal has; 24 where it does not say.
+std::size_t terminalHeight() {
+    winsize size{};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0;
+    return known ? size.ws_row : 24;
+}
+
+constexpr const char* wholeScreen = "\x1b[H\x1b[2J";
+constexpr const char* thisLine = "\r\x1b[K";
+
 }  // namespace
 
 Terminal::Terminal()
-    : outHasColours_(hasColours(STDOUT_FILENO)), errHasColours_(hasColours(STDERR_FILENO)) {}
+    : outIsTerminal_(isatty(STDOUT_FILENO) == 1),
+      errIsTerminal_(isatty(STDERR_FILENO) == 1),
+      outHasColours_(hasColours(STDOUT_FILENO)),
+      errHasColours_(hasColours(STDERR_FILENO)) {}
 
-void Terminal::line(std::string_view text) const { print(stdout, text); }
+void Terminal::line(std::string_view text) const {
+    print(stdout, text);
+}
 
-void Terminal::note(std::string_view text) const { print(stderr, text); }
+void Terminal::json(const HalvardSling::JSONDictionary& document) const {
+    line(printableJSON(document.written()));
+}
+
+void Terminal::redraw(const std::vector<std::string>& lines) const {
+    const std::size_t room = terminalHeight() - 1;
+    const bool all = lines.size() <= room;
+    std::fputs(wholeScreen, stdout);
+    for (std::size_t index = 0; index < (all ? lines.size() : room - 1); ++index)
+        line(lines[index]);
+    if (!all) line(marked(Mark::faint, std::to_string(lines.size() - room + 1) + " more lines"));
+    static_cast<void>(flush());
+}
+
+bool Terminal::flush() const {
+    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
+void Terminal::progress(std::string_view text) const {
+    if (!errIsTerminal_) return;
+    std::fputs(thisLine, stderr);
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void Terminal::note(std::string_view text) const {
+    print(stderr, text);
+}
 
 void Terminal::failure(std::string_view message, std::string_view advice) const {
     note(coloured(errHasColours_, Mark::bad, "error: ") + printable(message));
@@ -50,35 +91,30 @@ std::string Terminal::marked(Mark mark, std::string_view text) const {
 
 void Terminal::table(const std::vector<std::string>& heading,
                      const std::vector<std::vector<std::string>>& rows) const {
+    for (const auto& each : tableLines(heading, rows))
+        line(each);
+}
+
+std::vector<std::string> Terminal::tableLines(
+    const std::vector<std::string>& heading,
+    const std::vector<std::vector<std::string>>& rows) const {
     std::vector<std::size_t> widths;
-    for (const auto& cell : heading) widths.push_back(columnsOf(cell));
+    for (const auto& cell : heading)
+        widths.push_back(columnsOf(cell));
     for (const auto& row : rows)
         for (std::size_t column = 0; column < row.size(); ++column)
             widths[column] = std::max(widths[column], columnsOf(row[column]));
 
     const auto text = [&](const std::vector<std::string>& row) {
         std::string whole;
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            whole += row[column];
-            if (column + 1 < row.size())
-                whole.append(widths[column] - columnsOf(row[column]) + 2, ' ');
-        }
-        return whole;
+        for (std::size_t column = 0; column < row.size(); ++column)
+            whole += padded(row[column], widths[column]) + "  ";
+        return whole.erase(whole.find_last_not_of(' ') + 1);
     };
-    line(marked(Mark::strong, text(heading)));
-    for (const auto& row : rows) line(text(row));
-}
-
-std::size_t columnsOf(std::string_view text) noexcept {
-    return static_cast<std::size_t>(std::ranges::count_if(
-        text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-std::string printable(std::string_view text) {
-    std::string shown(text);
-    std::ranges::replace_if(
-        shown, [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
-    return shown;
+    std::vector<std::string> lines{marked(Mark::strong, text(heading))};
+    for (const auto& row : rows)
+        lines.push_back(text(row));
+    return lines;
 }
 
 }  // namespace KestrinProfileCLI

@@ -4,6 +4,10 @@
 #include <string_view>
 #include <vector>
 
+#include <HalvardSling/JSONDictionary.hpp>
+
+#include "Text.hpp"
+
 namespace KestrinProfileCLI {
 
 /// How text is marked on a terminal that has colours.
@@ -18,9 +22,24 @@ class Terminal {
     /// Prints a line of a result.
     void line(std::string_view text) const;
 
+    /// Prints a JSON document as a line of a result.
+    void json(const HalvardSling::JSONDictionary& document) const;
+
     /// Prints a table: a heading, then rows; columns as wide as their longest cell.
     void table(const std::vector<std::string>& heading,
                const std::vector<std::vector<std::string>>& rows) const;
+
+    /// The lines of such a table.
+    [[nodiscard]] std::vector<std::string> tableLines(
+        const std::vector<std::string>& heading,
+        const std::vector<std::vector<std::string>>& rows) const;
+
+    /// Clears the terminal and shows these lines, as many as it has room for.
+    void redraw(const std::vector<std::string>& lines) const;
+
+    /// Sends what was printed on its way.
+    /// @return whether all of it could be written
+    [[nodiscard]] bool flush() const;
 
     /// Prints a line for people on standard error.
     void note(std::string_view text) const;
@@ -28,19 +47,21 @@ class Terminal {
     /// Prints an error and, where there is any, what to do next.
     void failure(std::string_view message, std::string_view advice) const;
 
+    /// Shows on standard error how far something is, in place of what was shown so before. Does
+    /// nothing unless that is a terminal. An empty text takes it away.
+    void progress(std::string_view text) const;
+
+    /// Whether results go to a terminal.
+    [[nodiscard]] bool isInteractive() const noexcept { return outIsTerminal_; }
+
     /// The text as it is marked on standard output.
     [[nodiscard]] std::string marked(Mark mark, std::string_view text) const;
 
   private:
+    bool outIsTerminal_;
+    bool errIsTerminal_;
     bool outHasColours_;
     bool errHasColours_;
 };
-
-/// The number of columns that a UTF-8 text takes, one for each code point.
-[[nodiscard]] std::size_t columnsOf(std::string_view text) noexcept;
-
-/// A text of a service's or a person's as it may be shown: control characters become '?', so that
-/// none reaches the terminal.
-[[nodiscard]] std::string printable(std::string_view text);
 
 }  // namespace KestrinProfileCLI

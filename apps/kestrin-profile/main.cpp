@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include "ExitCode.hpp"
+#include "HelpSections.hpp"
 #include "Interruption.hpp"
 #include "Session.hpp"
 #include "commands/Commands.hpp"
@@ -12,20 +13,51 @@ namespace {
 
 using namespace KestrinProfileCLI;
 
-constexpr const char* footer =
-    "Exit codes: 0 ok, 1 service error, 2 usage or configuration, 4 refused, 5 network or timeout, "
-    "6 not found, 7 validation, 130 interrupted.\n"
-    "Files: kestrin-profile/config.json in $XDG_CONFIG_HOME (~/.config); binds below "
-    "kestrin-profile/binds in $XDG_STATE_HOME (~/.local/state).\n"
-    "Environment: NO_COLOR switches colours off.";
-
 void addOptions(CLI::App& app, Options& options) {
     app.add_option("--config", options.configurationFile, "The configuration file")
         ->type_name("FILE");
     app.add_flag("--json", options.json, "Print results as JSON, for programs");
     app.add_flag("-v,--verbose", options.verbose,
                  "Print each request and reply on standard error, without secrets");
+    app.add_option("--profile", options.profile,
+                   "Who acts: a profile, by identifier or name; otherwise the parent")
+        ->type_name("PROFILE");
+    app.add_option("--brand", options.brand, "The brand; otherwise the configured one")
+        ->type_name("ID");
+    app.add_flag("--dry-run", options.dryRun,
+                 "Send nothing; print each request as a curl command, its secrets as variables");
     app.set_version_flag("--version", KESTRIN_PROFILE_VERSION);
+}
+
+void addCommands(CLI::App& app, Command& chosen) {
+    addBindCommand(app, chosen);
+    addProfilesCommand(app, chosen);
+    addListCommands(app, chosen);
+    addSearchCommand(app, chosen);
+    addConfigCommand(app, chosen);
+    addDemoCommand(app, chosen);
+    addSelfDescriptions(app, chosen);
+}
+
+/// What may not stand together.
+void checkTogether(const CLI::App& app, const Options& options) {
+    if (options.dryRun && app.got_subcommand("demo"))
+        throw CommandError({ExitCode::usage, "the demo cannot be a dry run",
+                            "leave --dry-run out: the demo shows what replies do"});
+}
+
+/// Does what was chosen, to the last byte of its output.
+ExitCode play(Session& session, const Command& chosen) {
+    ExitCode code = ExitCode::ok;
+    try {
+        code = chosen(session);
+    } catch (const OnlyShown&) {
+        code = ExitCode::ok;
+    }
+    if (!session.terminal.flush())
+        throw CommandError({ExitCode::serviceError, "the output could not be written",
+                            "check where standard output goes"});
+    return code;
 }
 
 int run(int argc, char** argv) {
@@ -33,14 +65,12 @@ int run(int argc, char** argv) {
     Session session(interruption);
     Command chosen;
 
-    CLI::App app("Talk to a household's personalization service.", "kestrin-profile");
-    app.footer(footer);
+    CLI::App app("Talk to a household's personalization service", "kestrin-profile");
+    app.footer(helpFooter());
     app.require_subcommand(1);
     app.fallthrough();
     addOptions(app, session.options);
-    addBindCommand(app, chosen);
-    addConfigCommand(app, chosen);
-    addDemoCommand(app, chosen);
+    addCommands(app, chosen);
 
     try {
         app.parse(argc, argv);
@@ -51,7 +81,8 @@ int run(int argc, char** argv) {
     }
 
     try {
-        return static_cast<int>(chosen(session));
+        checkTogether(app, session.options);
+        return static_cast<int>(play(session, chosen));
     } catch (...) {
         const Failure failure = describe(std::current_exception());
         session.terminal.failure(failure.message, failure.advice);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <map>
 #include <mutex>
@@ -25,6 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
+constexpr std::size_t minKeptConnections = 8;
 constexpr int maxInt = std::numeric_limits<int>::max();
 
 struct EasyCleanup {
@@ -92,8 +94,8 @@ struct Transfer {
     Waiting order;
     Clock::time_point started;
     int redirects = 0;
-    EasyHandle easy;
     std::unique_ptr<CurlExchange> exchange;
+    EasyHandle easy;  // goes first, for it refers to the exchange
 };
 
 std::chrono::microseconds timeBetween(Clock::time_point from, Clock::time_point to) {
@@ -152,6 +154,58 @@ void blockBrokenPipeSignal() {
     sigaddset(&signals, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
+
+/// The threads of transports that were destroyed from inside a completion. They end by themselves,
+/// and the exit of the process waits for them: no thread may be busy with libcurl while libcurl and
+/// what it stands on are taken down.
+class Orphans {
+  public:
+    static Orphans& instance() {
+        // Never destroyed, for a thread may come at any time.
+        static Orphans* const orphans = [] {
+            std::atexit([] { instance().join(); });
+            return new Orphans;
+        }();
+        return *orphans;
+    }
+
+    void add(std::thread thread) {
+        const std::scoped_lock lock(mutex_);
+        std::erase_if(threads_, [this](std::thread& each) {
+            const bool ended = std::erase(ended_, each.get_id()) > 0;
+            if (ended) each.join();
+            return ended;
+        });
+        threads_.push_back(std::move(thread));
+    }
+
+    /// The last word of a thread, whether it is an orphan or not.
+    void noteEnd() {
+        const std::scoped_lock lock(mutex_);
+        const auto isThis = [](const std::thread& each) {
+            return each.get_id() == std::this_thread::get_id();
+        };
+        if (std::ranges::any_of(threads_, isThis)) ended_.push_back(std::this_thread::get_id());
+    }
+
+  private:
+    void join() {
+        std::vector<std::thread> threads;
+        {
+            const std::scoped_lock lock(mutex_);
+            threads.swap(threads_);
+        }
+        for (auto& each : threads)
+            if (each.get_id() == std::this_thread::get_id())
+                each.detach();
+            else
+                each.join();
+    }
+
+    std::mutex mutex_;
+    std::vector<std::thread> threads_;
+    std::vector<std::thread::id> ended_;
+};
 
 }  // namespace
 
@@ -220,8 +274,8 @@ CurlTransport::Loop::Loop(Options options) : options_(std::move(options)) {
     setUpCurl();
     multi_.reset(curl_multi_init());
     if (!multi_) throw std::bad_alloc();
-    const auto connections = static_cast<long>(std::min<std::size_t>(options_.maxInFlight, maxInt));
-    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, std::max(connections, 1L));
+    const auto kept = std::clamp<std::size_t>(options_.maxInFlight, minKeptConnections, maxInt);
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(kept));
     curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
 }
 
@@ -235,15 +289,12 @@ TransferID CurlTransport::Loop::send(std::shared_ptr<const TransportRequest> req
         if (tells) completion(cancelledError());
         return transfer;
     }
+    if (!thread_.joinable()) thread_ = std::thread([self = shared_from_this()] { self->run(); });
     const auto now = Clock::now();
     const auto deadline = deadlineOf(*request, now);
     completions_.emplace(transfer, std::move(completion));
     inbox_.sent.push_back({transfer, std::move(request), now, deadline});
-    if (thread_.joinable()) {
-        wake();
-    } else {
-        thread_ = std::thread([self = shared_from_this()] { self->run(); });
-    }
+    wake();
     return transfer;
 }
 
@@ -273,10 +324,12 @@ void CurlTransport::Loop::end(Ending ending) noexcept {
         if (ending_ != Ending::silent) ending_ = ending;
         if (!thread_.joinable()) return;
         wake();
-        if (std::this_thread::get_id() == thread_.get_id()) return thread_.detach();
         ended = std::move(thread_);
     }
-    ended.join();
+    if (std::this_thread::get_id() == ended.get_id())
+        Orphans::instance().add(std::move(ended));
+    else
+        ended.join();
 }
 
 void CurlTransport::Loop::run() noexcept {
@@ -290,6 +343,7 @@ void CurlTransport::Loop::run() noexcept {
         if (!delivered_) poll();
     }
     endOpenTransfers();
+    Orphans::instance().noteEnd();
 }
 
 /// Takes in what other threads brought.
@@ -321,7 +375,7 @@ void CurlTransport::Loop::startWaiting() {
     const std::size_t places = std::max<std::size_t>(options_.maxInFlight, 1);
     while (inFlight_.size() < places && !waiting_.empty())
         begin(std::make_unique<Transfer>(
-            Transfer{*waiting_.takeFirst(), Clock::now(), 0, freshHandle(), nullptr}));
+            Transfer{*waiting_.takeFirst(), Clock::now(), 0, nullptr, freshHandle()}));
 }
 
 void CurlTransport::Loop::begin(std::unique_ptr<Transfer> transfer) {

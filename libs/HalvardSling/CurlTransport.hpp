@@ -57,7 +57,7 @@ using TransferLogHook = std::function<void(const TransferLog&)>;
 ///    by the same method and body. To another origin only GET and HEAD follow, with none but the
 ///    headers that `TransportRequest::maxRedirects` names; never from https to http.
 ///  - It may be destroyed from inside a completion: the open transfers still end with `cancelled`,
-///    on its thread, which then ends by itself.
+///    on its thread, which then ends by itself; the exit of the process waits for that.
 class CurlTransport final : public Transport {
   public:
     struct Options {

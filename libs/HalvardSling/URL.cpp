@@ -217,11 +217,10 @@ std::optional<SlingError> problemOfURL(std::string_view url) {
 
 std::optional<SlingError> problemOfExpandedURL(std::string_view templateURL, std::string_view url) {
     if (auto problem = problemOfURL(url)) return problem;
-    // A placeholder cannot be part of the origin, so what stands before the first one must name it.
-    const auto expected = originOf(templateURL.substr(0, templateURL.find('{')));
+    const auto expected = originOf(templateURL);
     if (!expected) return malformed({}, "template does not name a fixed scheme, host and port");
     if (originOf(url) != expected)
-        return malformed(templateURL.substr(0, templateURL.find('{')),
+        return malformed(templateURL,
                          "leads to another scheme, host or port once its placeholders are filled");
     return std::nullopt;
 }

@@ -88,7 +88,7 @@ TEST(Lifetime, MayEndInsideACompletion) {
 
 TEST(Lifetime, MayEndInsideTheLastEventOfASubscription) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
-    for (int i = 0; i < 50; ++i) {
+    for (int i = 0; i < 200; ++i) {
         auto transport = curlTransport();
         std::promise<void> ended;
         Sling(requestTo(server.url()))
@@ -148,7 +148,8 @@ TEST(Exit, IsCleanInEveryStateOfTheDefaultTransport) {
         EXPECT_EQ(exitOf(way, server.url()), 0) << way;
     for (const char* const way : {"open", "many-open", "replaced-open", "kept-open"})
         EXPECT_EQ(exitOf(way, silent.url()), 0) << way;
-    for (const char* const way : {"in-completion", "during-completion", "busy", "late-use"})
+    for (const char* const way :
+         {"in-completion", "during-completion", "busy", "orphan", "late-use"})
         EXPECT_EQ(exitOf(way, server.url()), 0) << way;
 }
 

@@ -96,6 +96,20 @@ void inCompletion() {
     complain();
 }
 
+/// A transport is destroyed from inside a completion, and its thread has much to end.
+void orphan() {
+    static std::shared_ptr<Transport> transport = std::make_shared<CurlTransport>();
+    static std::promise<void> destroyed;
+    for (int i = 0; i < 1000; ++i)
+        transport->send(std::make_shared<const TransportRequest>(request()),
+                        [i](const TransportResult&) {
+                            if (i > 0) return;
+                            transport.reset();
+                            destroyed.set_value();
+                        });
+    destroyed.get_future().wait();
+}
+
 /// A completion runs, longer than the program.
 void duringCompletion() {
     static std::promise<void> running;
@@ -150,6 +164,7 @@ int main(int count, char** arguments) {
                                                  {"in-completion", &inCompletion},
                                                  {"during-completion", &duringCompletion},
                                                  {"busy", &busy},
+                                                 {"orphan", &orphan},
                                                  {"late-use", &lateUse}};
     if (count != 3 || !ways.contains(arguments[1])) return 2;
     url = arguments[2];

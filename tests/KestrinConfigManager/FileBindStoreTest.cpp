@@ -307,7 +307,8 @@ TEST_F(FileBindStoreTest, WhatAnotherProcessIsStillWritingStays) {
 }
 
 TEST_F(FileBindStoreTest, ANameThatIsTakenIsNotUsed) {
-    // The names of this process are counted, so those of the next saves are known.
+    // The names are counted by the process. The first ones are known; they are still to come where
+    // this test has its process to itself, as under ctest.
     for (int number = 1; number <= 30; ++number)
         std::filesystem::create_symlink(directory / "elsewhere",
                                         directory / (".binds.json." + std::to_string(::getpid()) +

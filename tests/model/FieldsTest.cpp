@@ -120,12 +120,23 @@ TEST(FieldWriterTest, WritesPresentFieldsInOrder) {
 }
 
 TEST(FieldWriterTest, LeavesNoKeyForAbsentFields) {
+    std::optional<std::string> text;
+    std::optional<std::int64_t> integer;
+    std::optional<bool> boolean;
+    std::optional<Date> date;
+    const JSONDictionary nothing;
+    const FieldReader read(nothing);
+    read("text", text);
+    read("integer", integer);
+    read("boolean", boolean);
+    read("date", date, DateFormatter::iso8601());
+
     JSONDictionary to;
     const FieldWriter write(to);
-    write("text", std::optional<std::string>());
-    write("integer", std::optional<std::int64_t>());
-    write("boolean", std::optional<bool>());
-    write("date", std::optional<Date>(), DateFormatter::iso8601());
+    write("text", text);
+    write("integer", integer);
+    write("boolean", boolean);
+    write("date", date, DateFormatter::iso8601());
     EXPECT_TRUE(to.empty()) << to.written();
 }
 

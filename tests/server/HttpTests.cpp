@@ -1,6 +1,9 @@
 // HTTP itself: paths, methods, sizes, connections.
+#include <chrono>
 #include <string>
+#include <thread>
 
+#include <boost/asio.hpp>
 #include <gtest/gtest.h>
 
 #include "Support.hpp"
@@ -82,6 +85,24 @@ TEST_F(HttpTest, aBodyOfMoreThanOneMebibyteIsTooLarge) {
               "413 body-too-large");
     EXPECT_EQ(outcomeOf(client.call(parent, "POST", target, padded(8 * 1024 * 1024))),
               "413 body-too-large");
+}
+
+TEST_F(HttpTest, aClientMayFinishSendingATooLargeBody) {
+    namespace asio = boost::asio;
+    asio::io_context context;
+    asio::ip::tcp::socket socket(context);
+    socket.connect({asio::ip::address_v4::loopback(), portIn(service.baseURL())});
+    asio::write(socket, asio::buffer(std::string("POST /v1/binds HTTP/1.1\r\nHost: x\r\n"
+                                                 "Content-Length: 2000000\r\n\r\n")));
+    std::string answer;
+    asio::read_until(socket, asio::dynamic_buffer(answer), "\r\n\r\n");
+    EXPECT_TRUE(answer.starts_with("HTTP/1.1 413 ")) << answer;
+    for (int part = 0; part < 3; ++part) {
+        boost::system::error_code error;
+        asio::write(socket, asio::buffer(std::string(1000, ' ')), error);
+        EXPECT_FALSE(error) << "part " << part << ": " << error.message();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
 }
 
 TEST_F(HttpTest, aTooLargeBodyInChunksIsRefusedToo) {
@@ -171,7 +192,7 @@ TEST_F(HttpTest, anAddressThatIsInUseIsAClearError) {
     ServiceSettings settings;
     TestFolder folder;
     settings.database = folder / "other.sqlite";
-    settings.http.port = static_cast<std::uint16_t>(std::stoi(service.baseURL().substr(17)));
+    settings.http.port = portIn(service.baseURL());
     try {
         const Service second(settings);
         FAIL() << "it started";

@@ -147,13 +147,15 @@ HttpReply HttpClient::send(const std::string& method, const std::string& target,
     return reply;
 }
 
+std::uint16_t portIn(const std::string& baseURL) {
+    return static_cast<std::uint16_t>(std::stoi(baseURL.substr(baseURL.rfind(':') + 1)));
+}
+
 std::string sendRaw(const std::string& baseURL, const std::string& bytes) {
     namespace asio = boost::asio;
     asio::io_context context;
     asio::ip::tcp::socket socket(context);
-    const auto port =
-        static_cast<unsigned short>(std::stoi(baseURL.substr(baseURL.rfind(':') + 1)));
-    socket.connect({asio::ip::address_v4::loopback(), port});
+    socket.connect({asio::ip::address_v4::loopback(), portIn(baseURL)});
     boost::system::error_code error;
     asio::write(socket, asio::buffer(bytes), error);
     std::string answer;

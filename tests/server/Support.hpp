@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -68,6 +69,9 @@ class HttpClient {
     void* handle_;
     long connectionCount_ = 0;
 };
+
+/// The port of an address like http://127.0.0.1:8480.
+std::uint16_t portIn(const std::string& baseURL);
 
 /// Sends bytes as they are to a service on this computer and returns everything until it closes.
 std::string sendRaw(const std::string& baseURL, const std::string& bytes);

@@ -17,10 +17,22 @@ using Command = std::function<ExitCode(Session&)>;
 /// bind [PROFILE_ID]: obtains an anonymous bind and keeps it.
 void addBindCommand(CLI::App& app, Command& chosen);
 
-/// config check: says whether the configuration is sound.
+/// profiles list|create|edit|delete|validate: the household's profiles.
+void addProfilesCommand(CLI::App& app, Command& chosen);
+
+/// history, favorites, watchlist: what a profile has watched, likes and wants to watch.
+void addListCommands(CLI::App& app, Command& chosen);
+
+/// search add|delete: what a profile has searched for.
+void addSearchCommand(CLI::App& app, Command& chosen);
+
+/// config check|show: the configuration.
 void addConfigCommand(CLI::App& app, Command& chosen);
 
 /// demo: plays a short session against a development service.
 void addDemoCommand(CLI::App& app, Command& chosen);
+
+/// completion bash|zsh|fish, man: what is made from the command line itself.
+void addSelfDescriptions(CLI::App& app, Command& chosen);
 
 }  // namespace KestrinProfileCLI

@@ -1,9 +1,14 @@
+#include <array>
+#include <string>
+#include <vector>
+
 #include <fmt/format.h>
 
 #include <HalvardSling/JSONDictionary.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 
+#include "../PublicHeaders.hpp"
 #include "Commands.hpp"
 
 namespace KestrinProfileCLI {
@@ -11,6 +16,7 @@ namespace KestrinProfileCLI {
 using HalvardSling::JSONDictionary;
 using KestrinConfigManager::Configuration;
 using KestrinConfigManager::ConfigurationProblem;
+using KestrinConfigManager::WebService;
 
 namespace {
 
@@ -26,13 +32,13 @@ void printJSON(const Session& session, const Problems& problems) {
     JSONDictionary result;
     result.setText("file", session.configurationFile().string());
     result.setDictionaries("problems", all);
-    session.terminal.line(result.written());
+    session.terminal.json(result);
 }
 
 void printForPeople(const Session& session, const Configuration& configuration) {
     const std::size_t services = configuration.services ? configuration.services->size() : 0;
     session.terminal.line(fmt::format("{}  {}", session.terminal.marked(Mark::good, "sound"),
-                                      session.configurationFile().string()));
+                                      printable(session.configurationFile().string())));
     session.terminal.line(fmt::format(
         "parent profile {}, brand {}, {} services", printable(configuration.parentProfileID),
         configuration.brand ? printable(configuration.brand->rawValue) : "none", services));
@@ -55,6 +61,88 @@ ExitCode check(Session& session) {
     return problems != nullptr ? ExitCode::usage : ExitCode::ok;
 }
 
+constexpr const char* masked = "***";
+
+const char* nameOf(KestrinConfigManager::BodyForm form) {
+    static constexpr std::array names{"none", "json", "form"};
+    return names.at(static_cast<std::size_t>(form));
+}
+
+JSONDictionary headersOf(const WebService& service) {
+    JSONDictionary result;
+    for (const auto& [name, value] : service.headers)
+        result.setText(name, isPublicHeader(name) ? value : masked);
+    return result;
+}
+
+JSONDictionary queryOf(const WebService& service) {
+    JSONDictionary result;
+    for (const auto& [name, value] : service.query)
+        result.setText(name, masked);
+    return result;
+}
+
+/// A service with the keys of the configuration file.
+JSONDictionary inJSON(const WebService& service) {
+    JSONDictionary result;
+    result.setText("method", service.method);
+    result.setText("url", service.url.text());
+    result.setText("body", nameOf(service.body));
+    result.setDictionary("headers", headersOf(service));
+    result.setDictionary("query", queryOf(service));
+    result.setInteger("connectTimeoutMilliseconds", service.connectTimeout.count());
+    result.setInteger("totalTimeoutMilliseconds", service.totalTimeout.count());
+    result.setInteger("maxBodyBytes", static_cast<std::int64_t>(service.maxBodyBytes));
+    result.setInteger("maxRedirects", service.maxRedirects);
+    result.setBoolean("enabled", service.enabled);
+    return result;
+}
+
+JSONDictionary inJSON(const Session& session, const Configuration& configuration) {
+    JSONDictionary services;
+    if (configuration.services)
+        for (const auto& [operation, service] : *configuration.services)
+            services.setDictionary(operation, inJSON(service));
+    JSONDictionary result;
+    result.setText("file", session.configurationFile().string());
+    result.setText("parentProfileID", configuration.parentProfileID);
+    if (configuration.brand) result.setText("brand", configuration.brand->rawValue);
+    result.setDictionary("services", services);
+    return result;
+}
+
+/// The names in a dictionary with their texts, for people.
+std::string listed(const JSONDictionary& dictionary) {
+    std::vector<std::string> all;
+    for (const auto key : dictionary.keys())
+        all.push_back(fmt::format("{}: {}", key, dictionary.text(key).value_or("")));
+    return all.empty() ? "-" : joined(all, ", ");
+}
+
+void printServices(const Session& session, const Configuration& configuration) {
+    if (!configuration.services) return;
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& [operation, service] : *configuration.services)
+        rows.push_back({printable(operation), printable(service.method),
+                        printable(service.url.text()), nameOf(service.body),
+                        printable(listed(headersOf(service))), printable(listed(queryOf(service))),
+                        service.enabled ? "" : "off"});
+    session.terminal.table({"OPERATION", "METHOD", "URL", "BODY", "HEADERS", "QUERY", ""}, rows);
+}
+
+ExitCode show(Session& session) {
+    const auto result = KestrinConfigManager::loadConfiguration(session.configurationFile());
+    const auto* const configuration = std::get_if<Configuration>(&result);
+    if (configuration == nullptr) return check(session);
+    if (session.options.json) {
+        session.terminal.json(inJSON(session, *configuration));
+        return ExitCode::ok;
+    }
+    printForPeople(session, *configuration);
+    printServices(session, *configuration);
+    return ExitCode::ok;
+}
+
 }  // namespace
 
 void addConfigCommand(CLI::App& app, Command& chosen) {
@@ -62,6 +150,11 @@ void addConfigCommand(CLI::App& app, Command& chosen) {
     group->require_subcommand(1);
     group->add_subcommand("check", "Say whether the configuration is sound, and every problem")
         ->callback([&chosen] { chosen = &check; });
+    group
+        ->add_subcommand("show",
+                         "Show the configuration as it is in effect, the values of headers and "
+                         "query parameters masked")
+        ->callback([&chosen] { chosen = &show; });
 }
 
 }  // namespace KestrinProfileCLI

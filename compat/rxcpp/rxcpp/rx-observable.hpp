@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "detail/namespace.hpp"
 #include "rx-subscriber.hpp"
 #include "rx-subscription.hpp"
 

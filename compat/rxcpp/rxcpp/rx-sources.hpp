@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "detail/namespace.hpp"
 #include "rx-observable.hpp"
 #include "rx-subscriber.hpp"
 #include "rx-util.hpp"

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "detail/callbacks.hpp"
+#include "detail/namespace.hpp"
 #include "detail/observer_node.hpp"
 #include "detail/reference.hpp"
 #include "rx-subscription.hpp"

@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "detail/namespace.hpp"
 #include "detail/reference.hpp"
 #include "detail/subscription_state.hpp"
 

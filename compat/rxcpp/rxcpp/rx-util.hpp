@@ -8,10 +8,8 @@
 #include <type_traits>
 #include <utility>
 
-/// Source-compatible subset of RxCpp.
-///
-/// Everything lives in the inline namespace `bundled`, so that the linker tells these types apart
-/// from those of an RxCpp that another part of the same program uses.
+#include "detail/namespace.hpp"
+
 namespace rxcpp::inline bundled {
 
 /// Helpers that do not concern a particular observable.

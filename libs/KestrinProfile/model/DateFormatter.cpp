@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -58,11 +59,11 @@ std::string textInRange(Date date) {
 /// (the calendar repeats every 400 years), with the year put in.
 std::string textOutOfRange(Date date) {
     constexpr days repeats{146'097};
-    const auto times = floor<days>(date).time_since_epoch() / repeats;
+    const std::int64_t times = floor<days>(date).time_since_epoch() / repeats;
     std::string text = textInRange(date - times * repeats);
 
-    const auto year = std::stol(text.substr(0, 4)) + long{400} * times;
-    std::string digits = std::to_string(std::labs(year));
+    const std::int64_t year = std::stoi(text.substr(0, 4)) + 400 * times;
+    std::string digits = std::to_string(std::abs(year));
     if (digits.size() < 4) digits.insert(0, 4 - digits.size(), '0');
     return text.replace(0, 4, (year < 0 ? "-" : "") + digits);
 }

@@ -7,6 +7,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "namespace.hpp"
+
 namespace rxcpp::inline bundled::detail {
 
 template <class F, class T>

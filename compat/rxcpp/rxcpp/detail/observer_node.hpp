@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "../rx-subscription.hpp"
+#include "namespace.hpp"
 #include "reference.hpp"
 
 namespace rxcpp::inline bundled::detail {

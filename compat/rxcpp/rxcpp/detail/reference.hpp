@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "namespace.hpp"
+
 namespace rxcpp::inline bundled::detail {
 
 /// Owns one reference to an object that has retain() and release().

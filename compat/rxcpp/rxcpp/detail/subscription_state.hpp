@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "namespace.hpp"
 #include "teardown.hpp"
 
 namespace rxcpp::inline bundled::detail {

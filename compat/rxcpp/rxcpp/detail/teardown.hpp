@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "namespace.hpp"
+
 namespace rxcpp::inline bundled::detail {
 
 /// A callable that may be stored to run at the end of a subscription: takes nothing, returns void.

@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "../detail/namespace.hpp"
 #include "../rx-lite.hpp"
 
 namespace rxcpp::inline bundled {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "../detail/callbacks.hpp"
+#include "../detail/namespace.hpp"
 #include "../rx-lite.hpp"
 
 namespace rxcpp::inline bundled {

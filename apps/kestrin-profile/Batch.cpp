@@ -1,0 +1,195 @@
+#include "Batch.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include <HalvardSling/JSONDictionary.hpp>
+
+#include "Format.hpp"
+
+namespace KestrinProfileCLI {
+
+using HalvardSling::JSONDictionary;
+using HalvardSling::Response;
+
+namespace {
+
+/// One run through the items.
+class Run {
+  public:
+    Run(Session& session, const BatchOptions& options, const BatchWork& work)
+        : session_(session),
+          options_(options),
+          work_(work),
+          items_(itemsOf(options.items, session.interruption())),
+          jobs_(session.options.dryRun ? 1 : options.jobs) {}
+
+    /// Works through the items; a signal ends it early.
+    void play() {
+        while (begin(), !open_.empty()) {
+            if (!session_.interruption().wait([this] { return !arrivals_->empty(); })) {
+                interrupt();
+                break;
+            }
+            for (const auto& [index, error] : takeArrivals())
+                end(index, error);
+            showProgress();
+        }
+        session_.terminal.progress({});
+    }
+
+    /// Prints what came of it.
+    [[nodiscard]] ExitCode report() const {
+        if (!session_.options.dryRun) printSummary();
+        if (interrupted_) throw CommandError({ExitCode::interrupted, "interrupted", {}});
+        if (failures_.empty()) return ExitCode::ok;
+        const auto& [index, failure] = *failures_.begin();
+        session_.terminal.failure(placed(index, failure), failure.advice);
+        return failure.code;
+    }
+
+  private:
+    struct Arrival {
+        std::size_t index;
+        std::exception_ptr error;  ///< null: done
+    };
+    using Arrivals = std::vector<Arrival>;
+
+    /// Begins as many as may be in flight.
+    void begin() {
+        while (next_ < items_.size() && open_.size() < jobs_ && !mayEnd())
+            start(next_++);
+    }
+
+    [[nodiscard]] bool mayEnd() const { return options_.failFast && !failures_.empty(); }
+
+    void start(std::size_t index) {
+        const auto arrive = [arrivals = arrivals_, index,
+                             &interruption = session_.interruption()](std::exception_ptr error) {
+            interruption.notify([&] { arrivals->push_back({index, std::move(error)}); });
+        };
+        const rxcpp::composite_subscription subscription;
+        open_.emplace(index, subscription);
+        try {
+            work_.request(items_[index].text)
+                .subscribe(
+                    subscription, [](const Response&) {},
+                    [arrive](const std::exception_ptr& error) { arrive(error); },
+                    [arrive] { arrive(nullptr); });
+        } catch (...) {
+            arrive(std::current_exception());
+        }
+    }
+
+    void end(std::size_t index, const std::exception_ptr& error) {
+        open_.erase(index);
+        if (!error || (session_.options.dryRun && wasOnlyShown(error))) {
+            ++done_;
+            return;
+        }
+        const auto& failure = failures_.emplace(index, describe(error)).first->second;
+        if (!session_.options.verbose) return;
+        session_.terminal.progress({});
+        session_.terminal.note("failed: " + printable(placed(index, failure)));
+    }
+
+    Arrivals takeArrivals() {
+        Arrivals taken;
+        session_.interruption().notify([&] { taken.swap(*arrivals_); });
+        return taken;
+    }
+
+    void interrupt() {
+        interrupted_ = true;
+        for (const auto& [index, subscription] : open_)
+            subscription.unsubscribe();
+    }
+
+    void showProgress() const {
+        if (items_.size() < 2 || session_.options.dryRun) return;
+        const auto ended = static_cast<std::int64_t>(done_ + failures_.size());
+        const auto all = static_cast<std::int64_t>(items_.size());
+        session_.terminal.progress(
+            fmt::format("{} {} of {}, {} failed", bar(ended, all), ended, all, failures_.size()));
+    }
+
+    void printSummary() const {
+        if (session_.options.json) return session_.terminal.json(summary());
+        std::string text =
+            fmt::format("{} {} of {} {}", work_.done, done_, items_.size(), work_.where);
+        if (!failures_.empty()) text += fmt::format("; {} failed", failures_.size());
+        if (untried() > 0) text += fmt::format("; {} not tried", untried());
+        session_.terminal.line(text);
+    }
+
+    [[nodiscard]] std::size_t untried() const { return items_.size() - done_ - failures_.size(); }
+
+    [[nodiscard]] JSONDictionary summary() const {
+        std::vector<JSONDictionary> failures;
+        for (const auto& [index, failure] : failures_)
+            failures.push_back(inJSON(index, failure));
+        JSONDictionary result;
+        result.setInteger("done", static_cast<std::int64_t>(done_));
+        result.setInteger("failed", static_cast<std::int64_t>(failures_.size()));
+        result.setInteger("notTried", static_cast<std::int64_t>(untried()));
+        result.setDictionaries("failures", failures);
+        return result;
+    }
+
+    [[nodiscard]] JSONDictionary inJSON(std::size_t index, const Failure& failure) const {
+        JSONDictionary result;
+        result.setText("item", items_[index].text);
+        if (!items_[index].place.empty()) result.setText("place", items_[index].place);
+        result.setText("message", failure.message);
+        result.setInteger("exitCode", static_cast<int>(failure.code));
+        return result;
+    }
+
+    /// What a failure says, with the place of its item and the item itself.
+    [[nodiscard]] std::string placed(std::size_t index, const Failure& failure) const {
+        const Item& item = items_[index];
+        return fmt::format("{}{}'{}': {}", item.place, item.place.empty() ? "" : ": ", item.text,
+                           failure.message);
+    }
+
+    Session& session_;
+    const BatchOptions& options_;
+    const BatchWork& work_;
+    std::vector<Item> items_;
+    std::size_t jobs_;
+    std::size_t next_ = 0;
+    std::size_t done_ = 0;
+    bool interrupted_ = false;
+    std::map<std::size_t, Failure> failures_;
+    std::map<std::size_t, rxcpp::composite_subscription> open_;
+    // Shared: after an interruption an event may still be on its way.
+    std::shared_ptr<Arrivals> arrivals_ = std::make_shared<Arrivals>();
+};
+
+}  // namespace
+
+void addBatch(CLI::App& command, BatchOptions& options, const std::string& item,
+              const std::string& description) {
+    addItems(command, options.items, item, description);
+    command.add_option("--jobs", options.jobs, "How many requests are in flight at once, 1 to 64")
+        ->type_name("N")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{64}).description(""))
+        ->capture_default_str();
+    command.add_flag("--fail-fast", options.failFast,
+                     "Begin nothing more after a failure; otherwise the rest is still done");
+}
+
+ExitCode runBatch(Session& session, const BatchOptions& options, const BatchWork& work) {
+    Run run(session, options, work);
+    run.play();
+    return run.report();
+}
+
+}  // namespace KestrinProfileCLI

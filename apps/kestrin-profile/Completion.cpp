@@ -1,0 +1,239 @@
+#include "Completion.hpp"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "CurlCommand.hpp"
+#include "Text.hpp"
+
+namespace KestrinProfileCLI {
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+/// What the scripts know of the command line. A place is where on it one is: " history add" after
+/// these two words, each with a blank before it.
+struct Words {
+    explicit Words(const CommandEntry& program)
+        : commands(flattened(program)), common(program.options) {
+        for (const CommandEntry* const command : commands)
+            for (const auto& option : command->options)
+                addValueNames(option);
+    }
+
+    [[nodiscard]] static std::string placeOf(const CommandEntry& command) {
+        return command.path.empty() ? "" : " " + command.path;
+    }
+
+    /// The options that may stand at a command: its own, and the program's, which may stand
+    /// anywhere.
+    [[nodiscard]] std::vector<OptionEntry> optionsAt(const CommandEntry& command) const {
+        auto options = command.options;
+        if (!command.path.empty()) options.insert(options.end(), common.begin(), common.end());
+        options.push_back({{"--help"}, {}, false, "Print help"});
+        return options;
+    }
+
+    /// The places of all commands, each as a pattern that a shell's `case` takes.
+    [[nodiscard]] Texts quotedPlaces() const {
+        Texts places;
+        for (const CommandEntry* const command : commands)
+            if (!command->path.empty()) places.push_back(shellQuoted(placeOf(*command)));
+        return places;
+    }
+
+    [[nodiscard]] Texts valueNames() const {
+        Texts names = fileNames;
+        names.insert(names.end(), otherNames.begin(), otherNames.end());
+        return names;
+    }
+
+    std::vector<const CommandEntry*> commands;
+    std::vector<OptionEntry> common;
+    Texts fileNames;   ///< the options whose value is the name of a file
+    Texts otherNames;  ///< the options with another value
+
+  private:
+    void addValueNames(const OptionEntry& option) {
+        if (!option.needsValue) return;
+        auto& names = option.value == "FILE" ? fileNames : otherNames;
+        for (const auto& name : option.names)
+            if (std::ranges::find(names, name) == names.end()) names.push_back(name);
+    }
+};
+
+/// A script with the gaps "@NAME@" filled.
+std::string filled(std::string script,
+                   const std::vector<std::pair<std::string, std::string>>& gaps) {
+    for (const auto& [name, text] : gaps)
+        script = replaced(std::move(script), "@" + name + "@", text);
+    return script;
+}
+
+constexpr const char* bashScript = R"(# Completion of kestrin-profile in bash.
+_kestrin_profile() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous= place= word words= index
+    for ((index = 1; index < COMP_CWORD; index++)); do
+        word=${COMP_WORDS[index]}
+        case $previous in
+            @VALUES@) previous=; continue ;;
+        esac
+        previous=$word
+        case "$place $word" in
+            @PLACES@) place="$place $word" ;;
+        esac
+    done
+    case $previous in
+        @FILES@) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
+        @OTHERS@) COMPREPLY=(); return ;;
+    esac
+    case $place in
+@WORDS@    esac
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+complete -F _kestrin_profile kestrin-profile
+)";
+
+constexpr const char* zshScript = R"(#compdef kestrin-profile
+# Completion of kestrin-profile in zsh.
+_kestrin_profile() {
+    local place= previous= word
+    local -a commands options
+    local -i index
+    for ((index = 2; index < CURRENT; index++)); do
+        word=$words[index]
+        case $previous in
+            (@VALUES@) previous=; continue ;;
+        esac
+        previous=$word
+        case "$place $word" in
+            (@PLACES@) place="$place $word" ;;
+        esac
+    done
+    case $previous in
+        (@FILES@) _files; return ;;
+        (@OTHERS@) return ;;
+    esac
+    case $place in
+@WORDS@    esac
+    _describe command commands
+    _describe -o option options
+}
+if [[ $funcstack[1] == _kestrin-profile ]]; then
+    _kestrin_profile "$@"
+else
+    compdef _kestrin_profile kestrin-profile
+fi
+)";
+
+constexpr const char* fishScript = R"(# Completion of kestrin-profile in fish.
+function __kestrin_profile_at
+    set -l place ''
+    set -l previous ''
+    for word in (commandline -opc)[2..-1]
+        switch "$previous"
+            case @VALUES@
+                set previous ''
+                continue
+        end
+        set previous $word
+        switch "$place $word"
+            case @PLACES@
+                set place "$place $word"
+        end
+    end
+    test "$place" = "$argv[1]"
+end
+complete -c kestrin-profile -f
+@WORDS@)";
+
+std::string bashWords(const Words& words) {
+    std::string lines;
+    for (const CommandEntry* const command : words.commands) {
+        Texts all;
+        for (const auto& below : command->commands)
+            all.push_back(below.name);
+        for (const auto& option : words.optionsAt(*command))
+            all.insert(all.end(), option.names.begin(), option.names.end());
+        lines += fmt::format("        {}) words='{}' ;;\n", shellQuoted(Words::placeOf(*command)),
+                             joined(all, " "));
+    }
+    return lines;
+}
+
+std::string zshWords(const Words& words) {
+    std::string lines;
+    for (const CommandEntry* const command : words.commands) {
+        Texts below;
+        Texts options;
+        for (const auto& each : command->commands)
+            below.push_back(shellQuoted(each.name + ":" + each.description));
+        for (const auto& option : words.optionsAt(*command))
+            for (const auto& name : option.names)
+                options.push_back(shellQuoted(name + ":" + option.description));
+        lines += fmt::format("        ({}) commands=({}) options=({}) ;;\n",
+                             shellQuoted(Words::placeOf(*command)), joined(below, " "),
+                             joined(options, " "));
+    }
+    return lines;
+}
+
+std::string fishQuoted(std::string text) {
+    return "'" + replaced(replaced(std::move(text), "\\", "\\\\"), "'", "\\'") + "'";
+}
+
+std::string fishOption(const OptionEntry& option) {
+    std::string words;
+    for (const auto& name : option.names)
+        words += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
+    if (option.needsValue) words += option.value == "FILE" ? " -r -F" : " -x";
+    return words + " -d " + fishQuoted(option.description);
+}
+
+std::string fishWords(const Words& words) {
+    std::string lines;
+    for (const CommandEntry* const command : words.commands) {
+        const std::string begin =
+            fmt::format("complete -c kestrin-profile -n {}",
+                        fishQuoted("__kestrin_profile_at " + fishQuoted(Words::placeOf(*command))));
+        for (const auto& below : command->commands)
+            lines +=
+                fmt::format("{} -a {} -d {}\n", begin, below.name, fishQuoted(below.description));
+        for (const auto& option : words.optionsAt(*command))
+            lines += begin + fishOption(option) + "\n";
+    }
+    return lines;
+}
+
+std::string script(const char* text, const Words& words, std::string_view alternatives,
+                   std::string lines) {
+    return filled(text, {{"VALUES", joined(words.valueNames(), alternatives)},
+                         {"PLACES", joined(words.quotedPlaces(), alternatives)},
+                         {"FILES", joined(words.fileNames, alternatives)},
+                         {"OTHERS", joined(words.otherNames, alternatives)},
+                         {"WORDS", std::move(lines)}});
+}
+
+}  // namespace
+
+std::string bashCompletion(const CommandEntry& program) {
+    const Words words(program);
+    return script(bashScript, words, " | ", bashWords(words));
+}
+
+std::string zshCompletion(const CommandEntry& program) {
+    const Words words(program);
+    return script(zshScript, words, " | ", zshWords(words));
+}
+
+std::string fishCompletion(const CommandEntry& program) {
+    const Words words(program);
+    return script(fishScript, words, " ", fishWords(words));
+}
+
+}  // namespace KestrinProfileCLI

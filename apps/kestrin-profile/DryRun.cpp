@@ -1,0 +1,30 @@
+#include "DryRun.hpp"
+
+#include <HalvardSling/SlingError.hpp>
+
+#include "CurlCommand.hpp"
+
+namespace KestrinProfileCLI {
+
+using HalvardSling::SlingError;
+using HalvardSling::SlingErrorKind;
+
+HalvardSling::TransferID DryRunTransport::send(
+    std::shared_ptr<const HalvardSling::TransportRequest> request,
+    HalvardSling::TransportCompletion completion) {
+    show_(curlCommand(*request));
+    completion(SlingError(SlingErrorKind::cancelled, "shown, not sent"));
+    return ++last_;
+}
+
+bool wasOnlyShown(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const SlingError& known) {
+        return known.kind() == SlingErrorKind::cancelled;
+    } catch (...) {
+        return false;
+    }
+}
+
+}  // namespace KestrinProfileCLI

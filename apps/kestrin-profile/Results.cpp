@@ -1,0 +1,139 @@
+#include "Results.hpp"
+
+#include <algorithm>
+#include <variant>
+
+#include <fmt/format.h>
+
+#include <HalvardSling/JSONDictionary.hpp>
+#include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinProfile/service/Profile.hpp>
+
+#include "Format.hpp"
+
+namespace KestrinProfileCLI {
+
+using HalvardSling::JSONDictionary;
+using KestrinConfigManager::ConfigurationManager;
+using KestrinProfile::Profile;
+using KestrinProfile::User;
+using KestrinProfile::UserProfile;
+using KestrinProfile::UserProfileElement;
+
+namespace {
+
+using Row = std::vector<std::string>;
+
+std::string jsonLine(const JSONDictionary& document) {
+    return printableJSON(document.written());
+}
+
+std::string shown(const std::optional<std::string>& text) {
+    return printable(text.value_or("-"));
+}
+
+/// The longest progress in a list, at least one second: what its bars are relative to.
+std::int64_t longestProgress(const std::vector<UserProfileElement>& elements) {
+    std::int64_t longest = 1;
+    for (const auto& element : elements)
+        longest = std::max(longest, element.progress.value_or(0));
+    return longest;
+}
+
+std::size_t progressColumns(const std::vector<UserProfileElement>& elements) {
+    return durationText(longestProgress(elements)).size();
+}
+
+/// How far an entry was watched: the time, the bar, and whether it was to the end.
+Row progressCells(const UserProfileElement& element,
+                  const std::vector<UserProfileElement>& elements) {
+    const bool completed = element.isCompleted.value_or(false);
+    if (!element.progress) return {"-", completed ? bar(1, 1) : "", completed ? "completed" : ""};
+    return {fmt::format("{:>{}}", durationText(*element.progress), progressColumns(elements)),
+            completed ? bar(1, 1) : bar(*element.progress, longestProgress(elements)),
+            completed ? "completed" : ""};
+}
+
+Row rowOf(const UserProfileElement& element, const std::vector<UserProfileElement>& elements,
+          const ListLook& look) {
+    Row row{shown(element.id), shown(element.type)};
+    if (look.hasProgress) std::ranges::move(progressCells(element, elements), back_inserter(row));
+    row.push_back(element.autoAddTimestamp ? dateText(*element.autoAddTimestamp, look.utc) : "-");
+    return row;
+}
+
+Row headingOf(const ListLook& look) {
+    Row heading{look.item, "KIND"};
+    if (look.hasProgress) heading.insert(heading.end(), {"PROGRESS", "OF LONGEST", "STATE"});
+    heading.emplace_back(look.utc ? "ADDED (UTC)" : "ADDED");
+    return heading;
+}
+
+std::string countText(const UserProfile& list) {
+    const std::size_t count = list.elements->size();
+    std::string text = fmt::format("{} {}", count, count == 1 ? "entry" : "entries");
+    return list.maxSize ? text + fmt::format(", {} at most", *list.maxSize) : text;
+}
+
+Row rowOf(const User& user, const std::string& parent) {
+    Row marks;
+    if (user.profileID == parent) marks.emplace_back("parent");
+    if (user.defaultUser) marks.emplace_back("default");
+    return {shown(user.profileID), shown(user.username), shown(user.avatar), shown(user.group),
+            joined(marks, ", ")};
+}
+
+/// The document of a reply, or one with its status where it has none.
+JSONDictionary documentOf(const HalvardSling::Response& reply) {
+    auto parsed = JSONDictionary::parse(reply.sharedBody());
+    if (auto* const document = std::get_if<JSONDictionary>(&parsed)) return std::move(*document);
+    JSONDictionary status;
+    status.setInteger("status", reply.status());
+    return status;
+}
+
+}  // namespace
+
+std::vector<std::string> linesOf(const Session& session, const UserProfile& list,
+                                 const ListLook& look) {
+    if (session.options.json) return {jsonLine(list.encode())};
+    if (!list.elements)
+        throw CommandError({ExitCode::serviceError, "the reply holds no usable list",
+                            "look at what it holds with --json"});
+    std::vector<Row> rows;
+    for (const auto& element : *list.elements)
+        rows.push_back(rowOf(element, *list.elements, look));
+    auto lines = session.terminal.tableLines(headingOf(look), rows);
+    lines.push_back(session.terminal.marked(Mark::faint, countText(list)));
+    return lines;
+}
+
+std::vector<std::string> linesOf(const Session& session, const std::vector<User>& users) {
+    if (session.options.json) {
+        std::vector<JSONDictionary> records;
+        for (const auto& user : users)
+            records.push_back(user.encode());
+        JSONDictionary document;
+        document.setDictionaries(Profile::Keys::getProfiles, records);
+        return {jsonLine(document)};
+    }
+    const std::string parent = ConfigurationManager::parentProfileID();
+    std::vector<Row> rows;
+    for (const auto& user : users)
+        rows.push_back(rowOf(user, parent));
+    return session.terminal.tableLines({"PROFILE", "NAME", "AVATAR", "GROUP", "MARKS"}, rows);
+}
+
+void print(const Session& session, const User& user) {
+    if (session.options.json) return session.terminal.json(user.encode());
+    for (const auto& line : linesOf(session, std::vector{user}))
+        session.terminal.line(line);
+}
+
+void printDone(const Session& session, const HalvardSling::Response& reply,
+               const std::string& text) {
+    if (session.options.json) return session.terminal.json(documentOf(reply));
+    session.terminal.line(printable(text));
+}
+
+}  // namespace KestrinProfileCLI

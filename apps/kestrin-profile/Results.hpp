@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <HalvardSling/Response.hpp>
+#include <KestrinProfile/model/User.hpp>
+#include <KestrinProfile/model/UserProfile.hpp>
+
+#include "Session.hpp"
+
+namespace KestrinProfileCLI {
+
+/// How a list is shown to people.
+struct ListLook {
+    std::string item;          ///< the heading of the identifiers, e.g. "VIDEO"
+    bool hasProgress = false;  ///< whether its entries say how far they were watched
+    bool utc = false;          ///< whether dates are in UTC
+};
+
+/// A list as the lines of a table, or as one line of JSON.
+[[nodiscard]] std::vector<std::string> linesOf(const Session& session,
+                                               const KestrinProfile::UserProfile& list,
+                                               const ListLook& look);
+
+/// Profiles as the lines of a table, or as one line of JSON.
+[[nodiscard]] std::vector<std::string> linesOf(const Session& session,
+                                               const std::vector<KestrinProfile::User>& users);
+
+/// Prints a profile.
+void print(const Session& session, const KestrinProfile::User& user);
+
+/// Prints that something was done; in JSON the reply's own document, or its status where it has
+/// none.
+void printDone(const Session& session, const HalvardSling::Response& reply,
+               const std::string& text);
+
+}  // namespace KestrinProfileCLI

@@ -1,0 +1,152 @@
+#include "Text.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
+
+#include <fmt/format.h>
+
+namespace KestrinProfileCLI {
+
+namespace {
+
+struct Range {
+    char32_t first;
+    char32_t last;
+};
+
+/// What a terminal obeys or reorders instead of showing it.
+constexpr std::array controls{Range{0x00, 0x1F},     Range{0x7F, 0x9F},     Range{0x200E, 0x200F},
+                              Range{0x2028, 0x202E}, Range{0x2066, 0x2069}, Range{0xFEFF, 0xFEFF}};
+
+/// What is put on top of the character before it.
+constexpr std::array combining{Range{0x300, 0x36F},   Range{0x483, 0x489},   Range{0x591, 0x5BD},
+                               Range{0x610, 0x61A},   Range{0x64B, 0x65F},   Range{0x200B, 0x200D},
+                               Range{0x20D0, 0x20F0}, Range{0xFE00, 0xFE0F}, Range{0xFE20, 0xFE2F}};
+
+/// What takes two columns (Unicode Standard Annex 11, in whole blocks).
+constexpr std::array wide{
+    Range{0x1100, 0x115F},   Range{0x2E80, 0x303E},   Range{0x3041, 0xA4CF},
+    Range{0xAC00, 0xD7A3},   Range{0xF900, 0xFAFF},   Range{0xFE30, 0xFE6F},
+    Range{0xFF00, 0xFF60},   Range{0xFFE0, 0xFFE6},   Range{0x1F300, 0x1F64F},
+    Range{0x1F680, 0x1F6FF}, Range{0x1F900, 0x1F9FF}, Range{0x20000, 0x3FFFD}};
+
+template <std::size_t Count>
+bool isIn(const std::array<Range, Count>& ranges, char32_t character) noexcept {
+    return std::ranges::any_of(ranges, [character](const Range& range) {
+        return character >= range.first && character <= range.last;
+    });
+}
+
+/// The first character of a text, and how many bytes it has.
+struct Character {
+    std::optional<char32_t> value;  ///< absent: the byte begins no character of UTF-8
+    std::size_t bytes = 1;
+};
+
+std::size_t bytesAfter(unsigned char first) noexcept {
+    if (first >= 0xC2 && first <= 0xDF) return 1;
+    if (first >= 0xE0 && first <= 0xEF) return 2;
+    return first >= 0xF0 && first <= 0xF4 ? 3 : 0;
+}
+
+Character firstOf(std::string_view text) noexcept {
+    static constexpr std::array<char32_t, 4> smallest{0, 0x80, 0x800, 0x10000};
+    const auto first = static_cast<unsigned char>(text.front());
+    if (first < 0x80) return {first, 1};
+    const std::size_t more = bytesAfter(first);
+    if (more == 0 || text.size() <= more) return {};
+    char32_t value = first & (0x3FU >> more);
+    for (const char c : text.substr(1, more)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if ((byte & 0xC0U) != 0x80U) return {};
+        value = (value << 6U) | (byte & 0x3FU);
+    }
+    const bool sound =
+        value >= smallest.at(more) && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
+    return sound ? Character{value, more + 1} : Character{};
+}
+
+bool isShown(const Character& character) noexcept {
+    return character.value && !isIn(controls, *character.value);
+}
+
+std::size_t columnsOf(const Character& character) noexcept {
+    if (!character.value) return 1;
+    if (isIn(combining, *character.value)) return 0;
+    return isIn(wide, *character.value) ? 2 : 1;
+}
+
+/// How many bytes a colour at the begin of the text has; 0 where there is none.
+std::size_t colourBytes(std::string_view text) noexcept {
+    if (!text.starts_with("\x1b[")) return 0;
+    const std::size_t end = text.find('m');
+    return end == std::string_view::npos ? 0 : end + 1;
+}
+
+/// The text with what is not shown replaced.
+template <class Replacement>
+std::string filtered(std::string_view text, Replacement replacement) {
+    std::string result;
+    result.reserve(text.size());
+    while (!text.empty()) {
+        const Character character = firstOf(text);
+        if (isShown(character))
+            result += text.substr(0, character.bytes);
+        else
+            result += replacement(character);
+        text.remove_prefix(character.bytes);
+    }
+    return result;
+}
+
+}  // namespace
+
+std::size_t columnsOf(std::string_view text) noexcept {
+    std::size_t columns = 0;
+    while (!text.empty()) {
+        const std::size_t colour = colourBytes(text);
+        const Character character = colour == 0 ? firstOf(text) : Character{0, colour};
+        columns += colour == 0 ? columnsOf(character) : 0;
+        text.remove_prefix(character.bytes);
+    }
+    return columns;
+}
+
+std::string printable(std::string_view text) {
+    return filtered(text, [](const Character&) { return std::string("?"); });
+}
+
+std::string printableJSON(std::string_view json) {
+    return filtered(json, [](const Character& character) {
+        return character.value ? fmt::format("\\u{:04x}", std::uint32_t{*character.value})
+                               : std::string("?");
+    });
+}
+
+std::string padded(std::string text, std::size_t columns) {
+    const std::size_t taken = columnsOf(text);
+    if (taken < columns) text.append(columns - taken, ' ');
+    return text;
+}
+
+std::string_view trimmed(std::string_view text) noexcept {
+    constexpr std::string_view blanks = " \t\r";
+    const std::size_t begin = text.find_first_not_of(blanks);
+    if (begin == std::string_view::npos) return {};
+    return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
+}
+
+std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
+    return fmt::format("{}", fmt::join(texts, separator));
+}
+
+std::string replaced(std::string text, std::string_view part, std::string_view replacement) {
+    for (std::size_t at = text.find(part); at != std::string::npos;
+         at = text.find(part, at + replacement.size()))
+        text.replace(at, part.size(), replacement);
+    return text;
+}
+
+}  // namespace KestrinProfileCLI

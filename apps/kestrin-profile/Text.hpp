@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KestrinProfileCLI {
+
+/// The number of a terminal's columns that a UTF-8 text takes: none for combining marks, two for
+/// wide characters (East Asian ones, emoji), one for every other. Colours take none.
+[[nodiscard]] std::size_t columnsOf(std::string_view text) noexcept;
+
+/// A text of a service's or a person's as it may be shown: control characters (also those beyond
+/// ASCII, and those that turn the direction of writing) and bytes that are no UTF-8 become '?', so
+/// that none reaches the terminal.
+[[nodiscard]] std::string printable(std::string_view text);
+
+/// A JSON text with the characters that `printable` would replace as escapes, which mean the same.
+[[nodiscard]] std::string printableJSON(std::string_view json);
+
+/// The text with blanks after it, so that it takes this many columns.
+[[nodiscard]] std::string padded(std::string text, std::size_t columns);
+
+/// The text without blanks, tabs and a carriage return around it.
+[[nodiscard]] std::string_view trimmed(std::string_view text) noexcept;
+
+/// The texts with a separator between them.
+[[nodiscard]] std::string joined(const std::vector<std::string>& texts, std::string_view separator);
+
+/// The text with every occurrence of a non-empty part replaced.
+[[nodiscard]] std::string replaced(std::string text, std::string_view part,
+                                   std::string_view replacement);
+
+}  // namespace KestrinProfileCLI

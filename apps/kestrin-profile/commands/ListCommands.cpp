@@ -1,0 +1,270 @@
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include <KestrinProfile/params/ProfileParams.hpp>
+#include <KestrinProfile/service/Profile.hpp>
+
+#include "../Batch.hpp"
+#include "../Caller.hpp"
+#include "../Format.hpp"
+#include "../Results.hpp"
+#include "../Watch.hpp"
+#include "Commands.hpp"
+
+namespace KestrinProfileCLI {
+
+using HalvardSling::Observable;
+using HalvardSling::Response;
+using KestrinProfile::Profile;
+using KestrinProfile::ProfileParams;
+using KestrinProfile::Types;
+using KestrinProfile::UserProfile;
+using KestrinProfile::UserProfileElement;
+
+namespace {
+
+using Write = Observable<Response> (Profile::*)(ProfileParams) const;
+using Read = Observable<UserProfile> (Profile::*)(ProfileParams) const;
+
+/// One of a profile's lists: its words, and the operations of the library.
+struct ListKind {
+    const char* command;
+    const char* description;
+    const char* name;      ///< in a sentence
+    const char* item;      ///< the heading of its identifiers
+    const char* argument;  ///< an identifier on the command line
+    const char* argumentText;
+    std::optional<std::string> ProfileParams::* identifier;
+    Read read;
+    Write add;
+    Write remove;
+    Write clear;
+};
+
+constexpr const char* aVideo = "The identifier of a video";
+constexpr const char* aShow = "The identifier of a show";
+
+constexpr ListKind history{"history",
+                           "What a profile has watched",
+                           "the history",
+                           "VIDEO",
+                           "VIDEO_ID",
+                           aVideo,
+                           &ProfileParams::videoID,
+                           &Profile::requestHistory,
+                           &Profile::addHistoryVideo,
+                           &Profile::deleteVideoHistory,
+                           &Profile::clearHistory};
+constexpr ListKind favorites{"favorites",
+                             "The shows that a profile likes",
+                             "the favorites",
+                             "SHOW",
+                             "SHOW_ID",
+                             aShow,
+                             &ProfileParams::showID,
+                             &Profile::requestFavorites,
+                             &Profile::addFavoriteShow,
+                             &Profile::deleteFavoriteShow,
+                             &Profile::clearFavorites};
+constexpr ListKind watchList{"watchlist",
+                             "The videos that a profile wants to watch",
+                             "the watch list",
+                             "VIDEO",
+                             "VIDEO_ID",
+                             aVideo,
+                             &ProfileParams::videoID,
+                             &Profile::requestWatchList,
+                             &Profile::addWatchListVideo,
+                             &Profile::deleteWatchListVideo,
+                             &Profile::clearWatchList};
+
+/// How far the videos were watched, as it is typed.
+struct Watched {
+    std::string progress;
+    std::optional<bool> isComplete;
+};
+
+/// What the commands of one list are told.
+struct ListOptions {
+    explicit ListOptions(const ListKind& aKind) : kind(aKind) {}
+
+    const ListKind& kind;
+    WatchOptions watch;
+    bool utc = false;
+    std::string videoID;
+    BatchOptions batch;
+    Watched watched;
+};
+using Shared = std::shared_ptr<ListOptions>;
+
+ProfileParams callersParams(Session& session) {
+    const std::string brand = brandOf(session);
+    return ProfileParams(callersBind(session), brand);
+}
+
+ListLook lookOf(const ListOptions& options) {
+    return {options.kind.item, &options.kind == &history, options.utc};
+}
+
+ExitCode list(Session& session, const ListOptions& options) {
+    session.configure();
+    return show(session, options.watch, [&] {
+        const auto params = callersParams(session);
+        return linesOf(session, session.await((Profile().*options.kind.read)(params)),
+                       lookOf(options));
+    });
+}
+
+ExitCode progress(Session& session, const ListOptions& options) {
+    session.configure();
+    auto params = callersParams(session);
+    params.videoID = options.videoID;
+    const auto found = session.await(Profile().requestVideoHistory(std::move(params)));
+    if (found.elements && found.elements->empty())
+        throw CommandError({ExitCode::notFound,
+                            fmt::format("the history has no video '{}'", options.videoID),
+                            "see what it has: kestrin-profile history list"});
+    for (const auto& line : linesOf(session, found, lookOf(options)))
+        session.terminal.line(line);
+    return ExitCode::ok;
+}
+
+/// Does one operation with each of the named items.
+ExitCode change(Session& session, const ListOptions& options, Write operation,
+                const ProfileParams& params, std::string done, const char* preposition) {
+    const auto request = [&](const std::string& item) {
+        ProfileParams own = params;
+        own.*options.kind.identifier = item;
+        return (Profile().*operation)(std::move(own));
+    };
+    return runBatch(
+        session, options.batch,
+        {request, std::move(done), fmt::format("{} {}", preposition, options.kind.name)});
+}
+
+std::int64_t progressOf(const Watched& watched) {
+    if (const auto seconds = durationOf(watched.progress)) return *seconds;
+    throw CommandError({ExitCode::usage, fmt::format("'{}' is no time", watched.progress),
+                        "give --progress in seconds, or as m:ss or h:mm:ss"});
+}
+
+ExitCode add(Session& session, const ListOptions& options) {
+    const bool isHistory = &options.kind == &history;
+    std::optional<std::int64_t> progress;
+    if (isHistory) progress = progressOf(options.watched);
+    session.configure();
+    auto params = callersParams(session);
+    params.progress = progress;
+    params.isComplete = options.watched.isComplete;
+    return change(session, options, options.kind.add, params, "added", "to");
+}
+
+ExitCode remove(Session& session, const ListOptions& options) {
+    session.configure();
+    return change(session, options, options.kind.remove, callersParams(session), "removed", "from");
+}
+
+ExitCode clear(Session& session, const ListOptions& options) {
+    session.configure();
+    const auto reply = session.await((Profile().*options.kind.clear)(callersParams(session)));
+    printDone(session, reply, fmt::format("cleared {}", options.kind.name));
+    return ExitCode::ok;
+}
+
+ExitCode addMany(Session& session, const ListOptions& options) {
+    const auto items = itemsOf(options.batch.items, session.interruption());
+    session.configure();
+    auto params = callersParams(session);
+    params.elements.emplace();
+    for (const auto& item : items)
+        params.elements->emplace_back(item.text, Types::show);
+    const auto reply = session.await(Profile().addFavoriteShows(std::move(params)));
+    printDone(session, reply,
+              fmt::format("added {} in one request to the favorites", items.size()));
+    return ExitCode::ok;
+}
+
+/// Makes a command of a list choose what it does.
+void onChosen(CLI::App& command, Command& chosen, const Shared& options,
+              ExitCode (*what)(Session&, const ListOptions&)) {
+    command.callback([&chosen, options, what] {
+        chosen = [options, what](Session& session) { return what(session, *options); };
+    });
+}
+
+void addUTC(CLI::App& command, ListOptions& options) {
+    command.add_flag("--utc", options.utc, "Show dates in UTC instead of the local time zone");
+}
+
+void addListing(CLI::App& group, Command& chosen, const Shared& options) {
+    auto& command = *group.add_subcommand("list", "Show the list, the latest first");
+    addWatch(command, options->watch);
+    addUTC(command, *options);
+    onChosen(command, chosen, options, &list);
+}
+
+void addProgress(CLI::App& group, Command& chosen, const Shared& options) {
+    auto& command = *group.add_subcommand("progress", "Show how far one video was watched");
+    command.add_option(options->kind.argument, options->videoID, options->kind.argumentText)
+        ->required()
+        ->type_name("");
+    addUTC(command, *options);
+    onChosen(command, chosen, options, &progress);
+}
+
+void addAdding(CLI::App& group, Command& chosen, const Shared& options) {
+    auto& command = *group.add_subcommand(
+        "add", "Add entries, one request each; what is there moves to the front");
+    addBatch(command, options->batch, options->kind.argument, options->kind.argumentText);
+    if (&options->kind == &history) {
+        command.add_option("--progress", options->watched.progress, "How far they were watched")
+            ->required()
+            ->type_name("SECONDS|h:mm:ss");
+        command.add_flag_callback(
+            "--completed", [options] { options->watched.isComplete = true; },
+            "They were watched to the end");
+        command.add_flag_callback(
+            "--not-completed", [options] { options->watched.isComplete = false; },
+            "They were not; without either, what the history knows stays");
+    }
+    onChosen(command, chosen, options, &add);
+}
+
+void addAddingMany(CLI::App& group, Command& chosen, const Shared& options) {
+    auto& command = *group.add_subcommand(
+        "add-many", "Add entries, all in one request; the last one is in front");
+    addItems(command, options->batch.items, options->kind.argument, options->kind.argumentText);
+    onChosen(command, chosen, options, &addMany);
+}
+
+void addRemoving(CLI::App& group, Command& chosen, const Shared& options) {
+    auto& command = *group.add_subcommand("remove", "Remove entries, one request each");
+    addBatch(command, options->batch, options->kind.argument, options->kind.argumentText);
+    onChosen(command, chosen, options, &remove);
+}
+
+void addGroup(CLI::App& app, Command& chosen, const ListKind& kind) {
+    const auto options = std::make_shared<ListOptions>(kind);
+    auto& group = *app.add_subcommand(kind.command, kind.description);
+    group.require_subcommand(1);
+    addListing(group, chosen, options);
+    if (&kind == &history) addProgress(group, chosen, options);
+    addAdding(group, chosen, options);
+    if (&kind == &favorites) addAddingMany(group, chosen, options);
+    addRemoving(group, chosen, options);
+    onChosen(*group.add_subcommand("clear", "Remove all entries"), chosen, options, &clear);
+}
+
+}  // namespace
+
+void addListCommands(CLI::App& app, Command& chosen) {
+    for (const ListKind* const kind : {&history, &favorites, &watchList})
+        addGroup(app, chosen, *kind);
+}
+
+}  // namespace KestrinProfileCLI

@@ -1,0 +1,171 @@
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+#include <rxcpp/operators/rx-tap.hpp>
+
+#include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinProfile/params/ProfileParams.hpp>
+#include <KestrinProfile/params/UserParams.hpp>
+#include <KestrinProfile/service/Profile.hpp>
+
+#include "../Batch.hpp"
+#include "../Caller.hpp"
+#include "../Results.hpp"
+#include "../Watch.hpp"
+#include "Commands.hpp"
+
+namespace KestrinProfileCLI {
+
+using KestrinConfigManager::ConfigurationManager;
+using KestrinProfile::Profile;
+using KestrinProfile::ProfileParams;
+using KestrinProfile::User;
+using KestrinProfile::UserParams;
+
+namespace {
+
+/// What is said of a profile on the command line.
+struct ProfileOptions {
+    std::string profile;  ///< which one, by identifier or name
+    std::optional<std::string> name;
+    std::optional<std::string> avatar;
+    std::optional<std::string> group;
+    std::optional<bool> isDefault;
+
+    WatchOptions watch;
+    BatchOptions batch;
+};
+using Shared = std::shared_ptr<ProfileOptions>;
+
+ExitCode list(Session& session, const ProfileOptions& options) {
+    session.configure();
+    return show(session, options.watch, [&] {
+        return linesOf(session, session.await(Profile().getProfiles(callersBind(session))));
+    });
+}
+
+ExitCode create(Session& session, const ProfileOptions& options) {
+    session.configure();
+    auto user = User::withoutProfileID(*options.name, {}, {}, options.isDefault.value_or(false));
+    user.avatar = options.avatar;
+    user.group = options.group;
+    print(session, session.await(Profile().createProfile(UserParams(callersBind(session), user))));
+    return ExitCode::ok;
+}
+
+bool changesNothing(const ProfileOptions& options) {
+    return !options.name && !options.avatar && !options.group && !options.isDefault;
+}
+
+/// What is sent to change a profile. The record always says whether it is the default one, so that
+/// is taken from the profile as it is.
+User changed(const User& known, const ProfileOptions& options) {
+    return User(known.profileID.value_or(""), options.name, options.avatar, options.group,
+                options.isDefault.value_or(known.defaultUser));
+}
+
+ExitCode edit(Session& session, const ProfileOptions& options) {
+    if (changesNothing(options))
+        throw CommandError({ExitCode::usage, "nothing is to be changed",
+                            "give --name, --avatar, --group, --default or --not-default"});
+    session.configure();
+    const auto bind = callersBind(session);
+    const User known = Household(session, bind).find(options.profile);
+    if (session.options.dryRun && !options.isDefault)
+        session.terminal.note("note: a dry run looks nothing up; \"default\" stands for false");
+    const auto reply =
+        session.await(Profile().editProfile(UserParams(bind, changed(known, options))));
+    printDone(session, reply, fmt::format("changed {}", *known.profileID));
+    return ExitCode::ok;
+}
+
+/// Drops the bind held for a profile that is gone.
+void dropBind(const std::string& profileID) {
+    auto& manager = ConfigurationManager::sharedInstance();
+    manager.setBindProfileID(profileID);
+    manager.setBindToken(std::nullopt);
+}
+
+ExitCode remove(Session& session, const ProfileOptions& options) {
+    session.configure();
+    const auto bind = callersBind(session);
+    const Household household(session, bind);
+    const auto request = [&](const std::string& nameOrID) {
+        const User user = household.find(nameOrID);
+        return Profile().deleteProfile(UserParams(bind, user)) |
+               rxcpp::operators::tap(
+                   [id = *user.profileID](const HalvardSling::Response&) { dropBind(id); });
+    };
+    return runBatch(session, options.batch, {request, "deleted", "profiles"});
+}
+
+ExitCode validate(Session& session, const ProfileOptions& options) {
+    session.configure();
+    const std::string brand = brandOf(session);
+    ProfileParams params(callersBind(session), brand);
+    params.userName = *options.name;
+    const auto reply = session.await(Profile().validateProfileName(std::move(params)));
+    printDone(session, reply, fmt::format("'{}' may be given to the profile", *options.name));
+    return ExitCode::ok;
+}
+
+CLI::App& addCommand(CLI::App& group, const char* name, const char* description, Command& chosen,
+                     const Shared& options, ExitCode (*what)(Session&, const ProfileOptions&)) {
+    auto* const command = group.add_subcommand(name, description);
+    command->callback([&chosen, options, what] {
+        chosen = [options, what](Session& session) { return what(session, *options); };
+    });
+    return *command;
+}
+
+void addLooks(CLI::App& command, const Shared& options) {
+    command.add_option("--avatar", options->avatar, "The profile's picture")->type_name("TEXT");
+    command.add_option("--group", options->group, "The group it belongs to")->type_name("TEXT");
+    command.add_flag_callback(
+        "--default", [options] { options->isDefault = true; },
+        "Make it the household's default profile");
+}
+
+void addName(CLI::App& command, const Shared& options, const char* description) {
+    command.add_option("NAME", options->name, description)->required()->type_name("");
+}
+
+void addEdit(CLI::App& group, Command& chosen, const Shared& options) {
+    auto& command = addCommand(group, "edit", "Change a profile; what is not given stays", chosen,
+                               options, &edit);
+    command.add_option("PROFILE", options->profile, "The profile, by identifier or name")
+        ->required()
+        ->type_name("");
+    command.add_option("--name", options->name, "The new name")->type_name("TEXT");
+    addLooks(command, options);
+    command.add_flag_callback(
+        "--not-default", [options] { options->isDefault = false; },
+        "Make it the default profile no longer");
+}
+
+}  // namespace
+
+void addProfilesCommand(CLI::App& app, Command& chosen) {
+    const auto options = std::make_shared<ProfileOptions>();
+    auto& group = *app.add_subcommand("profiles", "The household's profiles");
+    group.require_subcommand(1);
+
+    addWatch(
+        addCommand(group, "list", "Show the profiles, the parent first", chosen, options, &list),
+        options->watch);
+    auto& creating = addCommand(group, "create", "Create a profile", chosen, options, &create);
+    addName(creating, options, "The profile's name");
+    addLooks(creating, options);
+    addEdit(group, chosen, options);
+    addBatch(addCommand(group, "delete", "Delete profiles with all their lists", chosen, options,
+                        &remove),
+             options->batch, "PROFILE", "A profile, by identifier or name");
+    addName(addCommand(group, "validate", "Say whether a profile could have a name", chosen,
+                       options, &validate),
+            options, "The name");
+}
+
+}  // namespace KestrinProfileCLI

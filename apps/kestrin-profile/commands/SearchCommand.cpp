@@ -1,0 +1,59 @@
+#include <memory>
+#include <string>
+
+#include <fmt/format.h>
+
+#include <KestrinProfile/params/SearchParams.hpp>
+#include <KestrinProfile/service/Profile.hpp>
+
+#include "../Batch.hpp"
+#include "../Caller.hpp"
+#include "../Results.hpp"
+#include "Commands.hpp"
+
+namespace KestrinProfileCLI {
+
+using KestrinProfile::Profile;
+using KestrinProfile::SearchParams;
+using KestrinProfile::Types;
+
+namespace {
+
+ExitCode add(Session& session, const BatchOptions& options) {
+    session.configure();
+    const std::string brand = brandOf(session);
+    const auto bind = callersBind(session);
+    const auto request = [&](const std::string& text) {
+        return Profile().addSearchHistory(SearchParams(text, Types::none, bind, brand));
+    };
+    return runBatch(session, options, {request, "added", "to the search history"});
+}
+
+ExitCode removeAll(Session& session) {
+    session.configure();
+    const std::string brand = brandOf(session);
+    static_cast<void>(callersBind(session));  // The operation takes the selected profile's bind.
+    const auto reply = session.await(Profile().deleteSearchHistory(brand));
+    printDone(session, reply, fmt::format("deleted the search history of the brand {}", brand));
+    return ExitCode::ok;
+}
+
+}  // namespace
+
+void addSearchCommand(CLI::App& app, Command& chosen) {
+    auto& group = *app.add_subcommand("search", "What a profile has searched for");
+    group.require_subcommand(1);
+
+    const auto options = std::make_shared<BatchOptions>();
+    auto& adding = *group.add_subcommand("add", "Record what was searched for, one request each");
+    addBatch(adding, *options, "TEXT", "A text that was searched for");
+    adding.callback([&chosen, options] {
+        chosen = [options](Session& session) { return add(session, *options); };
+    });
+
+    group.add_subcommand("delete", "Delete the brand's whole search history")->callback([&chosen] {
+        chosen = &removeAll;
+    });
+}
+
+}  // namespace KestrinProfileCLI

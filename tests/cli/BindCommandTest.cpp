@@ -1,0 +1,125 @@
+#include <filesystem>
+#include <string>
+
+#include <HalvardSling/JSONDictionary.hpp>
+
+#include "CommandLineFixture.hpp"
+
+namespace {
+
+using HalvardSling::JSONDictionary;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using TestSupport::CommandLine;
+using TestSupport::contentOf;
+using TestSupport::Program;
+using TestSupport::write;
+
+class BindCommand : public CommandLine {
+  protected:
+    [[nodiscard]] std::filesystem::path bindFile() const {
+        std::filesystem::path file = directory.path() / "state" / "kestrin-profile" / "binds";
+        file /= std::filesystem::canonical(configuration).relative_path();
+        return file;
+    }
+};
+
+TEST_F(BindCommand, ObtainsABindForTheParentAndKeepsIt) {
+    startService();
+    const auto first = runConfigured({"bind"});
+    EXPECT_EQ(first.code, 0) << first.errors;
+    EXPECT_THAT(first.output, HasSubstr("obtained from the service"));
+    const auto second = runConfigured({"bind"});
+    EXPECT_EQ(second.code, 0);
+    EXPECT_THAT(second.output, HasSubstr("held"));
+}
+
+TEST_F(BindCommand, KeepsTheBindWhereOnlyItsOwnerMayReadIt) {
+    startService();
+    ASSERT_EQ(runConfigured({"bind"}).code, 0);
+    using std::filesystem::perms;
+    EXPECT_EQ(std::filesystem::status(bindFile()).permissions(),
+              perms::owner_read | perms::owner_write);
+}
+
+TEST_F(BindCommand, NeverPrintsTheTokenNorTheHouseholdsSecret) {
+    startService();
+    std::string printed;
+    for (const auto& arguments : {std::vector<std::string>{"bind", "-v"},
+                                  {"bind", "-v", "--json"},
+                                  {"-v", "bind", "none"}}) {
+        const auto result = runConfigured(arguments);
+        printed += result.output + result.errors;
+    }
+    EXPECT_THAT(printed, HasSubstr("POST http://127.0.0.1"));
+    EXPECT_THAT(printed, Not(HasSubstr("eyJ")));
+    const auto parsed = JSONDictionary::parse(contentOf(configuration));
+    const auto secret = std::get<JSONDictionary>(parsed)
+                            .dictionary("services")
+                            ->dictionary("personalization-bind-anonymous")
+                            ->dictionary("headers")
+                            ->text("X-Household-Secret");
+    ASSERT_TRUE(secret);
+    EXPECT_THAT(printed, Not(HasSubstr(std::string(*secret))));
+    EXPECT_THAT(contentOf(bindFile()), HasSubstr("eyJ"));
+}
+
+TEST_F(BindCommand, PrintsJSONForPrograms) {
+    startService();
+    const auto result = runConfigured({"bind", "--json"});
+    EXPECT_EQ(result.output, R"({"profileId":"parent","source":"service"})"
+                             "\n");
+    EXPECT_EQ(runConfigured({"--json", "bind", "parent"}).output,
+              R"({"profileId":"parent","source":"held"})"
+              "\n");
+}
+
+TEST_F(BindCommand, AnUnknownProfileIsNotFound) {
+    startService();
+    const auto result = runConfigured({"bind", "nobody"});
+    EXPECT_EQ(result.code, 6);
+    EXPECT_THAT(result.errors, HasSubstr("404"));
+    EXPECT_THAT(result.output, IsEmpty());
+}
+
+TEST_F(BindCommand, ABlockedProfileIsRefusedAndTheHeldBindsAreDropped) {
+    startService({"--block", "blocked"});
+    ASSERT_EQ(runConfigured({"bind"}).code, 0);
+    const auto result = runConfigured({"bind", "blocked"});
+    EXPECT_EQ(result.code, 4);
+    EXPECT_THAT(result.errors, HasSubstr("403"));
+    EXPECT_THAT(runConfigured({"bind"}).output, HasSubstr("obtained from the service"));
+}
+
+TEST_F(BindCommand, AServiceThatIsNotThereIsANetworkError) {
+    startService();
+    service->signal(SIGTERM);
+    ASSERT_EQ(service->wait(), 0);
+    const auto result = runConfigured({"bind"});
+    EXPECT_EQ(result.code, 5);
+    EXPECT_THAT(result.errors, HasSubstr("try again"));
+}
+
+TEST_F(BindCommand, AnInterruptionEndsItWith130) {
+    startService();
+    service->signal(SIGSTOP);
+    Program program(words({"--config", configuration, "-v", "bind"}), environment);
+    // The connection is made by the system although the service is stopped; give it the time.
+    usleep(200'000);
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait(), 130);
+    service->signal(SIGCONT);
+}
+
+TEST_F(BindCommand, ADamagedBindFileIsAWarningAndANewBind) {
+    startService();
+    ASSERT_EQ(runConfigured({"bind"}).code, 0);
+    write(bindFile(), "{damaged");
+    const auto result = runConfigured({"bind"});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_THAT(result.errors, HasSubstr("warning"));
+    EXPECT_THAT(result.output, HasSubstr("obtained from the service"));
+}
+
+}  // namespace

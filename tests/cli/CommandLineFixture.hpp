@@ -1,0 +1,81 @@
+#pragma once
+
+#include <csignal>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "support/Program.hpp"
+
+namespace TestSupport {
+
+/// The program, with a home directory of its own and, where a test starts it, the service.
+class CommandLine : public testing::Test {
+  protected:
+    struct Result {
+        int code;
+        std::string output;
+        std::string errors;
+    };
+
+    /// Runs the program to its end.
+    Result run(std::vector<std::string> arguments) {
+        Program program(words(std::move(arguments)), environment);
+        const int code = program.wait();
+        return {code, program.output(), program.errors()};
+    }
+
+    /// Runs the program with the service's configuration.
+    Result runConfigured(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"--config", configuration});
+        return run(std::move(arguments));
+    }
+
+    /// The same for what has to succeed.
+    /// @return its output
+    std::string outputOf(std::vector<std::string> arguments) {
+        const auto result = runConfigured(std::move(arguments));
+        EXPECT_EQ(result.code, 0) << result.errors;
+        return result.output;
+    }
+
+    /// Runs a script of the shell, to which "$client" is the program with the service's
+    /// configuration.
+    Result runShell(const std::string& script) {
+        Program shell({"/bin/sh", "-c",
+                       "client='" KESTRIN_CLIENT " --config " + configuration + "'; " + script},
+                      environment);
+        const int code = shell.wait();
+        return {code, shell.output(), shell.errors()};
+    }
+
+    /// Runs the program on a terminal, which both its outputs go to.
+    Result runOnTerminal(const std::string& arguments) {
+        return runShell("exec script -qec \"$client " + arguments + "\" /dev/null");
+    }
+
+    void startService(const std::vector<std::string>& more = {}) {
+        std::vector<std::string> all{KESTRIN_SERVER, "--port",         "0",
+                                     "--database",   directory / "db", "--write-config",
+                                     configuration,  "--quiet"};
+        all.insert(all.end(), more.begin(), more.end());
+        service = std::make_unique<Program>(all);
+        ASSERT_THAT(service->firstLine(), testing::HasSubstr("ready")) << service->errors();
+    }
+
+    static std::vector<std::string> words(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), KESTRIN_CLIENT);
+        return arguments;
+    }
+
+    TemporaryDirectory directory;
+    std::string configuration = directory / "config.json";
+    Environment environment{{"HOME", directory / "home"},
+                            {"XDG_STATE_HOME", directory / "state"},
+                            {"XDG_CONFIG_HOME", directory / "settings"}};
+    std::unique_ptr<Program> service;
+};
+
+}  // namespace TestSupport

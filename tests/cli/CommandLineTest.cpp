@@ -1,0 +1,115 @@
+#include <filesystem>
+#include <string>
+
+#include "CommandLineFixture.hpp"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using TestSupport::CommandLine;
+using TestSupport::write;
+
+TEST_F(CommandLine, WithoutACommandItSaysWhatIsExpectedAndFails) {
+    const auto result = run({});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_THAT(result.output, IsEmpty());
+    EXPECT_THAT(result.errors, HasSubstr("subcommand"));
+}
+
+TEST_F(CommandLine, AnUnknownOptionIsAUsageError) {
+    EXPECT_EQ(run({"bind", "--nonsense"}).code, 2);
+    EXPECT_EQ(run({"nonsense"}).code, 2);
+}
+
+TEST_F(CommandLine, HelpAndVersionGoToStandardOutput) {
+    const auto help = run({"--help"});
+    EXPECT_EQ(help.code, 0);
+    for (const auto* const text : {"bind", "config", "demo", "--config", "--json", "130"})
+        EXPECT_THAT(help.output, HasSubstr(text));
+    EXPECT_EQ(run({"--version"}).code, 0);
+    EXPECT_THAT(run({"--version"}).output, testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST_F(CommandLine, AMissingConfigurationIsAUsageErrorThatSaysWhatToDo) {
+    const auto result = run({"bind"});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_THAT(result.errors, HasSubstr("settings/kestrin-profile/config.json"));
+    EXPECT_THAT(result.errors, HasSubstr("--config"));
+    EXPECT_THAT(result.output, IsEmpty());
+}
+
+TEST_F(CommandLine, ConfigCheckAcceptsWhatTheServiceWrites) {
+    startService();
+    const auto result = runConfigured({"config", "check"});
+    EXPECT_EQ(result.code, 0) << result.errors;
+    EXPECT_THAT(result.output, HasSubstr("22 services"));
+    const auto json = runConfigured({"--json", "config", "check"});
+    EXPECT_EQ(json.code, 0);
+    EXPECT_THAT(json.output, HasSubstr(R"("problems":[])"));
+}
+
+TEST_F(CommandLine, ConfigCheckReportsEveryProblemWithItsPlace) {
+    write(configuration,
+          R"({"version":2,"parentProfileID":"","services":{"x":{"url":"ftp://a","body":"xml"}}})");
+    const auto result = runConfigured({"config", "check"});
+    EXPECT_EQ(result.code, 2);
+    for (const auto* const place :
+         {"$.version", "$.parentProfileID", R"($.services["x"].url)", R"($.services["x"].body)"})
+        EXPECT_THAT(result.output, HasSubstr(place));
+    const auto json = runConfigured({"config", "check", "--json"});
+    EXPECT_EQ(json.code, 2);
+    EXPECT_THAT(json.output, HasSubstr(R"("path":"$.version")"));
+}
+
+TEST_F(CommandLine, ConfigShowHidesTheValuesOfHeadersAndOfTheQuery) {
+    write(configuration,
+          R"({"version":1,"parentProfileID":"p","brand":"b","services":{"x":{"url":"https://a/v1",)"
+          R"("headers":{"X-Key":"geheim","Accept":"text/plain"},"query":{"key":"geheim"}}}})");
+    const auto shown = runConfigured({"config", "show"});
+    EXPECT_EQ(shown.code, 0) << shown.errors;
+    for (const auto* const text : {"https://a/v1", "X-Key: ***", "Accept: text/plain", "key: ***"})
+        EXPECT_THAT(shown.output, HasSubstr(text));
+    const auto json = runConfigured({"config", "show", "--json"});
+    EXPECT_THAT(json.output, HasSubstr(R"("headers":{"X-Key":"***","Accept":"text/plain"})"));
+    EXPECT_THAT(json.output, HasSubstr(R"("connectTimeoutMilliseconds":10000)"));
+    EXPECT_THAT(shown.output + json.output, Not(HasSubstr("geheim")));
+}
+
+TEST_F(CommandLine, ConfigShowOfAWrongConfigurationSaysWhatIsWrong) {
+    write(configuration, "{}");
+    const auto result = runConfigured({"config", "show"});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_THAT(result.output, HasSubstr("$.version"));
+}
+
+TEST_F(CommandLine, ATerminalHasColoursUnlessTheyAreRefused) {
+    if (!std::filesystem::exists("/usr/bin/script"))
+        GTEST_SKIP() << "no program to make a terminal";
+    startService();
+    environment["TERM"] = "xterm";
+    EXPECT_THAT(runOnTerminal("config check").output, HasSubstr("\x1b[32m"));
+    environment["NO_COLOR"] = "1";
+    EXPECT_THAT(runOnTerminal("config check").output, Not(HasSubstr("\x1b[")));
+}
+
+TEST_F(CommandLine, OutputThatCannotBeWrittenIsAnError) {
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no full device";
+    EXPECT_EQ(runShell("$client man > /dev/full").code, 1);
+}
+
+TEST_F(CommandLine, TheDefaultConfigurationIsFoundInTheSettingsOfTheUser) {
+    startService();
+    const auto place = directory.path() / "settings" / "kestrin-profile";
+    std::filesystem::create_directories(place);
+    std::filesystem::copy_file(configuration, place / "config.json");
+    EXPECT_EQ(run({"config", "check"}).code, 0);
+}
+
+TEST_F(CommandLine, NothingIsColouredWhereTheOutputIsNoTerminal) {
+    startService();
+    EXPECT_THAT(runConfigured({"config", "check"}).output, Not(HasSubstr("\x1b")));
+}
+
+}  // namespace
