@@ -1,7 +1,7 @@
-#include <HalvardSling/FakeTransport.hpp>
-
 #include <optional>
 #include <utility>
+
+#include <HalvardSling/FakeTransport.hpp>
 
 namespace HalvardSling {
 
@@ -32,7 +32,8 @@ std::vector<TransportRequest> FakeTransport::requests() const {
     const std::scoped_lock lock(mutex_);
     std::vector<TransportRequest> all;
     all.reserve(requests_.size());
-    for (const auto& request : requests_) all.push_back(*request);
+    for (const auto& request : requests_)
+        all.push_back(*request);
     return all;
 }
 
@@ -40,7 +41,8 @@ std::vector<TransferID> FakeTransport::waiting() const {
     const std::scoped_lock lock(mutex_);
     std::vector<TransferID> all;
     all.reserve(waiting_.size());
-    for (const auto& [transfer, completion] : waiting_) all.push_back(transfer);
+    for (const auto& [transfer, completion] : waiting_)
+        all.push_back(transfer);
     return all;
 }
 

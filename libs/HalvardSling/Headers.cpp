@@ -1,6 +1,6 @@
-#include <HalvardSling/Headers.hpp>
-
 #include <algorithm>
+
+#include <HalvardSling/Headers.hpp>
 
 namespace HalvardSling {
 
@@ -17,8 +17,8 @@ bool Headers::sameName(std::string_view left, std::string_view right) noexcept {
 }
 
 std::optional<std::string_view> Headers::value(std::string_view name) const {
-    const auto found =
-        std::ranges::find_if(fields_, [&](const Field& field) { return sameName(field.first, name); });
+    const auto found = std::ranges::find_if(
+        fields_, [&](const Field& field) { return sameName(field.first, name); });
     if (found == fields_.end()) return std::nullopt;
     return found->second;
 }

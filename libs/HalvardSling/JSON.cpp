@@ -1,8 +1,8 @@
+#include <rxcpp/operators/rx-map.hpp>
+
 #include <HalvardSling/JSON.hpp>
 #include <HalvardSling/SlingError.hpp>
 #include <HalvardSling/URL.hpp>
-
-#include <rxcpp/operators/rx-map.hpp>
 
 namespace HalvardSling {
 
@@ -10,7 +10,8 @@ namespace {
 
 JSONDictionary decoded(const Response& response) {
     auto parsed = JSONDictionary::parse(response.sharedBody());
-    if (auto* const dictionary = std::get_if<JSONDictionary>(&parsed)) return std::move(*dictionary);
+    if (auto* const dictionary = std::get_if<JSONDictionary>(&parsed))
+        return std::move(*dictionary);
     const auto origin = originOf(response.effectiveURL());
     throw SlingError(SlingErrorKind::malformedReply,
                      "the reply of " + (origin ? origin->text() : "the service") +

@@ -1,5 +1,3 @@
-#include <HalvardSling/JSONDictionary.hpp>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -9,6 +7,8 @@
 
 #include <boost/json/basic_parser_impl.hpp>
 
+#include <HalvardSling/JSONDictionary.hpp>
+
 namespace HalvardSling {
 
 namespace {
@@ -17,7 +17,17 @@ namespace {
 /// that is in it, and a dictionary's key by its value. Sizes are relative, so that a value can be
 /// copied to another document as it stands.
 struct Node {
-    enum class Kind : std::uint8_t { null, boolean, integer, unsignedInteger, real, text, key, array, dictionary };
+    enum class Kind : std::uint8_t {
+        null,
+        boolean,
+        integer,
+        unsignedInteger,
+        real,
+        text,
+        key,
+        array,
+        dictionary
+    };
 
     Kind kind = Kind::null;
     /// Where a text's characters are: in the source text, or in the document's own store.
@@ -33,19 +43,28 @@ constexpr bool isText(const Node& node) noexcept {
     return node.kind == Node::Kind::text || node.kind == Node::Kind::key;
 }
 
-constexpr std::uint32_t nodeCount(const Node& node) noexcept { return isText(node) ? 1 : node.extent; }
+constexpr std::uint32_t nodeCount(const Node& node) noexcept {
+    return isText(node) ? 1 : node.extent;
+}
 
 constexpr JSONKind kindOf(const Node& node) noexcept {
     switch (node.kind) {
-        case Node::Kind::null: return JSONKind::null;
-        case Node::Kind::boolean: return JSONKind::boolean;
-        case Node::Kind::integer: return JSONKind::integer;
+        case Node::Kind::null:
+            return JSONKind::null;
+        case Node::Kind::boolean:
+            return JSONKind::boolean;
+        case Node::Kind::integer:
+            return JSONKind::integer;
         case Node::Kind::unsignedInteger:
-        case Node::Kind::real: return JSONKind::number;
-        case Node::Kind::array: return JSONKind::array;
-        case Node::Kind::dictionary: return JSONKind::dictionary;
+        case Node::Kind::real:
+            return JSONKind::number;
+        case Node::Kind::array:
+            return JSONKind::array;
+        case Node::Kind::dictionary:
+            return JSONKind::dictionary;
         case Node::Kind::text:
-        case Node::Kind::key: break;
+        case Node::Kind::key:
+            break;
     }
     return JSONKind::text;
 }
@@ -65,7 +84,8 @@ class JSONDocument {
     }
 
     /// The index of a dictionary's value under a key, or 0 (which is never a value's) if none.
-    [[nodiscard]] std::uint32_t find(std::uint32_t dictionary, std::string_view key) const noexcept {
+    [[nodiscard]] std::uint32_t find(std::uint32_t dictionary,
+                                     std::string_view key) const noexcept {
         const std::uint32_t end = dictionary + nodes[dictionary].extent;
         for (std::uint32_t at = dictionary + 1; at < end; at += 1 + nodeCount(nodes[at + 1]))
             if (textOf(nodes[at]) == key) return at + 1;
@@ -80,7 +100,9 @@ class JSONDocument {
         store.append(text);
     }
 
-    void append(Node::Kind kind, std::uint64_t value) { nodes.push_back({.kind = kind, .value = value}); }
+    void append(Node::Kind kind, std::uint64_t value) {
+        nodes.push_back({.kind = kind, .value = value});
+    }
 
     /// Appends a copy of another document's value and everything in it.
     void append(const JSONDocument& other, std::uint32_t node) {
@@ -193,7 +215,9 @@ struct Filler {
     bool on_int64(std::int64_t value, View, Error&) {
         return single(Kind::integer, std::bit_cast<std::uint64_t>(value));
     }
-    bool on_uint64(std::uint64_t value, View, Error&) { return single(Kind::unsignedInteger, value); }
+    bool on_uint64(std::uint64_t value, View, Error&) {
+        return single(Kind::unsignedInteger, value);
+    }
     bool on_double(double value, View, Error&) {
         return single(Kind::real, std::bit_cast<std::uint64_t>(value));
     }
@@ -223,7 +247,8 @@ void appendEscaped(std::string& out, std::string_view text) {
             continue;
         }
         std::size_t at = 0;
-        while (at < named.size() && named[at] != c) at += 2;
+        while (at < named.size() && named[at] != c)
+            at += 2;
         if (at < named.size())
             (out += '\\') += named[at + 1];
         else
@@ -263,14 +288,27 @@ std::uint32_t write(std::string& out, const JSONDocument& document, std::uint32_
     const Node& node = document.nodes[at];
     switch (node.kind) {
         case Kind::array:
-        case Kind::dictionary: return writeItems(out, document, at);
-        case Kind::null: out += "null"; break;
-        case Kind::boolean: out += node.value != 0 ? "true" : "false"; break;
-        case Kind::integer: appendNumber(out, std::bit_cast<std::int64_t>(node.value)); break;
-        case Kind::unsignedInteger: appendNumber(out, node.value); break;
-        case Kind::real: appendNumber(out, std::bit_cast<double>(node.value)); break;
+        case Kind::dictionary:
+            return writeItems(out, document, at);
+        case Kind::null:
+            out += "null";
+            break;
+        case Kind::boolean:
+            out += node.value != 0 ? "true" : "false";
+            break;
+        case Kind::integer:
+            appendNumber(out, std::bit_cast<std::int64_t>(node.value));
+            break;
+        case Kind::unsignedInteger:
+            appendNumber(out, node.value);
+            break;
+        case Kind::real:
+            appendNumber(out, std::bit_cast<double>(node.value));
+            break;
         case Kind::text:
-        case Kind::key: appendEscaped(out, document.textOf(node)); break;
+        case Kind::key:
+            appendEscaped(out, document.textOf(node));
+            break;
     }
     return at + 1;
 }
@@ -476,7 +514,9 @@ std::vector<std::string_view> JSONDictionary::keys() const {
     return found;
 }
 
-std::size_t JSONDictionary::size() const noexcept { return document().nodes[node_].value; }
+std::size_t JSONDictionary::size() const noexcept {
+    return document().nodes[node_].value;
+}
 
 JSONDocument& JSONDictionary::beginMember(std::string_view key) {
     remove(key);
@@ -492,7 +532,8 @@ void JSONDictionary::remove(std::string_view key) {
         shared_.reset();
         node_ = 0;
     }
-    while (const std::uint32_t at = built_->find(0, key)) built_->removeMember(at);
+    while (const std::uint32_t at = built_->find(0, key))
+        built_->removeMember(at);
 }
 
 namespace {
@@ -508,7 +549,8 @@ template <class Items, class AppendItem>
 void appendArray(JSONDocument& document, const Items& items, AppendItem appendItem) {
     const std::size_t at = document.nodes.size();
     document.append(Kind::array, items.size());
-    for (const auto& item : items) appendItem(item);
+    for (const auto& item : items)
+        appendItem(item);
     document.nodes[at].extent = static_cast<std::uint32_t>(document.nodes.size() - at);
 }
 

@@ -19,8 +19,8 @@ class JSONDictionaryList;
 enum class JSONKind {
     null,
     boolean,
-    integer,     ///< without fraction and exponent, and fits 64 bits signed
-    number,      ///< every other number: 1.0, 1e3, 18446744073709551615
+    integer,  ///< without fraction and exponent, and fits 64 bits signed
+    number,   ///< every other number: 1.0, 1e3, 18446744073709551615
     text,
     array,
     dictionary,

@@ -1,7 +1,7 @@
-#include <HalvardSling/SlingError.hpp>
-
 #include <array>
 #include <utility>
+
+#include <HalvardSling/SlingError.hpp>
 
 namespace HalvardSling {
 
@@ -56,14 +56,20 @@ SlingError SlingError::httpStatus(int statusCode, std::string_view origin, Error
 // another shared library recognises the type also with libc++ and hidden visibility.
 SlingError::~SlingError() = default;
 
-SlingErrorKind SlingError::kind() const noexcept { return content_->kind; }
+SlingErrorKind SlingError::kind() const noexcept {
+    return content_->kind;
+}
 
-std::optional<int> SlingError::statusCode() const noexcept { return content_->statusCode; }
+std::optional<int> SlingError::statusCode() const noexcept {
+    return content_->statusCode;
+}
 
 const ErrorReply* SlingError::reply() const noexcept {
     return content_->reply ? &*content_->reply : nullptr;
 }
 
-const char* SlingError::what() const noexcept { return content_->text.c_str(); }
+const char* SlingError::what() const noexcept {
+    return content_->text.c_str();
+}
 
 }  // namespace HalvardSling

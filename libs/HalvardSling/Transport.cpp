@@ -1,7 +1,7 @@
-#include <HalvardSling/Transport.hpp>
-
 #include <algorithm>
 #include <array>
+
+#include <HalvardSling/Transport.hpp>
 
 namespace HalvardSling {
 

@@ -98,8 +98,8 @@ class Transport {
 [[nodiscard]] std::shared_ptr<Transport> defaultTransport();
 
 /// Replaces the default transport for all requests subscribed to from now on; null brings back a
-/// new `CurlTransport` on next use. The former one goes on with its transfers if somebody else still
-/// holds it; otherwise it is destroyed, and they end with `cancelled`. Any thread.
+/// new `CurlTransport` on next use. The former one goes on with its transfers if somebody else
+/// still holds it; otherwise it is destroyed, and they end with `cancelled`. Any thread.
 void setDefaultTransport(std::shared_ptr<Transport> transport);
 
 }  // namespace HalvardSling

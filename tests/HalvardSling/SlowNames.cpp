@@ -1,4 +1,4 @@
-// The name lookup of this test program, libcurl's too: "slow.test" takes three seconds and does not
+// The name lookup of this test program, libcurl's too: "slow.test" takes eight seconds and does not
 // exist, every other name is the system's business.
 
 #include <chrono>
@@ -11,7 +11,7 @@
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** result) {
     if (name != nullptr && std::string_view(name) == "slow.test") {
-        std::this_thread::sleep_for(std::chrono::seconds(3));
+        std::this_thread::sleep_for(std::chrono::seconds(8));
         return EAI_NONAME;
     }
     static const auto original =

@@ -52,7 +52,7 @@ TEST_F(Unsubscribe, WhileTheServerThinksClosesTheConnection) {
     const auto start = std::chrono::steady_clock::now();
     open.unsubscribe();
     EXPECT_TRUE(server.awaitClosed(1));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 4s);
     EXPECT_FALSE(open.endedAtOnce());
 }
 
@@ -169,7 +169,7 @@ TEST_F(Unsubscribe, DuringASlowNameLookupHoldsUpNobody) {
     const auto start = std::chrono::steady_clock::now();
     looking.unsubscribe();
     EXPECT_THAT(sent(requestTo(server.url()), transport), Answers(200, "x"));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 4s);
     EXPECT_FALSE(looking.endedAtOnce());
 }
 
@@ -180,7 +180,7 @@ TEST_F(Unsubscribe, ASlowNameLookupHoldsUpNobodyWhenItTimesOut) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_THAT(sent(slow, transport), FailsWith(SlingErrorKind::connectTimeout));
     EXPECT_THAT(sent(requestTo(server.url()), transport), Answers(200, "x"));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 4s);
 }
 
 }  // namespace

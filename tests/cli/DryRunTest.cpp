@@ -123,11 +123,11 @@ TEST_F(DryRunCommand, DoesWhatTheProgramWouldHaveDone) {
     const auto result = runShell(
         "KESTRIN_TOKEN=$(sed 's/.*\"token\":\"\\([^\"]*\\)\".*/\\1/' \"$XDG_STATE_HOME\"/"
         "kestrin-profile/binds/*/*/config.json); "
-        "eval \"$($client history add 'ü v' --progress 61 --completed --dry-run) --fail "
+        "eval \"$($client history add 'ü-v' --progress 61 --completed --dry-run) --fail "
         "--silent\"");
     EXPECT_EQ(result.code, 0) << result.errors;
     EXPECT_THAT(outputOf({"history", "list"}),
-                testing::ContainsRegex("ü v +VIDEO +0:01:01 .* completed"));
+                testing::ContainsRegex("ü-v +VIDEO +0:01:01 .* completed"));
 }
 
 }  // namespace

@@ -52,7 +52,7 @@ TEST_F(Watch, PrintsADocumentOfJSONForEachChange) {
     EXPECT_EQ(std::ranges::count(program.output(), '\n'), 2);
 }
 
-TEST_F(Watch, GoesOnWhereTheServiceDoesNotAnswerAndEndsWhereItRefuses) {
+TEST_F(Watch, GoesOnWhereTheServiceDoesNotAnswer) {
     Program program(words({"--config", configuration, "history", "list", "--watch", "0.1"}),
                     environment);
     EXPECT_THAT(waitFor(program, "0 entries"), HasSubstr("0 entries"));
@@ -61,6 +61,17 @@ TEST_F(Watch, GoesOnWhereTheServiceDoesNotAnswerAndEndsWhereItRefuses) {
     EXPECT_THAT(waitFor(program, "still trying", &Program::errors), HasSubstr("still trying"));
     program.signal(SIGINT);
     EXPECT_EQ(program.wait(), 130);
+}
+
+TEST_F(Watch, EndsWhereTheServiceRefuses) {
+    outputOf({"profiles", "create", "Anna"});
+    Program program(words({"--config", configuration, "--profile", "Anna", "history", "list",
+                           "--watch", "0.1"}),
+                    environment);
+    EXPECT_THAT(waitFor(program, "0 entries"), HasSubstr("0 entries"));
+    outputOf({"profiles", "delete", "Anna"});
+    EXPECT_EQ(program.wait(), 4);
+    EXPECT_THAT(program.errors(), HasSubstr("403"));
 }
 
 TEST_F(Watch, APeriodThatIsNoneIsAUsageError) {

@@ -1,6 +1,6 @@
 // Each operation against a socket: what it sends, byte for byte, from the configuration that the
-// project ships, and what a fixed reply becomes. The expectations are files in golden/, one for each
-// operation. To write them anew after a wanted change, run the program with
+// project ships, and what a fixed reply becomes. The expectations are files in golden/, one for
+// each operation. To write them anew after a wanted change, run the program with
 // KESTRIN_WRITE_GOLDEN=1 and read the difference.
 
 #include <cstdlib>
@@ -51,15 +51,20 @@ std::string shown(const AnonymousBind& bind) {
     return "profile " + bind.profileID + ", token " + bind.token + "\n";
 }
 
-std::string shown(const User& user) { return user.encode().written() + "\n"; }
+std::string shown(const User& user) {
+    return user.encode().written() + "\n";
+}
 
 std::string shown(const std::vector<User>& users) {
     std::string all;
-    for (const auto& user : users) all += shown(user);
+    for (const auto& user : users)
+        all += shown(user);
     return all;
 }
 
-std::string shown(const UserProfile& list) { return list.encode().written() + "\n"; }
+std::string shown(const UserProfile& list) {
+    return list.encode().written() + "\n";
+}
 
 std::string shown(const Response& response) {
     return "status " + std::to_string(response.status()) + ", " + std::string(response.body()) +
@@ -70,7 +75,8 @@ template <class T>
 std::string outcome(const Observable<T>& source) {
     const Observed<T> observed(source);
     std::string all;
-    for (const auto& value : observed.values()) all += shown(value);
+    for (const auto& value : observed.values())
+        all += shown(value);
     return all + (observed.completed() ? "completed\n" : "failed\n");
 }
 
@@ -82,7 +88,8 @@ struct Case {
     std::function<std::string(const Profile&)> run;
 };
 
-/// A record with everything that any list operation needs; the values hold what a URL makes special.
+/// A record with everything that any list operation needs; the values hold what a URL makes
+/// special.
 ProfileParams listParams() {
     ProfileParams params;
     params.videoID = "video/1?part=2";
@@ -95,7 +102,9 @@ ProfileParams listParams() {
     return params;
 }
 
-UserParams userParams() { return UserParams({}, User("kid-2", "Ann", "cat", "kids", true)); }
+UserParams userParams() {
+    return UserParams({}, User("kid-2", "Ann", "cat", "kids", true));
+}
 
 template <class Result, class Params>
 auto calling(Observable<Result> (Profile::*method)(Params) const, Params (*params)()) {
@@ -151,7 +160,8 @@ void configure(const RawServer& server) {
     TestSupport::write(file, replaced(TestSupport::contentOf(KESTRIN_CONFIGURATION),
                                       "http://127.0.0.1:8080", server.url("")));
     auto& manager = ConfigurationManager::sharedInstance();
-    for (const auto& problem : manager.load(file)) ADD_FAILURE() << problem.message;
+    for (const auto& problem : manager.load(file))
+        ADD_FAILURE() << problem.message;
     manager.dropBinds();
     for (const auto& [profileID, token] : {std::pair("parent", "parent-token"), {"kid", "token"}}) {
         manager.setBindProfileID(profileID);
@@ -161,7 +171,8 @@ void configure(const RawServer& server) {
 }
 
 std::string exchange(const Case& tested) {
-    const RawServer server(RawServer::answering(TestSupport::httpReply(tested.status, tested.reply)));
+    const RawServer server(
+        RawServer::answering(TestSupport::httpReply(tested.status, tested.reply)));
     configure(server);
     const std::string result = tested.run(Profile());
     const auto requests = server.requests();
@@ -190,7 +201,8 @@ INSTANTIATE_TEST_SUITE_P(EveryOperation, Conformance, testing::ValuesIn(cases())
 
 TEST(ConformanceCases, CoverEveryOperationOfTheConfigurationOnce) {
     std::vector<std::string> tested;
-    for (const auto& each : cases()) tested.emplace_back(rawValue(each.operation));
+    for (const auto& each : cases())
+        tested.emplace_back(rawValue(each.operation));
     const auto loaded = KestrinConfigManager::loadConfiguration(KESTRIN_CONFIGURATION);
     const auto& configuration = std::get<KestrinConfigManager::Configuration>(loaded);
     std::vector<std::string> configured;

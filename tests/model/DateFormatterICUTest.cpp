@@ -84,7 +84,9 @@ class ICUFormatter {
     std::unique_ptr<void*, Close> format_;
 };
 
-std::u16string wide(std::string_view ascii) { return {ascii.begin(), ascii.end()}; }
+std::u16string wide(std::string_view ascii) {
+    return {ascii.begin(), ascii.end()};
+}
 
 std::string utf8(const std::u16string& text) {
     std::array<char, 256> buffer{};
@@ -103,8 +105,8 @@ std::int64_t sinceEpoch(Date date) {
 class RandomDates {
   public:
     Date date() {
-        return Date(std::chrono::microseconds(uniform(first.time_since_epoch().count(),
-                                                      last.time_since_epoch().count())));
+        return Date(std::chrono::microseconds(
+            uniform(first.time_since_epoch().count(), last.time_since_epoch().count())));
     }
 
     /// `Z` or an offset, in one of its forms.
@@ -162,18 +164,20 @@ TEST(DateFormatterICUTest, ReadsTheSameDates) {
 /// Why ICU's parser takes a text that is no date here. The list is complete for the texts that
 /// differ from a date in one character.
 enum class Laxity {
-    otherScripts,   ///< digits, signs and spaces outside ASCII
-    whiteSpace,     ///< before a number
-    digitCount,     ///< numbers with fewer or more digits, a fourth digit of the fraction
-    numberFormat,   ///< a number with a minus sign or an exponent
-    lowerCase,      ///< z for Z
-    offsetForm,     ///< an offset without colons, or of hours alone
-    offsetSize,     ///< an offset of more than 18 hours
-    yearRange,      ///< an offset that puts it outside the years 0001 to 9999
+    otherScripts,  ///< digits, signs and spaces outside ASCII
+    whiteSpace,    ///< before a number
+    digitCount,    ///< numbers with fewer or more digits, a fourth digit of the fraction
+    numberFormat,  ///< a number with a minus sign or an exponent
+    lowerCase,     ///< z for Z
+    offsetForm,    ///< an offset without colons, or of hours alone
+    offsetSize,    ///< an offset of more than 18 hours
+    yearRange,     ///< an offset that puts it outside the years 0001 to 9999
     unknown,
 };
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 /// The text with every digit made a 0.
 std::string shapeOf(std::string text) {
@@ -204,8 +208,8 @@ Laxity laxityOf(const std::string& text) {
     if (zoneAt == std::string::npos) return Laxity::unknown;
     const auto time = shapeOf(text.substr(0, zoneAt));
     if (separatorsOf(time) != "--T::.") return Laxity::unknown;
-    const bool isPlain = std::ranges::count(time, '-') == 2 &&
-                         time.find_first_of("Ee") == std::string::npos;
+    const bool isPlain =
+        std::ranges::count(time, '-') == 2 && time.find_first_of("Ee") == std::string::npos;
     if (!isPlain) return Laxity::numberFormat;
     if (time != "0000-00-00T00:00:00.000") return Laxity::digitCount;
 
@@ -276,7 +280,8 @@ struct Comparison {
 
 std::vector<char16_t> tellingCharacters() {
     std::vector<char16_t> all;
-    for (char16_t c = 0; c < 256; ++c) all.push_back(c);
+    for (char16_t c = 0; c < 256; ++c)
+        all.push_back(c);
     // Signs, digits, colons, stops and spaces of other scripts, and half of a surrogate pair.
     for (const char16_t c : std::u16string_view(
              u"\u2212\u2013\u2010\uFE63\uFF0D\uFF0B\uFF11\u0661\u0966\u2003\uFF1A\u200E\uFF0E\u3000"

@@ -23,7 +23,8 @@ void expectEquivalence(const std::vector<Record>& all, std::size_t classes) {
             ASSERT_EQ(a == b, b == a);
             ASSERT_NE(a == b, a != b);
             if (!(a == b)) continue;
-            for (const Record& c : all) ASSERT_EQ(a == c, b == c);
+            for (const Record& c : all)
+                ASSERT_EQ(a == c, b == c);
         }
     }
     EXPECT_EQ(representatives.size(), classes);

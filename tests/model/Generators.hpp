@@ -27,13 +27,31 @@ rc::Gen<std::optional<Value>> maybe(rc::Gen<Value> generator) {
 
 /// Texts in UTF-8, with everything that JSON and descriptions escape.
 inline rc::Gen<std::string> text() {
-    const auto character = rc::gen::elementOf(std::vector<std::string>{
-        "a", "B", "7", " ", "\"", "\\", "/", "'", "\n", "\t", "\x01", "\x7F", std::string(1, '\0'),
-        "%", "&", "<", "{", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x8E\xAC"});
+    const auto character = rc::gen::elementOf(std::vector<std::string>{"a",
+                                                                       "B",
+                                                                       "7",
+                                                                       " ",
+                                                                       "\"",
+                                                                       "\\",
+                                                                       "/",
+                                                                       "'",
+                                                                       "\n",
+                                                                       "\t",
+                                                                       "\x01",
+                                                                       "\x7F",
+                                                                       std::string(1, '\0'),
+                                                                       "%",
+                                                                       "&",
+                                                                       "<",
+                                                                       "{",
+                                                                       "\xC3\xA9",
+                                                                       "\xE2\x82\xAC",
+                                                                       "\xF0\x9F\x8E\xAC"});
     return rc::gen::map(rc::gen::container<std::vector<std::string>>(character),
                         [](const std::vector<std::string>& characters) {
                             std::string all;
-                            for (const auto& each : characters) all += each;
+                            for (const auto& each : characters)
+                                all += each;
                             return all;
                         });
 }
@@ -81,30 +99,57 @@ inline std::string arbitraryObject(int depth);
 
 /// The JSON text of any value: of the kind that a reader wants, of a kind close to it, or nested.
 inline std::string arbitraryValue(int depth) {
-    static const std::vector<std::string> leaves{
-        "null", "true", "false", "0", "-7", "1.0", "1e3", "9223372036854775807",
-        "9223372036854775808", "18446744073709551616", R"("")", R"("VIDEO")", R"("\u0000\"\\")",
-        R"("2017-03-09T18:25:43.511Z")", R"("2017-03-09T18:25:43Z")", R"("true")", "[]", "{}"};
+    static const std::vector<std::string> leaves{"null",
+                                                 "true",
+                                                 "false",
+                                                 "0",
+                                                 "-7",
+                                                 "1.0",
+                                                 "1e3",
+                                                 "9223372036854775807",
+                                                 "9223372036854775808",
+                                                 "18446744073709551616",
+                                                 R"("")",
+                                                 R"("VIDEO")",
+                                                 R"("\u0000\"\\")",
+                                                 R"("2017-03-09T18:25:43.511Z")",
+                                                 R"("2017-03-09T18:25:43Z")",
+                                                 R"("true")",
+                                                 "[]",
+                                                 "{}"};
     const int form = *rc::gen::inRange(0, depth > 0 ? 4 : 2);
     if (form < 2) return *rc::gen::elementOf(leaves);
     if (form == 2) return arbitraryObject(depth - 1);
     std::string array = "[";
     for (int count = *rc::gen::inRange(0, 4); count > 0; --count)
-        array += (array.size() > 1 ? "," : "") +
-                 (*rc::gen::inRange(0, 5) == 0 ? arbitraryValue(depth - 1)
-                                               : arbitraryObject(depth - 1));
+        array +=
+            (array.size() > 1 ? "," : "") +
+            (*rc::gen::inRange(0, 5) == 0 ? arbitraryValue(depth - 1) : arbitraryObject(depth - 1));
     return array + "]";
 }
 
 /// The JSON text of an object, whose keys are those of the records and others.
 inline std::string arbitraryObject(int depth) {
-    static const std::vector<std::string> keys{
-        "id", "type", "progress", "isCompleted", "autoAddTimestamp", "maxSize", "elements",
-        "profileId", "username", "avatar", "group", "default", "other", "", "ID", "profileID"};
+    static const std::vector<std::string> keys{"id",
+                                               "type",
+                                               "progress",
+                                               "isCompleted",
+                                               "autoAddTimestamp",
+                                               "maxSize",
+                                               "elements",
+                                               "profileId",
+                                               "username",
+                                               "avatar",
+                                               "group",
+                                               "default",
+                                               "other",
+                                               "",
+                                               "ID",
+                                               "profileID"};
     std::string object = "{";
     for (int count = *rc::gen::inRange(0, 8); count > 0; --count)
-        object += (object.size() > 1 ? ",\"" : "\"") + *rc::gen::elementOf(keys) + "\":" +
-                  arbitraryValue(depth);
+        object += (object.size() > 1 ? ",\"" : "\"") + *rc::gen::elementOf(keys) +
+                  "\":" + arbitraryValue(depth);
     return object + "}";
 }
 

@@ -60,14 +60,10 @@ TEST(RecordEqualityTest, IsAnEquivalenceOfLists) {
     const UserProfileElement other("2");
     using Elements = std::vector<UserProfileElement>;
     const std::vector<std::optional<Elements>> contents{
-        std::nullopt,
-        Elements{},
-        Elements{early},
-        Elements{sameMillisecond},
-        Elements{other},
-        Elements{early, other},
-        Elements{other, early},
-        Elements{other, sameMillisecond},
+        std::nullopt,           Elements{},
+        Elements{early},        Elements{sameMillisecond},
+        Elements{other},        Elements{early, other},
+        Elements{other, early}, Elements{other, sameMillisecond},
     };
     std::vector<UserProfile> lists;
     for (const auto& id : texts)

@@ -27,7 +27,9 @@ using TestSupport::dictionary;
 const DateFormatter& iso8601 = DateFormatter::iso8601();
 
 /// The dictionary after a journey as text.
-JSONDictionary sent(const JSONDictionary& original) { return dictionary(original.written()); }
+JSONDictionary sent(const JSONDictionary& original) {
+    return dictionary(original.written());
+}
 
 /// The entry with the time stamp that a text can carry.
 UserProfileElement toTheMillisecond(UserProfileElement entry) {

@@ -19,8 +19,12 @@ namespace KestrinProfile {
 inline void PrintTo(const UserProfileElement& entry, std::ostream* out) {
     *out << entry.description();
 }
-inline void PrintTo(const UserProfile& list, std::ostream* out) { *out << list.description(); }
-inline void PrintTo(const User& user, std::ostream* out) { *out << user.encode().written(); }
+inline void PrintTo(const UserProfile& list, std::ostream* out) {
+    *out << list.description();
+}
+inline void PrintTo(const User& user, std::ostream* out) {
+    *out << user.encode().written();
+}
 
 }  // namespace KestrinProfile
 

@@ -18,10 +18,10 @@ namespace KestrinProfile {
 namespace {
 
 using HalvardSling::JSONDictionary;
-using TestSupport::dictionary;
-using TestSupport::someDate;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
+using TestSupport::dictionary;
+using TestSupport::someDate;
 
 static_assert(KestrinConfigManager::SerializableRecord<UserProfileElement>);
 static_assert(KestrinConfigManager::Archivable<UserProfileElement>);
@@ -92,15 +92,18 @@ TEST(UserProfileElementTest, KeepsTheWireFormOfAKind) {
 }
 
 TEST(UserProfileElementTest, ReadsNothingFromAnEmptyDictionary) {
-    for (const auto& entry : readByAll({})) expectNothingIn(entry);
+    for (const auto& entry : readByAll({}))
+        expectNothingIn(entry);
 }
 
 TEST(UserProfileElementTest, LeavesOutWhatHasTheWrongKind) {
     const auto from = dictionary(R"({"id": 1, "type": null, "progress": "10",
                                      "isCompleted": "true", "autoAddTimestamp": 1489083943511})");
-    for (const auto& entry : readByAll(from)) expectNothingIn(entry);
+    for (const auto& entry : readByAll(from))
+        expectNothingIn(entry);
     const auto numbers = dictionary(R"({"progress": 10.0, "isCompleted": 1})");
-    for (const auto& entry : readByAll(numbers)) expectNothingIn(entry);
+    for (const auto& entry : readByAll(numbers))
+        expectNothingIn(entry);
 }
 
 TEST(UserProfileElementTest, KeepsAnUnknownKind) {

@@ -17,17 +17,19 @@
 namespace KestrinProfile {
 namespace {
 
-using TestSupport::dictionary;
-using TestSupport::someDate;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Optional;
+using TestSupport::dictionary;
+using TestSupport::someDate;
 
 static_assert(KestrinConfigManager::SerializableRecord<UserProfile>);
 static_assert(KestrinConfigManager::Archivable<UserProfile>);
 static_assert(!std::is_default_constructible_v<UserProfile>, "only its readers make one");
 
-UserProfile listOf(std::string_view json) { return *UserProfile::fromJSON(dictionary(json)); }
+UserProfile listOf(std::string_view json) {
+    return *UserProfile::fromJSON(dictionary(json));
+}
 
 TEST(UserProfileTest, KeysAreTheWireNames) {
     EXPECT_STREQ(UserProfile::Keys::id, "id");
@@ -56,9 +58,8 @@ TEST(UserProfileTest, ReadsAllFieldsInOrder) {
         EXPECT_EQ(list->id, "h1");
         EXPECT_EQ(list->maxSize, 50);
         EXPECT_THAT(list->elements,
-                    Optional(ElementsAre(
-                        UserProfileElement("2", Types::video, 10, false, someDate),
-                        UserProfileElement("1"), UserProfileElement())));
+                    Optional(ElementsAre(UserProfileElement("2", Types::video, 10, false, someDate),
+                                         UserProfileElement("1"), UserProfileElement())));
     }
 }
 
@@ -158,26 +159,25 @@ TEST(UserProfileTest, EscapesTheEntriesDescriptionsOnceMore) {
         {"id": "1\n\"2\"", "type": "VIDEO", "progress": 10, "isCompleted": true,
          "autoAddTimestamp": "2017-03-09T18:25:43.511Z"},
         {}]})");
-    EXPECT_EQ(list.description(),
-              R"(UserProfile: {id:Optional("a\"b"))"
-              "\n"
-              "maxSize:nil\n"
-              R"(elements:Optional("[)"
-              R"(\nUserProfileElement: {\n)"
-              R"(id: Optional(\"1\\n\\\"2\\\"\")\n)"
-              R"(type: Optional(\"VIDEO\")\n)"
-              R"(progress: Optional(10)\n)"
-              R"(isCompleted: Optional(true)\n)"
-              R"(autoAddTimestamp: Optional(2017-03-09 18:25:43 +0000) }\n)"
-              R"(, )"
-              R"(\nUserProfileElement: {\n)"
-              R"(id: nil\n)"
-              R"(type: nil\n)"
-              R"(progress: nil\n)"
-              R"(isCompleted: nil\n)"
-              R"(autoAddTimestamp: nil }\n)"
-              R"(]"))"
-              "\n");
+    EXPECT_EQ(list.description(), R"(UserProfile: {id:Optional("a\"b"))"
+                                  "\n"
+                                  "maxSize:nil\n"
+                                  R"(elements:Optional("[)"
+                                  R"(\nUserProfileElement: {\n)"
+                                  R"(id: Optional(\"1\\n\\\"2\\\"\")\n)"
+                                  R"(type: Optional(\"VIDEO\")\n)"
+                                  R"(progress: Optional(10)\n)"
+                                  R"(isCompleted: Optional(true)\n)"
+                                  R"(autoAddTimestamp: Optional(2017-03-09 18:25:43 +0000) }\n)"
+                                  R"(, )"
+                                  R"(\nUserProfileElement: {\n)"
+                                  R"(id: nil\n)"
+                                  R"(type: nil\n)"
+                                  R"(progress: nil\n)"
+                                  R"(isCompleted: nil\n)"
+                                  R"(autoAddTimestamp: nil }\n)"
+                                  R"(]"))"
+                                  "\n");
 }
 
 }  // namespace

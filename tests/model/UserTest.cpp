@@ -24,7 +24,9 @@ static_assert(KestrinConfigManager::Archivable<User>);
 static_assert(!std::is_constructible_v<User, std::string, std::string, std::string, bool>);
 static_assert(!std::is_default_constructible_v<User>);
 
-User fullUser() { return User("p1", "Ada", "owl", "kids", true); }
+User fullUser() {
+    return User("p1", "Ada", "owl", "kids", true);
+}
 
 TEST(UserTest, KeysAreTheWireNames) {
     EXPECT_STREQ(User::Keys::profileID, "profileId");
@@ -143,7 +145,8 @@ TEST(UserTest, EqualityComparesEveryField) {
     others[6].group = "all";
     others[7].group.reset();
     others[8].defaultUser = false;
-    for (const auto& other : others) EXPECT_NE(other, user);
+    for (const auto& other : others)
+        EXPECT_NE(other, user);
     EXPECT_NE(others[4], others[5]) << "an empty text is not an absent one";
 }
 

@@ -110,8 +110,10 @@ void expectOnlyExactTexts(const Rows& rows, Convert convert) {
                        text.substr(0, text.size() - 1)});
         others.merge(inOtherCases(text));
     }
-    for (const auto& row : rows) others.erase(std::string(row.rawValue));
-    for (const auto& other : others) EXPECT_FALSE(convert(other)) << other;
+    for (const auto& row : rows)
+        others.erase(std::string(row.rawValue));
+    for (const auto& other : others)
+        EXPECT_FALSE(convert(other)) << other;
 }
 
 TEST(ProfileOperationTest, TakesNoOtherText) {

@@ -79,8 +79,7 @@ RC_GTEST_FIXTURE_PROP(ParamsProperties, ASearchsMappingHoldsExactlyThePresentVal
     RC_ASSERT(maps(*mapping, "%SEARCH%", percentEncoded(params.search)));
     RC_ASSERT(maps(*mapping, "%BRANDNAME%", params.brandID));
     RC_ASSERT(maps(*mapping, "%UXID%", profileID(params.bind())));
-    const auto present =
-        std::size_t{1} + (params.brandID ? 1U : 0U) + (params.bind() ? 1U : 0U);
+    const auto present = std::size_t{1} + (params.brandID ? 1U : 0U) + (params.bind() ? 1U : 0U);
     RC_ASSERT(mapping->size() == present);
 }
 
@@ -106,7 +105,8 @@ RC_GTEST_FIXTURE_PROP(ParamsProperties, TheBodyOfAWatchedVideoHoldsOnlyTexts, ()
 
     const auto body = params.dictionaryRepresentation();
     RC_ASSERT(body);
-    for (const auto key : body->keys()) RC_ASSERT(body->text(key));
+    for (const auto key : body->keys())
+        RC_ASSERT(body->text(key));
     RC_ASSERT(body->text("progress").has_value() == params.progress.has_value());
     RC_ASSERT(body->text("isCompleted").has_value() == params.isComplete.has_value());
     if (params.progress) RC_ASSERT(*body->text("progress") == std::to_string(*params.progress));

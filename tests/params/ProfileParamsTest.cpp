@@ -70,9 +70,9 @@ class ProfileParamsTest : public TestSupport::ParamsFixture {
 
     /// Every field present.
     [[nodiscard]] ProfileParams full(std::optional<ProfileOperation> operation) const {
-        ProfileParams params(bind, "acme",
-                             std::vector{UserProfileElement("1", Types::show, 7, true),
-                                         UserProfileElement()});
+        ProfileParams params(
+            bind, "acme",
+            std::vector{UserProfileElement("1", Types::show, 7, true), UserProfileElement()});
         params.videoID = "v1";
         params.showID = "s1";
         params.progress = 120;
@@ -213,9 +213,9 @@ const std::map<std::optional<ProfileOperation>, std::pair<std::string, std::stri
 TEST_F(ProfileParamsTest, HasTheBodyOfItsOperation) {
     for (const auto operation : allOperations()) {
         const auto expected = bodies.find(operation);
-        const auto& [whole, least] =
-            expected == bodies.end() ? std::pair<std::string, std::string>("absent", "absent")
-                                     : expected->second;
+        const auto& [whole, least] = expected == bodies.end()
+                                         ? std::pair<std::string, std::string>("absent", "absent")
+                                         : expected->second;
         EXPECT_EQ(bodyText(full(operation)), whole) << nameOf(operation);
         EXPECT_EQ(bodyText(bare(operation)), least) << nameOf(operation);
     }
@@ -296,9 +296,7 @@ const std::vector<Fault> faults{
      [](auto& params) { params.elements->clear(); },
      {addFavoriteShows}},
     {"no completion", [](auto& params) { params.isComplete.reset(); }, {}},
-    {"no content kind",
-     [](auto& params) { ParamsTestAccess::setType(params, std::nullopt); },
-     {}},
+    {"no content kind", [](auto& params) { ParamsTestAccess::setType(params, std::nullopt); }, {}},
     {"an empty brand", [](auto& params) { params.brandID = ""; }, {}},
     {"an empty bind", [](auto& params) { ParamsTestAccess::setBind(params, AnonymousBind()); }, {}},
 };
@@ -325,9 +323,9 @@ TEST_F(ProfileParamsTest, NeedsABrandForEveryOperation) {
 
 TEST_F(ProfileParamsTest, SomeOperationsNeedNothingElse) {
     const std::set<std::optional<ProfileOperation>> modest{
-        std::nullopt,  testOperation, anonymousBind,  createProfile, getProfiles,
-        editProfile,   deleteProfile, getHistory,     clearHistory,  getFavorites,
-        clearFavorites, getWatchList, clearWatchList, addSearchHistory, deleteSearchHistory};
+        std::nullopt,   testOperation, anonymousBind,  createProfile,    getProfiles,
+        editProfile,    deleteProfile, getHistory,     clearHistory,     getFavorites,
+        clearFavorites, getWatchList,  clearWatchList, addSearchHistory, deleteSearchHistory};
     for (const auto operation : allOperations())
         EXPECT_EQ(bare(operation).hasValidParams(), modest.contains(operation))
             << nameOf(operation);

@@ -120,9 +120,8 @@ TEST_F(SearchParamsTest, AnswersTheSameForEveryOperation) {
         const auto params = full(operation);
         SCOPED_TRACE(nameOf(operation));
         EXPECT_EQ(bodyText(params), R"({"type":"TERM"})");
-        EXPECT_EQ(params.URLMapping(), (TextMap{{"%SEARCH%", "x%20y%2Fz"},
-                                                {"%BRANDNAME%", "acme"},
-                                                {"%UXID%", "p1"}}));
+        EXPECT_EQ(params.URLMapping(),
+                  (TextMap{{"%SEARCH%", "x%20y%2Fz"}, {"%BRANDNAME%", "acme"}, {"%UXID%", "p1"}}));
         EXPECT_EQ(params.hasValidParams(), operation.has_value());
         EXPECT_EQ(params.urlEncodedString(), std::nullopt);
         EXPECT_EQ(params.queryParameters(), std::nullopt);

@@ -91,15 +91,15 @@ struct Row {
     std::vector<std::string> body{"absent", "absent", "absent"};
 };
 
-const std::string newBody =
-    R"({"username":"Ada","avatar":"owl","group":"kids","default":false})";
-const std::string knownBody =
-    R"({"username":"Ada","avatar":"owl","group":"kids","default":true})";
+const std::string newBody = R"({"username":"Ada","avatar":"owl","group":"kids","default":false})";
+const std::string knownBody = R"({"username":"Ada","avatar":"owl","group":"kids","default":true})";
 
 const std::map<std::optional<ProfileOperation>, Row> rows{
     {createProfile, {.valid = {false, true, true}, .body = {"absent", newBody, knownBody}}},
     {editProfile,
-     {.valid = {false, false, true}, .uxid = {std::nullopt, std::nullopt, "u1"}, .body = {"absent", newBody, knownBody}}},
+     {.valid = {false, false, true},
+      .uxid = {std::nullopt, std::nullopt, "u1"},
+      .body = {"absent", newBody, knownBody}}},
     {deleteProfile, {.valid = {false, false, true}, .uxid = {std::nullopt, std::nullopt, "u1"}}},
 };
 

@@ -37,7 +37,7 @@ class DatabaseTest : public testing::Test {
 TEST_F(DatabaseTest, aNewFileIsCreatedForItsOwnerOnlyWithItsFolders) {
     file = folder / "some/new/folder/profiles.sqlite";
     EXPECT_EQ(refusal(), "accepted");
-    struct stat status {};
+    struct stat status{};
     ASSERT_EQ(::stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
     EXPECT_EQ(number("PRAGMA user_version"), currentSchemaVersion());

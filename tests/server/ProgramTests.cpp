@@ -104,7 +104,7 @@ TEST_F(ProgramTest, theWrittenConfigurationIsForItsOwnerOnlyAlsoWhenItReplacesAn
     ::chmod(configuration.c_str(), 0644);
     ServerProcess process(folder, with());
     process.waitUntilReady();
-    struct stat status {};
+    struct stat status{};
     ASSERT_EQ(::stat(configuration.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
     EXPECT_EQ(configured().at("version").as_int64(), 1);

@@ -107,13 +107,13 @@ TEST_F(RequestAnonymousBind, AHeldBindThatIsInvalidLeadsToARequest) {
 }
 
 TEST_F(RequestAnonymousBind, WithoutAProfileIdentifierItFailsHeldBindOrNot) {
-    EXPECT_EQ(Observed<AnonymousBind>(profile.requestAnonymousBind(std::nullopt))
-                  .error<ProfileError>(),
-              ProfileError::profileIDValdationFailure);
+    EXPECT_EQ(
+        Observed<AnonymousBind>(profile.requestAnonymousBind(std::nullopt)).error<ProfileError>(),
+        ProfileError::profileIDValdationFailure);
     hold("parent", "held");
-    EXPECT_EQ(Observed<AnonymousBind>(profile.requestAnonymousBind(std::nullopt))
-                  .error<ProfileError>(),
-              ProfileError::profileIDValdationFailure);
+    EXPECT_EQ(
+        Observed<AnonymousBind>(profile.requestAnonymousBind(std::nullopt)).error<ProfileError>(),
+        ProfileError::profileIDValdationFailure);
     EXPECT_TRUE(transport->requests().empty());
 }
 
@@ -161,8 +161,7 @@ TEST_F(RequestAnonymousBind, ForbiddenRepliesCauseTwoReactionsAndTheSameError) {
 
 TEST_F(RequestAnonymousBind, A403FromTheGuardCausesOneReaction) {
     WebService guarded = service(ProfileOperation::anonymousBind);
-    guarded.guard = [](const WebService&,
-                       const APIParams&) -> std::optional<Observable<Response>> {
+    guarded.guard = [](const WebService&, const APIParams&) -> std::optional<Observable<Response>> {
         return rxcpp::observable<>::error<Response>(SlingError::httpStatus(403, "guard", {}));
     };
     ServiceTable table;
@@ -200,8 +199,8 @@ TEST_F(RequestAnonymousBind, TheDefaultReactionDropsTheHeldBinds) {
 
 TEST_F(RequestAnonymousBind, AnUnconfiguredServiceIsTheConfigurationLibrarysError) {
     configureWith({});
-    const auto error = Observed<AnonymousBind>(profile.requestAnonymousBind())
-                           .error<ConfigurationManagerError>();
+    const auto error =
+        Observed<AnonymousBind>(profile.requestAnonymousBind()).error<ConfigurationManagerError>();
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), 3);
 }

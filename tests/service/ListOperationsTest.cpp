@@ -20,10 +20,10 @@ using KestrinProfile::SearchParams;
 using KestrinProfile::Types;
 using KestrinProfile::UserProfile;
 using KestrinProfile::UserProfileElement;
-using TestSupport::Observed;
-using TestSupport::ServiceFixture;
 using testing::HasSubstr;
 using testing::SizeIs;
+using TestSupport::Observed;
+using TestSupport::ServiceFixture;
 
 template <class Result>
 struct Operation {
@@ -90,8 +90,8 @@ class ListOperations : public ServiceFixture {
     }
 
     void expectSentTo(ProfileOperation operation) const {
-        EXPECT_EQ(sent().url, "https://api.example.com/" + std::string(rawValue(operation)) +
-                                  "?profile=p2");
+        EXPECT_EQ(sent().url,
+                  "https://api.example.com/" + std::string(rawValue(operation)) + "?profile=p2");
         EXPECT_EQ(sent().headers.value("Authorization"), "JWT token");
         EXPECT_EQ(sent().headers.value("PXRO-PROFILE-ID"), "p2");
     }

@@ -83,14 +83,14 @@ TEST_F(Pipeline, ServicesAreFoundByTheExactNameOnly) {
 
 TEST_F(Pipeline, EveryOperationGoesToTheServiceOfItsName) {
     transport->alwaysAnswer([](const auto&) {
-        return Response({.status = 200, .headers = {}, .body = {}, .effectiveURL = {}, .timings = {}});
+        return Response(
+            {.status = 200, .headers = {}, .body = {}, .effectiveURL = {}, .timings = {}});
     });
     for (std::size_t ordinal = 1; ordinal < KestrinProfile::profileOperationCount; ++ordinal) {
         const auto operation = static_cast<ProfileOperation>(ordinal);
         ASSERT_TRUE(Observed<Response>(request(operation)).completed()) << ordinal;
-        EXPECT_EQ(transport->requests().back().url, "https://api.example.com/" +
-                                                        std::string(rawValue(operation)) +
-                                                        "?profile=p1");
+        EXPECT_EQ(transport->requests().back().url,
+                  "https://api.example.com/" + std::string(rawValue(operation)) + "?profile=p1");
     }
 }
 

@@ -21,11 +21,11 @@ using KestrinProfile::ProfileOperation;
 using KestrinProfile::ProfileParams;
 using KestrinProfile::User;
 using KestrinProfile::UserParams;
-using TestSupport::Observed;
-using TestSupport::ServiceFixture;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using TestSupport::Observed;
+using TestSupport::ServiceFixture;
 
 class ProfileManagement : public ServiceFixture {
   protected:
@@ -66,8 +66,8 @@ TEST_F(ChangingAProfile, GoesOutForAnotherProfileThanTheParentUnderItsOwnOperati
 }
 
 TEST_F(ChangingAProfile, IsRefusedWithoutAUserThatNamesAProfile) {
-    const std::vector<std::optional<User>> users{
-        std::nullopt, User::withoutProfileID("Ann", "a", "g"), User("")};
+    const std::vector<std::optional<User>> users{std::nullopt,
+                                                 User::withoutProfileID("Ann", "a", "g"), User("")};
     for (const auto& change : changes) {
         for (const auto& user : users) {
             const Observed<Response> observed((profile.*change.method)(UserParams({}, user)));
@@ -201,8 +201,8 @@ TEST_F(ListingProfiles, UsesTheParentsHeldBindUnlessAnotherIsGiven) {
     transport->willAnswer(200, R"({"data":[]})");
     EXPECT_TRUE(Observed<std::vector<User>>(profile.getProfiles()).completed());
     EXPECT_EQ(transport->requests().back().headers.value("Authorization"), "JWT token");
-    EXPECT_TRUE(Observed<std::vector<User>>(profile.getProfiles(AnonymousBind("p2", "other")))
-                    .completed());
+    EXPECT_TRUE(
+        Observed<std::vector<User>>(profile.getProfiles(AnonymousBind("p2", "other"))).completed());
     EXPECT_EQ(transport->requests().back().headers.value("Authorization"), "JWT other");
     EXPECT_EQ(transport->requests().back().headers.value("PXRO-PROFILE-ID"), "p2");
     EXPECT_EQ(transport->requests().back().body, nullptr);

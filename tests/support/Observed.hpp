@@ -18,8 +18,7 @@ template <class T>
 class Observed {
   public:
     /// Subscribes at once.
-    explicit Observed(const rxcpp::observable<T>& source)
-        : state_(std::make_shared<State>()) {
+    explicit Observed(const rxcpp::observable<T>& source) : state_(std::make_shared<State>()) {
         source.subscribe(
             subscription_,
             [state = state_](T value) {

@@ -3,16 +3,15 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
-#include <thread>
-#include <utility>
-
-#include <fcntl.h>
 #include <spawn.h>
+#include <stdexcept>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace TestSupport {
 
@@ -44,16 +43,17 @@ std::vector<std::string> withVariables(const Environment& environment) {
     std::vector<std::string> all;
     for (char** each = environ; *each != nullptr; ++each) {
         const std::string variable = *each;
-        if (!environment.contains(variable.substr(0, variable.find('='))))
-            all.push_back(variable);
+        if (!environment.contains(variable.substr(0, variable.find('=')))) all.push_back(variable);
     }
-    for (const auto& [name, value] : environment) all.push_back(name + "=" + value);
+    for (const auto& [name, value] : environment)
+        all.push_back(name + "=" + value);
     return all;
 }
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> all;
-    for (auto& text : texts) all.push_back(text.data());
+    for (auto& text : texts)
+        all.push_back(text.data());
     all.push_back(nullptr);
     return all;
 }
@@ -95,7 +95,9 @@ std::string Program::firstLine() const {
     return {};
 }
 
-void Program::signal(int number) const { kill(process_, number); }
+void Program::signal(int number) const {
+    kill(process_, number);
+}
 
 int Program::wait() {
     if (result_) return *result_;

@@ -4,9 +4,8 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
-
 #include <sys/types.h>
+#include <vector>
 
 namespace TestSupport {
 

@@ -157,6 +157,10 @@ bool RawConnection::pause(std::chrono::milliseconds time) {
     return !server_.changed_.wait_for(lock, time, [&] { return server_.ending_; });
 }
 
+bool RawConnection::awaitRequests(std::size_t count) const {
+    return server_.awaitRequests(count);
+}
+
 void RawConnection::resetOnClose() {
     const linger immediately{.l_onoff = 1, .l_linger = 0};
     ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &immediately, sizeof immediately);

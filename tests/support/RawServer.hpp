@@ -52,6 +52,10 @@ class RawConnection {
     /// Waits; false where the server was told to end in the meantime.
     bool pause(std::chrono::milliseconds time);
 
+    /// Waits until the server has read so many requests on all its connections; false where they
+    /// did not come within ten seconds.
+    [[nodiscard]] bool awaitRequests(std::size_t count) const;
+
     /// Ends the connection with a TCP reset instead of an orderly close.
     void resetOnClose();
 

@@ -56,9 +56,7 @@ constexpr std::array<KindRow, 7> kindTable{{
     {ValueKind::boolean, [](const json::value& value) { return value.is_bool(); },
      "true or false (not as text)"},
     {ValueKind::truthText,
-     [](const json::value& value) {
-         return isOneOf(value, {"true", "false"});
-     },
+     [](const json::value& value) { return isOneOf(value, {"true", "false"}); },
      R"(the text "true" or "false")"},
     {ValueKind::decimalText,
      [](const json::value& value) {

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 
@@ -13,18 +14,29 @@
 namespace KestrinProfileServer {
 namespace {
 
+std::string memberJSON(std::string_view name, std::string_view value) {
+    std::string json = jsonText(name);
+    json += ": ";
+    appendJSONText(json, value);
+    return json;
+}
+
 std::string serviceJSON(const Route& route, const std::string& baseURL,
                         const Household& household) {
-    std::string json = "    " + jsonText(route.operation) + ": {\n";
-    json += "      \"method\": " + jsonText(route.method) + ",\n";
-    json += "      \"url\": " + jsonText(baseURL + urlTemplate(route)) + ",\n";
-    json += "      \"body\": ";
-    json += route.body.rule == BodyRule::none ? "\"none\"" : "\"json\"";
+    std::string json = jsonText(route.operation);
+    json += ": {\n      ";
+    json += memberJSON("method", route.method);
+    json += ",\n      ";
+    json += memberJSON("url", baseURL + urlTemplate(route));
+    json += ",\n      ";
+    json += memberJSON("body", route.body.rule == BodyRule::none ? "none" : "json");
     if (route.access == Access::household) {
-        json += ",\n      \"headers\": {" + jsonText(secretHeader) + ": " +
-                jsonText(household.secret) + "}";
+        json += ",\n      \"headers\": {";
+        json += memberJSON(secretHeader, household.secret);
+        json += "}";
     }
-    return json + "\n    }";
+    json += "\n    }";
+    return json;
 }
 
 /// An open file descriptor that closes itself.
@@ -64,15 +76,17 @@ void writeNewFile(const std::filesystem::path& file, const std::string& content)
 
 std::string clientConfiguration(const std::string& baseURL, const std::string& brand,
                                 const Household& household) {
-    std::string json = "{\n  \"version\": 1,\n";
-    json += "  \"parentProfileID\": " + jsonText(household.parentProfileID) + ",\n";
-    json += "  \"brand\": " + jsonText(brand) + ",\n";
-    json += "  \"development\": true,\n  \"services\": {\n";
+    std::string json = "{\n  \"version\": 1,\n  ";
+    json += memberJSON("parentProfileID", household.parentProfileID);
+    json += ",\n  ";
+    json += memberJSON("brand", brand);
+    json += ",\n  \"development\": true,\n  \"services\": {";
     for (const Route& route : routes()) {
+        json += &route == &routes().front() ? "\n    " : ",\n    ";
         json += serviceJSON(route, baseURL, household);
-        json += &route == &routes().back() ? "\n" : ",\n";
     }
-    return json + "  }\n}\n";
+    json += "\n  }\n}\n";
+    return json;
 }
 
 void writePrivateFile(const std::filesystem::path& file, const std::string& content) {

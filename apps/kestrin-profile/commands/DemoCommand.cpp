@@ -144,8 +144,7 @@ void addDemoCommand(CLI::App& app, Command& chosen) {
     auto* const command = app.add_subcommand(
         "demo", "Play a session against a development service that blocks a profile");
     const auto blocked = std::make_shared<std::string>("blocked");
-    command
-        ->add_option("--blocked", *blocked, "A profile that the service was started to block")
+    command->add_option("--blocked", *blocked, "A profile that the service was started to block")
         ->capture_default_str();
     command->callback([&chosen, blocked] {
         chosen = [blocked](Session& session) {

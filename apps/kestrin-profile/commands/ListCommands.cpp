@@ -113,8 +113,10 @@ ListLook lookOf(const ListOptions& options) {
 
 ExitCode list(Session& session, const ListOptions& options) {
     session.configure();
+    const std::string caller = callersID(session);
+    const std::string brand = brandOf(session);
     return show(session, options.watch, [&] {
-        const auto params = callersParams(session);
+        const ProfileParams params(bindFor(session, caller), brand);
         return linesOf(session, session.await((Profile().*options.kind.read)(params)),
                        lookOf(options));
     });

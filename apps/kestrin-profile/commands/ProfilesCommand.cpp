@@ -42,8 +42,9 @@ using Shared = std::shared_ptr<ProfileOptions>;
 
 ExitCode list(Session& session, const ProfileOptions& options) {
     session.configure();
+    const std::string caller = callersID(session);
     return show(session, options.watch, [&] {
-        return linesOf(session, session.await(Profile().getProfiles(callersBind(session))));
+        return linesOf(session, session.await(Profile().getProfiles(bindFor(session, caller))));
     });
 }
 

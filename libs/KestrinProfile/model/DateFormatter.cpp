@@ -1,10 +1,10 @@
-#include <KestrinProfile/model/DateFormatter.hpp>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+
+#include <KestrinProfile/model/DateFormatter.hpp>
 
 namespace KestrinProfile {
 
@@ -20,7 +20,9 @@ using std::chrono::year_month_day;
 constexpr Date first = sys_days(std::chrono::year(1) / 1 / 1);
 constexpr Date end = sys_days(std::chrono::year(10000) / 1 / 1);
 
-bool isInRange(Date date) { return date >= first && date < end; }
+bool isInRange(Date date) {
+    return date >= first && date < end;
+}
 
 constexpr std::array<char, 200> pairs = [] {
     std::array<char, 200> digits{};
@@ -31,7 +33,9 @@ constexpr std::array<char, 200> pairs = [] {
     return digits;
 }();
 
-void writePair(char* out, unsigned number) { std::memcpy(out, &pairs[std::size_t{2} * number], 2); }
+void writePair(char* out, unsigned number) {
+    std::memcpy(out, &pairs[std::size_t{2} * number], 2);
+}
 
 std::string textInRange(Date date) {
     const auto time = floor<milliseconds>(date);

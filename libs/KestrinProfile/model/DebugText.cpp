@@ -24,12 +24,15 @@ std::string debugText(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 2);
     out += '"';
-    for (const char c : text) appendEscaped(out, c);
+    for (const char c : text)
+        appendEscaped(out, c);
     out += '"';
     return out;
 }
 
-std::string debugText(std::int64_t integer) { return std::to_string(integer); }
+std::string debugText(std::int64_t integer) {
+    return std::to_string(integer);
+}
 
 std::string debugText(Date date) {
     // "2017-03-09T18:25:43.511Z", where the year may have more digits.

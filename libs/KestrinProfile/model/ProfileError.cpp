@@ -1,7 +1,7 @@
-#include <KestrinProfile/model/ProfileError.hpp>
-
 #include <array>
 #include <cstddef>
+
+#include <KestrinProfile/model/ProfileError.hpp>
 
 namespace KestrinProfile {
 
@@ -9,7 +9,9 @@ namespace KestrinProfile {
 // another shared library recognises the type also with libc++ and hidden visibility.
 ProfileError::~ProfileError() = default;
 
-std::string_view ProfileError::domain() noexcept { return "KestrinProfile.ProfileError"; }
+std::string_view ProfileError::domain() noexcept {
+    return "KestrinProfile.ProfileError";
+}
 
 const char* ProfileError::what() const noexcept {
     static constexpr std::array<const char*, caseCount> texts{
@@ -26,6 +28,8 @@ const char* ProfileError::what() const noexcept {
     return texts.at(static_cast<std::size_t>(value_));
 }
 
-void raise(ProfileError error) { throw error; }
+void raise(ProfileError error) {
+    throw error;
+}
 
 }  // namespace KestrinProfile

@@ -6,9 +6,9 @@
 
 namespace KestrinProfile {
 
-/// The library's error. In use it is an enumeration (`error == ProfileError::userSerializationError`,
-/// `switch (error.value())`), in flight an exception: it arrives as an observable's error and is
-/// never thrown to the caller of an operation.
+/// The library's error. In use it is an enumeration (`error ==
+/// ProfileError::userSerializationError`, `switch (error.value())`), in flight an exception: it
+/// arrives as an observable's error and is never thrown to the caller of an operation.
 class [[gnu::visibility("default")]] ProfileError final : public std::exception {
   public:
     /// The cases; the position is the error's code.

@@ -32,7 +32,9 @@ constexpr RawValues<ProfileOperation, profileOperationCount> rawValues{{
 
 }  // namespace
 
-std::string_view rawValue(ProfileOperation operation) { return rawValues.of(operation); }
+std::string_view rawValue(ProfileOperation operation) {
+    return rawValues.of(operation);
+}
 
 std::optional<ProfileOperation> profileOperation(std::string_view rawValue) {
     return rawValues.caseOf(rawValue);

@@ -8,8 +8,12 @@ constexpr RawValues<Types, 5> rawValues{{"SHOW", "VIDEO", "GAME", "COLLECTION", 
 
 }  // namespace
 
-std::string_view rawValue(Types type) { return rawValues.of(type); }
+std::string_view rawValue(Types type) {
+    return rawValues.of(type);
+}
 
-std::optional<Types> types(std::string_view rawValue) { return rawValues.caseOf(rawValue); }
+std::optional<Types> types(std::string_view rawValue) {
+    return rawValues.caseOf(rawValue);
+}
 
 }  // namespace KestrinProfile

@@ -1,9 +1,8 @@
-#include <KestrinProfile/model/User.hpp>
-
 #include <utility>
 
 #include <KestrinConfigManager/Archivable.hpp>
 #include <KestrinProfile/model/Fields.hpp>
+#include <KestrinProfile/model/User.hpp>
 
 namespace KestrinProfile {
 

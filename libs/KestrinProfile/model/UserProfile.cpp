@@ -1,11 +1,10 @@
-#include <KestrinProfile/model/UserProfile.hpp>
-
 #include <utility>
 
 #include <HalvardMorrow/OptionalSequences.hpp>
 #include <KestrinConfigManager/Archivable.hpp>
 #include <KestrinProfile/model/DebugText.hpp>
 #include <KestrinProfile/model/Fields.hpp>
+#include <KestrinProfile/model/UserProfile.hpp>
 
 namespace KestrinProfile {
 
@@ -39,7 +38,8 @@ std::optional<Elements> readElements(const JSONDictionary& dictionary) {
 std::vector<JSONDictionary> encoded(const Elements& elements) {
     std::vector<JSONDictionary> items;
     items.reserve(elements.size());
-    for (const auto& entry : elements) items.push_back(entry.encode(DateFormatter::iso8601()));
+    for (const auto& entry : elements)
+        items.push_back(entry.encode(DateFormatter::iso8601()));
     return items;
 }
 
@@ -75,10 +75,11 @@ JSONDictionary UserProfile::encode() const {
 std::string UserProfile::description() const {
     std::optional<std::string> list;
     if (elements) list = listText(*elements);
-    return "UserProfile: {"
-           "id:" + debugText(id) + "\n"
-           "maxSize:" + debugText(maxSize) + "\n"
-           "elements:" + debugText(list) + "\n";
+    std::string text = "UserProfile: {";
+    text += "id:" + debugText(id) + "\n";
+    text += "maxSize:" + debugText(maxSize) + "\n";
+    text += "elements:" + debugText(list) + "\n";
+    return text;
 }
 
 bool operator==(const UserProfile& left, const UserProfile& right) {

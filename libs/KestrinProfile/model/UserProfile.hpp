@@ -20,8 +20,8 @@ struct UserProfile : KestrinConfigManager::Serializable {
         static constexpr const char* elements = "elements";
     };
 
-    std::optional<std::string> id;         ///< the list's identifier
-    std::optional<std::int64_t> maxSize;   ///< how many entries the service keeps in the list
+    std::optional<std::string> id;        ///< the list's identifier
+    std::optional<std::int64_t> maxSize;  ///< how many entries the service keeps in the list
     /// The entries in the service's order, with their time stamps. Absent: the service sent no
     /// usable list, which is another thing than an empty one.
     std::optional<std::vector<UserProfileElement>> elements;

@@ -1,10 +1,9 @@
-#include <KestrinProfile/model/UserProfileElement.hpp>
-
 #include <utility>
 
 #include <KestrinConfigManager/Archivable.hpp>
 #include <KestrinProfile/model/DebugText.hpp>
 #include <KestrinProfile/model/Fields.hpp>
+#include <KestrinProfile/model/UserProfileElement.hpp>
 
 namespace KestrinProfile {
 
@@ -43,8 +42,7 @@ std::optional<std::chrono::sys_time<std::chrono::milliseconds>> written(std::opt
 
 UserProfileElement::UserProfileElement(std::optional<std::string> anID, std::optional<Types> aType,
                                        std::optional<std::int64_t> aProgress,
-                                       std::optional<bool> completed,
-                                       std::optional<Date> timestamp)
+                                       std::optional<bool> completed, std::optional<Date> timestamp)
     : id(std::move(anID)),
       progress(aProgress),
       isCompleted(completed),
@@ -94,12 +92,13 @@ JSONDictionary UserProfileElement::encode(const DateFormatter& formatter) const 
 }
 
 std::string UserProfileElement::description() const {
-    return "\nUserProfileElement: {\n"
-           "id: " + debugText(id) + "\n"
-           "type: " + debugText(type) + "\n"
-           "progress: " + debugText(progress) + "\n"
-           "isCompleted: " + debugText(isCompleted) + "\n"
-           "autoAddTimestamp: " + debugText(autoAddTimestamp) + " }\n";
+    std::string text = "\nUserProfileElement: {\n";
+    text += "id: " + debugText(id) + "\n";
+    text += "type: " + debugText(type) + "\n";
+    text += "progress: " + debugText(progress) + "\n";
+    text += "isCompleted: " + debugText(isCompleted) + "\n";
+    text += "autoAddTimestamp: " + debugText(autoAddTimestamp) + " }\n";
+    return text;
 }
 
 bool operator==(const UserProfileElement& left, const UserProfileElement& right) {

@@ -1,7 +1,6 @@
-#include <KestrinProfile/params/AnonymousBindParams.hpp>
-
 #include <utility>
 
+#include <KestrinProfile/params/AnonymousBindParams.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
 
 namespace KestrinProfile {
@@ -22,6 +21,8 @@ std::optional<TextMap> AnonymousBindParams::URLMapping() const {
     return TextMap{{ProfileMapping::uxid, profileID}};
 }
 
-bool AnonymousBindParams::hasValidParams() const { return true; }
+bool AnonymousBindParams::hasValidParams() const {
+    return true;
+}
 
 }  // namespace KestrinProfile

@@ -1,7 +1,7 @@
-#include <KestrinProfile/params/OperationRules.hpp>
-
 #include <array>
 #include <cstddef>
+
+#include <KestrinProfile/params/OperationRules.hpp>
 
 namespace KestrinProfile {
 

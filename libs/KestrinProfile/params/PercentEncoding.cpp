@@ -1,8 +1,8 @@
-#include <KestrinProfile/params/PercentEncoding.hpp>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
+
+#include <KestrinProfile/params/PercentEncoding.hpp>
 
 namespace KestrinProfile {
 
@@ -13,7 +13,8 @@ static_assert(reserved.size() == 22);
 
 constexpr std::array<bool, 256> isReserved = [] {
     std::array<bool, 256> table{};
-    for (const char c : reserved) table[static_cast<unsigned char>(c)] = true;
+    for (const char c : reserved)
+        table[static_cast<unsigned char>(c)] = true;
     return table;
 }();
 

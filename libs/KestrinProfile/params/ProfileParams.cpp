@@ -1,11 +1,10 @@
-#include <KestrinProfile/params/ProfileParams.hpp>
-
 #include <tuple>
 #include <utility>
 
 #include <KestrinProfile/model/Fields.hpp>
 #include <KestrinProfile/params/OperationRules.hpp>
 #include <KestrinProfile/params/PercentEncoding.hpp>
+#include <KestrinProfile/params/ProfileParams.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
 
 namespace KestrinProfile {
@@ -55,15 +54,21 @@ ProfileParams::ProfileParams(std::optional<AnonymousBind> bind, std::optional<st
       elements(std::move(someElements)),
       bind_(givenOrHeld(std::move(bind), false)) {}
 
-std::optional<TextMap> ProfileParams::headers() const { return ProfileUtils::header(bind_); }
+std::optional<TextMap> ProfileParams::headers() const {
+    return ProfileUtils::header(bind_);
+}
 
 std::optional<JSONDictionary> ProfileParams::dictionaryRepresentation() const {
     switch (rules(operation_).body) {
-        case Body::type: return typeBody(type_);
-        case Body::watchedVideo: return watchedVideoBody(*this);
-        case Body::elements: return elementsBody(elements);
+        case Body::type:
+            return typeBody(type_);
+        case Body::watchedVideo:
+            return watchedVideoBody(*this);
+        case Body::elements:
+            return elementsBody(elements);
         case Body::user:
-        case Body::none: break;
+        case Body::none:
+            break;
     }
     return std::nullopt;
 }
@@ -81,14 +86,20 @@ std::optional<TextMap> ProfileParams::URLMapping() const {
 bool ProfileParams::hasValidParams() const {
     if (!bind_ || !brandID) return false;
     switch (rules(operation_).need) {
-        case Need::userName: return userName && !userName->empty();
-        case Need::video: return videoID.has_value();
-        case Need::watchedVideo: return videoID && progress && *progress >= 0;
-        case Need::show: return showID.has_value();
-        case Need::elements: return elements && !elements->empty();
+        case Need::userName:
+            return userName && !userName->empty();
+        case Need::video:
+            return videoID.has_value();
+        case Need::watchedVideo:
+            return videoID && progress && *progress >= 0;
+        case Need::show:
+            return showID.has_value();
+        case Need::elements:
+            return elements && !elements->empty();
         case Need::user:
         case Need::identifiedUser:
-        case Need::nothing: break;
+        case Need::nothing:
+            break;
     }
     return true;
 }

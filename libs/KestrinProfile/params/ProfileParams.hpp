@@ -31,14 +31,13 @@ class ProfileParams final : public KestrinConfigManager::APIParams {
     ///                  manager holds for the selected profile, if any
     /// @param brandID   the brand; by default the configured one, as it is at the time of the call
     /// @param elements  the entries for `addFavoriteShows`
-    explicit ProfileParams(
-        std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt,
-        std::optional<std::string> brandID = currentBrandID(),
-        std::optional<std::vector<UserProfileElement>> elements = std::nullopt);
+    explicit ProfileParams(std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt,
+                           std::optional<std::string> brandID = currentBrandID(),
+                           std::optional<std::vector<UserProfileElement>> elements = std::nullopt);
 
-    std::optional<std::string> brandID;  ///< fills "%BRANDNAME%"
-    std::optional<std::string> videoID;  ///< fills "%VIDEO%"
-    std::optional<std::string> showID;   ///< fills "%SHOWID%"
+    std::optional<std::string> brandID;                       ///< fills "%BRANDNAME%"
+    std::optional<std::string> videoID;                       ///< fills "%VIDEO%"
+    std::optional<std::string> showID;                        ///< fills "%SHOWID%"
     std::optional<std::vector<UserProfileElement>> elements;  ///< sent by `addFavoriteShows`
     /// How far the video was watched, as the service counts it; sent by `addHistoryVideo`.
     std::optional<std::intptr_t> progress;

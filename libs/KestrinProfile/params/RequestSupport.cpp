@@ -1,7 +1,6 @@
-#include <KestrinProfile/params/RequestSupport.hpp>
-
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
+#include <KestrinProfile/params/RequestSupport.hpp>
 
 namespace KestrinProfile {
 

@@ -1,10 +1,9 @@
-#include <KestrinProfile/params/SearchParams.hpp>
-
 #include <tuple>
 #include <utility>
 
 #include <KestrinProfile/params/PercentEncoding.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
+#include <KestrinProfile/params/SearchParams.hpp>
 
 namespace KestrinProfile {
 
@@ -19,7 +18,9 @@ SearchParams::SearchParams(std::string aSearch, Types type, std::optional<Anonym
       bind_(givenOrHeld(std::move(bind), false)),
       type_(type) {}
 
-std::optional<TextMap> SearchParams::headers() const { return ProfileUtils::header(bind_); }
+std::optional<TextMap> SearchParams::headers() const {
+    return ProfileUtils::header(bind_);
+}
 
 std::optional<JSONDictionary> SearchParams::dictionaryRepresentation() const {
     JSONDictionary body;
@@ -35,7 +36,9 @@ std::optional<TextMap> SearchParams::URLMapping() const {
     return mapping;
 }
 
-bool SearchParams::hasValidParams() const { return bind_ && operation_ && brandID; }
+bool SearchParams::hasValidParams() const {
+    return bind_ && operation_ && brandID;
+}
 
 bool operator==(const SearchParams& left, const SearchParams& right) {
     const auto compared = [](const SearchParams& params) {

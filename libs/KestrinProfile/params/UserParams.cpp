@@ -1,10 +1,9 @@
-#include <KestrinProfile/params/UserParams.hpp>
-
 #include <utility>
 
 #include <KestrinProfile/params/OperationRules.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
 #include <KestrinProfile/params/RequestSupport.hpp>
+#include <KestrinProfile/params/UserParams.hpp>
 
 namespace KestrinProfile {
 
@@ -18,7 +17,9 @@ using Need = OperationRules::Need;
 UserParams::UserParams(std::optional<AnonymousBind> aBind, std::optional<User> aUser)
     : bind(givenOrHeld(std::move(aBind), true)), user(std::move(aUser)) {}
 
-std::optional<TextMap> UserParams::headers() const { return ProfileUtils::header(bind); }
+std::optional<TextMap> UserParams::headers() const {
+    return ProfileUtils::header(bind);
+}
 
 std::optional<JSONDictionary> UserParams::dictionaryRepresentation() const {
     if (rules(operation).body != Body::user || !user) return std::nullopt;

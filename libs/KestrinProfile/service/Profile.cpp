@@ -1,5 +1,3 @@
-#include <KestrinProfile/service/Profile.hpp>
-
 #include <exception>
 #include <utility>
 
@@ -15,6 +13,7 @@
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 #include <KestrinProfile/params/AnonymousBindParams.hpp>
+#include <KestrinProfile/service/Profile.hpp>
 
 namespace KestrinProfile {
 
@@ -94,8 +93,7 @@ Observable<AnonymousBind> Profile::requestAnonymousBind(
     constexpr auto operation = ProfileOperation::anonymousBind;
     const AnonymousBindParams params(std::move(*profileID), operation);
     const auto replies = HalvardSling::json(createProfileRequest(params, operation, false));
-    return reactingToForbiddenReply<AnonymousBind>(replies |
-                                                   rxcpp::operators::map(&storedBind));
+    return reactingToForbiddenReply<AnonymousBind>(replies | rxcpp::operators::map(&storedBind));
 }
 
 Observable<Response> Profile::validateProfileName(ProfileParams params) const {
@@ -184,13 +182,14 @@ Observable<Response> Profile::addSearchHistory(SearchParams params) const {
 
 Observable<Response> Profile::deleteSearchHistory(std::string brandID) const {
     return send(SearchParams({}, Types::none, ConfigurationManager::sharedInstance().bind(false),
-                              std::move(brandID)),
-                 ProfileOperation::deleteSearchHistory);
+                             std::move(brandID)),
+                ProfileOperation::deleteSearchHistory);
 }
 
 Observable<UserProfile> Profile::readList(ProfileParams params, ProfileOperation operation) const {
     return HalvardSling::json(send(std::move(params), operation)) |
-           rxcpp::operators::map(&decoded<UserProfile, ProfileError::userProfileSerializationError>);
+           rxcpp::operators::map(
+               &decoded<UserProfile, ProfileError::userProfileSerializationError>);
 }
 
 Observable<Response> Profile::addItem(ProfileParams params, Types type,
@@ -231,9 +230,8 @@ Observable<Response> Profile::createProfileRequest(const APIParams& params,
 
     const auto name = rawValue(*operation);
     const auto configuration = ConfigurationManager::sharedInstance().currentConfiguration();
-    const WebService* const service = configuration && configuration->services
-                                          ? configuration->services->find(name)
-                                          : nullptr;
+    const WebService* const service =
+        configuration && configuration->services ? configuration->services->find(name) : nullptr;
     if (service == nullptr)
         return failure<Response>(ConfigurationManagerError(
             ConfigurationManagerError::serviceNotConfigured, name,

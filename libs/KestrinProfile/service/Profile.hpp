@@ -140,8 +140,7 @@ class Profile {
                                                    ProfileOperation operation) const;
     [[nodiscard]] Observable<Response> addItem(ProfileParams params, Types type,
                                                ProfileOperation operation) const;
-    [[nodiscard]] Observable<Response> send(ProfileParams params,
-                                             ProfileOperation operation) const;
+    [[nodiscard]] Observable<Response> send(ProfileParams params, ProfileOperation operation) const;
     [[nodiscard]] Observable<Response> send(SearchParams params, ProfileOperation operation) const;
     [[nodiscard]] Observable<Response> send(UserParams params, ProfileOperation operation) const;
     [[nodiscard]] Observable<Response> changeProfile(UserParams params,

@@ -1,11 +1,11 @@
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
 
 #include <HalvardSling/JSONDictionary.hpp>
 
@@ -51,11 +51,15 @@ TEST(JSONDictionary, GivesAValueOnlyUnderItsOwnKind) {
 TEST(JSONDictionary, SaysWhichKindAValueHas) {
     const auto dictionary = parsed(everyKind);
     const std::vector<std::pair<std::string_view, JSONKind>> kinds{
-        {"null", JSONKind::null},     {"boolean", JSONKind::boolean},
-        {"integer", JSONKind::integer}, {"number", JSONKind::number},
-        {"text", JSONKind::text},     {"array", JSONKind::array},
+        {"null", JSONKind::null},
+        {"boolean", JSONKind::boolean},
+        {"integer", JSONKind::integer},
+        {"number", JSONKind::number},
+        {"text", JSONKind::text},
+        {"array", JSONKind::array},
         {"dictionary", JSONKind::dictionary}};
-    for (const auto& [key, kind] : kinds) EXPECT_EQ(dictionary.kind(key), kind) << key;
+    for (const auto& [key, kind] : kinds)
+        EXPECT_EQ(dictionary.kind(key), kind) << key;
     EXPECT_EQ(dictionary.kind("missing"), std::nullopt);
 }
 
@@ -111,7 +115,8 @@ TEST(JSONDictionary, GoesThroughAnArrayInOrder) {
     const auto dictionary = parsed(R"({"a":[{"n":1,"in":{"x":[1,2]}},{},{"n":3}],"z":"after"})");
     const auto list = *dictionary.dictionaries("a");
     std::vector<std::optional<std::int64_t>> numbers;
-    for (const auto& each : list) numbers.push_back(each.integer("n"));
+    for (const auto& each : list)
+        numbers.push_back(each.integer("n"));
     EXPECT_THAT(numbers, ElementsAre(1, std::nullopt, 3));
     EXPECT_EQ(dictionary.text("z"), "after");
 }
@@ -216,7 +221,8 @@ TEST(JSONDictionary, CanBeAssignedToItself) {
 TEST(JSONDictionary, EscapesWhatJSONRequiresAndNothingElse) {
     JSONDictionary dictionary;
     std::string all;
-    for (int c = 0; c < 0x80; ++c) all += static_cast<char>(c);
+    for (int c = 0; c < 0x80; ++c)
+        all += static_cast<char>(c);
     all += "\u00e9/<>\U0001F600";
     dictionary.setText("a", all);
     EXPECT_THAT(dictionary.written(), HasSubstr("\u00e9/<>\U0001F600"));
@@ -271,8 +277,10 @@ TEST(JSONFailure, NeverQuotesTheText) {
 
 std::string nested(std::size_t depth) {
     std::string text = R"({"a":)";
-    for (std::size_t i = 1; i < depth; ++i) text += '[';
-    for (std::size_t i = 1; i < depth; ++i) text += ']';
+    for (std::size_t i = 1; i < depth; ++i)
+        text += '[';
+    for (std::size_t i = 1; i < depth; ++i)
+        text += ']';
     return text + '}';
 }
 

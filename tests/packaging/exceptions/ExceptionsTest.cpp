@@ -50,7 +50,8 @@ TEST(ErrorsAcrossSharedLibraries, ASlingErrorIsCaughtAsItself) {
 }
 
 TEST(ErrorsAcrossSharedLibraries, AnErrorMadeHereIsCaughtHereToo) {
-    EXPECT_TRUE(isCaughtAs<ProfileError>([] { throw ProfileError(ProfileError::userSerializationError); }));
+    EXPECT_TRUE(
+        isCaughtAs<ProfileError>([] { throw ProfileError(ProfileError::userSerializationError); }));
 }
 
 }  // namespace

@@ -13,4 +13,6 @@ void throwConfigurationManagerError() {
     throw ConfigurationManagerError(ConfigurationManagerError::serviceNotConfigured, "operation");
 }
 
-void throwSlingError() { throw HalvardSling::SlingError::httpStatus(403, "https://a:443", {}); }
+void throwSlingError() {
+    throw HalvardSling::SlingError::httpStatus(403, "https://a:443", {});
+}

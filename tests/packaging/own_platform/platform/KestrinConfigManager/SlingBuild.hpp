@@ -12,7 +12,8 @@ namespace KestrinConfigManager {
 struct OwnSling {
     HalvardSling::Observable<HalvardSling::Response> responses() const {
         if (profileID == "forbidden")
-            return rxcpp::observable<>::error<HalvardSling::Response>(HalvardSling::SlingError(403));
+            return rxcpp::observable<>::error<HalvardSling::Response>(
+                HalvardSling::SlingError(403));
         HalvardSling::Response reply;
         reply.content.setText("who", profileID);
         reply.content.setText("secret", "own token");
