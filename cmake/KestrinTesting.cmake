@@ -6,7 +6,6 @@ if(KESTRIN_LIBCXX)
     set(KESTRIN_GOOGLETEST_SOURCE_DIR "/usr/src/googletest" CACHE PATH "Where GoogleTest's sources are")
     add_subdirectory(${KESTRIN_GOOGLETEST_SOURCE_DIR} ${PROJECT_BINARY_DIR}/googletest
                      EXCLUDE_FROM_ALL SYSTEM)
-    add_library(GTest::gmock_main ALIAS gmock_main)
 else()
     find_package(GTest REQUIRED)
 endif()
