@@ -5,7 +5,7 @@
 namespace KestrinProfileCLI {
 
 /// Where the configuration is looked for when none is named: kestrin-profile/config.json in
-/// $XDG_CONFIG_HOME, or in ~/.config (XDG Base Directory Specification 0.8).
+/// $XDG_CONFIG_HOME, or in ~/.config (XDG base directories, version 0.8).
 [[nodiscard]] std::filesystem::path defaultConfigurationFile();
 
 /// Where the binds obtained with a configuration are kept: below $XDG_STATE_HOME, or below

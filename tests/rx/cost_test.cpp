@@ -121,16 +121,15 @@ TEST(RxCost, ASubscriptionThatWaitsTakesLittleMemory) {
     EXPECT_FALSE(emitter.has_value());
 }
 
-TEST(RxCost, ATeardownOfThreePointersNeedsNoAllocation) {
+TEST(RxCost, AFirstTeardownOfFourPointersNeedsNoAllocation) {
     const rxcpp::composite_subscription subscription;
-    int first = 0;
-    int second = 0;
-    int third = 0;
+    int values[4] = {};
     const std::size_t before = allocations;
-    subscription.add([&first, &second, &third] { first = second = third = 1; });
+    subscription.add([first = &values[0], second = &values[1], third = &values[2],
+                      fourth = &values[3]] { *first = *second = *third = *fourth = 1; });
     subscription.unsubscribe();
     EXPECT_EQ(allocations - before, 0U);
-    EXPECT_EQ(first + second + third, 3);
+    EXPECT_THAT(values, testing::Each(1));
 }
 
 }  // namespace
