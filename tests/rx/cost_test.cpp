@@ -129,7 +129,7 @@ TEST(RxCost, AFirstTeardownOfFourPointersNeedsNoAllocation) {
                       fourth = &values[3]] { *first = *second = *third = *fourth = 1; });
     subscription.unsubscribe();
     EXPECT_EQ(allocations - before, 0U);
-    EXPECT_THAT(values, testing::Each(1));
+    EXPECT_EQ(values[0] + values[1] + values[2] + values[3], 4);
 }
 
 }  // namespace

@@ -91,7 +91,9 @@ std::string clientConfiguration(const std::string& baseURL, const std::string& b
 
 void writePrivateFile(const std::filesystem::path& file, const std::string& content) {
     auto temporary = file;
-    temporary += "." + hexadecimal(randomBytes(4)) + ".tmp";
+    temporary += ".";
+    temporary += hexadecimal(randomBytes(4));
+    temporary += ".tmp";
     try {
         writeNewFile(temporary, content);
         std::filesystem::rename(temporary, file);

@@ -76,7 +76,7 @@ std::string textOutOfRange(Date date) {
 /// was as expected is asked once, at the end.
 class FixedReader {
   public:
-    explicit FixedReader(const char* text) : next_(text) {}
+    explicit FixedReader(std::string_view text) : next_(text.data()) {}
 
     /// The number that so many digits stand for.
     template <int Digits>
@@ -116,7 +116,7 @@ std::optional<seconds> readOffset(std::string_view text) {
     if (!hasSeconds && text.size() != 6) return std::nullopt;
     if (text[0] != '+' && text[0] != '-') return std::nullopt;
 
-    FixedReader reader(text.data() + 1);
+    FixedReader reader(text.substr(1));
     unsigned size = 3600 * reader.number<2>();
     reader.character(':');
     size += 60 * reader.pair(59);
@@ -132,7 +132,7 @@ std::optional<Date> readDate(std::string_view text) {
     constexpr std::size_t offsetAt = 23;
     if (text.size() <= offsetAt) return std::nullopt;
 
-    FixedReader reader(text.data());
+    FixedReader reader(text);
     const std::chrono::year year(static_cast<int>(reader.number<4>()));
     reader.character('-');
     const std::chrono::month month(reader.number<2>());

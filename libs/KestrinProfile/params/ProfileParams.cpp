@@ -27,9 +27,10 @@ std::optional<JSONDictionary> typeBody(std::optional<Types> type) {
 }
 
 JSONDictionary watchedVideoBody(const ProfileParams& params) {
+    const auto& type = params.type();
     JSONDictionary body;
     if (params.isComplete) body.setText(Keys::isComplete, *params.isComplete ? "true" : "false");
-    if (params.type()) body.setText(Keys::type, rawValue(*params.type()));
+    if (type) body.setText(Keys::type, rawValue(*type));
     if (params.progress) body.setText(Keys::progress, std::to_string(*params.progress));
     return body;
 }

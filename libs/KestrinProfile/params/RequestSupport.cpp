@@ -15,8 +15,9 @@ std::optional<AnonymousBind> givenOrHeld(std::optional<AnonymousBind> bind, bool
 
 std::optional<std::string> currentBrandID() {
     const auto configuration = ConfigurationManager::sharedInstance().currentConfiguration();
-    if (!configuration || !configuration->brand) return std::nullopt;
-    return configuration->brand->rawValue;
+    const auto brand = configuration ? configuration->brand : std::nullopt;
+    if (!brand) return std::nullopt;
+    return brand->rawValue;
 }
 
 void fill(TextMap& mapping, const char* placeholder, const std::optional<std::string>& value) {
