@@ -12,6 +12,7 @@
 #include <KestrinConfigManager/FileBindStore.hpp>
 
 #include "Support.hpp"
+#include "support/Program.hpp"
 
 namespace {
 
@@ -38,7 +39,7 @@ void runTogether(const std::vector<std::function<void(int round)>>& actions) {
 
 TEST(ConfigurationManagerConcurrency, EveryMemberMayBeCalledAtTheSameTime) {
     const TestSupport::TemporaryDirectory directory;
-    TestSupport::writeFile(directory / "c.json", R"({"version":1,"parentProfileID":"p0"})");
+    TestSupport::write(directory / "c.json", R"({"version":1,"parentProfileID":"p0"})");
     ConfigurationManager manager;
     std::atomic<int> handled{0};
     std::atomic<int> mixed{0};

@@ -17,6 +17,7 @@
 #include <KestrinConfigManager/WebService.hpp>
 
 #include "Support.hpp"
+#include "support/Program.hpp"
 
 namespace {
 
@@ -262,7 +263,7 @@ TEST_F(ConfigurationManagerTest, WhatIsNotedForOneManagerIsNotForAnother) {
 
 TEST_F(ConfigurationManagerTest, AGoodFileBecomesTheConfiguration) {
     const TestSupport::TemporaryDirectory directory;
-    TestSupport::writeFile(directory / "c.json", R"({"version":1,"parentProfileID":"file"})");
+    TestSupport::write(directory / "c.json", R"({"version":1,"parentProfileID":"file"})");
     EXPECT_THAT(manager.load(directory / "c.json"), IsEmpty());
     ASSERT_NE(manager.currentConfiguration(), nullptr);
     EXPECT_EQ(manager.currentConfiguration()->parentProfileID, "file");
@@ -270,7 +271,7 @@ TEST_F(ConfigurationManagerTest, AGoodFileBecomesTheConfiguration) {
 
 TEST_F(ConfigurationManagerTest, AFileWithProblemsLeavesTheFormerConfiguration) {
     const TestSupport::TemporaryDirectory directory;
-    TestSupport::writeFile(directory / "c.json", R"({"version":2})");
+    TestSupport::write(directory / "c.json", R"({"version":2})");
     manager.configure(configurationOf("former"));
     const auto problems = manager.load(directory / "c.json");
     ASSERT_EQ(problems.size(), 2U);

@@ -13,6 +13,7 @@
 #include <KestrinConfigManager/WebService.hpp>
 
 #include "Support.hpp"
+#include "support/Program.hpp"
 
 namespace {
 
@@ -474,7 +475,7 @@ TEST(Configuration, NoProblemShowsAHeaderValueAQueryValueOrAUrl) {
 
 TEST(ConfigurationFile, IsReadLikeItsText) {
     const TestSupport::TemporaryDirectory directory;
-    TestSupport::writeFile(directory / "c.json", complete);
+    TestSupport::write(directory / "c.json", complete);
     const ConfigurationResult result = loadConfiguration(directory / "c.json");
     ASSERT_TRUE(std::holds_alternative<Configuration>(result));
     EXPECT_EQ(std::get<Configuration>(result).services->size(), 3U);
@@ -482,7 +483,7 @@ TEST(ConfigurationFile, IsReadLikeItsText) {
 
 TEST(ConfigurationFile, LongerThanOnePieceIsReadWhole) {
     const TestSupport::TemporaryDirectory directory;
-    TestSupport::writeFile(directory / "c.json", with("") + std::string(100'000, ' '));
+    TestSupport::write(directory / "c.json", with("") + std::string(100'000, ' '));
     EXPECT_TRUE(std::holds_alternative<Configuration>(loadConfiguration(directory / "c.json")));
 }
 
@@ -510,7 +511,7 @@ TEST(ConfigurationFile, ThatIsADirectoryIsAProblemAtTheTop) {
 
 TEST(ConfigurationFile, ThatIsFarTooLargeIsAProblemAtTheTop) {
     const TestSupport::TemporaryDirectory directory;
-    TestSupport::writeFile(directory / "c.json", with(""));
+    TestSupport::write(directory / "c.json", with(""));
     std::filesystem::resize_file(directory / "c.json", (std::size_t{16} << 20) + 1);
     EXPECT_THAT(fileProblems(directory / "c.json"),
                 ElementsAre(Field(&ConfigurationProblem::message, HasSubstr("larger"))));
@@ -518,7 +519,7 @@ TEST(ConfigurationFile, ThatIsFarTooLargeIsAProblemAtTheTop) {
 
 TEST(ConfigurationFile, ThatIsEmptyIsAProblemAtTheTop) {
     const TestSupport::TemporaryDirectory directory;
-    TestSupport::writeFile(directory / "c.json", "");
+    TestSupport::write(directory / "c.json", "");
     EXPECT_THAT(fileProblems(directory / "c.json"),
                 ElementsAre(Field(&ConfigurationProblem::path, "$")));
 }

@@ -19,6 +19,7 @@
 #include <KestrinConfigManager/FileBindStore.hpp>
 
 #include "Support.hpp"
+#include "support/Program.hpp"
 
 namespace {
 
@@ -32,10 +33,10 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::UnorderedElementsAre;
+using TestSupport::contentOf;
 using TestSupport::held;
 using TestSupport::numbered;
-using TestSupport::readFile;
-using TestSupport::writeFile;
+using TestSupport::write;
 
 unsigned modeOf(const std::filesystem::path& file) {
     return static_cast<unsigned>(std::filesystem::symlink_status(file).permissions());
@@ -101,8 +102,8 @@ TEST_F(FileBindStoreTest, TheContentIsVersionedJson) {
     FileBindStore store(file);
     store.save(held(3, "p", "t"));
     EXPECT_EQ(store.flush(), std::nullopt);
-    EXPECT_EQ(readFile(file), R"({"version":1,"revision":3,"selectedProfileID":"p",)"
-                              R"("binds":[{"profileId":"p","token":"t"}]})");
+    EXPECT_EQ(contentOf(file), R"({"version":1,"revision":3,"selectedProfileID":"p",)"
+                               R"("binds":[{"profileId":"p","token":"t"}]})");
 }
 
 TEST_F(FileBindStoreTest, OnlyTheOwnerMayReadTheFile) {
@@ -201,12 +202,12 @@ TEST_F(FileBindStoreTest, ASymbolicLinkIsNotFollowedWhenLoading) {
 }
 
 TEST_F(FileBindStoreTest, SavingReplacesASymbolicLinkAndLeavesItsTargetAlone) {
-    writeFile(directory / "target.json", "untouched");
+    write(directory / "target.json", "untouched");
     std::filesystem::create_symlink(directory / "target.json", file);
     FileBindStore store(file);
     store.save(held(1, "p", "t"));
     EXPECT_EQ(store.flush(), std::nullopt);
-    EXPECT_EQ(readFile(directory / "target.json"), "untouched");
+    EXPECT_EQ(contentOf(directory / "target.json"), "untouched");
     EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(file)));
     EXPECT_EQ(loaded().held.revision, 1U);
 }
@@ -234,10 +235,10 @@ TEST_F(FileBindStoreTest, ADamagedFileCountsAsNoBindAndStays) {
              R"({"version":1,"revision":1,"selectedProfileID":1,"binds":[)" + bind + "]}",
              R"({"version":1,"revision":1,"selectedProfileID":null,"binds":[)" + bind + "]}",
              R"({"version":1,"revision":1,"binds":[)" + bind + "]} x"}) {
-        writeFile(file, content);
+        write(file, content);
         ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
         expectNoBindAndAWarning("is ");
-        EXPECT_EQ(readFile(file), content);
+        EXPECT_EQ(contentOf(file), content);
     }
     FileBindStore store(file);
     store.save(held(1, "p", "t"));
@@ -246,7 +247,7 @@ TEST_F(FileBindStoreTest, ADamagedFileCountsAsNoBindAndStays) {
 }
 
 TEST_F(FileBindStoreTest, AFileThatIsFarTooLargeIsNotRead) {
-    writeFile(file, "{}");
+    write(file, "{}");
     std::filesystem::resize_file(file, (std::size_t{16} << 20) + 1);
     expectNoBindAndAWarning("cannot be read");
 }
@@ -279,9 +280,9 @@ TEST_F(FileBindStoreTest, ADirectoryInItsPlaceIsAFailureThatLeavesNothingBehind)
 }
 
 TEST_F(FileBindStoreTest, WhatEndedProcessesLeftIsRemovedWithTheFirstSave) {
-    writeFile(directory / ".binds.json.123-1.new", "half");
-    writeFile(directory / ".other.json.123-1.new", "not ours");
-    writeFile(directory / ".binds.json.bak", "not ours");
+    write(directory / ".binds.json.123-1.new", "half");
+    write(directory / ".other.json.123-1.new", "not ours");
+    write(directory / ".binds.json.bak", "not ours");
     FileBindStore store(file);
     EXPECT_EQ(store.load().held.revision, 0U);
     EXPECT_THAT(directory.names(), Contains(".binds.json.123-1.new"));
@@ -293,7 +294,7 @@ TEST_F(FileBindStoreTest, WhatEndedProcessesLeftIsRemovedWithTheFirstSave) {
 
 TEST_F(FileBindStoreTest, WhatAnotherProcessIsStillWritingStays) {
     const auto other = directory / ".binds.json.123-1.new";
-    writeFile(other, "half");
+    write(other, "half");
     const int descriptor = ::open(other.c_str(), O_WRONLY | O_CLOEXEC);
     ASSERT_GE(descriptor, 0);
     ASSERT_EQ(::flock(descriptor, LOCK_EX | LOCK_NB), 0);

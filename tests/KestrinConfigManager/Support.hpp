@@ -4,13 +4,8 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <ostream>
-#include <stdexcept>
-#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): mkdtemp
 #include <string>
 #include <string_view>
 #include <utility>
@@ -30,50 +25,6 @@ inline void PrintTo(const ConfigurationProblem& problem, std::ostream* out) {
 }  // namespace KestrinConfigManager
 
 namespace TestSupport {
-
-/// A directory of its own for each test; gone at the end.
-class TemporaryDirectory {
-  public:
-    TemporaryDirectory() {
-        std::string name =
-            (std::filesystem::temp_directory_path() / "kestrin-config-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-        path_ = name;
-    }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory(TemporaryDirectory&&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(TemporaryDirectory&&) = delete;
-    ~TemporaryDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
-        return path_ / name;
-    }
-    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-
-    /// The names of all that is in it.
-    [[nodiscard]] std::vector<std::string> names() const {
-        std::vector<std::string> all;
-        for (const auto& entry : std::filesystem::directory_iterator(path_))
-            all.push_back(entry.path().filename().string());
-        return all;
-    }
-
-  private:
-    std::filesystem::path path_;
-};
-
-inline void writeFile(const std::filesystem::path& file, std::string_view content) {
-    std::ofstream(file, std::ios::binary) << content;
-}
-
-inline std::string readFile(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 /// A record that answers what a test tells it to.
 struct Params final : KestrinConfigManager::APIParams {

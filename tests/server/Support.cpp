@@ -2,16 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <chrono>
-#include <cstdlib>
-#include <fcntl.h>
-#include <fstream>
-#include <iterator>
-#include <signal.h>
 #include <stdexcept>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 #include <boost/asio.hpp>
 #include <curl/curl.h>
@@ -19,19 +10,6 @@
 
 namespace KestrinProfileServer::Testing {
 namespace {
-
-constexpr std::chrono::seconds patience{20};
-
-/// Calls `attempt` until it returns something.
-template <class Attempt>
-auto eventually(const std::string& what, const Attempt& attempt) {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (std::chrono::steady_clock::now() < end) {
-        if (auto result = attempt()) return *result;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    throw std::runtime_error("waited in vain for " + what);
-}
 
 std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* reply) {
     static_cast<HttpReply*>(reply)->body.append(data, size * count);
@@ -58,28 +36,7 @@ struct HeaderList {
     curl_slist* list = nullptr;
 };
 
-int redirectedTo(const std::filesystem::path& file) {
-    return ::open(file.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600);
-}
-
 }  // namespace
-
-TestFolder::TestFolder() {
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "kestrin-server-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    path_ = pattern;
-}
-
-TestFolder::~TestFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 std::string outcomeOf(const HttpReply& reply) {
     const std::string status = std::to_string(reply.status);
@@ -229,67 +186,29 @@ void TestService::restart(const Change& change) {
     service_ = std::make_unique<Service>(settings_);
 }
 
-ServerProcess::ServerProcess(const TestFolder& folder, const std::vector<std::string>& arguments)
-    : output_(folder / "output"), errors_(folder / "errors") {
-    std::vector<std::string> words{KESTRIN_PROFILE_SERVER_PROGRAM};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (auto& word : words)
-        pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    const int output = redirectedTo(output_);
-    const int errors = redirectedTo(errors_);
-    process_ = ::fork();
-    if (process_ == 0) {
-        ::dup2(output, STDOUT_FILENO);
-        ::dup2(errors, STDERR_FILENO);
-        ::execv(pointers[0], pointers.data());
-        ::_exit(127);
-    }
-    ::close(output);
-    ::close(errors);
-    if (process_ < 0) throw std::runtime_error("no new process");
+TestSupport::Program startServer(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), KESTRIN_PROFILE_SERVER_PROGRAM);
+    return TestSupport::Program(std::move(arguments));
 }
 
-ServerProcess::~ServerProcess() {
-    if (result_) return;
-    ::kill(process_, SIGKILL);
-    ::waitpid(process_, nullptr, 0);
-}
-
-std::string ServerProcess::waitUntilReady() {
+std::string waitUntilReady(const TestSupport::Program& server) {
     const std::string start = "kestrin-profile-server ready on ";
-    return eventually("the ready line; errors: " + errors(), [&]() -> std::optional<std::string> {
-        const std::string text = output();
-        if (!text.ends_with('\n') || !text.starts_with(start)) return std::nullopt;
-        return text.substr(start.size(), text.size() - start.size() - 1);
-    });
-}
-
-void ServerProcess::send(int signal) const {
-    ::kill(process_, signal);
-}
-
-int ServerProcess::waitForEnd() {
-    if (result_) return *result_;
-    result_ = eventually("the end of the program", [this]() -> std::optional<int> {
-        int status = 0;
-        if (::waitpid(process_, &status, WNOHANG) != process_) return std::nullopt;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    });
-    return *result_;
+    const std::string line = server.firstLine();
+    if (!line.starts_with(start))
+        throw std::runtime_error("no ready line; errors: " + server.errors());
+    return line.substr(start.size());
 }
 
 std::string secretIn(const std::filesystem::path& configuration) {
-    const auto bind = boost::json::parse(contentOf(configuration))
+    const auto bind = boost::json::parse(TestSupport::contentOf(configuration))
                           .at("services")
                           .at("personalization-bind-anonymous");
     return std::string(bind.at("headers").at("X-Household-Secret").as_string());
 }
 
-HouseholdClient householdClient(ServerProcess& process,
+HouseholdClient householdClient(const TestSupport::Program& server,
                                 const std::filesystem::path& configuration) {
-    const std::string url = process.waitUntilReady();
+    const std::string url = waitUntilReady(server);
     return {url, secretIn(configuration)};
 }
 

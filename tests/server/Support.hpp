@@ -12,26 +12,12 @@
 
 #include <boost/json.hpp>
 
-#include "KestrinProfileServer/Routes.hpp"
-#include "KestrinProfileServer/Service.hpp"
+#include <kestrin-profile-server/Routes.hpp>
+#include <kestrin-profile-server/Service.hpp>
+
+#include "support/Program.hpp"
 
 namespace KestrinProfileServer::Testing {
-
-/// A new empty folder that disappears with everything in it.
-class TestFolder {
-  public:
-    TestFolder();
-    ~TestFolder();
-    TestFolder(const TestFolder&) = delete;
-    TestFolder& operator=(const TestFolder&) = delete;
-
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-
-  private:
-    std::filesystem::path path_;
-};
-
-std::string contentOf(const std::filesystem::path& file);
 
 struct HttpReply {
     long status = 0;
@@ -130,7 +116,7 @@ class TestService {
     void restart(const Change& change = [](ServiceSettings&) {});
 
   private:
-    TestFolder folder_;
+    TestSupport::TemporaryDirectory folder_;
     std::shared_ptr<std::atomic<Milliseconds>> now_;
     ServiceSettings settings_;
     std::unique_ptr<Service> service_;
@@ -139,37 +125,18 @@ class TestService {
 /// The time at which a TestService starts: 2017-03-09T18:25:43.511Z.
 constexpr Milliseconds startTime = 1489083943511;
 
-/// The service as its own process.
-class ServerProcess {
-  public:
-    /// Starts the program; its output goes into files of the folder.
-    ServerProcess(const TestFolder& folder, const std::vector<std::string>& arguments);
-    /// Kills it if it still runs.
-    ~ServerProcess();
-    ServerProcess(const ServerProcess&) = delete;
-    ServerProcess& operator=(const ServerProcess&) = delete;
+/// The service as a process of its own.
+[[nodiscard]] TestSupport::Program startServer(std::vector<std::string> arguments);
 
-    /// Waits for the ready line and returns the address in it.
-    std::string waitUntilReady();
-    void send(int signal) const;
-    /// Waits for its end; the exit code, or minus the number of the signal that ended it.
-    int waitForEnd();
-
-    std::string output() const { return contentOf(output_); }
-    std::string errors() const { return contentOf(errors_); }
-
-  private:
-    std::filesystem::path output_;
-    std::filesystem::path errors_;
-    int process_ = -1;
-    std::optional<int> result_;
-};
+/// Waits for the ready line; returns the address in it.
+std::string waitUntilReady(const TestSupport::Program& server);
 
 /// The household's secret in a configuration that the program wrote.
 std::string secretIn(const std::filesystem::path& configuration);
 
 /// Waits until the program is ready and calls it for the household of its configuration.
-HouseholdClient householdClient(ServerProcess& process, const std::filesystem::path& configuration);
+HouseholdClient householdClient(const TestSupport::Program& server,
+                                const std::filesystem::path& configuration);
 
 /// `text` with every `from` replaced.
 std::string replaced(std::string text, std::string_view from, std::string_view to);

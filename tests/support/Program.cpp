@@ -28,12 +28,19 @@ TemporaryDirectory::~TemporaryDirectory() {
     fs::remove_all(path_, ignored);
 }
 
+std::vector<std::string> TemporaryDirectory::names() const {
+    std::vector<std::string> all;
+    for (const auto& entry : fs::directory_iterator(path_))
+        all.push_back(entry.path().filename().string());
+    return all;
+}
+
 std::string contentOf(const fs::path& file) {
     std::ifstream in(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-void write(const fs::path& file, const std::string& content) {
+void write(const fs::path& file, std::string_view content) {
     std::ofstream(file, std::ios::binary) << content;
 }
 

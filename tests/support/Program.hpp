@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -20,16 +21,18 @@ class TemporaryDirectory {
     ~TemporaryDirectory();
 
     [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
-    [[nodiscard]] std::filesystem::path operator/(const std::string& name) const {
+    [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
         return path_ / name;
     }
+    /// The names of all that is in it.
+    [[nodiscard]] std::vector<std::string> names() const;
 
   private:
     std::filesystem::path path_;
 };
 
 [[nodiscard]] std::string contentOf(const std::filesystem::path& file);
-void write(const std::filesystem::path& file, const std::string& content);
+void write(const std::filesystem::path& file, std::string_view content);
 
 /// Environment variables to set for a program, beside those of the test.
 using Environment = std::map<std::string, std::string>;

@@ -1,0 +1,108 @@
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <string_view>
+#include <system_error>
+#include <unistd.h>
+
+#include <kestrin-profile-server/ClientConfiguration.hpp>
+#include <kestrin-profile-server/JSONText.hpp>
+#include <kestrin-profile-server/Routes.hpp>
+#include <kestrin-profile-server/Secrets.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+std::string memberJSON(std::string_view name, std::string_view value) {
+    std::string json = jsonText(name);
+    json += ": ";
+    appendJSONText(json, value);
+    return json;
+}
+
+std::string serviceJSON(const Route& route, const std::string& baseURL,
+                        const Household& household) {
+    std::string json = jsonText(route.operation);
+    json += ": {\n      ";
+    json += memberJSON("method", route.method);
+    json += ",\n      ";
+    json += memberJSON("url", baseURL + urlTemplate(route));
+    json += ",\n      ";
+    json += memberJSON("body", route.body.rule == BodyRule::none ? "none" : "json");
+    if (route.access == Access::household) {
+        json += ",\n      \"headers\": {";
+        json += memberJSON(secretHeader, household.secret);
+        json += "}";
+    }
+    json += "\n    }";
+    return json;
+}
+
+/// An open file descriptor that closes itself.
+class Descriptor {
+  public:
+    explicit Descriptor(int number) : number_(number) {
+        if (number_ < 0) throw std::system_error(errno, std::generic_category());
+    }
+    ~Descriptor() { ::close(number_); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    void write(std::string_view content) const {
+        while (!content.empty()) {
+            const ssize_t count = ::write(number_, content.data(), content.size());
+            if (count < 0) throw std::system_error(errno, std::generic_category());
+            content.remove_prefix(static_cast<std::size_t>(count));
+        }
+    }
+
+    void flush() const {
+        if (::fsync(number_) != 0) throw std::system_error(errno, std::generic_category());
+    }
+
+  private:
+    int number_;
+};
+
+void writeNewFile(const std::filesystem::path& file, const std::string& content) {
+    const Descriptor descriptor(
+        ::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
+    descriptor.write(content);
+    descriptor.flush();
+}
+
+}  // namespace
+
+std::string clientConfiguration(const std::string& baseURL, const std::string& brand,
+                                const Household& household) {
+    std::string json = "{\n  \"version\": 1,\n  ";
+    json += memberJSON("parentProfileID", household.parentProfileID);
+    json += ",\n  ";
+    json += memberJSON("brand", brand);
+    json += ",\n  \"development\": true,\n  \"services\": {";
+    for (const Route& route : routes()) {
+        json += &route == &routes().front() ? "\n    " : ",\n    ";
+        json += serviceJSON(route, baseURL, household);
+    }
+    json += "\n  }\n}\n";
+    return json;
+}
+
+void writePrivateFile(const std::filesystem::path& file, const std::string& content) {
+    auto temporary = file;
+    temporary += ".";
+    temporary += hexadecimal(randomBytes(4));
+    temporary += ".tmp";
+    try {
+        writeNewFile(temporary, content);
+        std::filesystem::rename(temporary, file);
+    } catch (const std::system_error& failure) {
+        std::error_code ignored;
+        std::filesystem::remove(temporary, ignored);
+        throw StartError("cannot write the configuration '" + file.string() +
+                         "': " + failure.code().message() +
+                         ". Name a file in a folder that exists with --write-config.");
+    }
+}
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include <kestrin-profile-server/Households.hpp>
+
+namespace KestrinProfileServer {
+
+/// The configuration with which a client reaches this service: every operation of the table of
+/// routes, and the household's secret for the bind.
+std::string clientConfiguration(const std::string& baseURL, const std::string& brand,
+                                const Household& household);
+
+/// Writes a file that only its owner can read, in one step: a reader sees the former content or
+/// the new one. Throws StartError when it cannot.
+void writePrivateFile(const std::filesystem::path& file, const std::string& content);
+
+}  // namespace KestrinProfileServer

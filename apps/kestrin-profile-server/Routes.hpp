@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include <kestrin-profile-server/Body.hpp>
+#include <kestrin-profile-server/Handlers.hpp>
+#include <kestrin-profile-server/Lists.hpp>
+#include <kestrin-profile-server/QueryString.hpp>
+
+namespace KestrinProfileServer {
+
+/// Who may call an operation.
+enum class Access {
+    household,     ///< whoever has the household's secret
+    member,        ///< any profile of the household, whichever of its profiles is addressed
+    selfOrParent,  ///< the addressed profile itself, or the household's parent
+    parent,        ///< the household's parent only
+};
+
+/// Where an operation runs: on a connection for reading, or in the queue of writes.
+enum class Effect { read, write };
+
+/// One operation of the protocol. The table of these is the only place that knows the paths, the
+/// parameters, the bodies and the rights.
+struct Route {
+    std::string_view operation;
+    std::string_view method;
+    std::string_view path;
+    std::span<const Parameter> parameters;
+    BodyShape body;
+    Access access;
+    Effect effect;
+    Handler handler;
+    ListKind list{};
+};
+
+/// All operations.
+std::span<const Route> routes();
+
+/// The route of a request; throws the problem for an unknown path or a method it does not have.
+const Route& routeOf(std::string_view method, std::string_view path);
+
+/// The route as a client's URL template, without scheme and host.
+std::string urlTemplate(const Route& route);
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <kestrin-profile-server/Households.hpp>
+#include <kestrin-profile-server/HttpServer.hpp>
+
+namespace KestrinProfileServer {
+
+struct ServiceSettings {
+    std::filesystem::path database;
+    HttpSettings http;
+    Limits limits;
+    std::chrono::seconds tokenLifetime{3600};
+    std::string household = "household";
+    std::optional<std::string> parentProfileID;
+    std::vector<std::string> block;
+    std::vector<std::string> unblock;
+    bool isQuiet = false;
+    Clock clock = systemTime;
+};
+
+/// The whole service; it answers requests as long as it lives.
+class Service {
+  public:
+    /// Opens or creates the database and listens; throws StartError when it cannot.
+    explicit Service(const ServiceSettings& settings);
+
+    const Household& household() const { return household_; }
+    std::string baseURL() const { return http_.baseURL(); }
+    bool isLoopback() const { return http_.isLoopback(); }
+
+    /// Answers the requests that are running and stops. The destructor does so too.
+    void stop() { http_.stop(); }
+
+  private:
+    Household household_;
+    Tokens tokens_;
+    RequestLog log_;
+    WriteQueue writes_;
+    Dispatcher dispatcher_;
+    HttpServer http_;
+};
+
+/// Prepares the database and returns the household, created when it is missing.
+Household prepareHousehold(const ServiceSettings& settings);
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,170 @@
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <optional>
+
+#include <kestrin-profile-server/Text.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+/// One length of UTF-8 sequence: how its first byte looks and the smallest value that needs it.
+struct SequenceForm {
+    unsigned char mask;
+    unsigned char lead;
+    std::size_t length;
+    char32_t smallest;
+};
+
+constexpr std::array<SequenceForm, 4> sequenceForms{{
+    {0x80, 0x00, 1, 0x0},
+    {0xE0, 0xC0, 2, 0x80},
+    {0xF0, 0xE0, 3, 0x800},
+    {0xF8, 0xF0, 4, 0x10000},
+}};
+
+unsigned char byteAt(std::string_view text, std::size_t index) {
+    return static_cast<unsigned char>(text[index]);
+}
+
+const SequenceForm* formOf(unsigned char first) {
+    const auto form = std::ranges::find_if(sequenceForms, [first](const SequenceForm& each) {
+        return (first & each.mask) == each.lead;
+    });
+    return form == sequenceForms.end() ? nullptr : &*form;
+}
+
+/// The code point at `position`, which moves behind it; nothing when the bytes are malformed.
+std::optional<char32_t> nextCodePoint(std::string_view text, std::size_t& position) {
+    const SequenceForm* form = formOf(byteAt(text, position));
+    if (form == nullptr || text.size() - position < form->length) return std::nullopt;
+    char32_t value = byteAt(text, position) & static_cast<unsigned char>(~form->mask);
+    for (std::size_t index = 1; index < form->length; ++index) {
+        const unsigned char next = byteAt(text, position + index);
+        if ((next & 0xC0) != 0x80) return std::nullopt;
+        value = (value << 6) | (next & 0x3F);
+    }
+    const bool isSurrogate = value >= 0xD800 && value <= 0xDFFF;
+    if (value < form->smallest || value > 0x10FFFF || isSurrogate) return std::nullopt;
+    position += form->length;
+    return value;
+}
+
+/// The white space that is trimmed, beside the control characters.
+constexpr std::array<char32_t, 18> spaces{
+    0x20,   0xA0,   0x1680, 0x2000, 0x2001, 0x2002, 0x2003, 0x2004, 0x2005,
+    0x2006, 0x2007, 0x2008, 0x2009, 0x200A, 0x2028, 0x2029, 0x202F, 0x205F,
+};
+
+bool isSpace(char32_t codePoint) {
+    return (codePoint >= 0x09 && codePoint <= 0x0D) || codePoint == 0x85 || codePoint == 0x3000 ||
+           std::ranges::find(spaces, codePoint) != spaces.end();
+}
+
+/// Every `step`th code point from `first` to `last` is a capital; its small letter is `distance`
+/// further on.
+struct Capitals {
+    char32_t first;
+    char32_t last;
+    char32_t step;
+    int distance;
+};
+
+constexpr std::array<Capitals, 24> capitals{{
+    {0x41, 0x5A, 1, 32},   {0xC0, 0xD6, 1, 32},    {0xD8, 0xDE, 1, 32},    {0x100, 0x12E, 2, 1},
+    {0x132, 0x136, 2, 1},  {0x139, 0x147, 2, 1},   {0x14A, 0x176, 2, 1},   {0x178, 0x178, 1, -121},
+    {0x179, 0x17D, 2, 1},  {0x386, 0x386, 1, 38},  {0x388, 0x38A, 1, 37},  {0x38C, 0x38C, 1, 64},
+    {0x38E, 0x38F, 1, 63}, {0x391, 0x3A1, 1, 32},  {0x3A3, 0x3AB, 1, 32},  {0x400, 0x40F, 1, 80},
+    {0x410, 0x42F, 1, 32}, {0x460, 0x480, 2, 1},   {0x48A, 0x4BE, 2, 1},   {0x4C1, 0x4CD, 2, 1},
+    {0x4D0, 0x52E, 2, 1},  {0x1E00, 0x1E94, 2, 1}, {0x1EA0, 0x1EFE, 2, 1}, {0x531, 0x556, 1, 48},
+}};
+
+char32_t lowerCased(char32_t codePoint) {
+    const auto range = std::ranges::find_if(capitals, [codePoint](const Capitals& each) {
+        return codePoint >= each.first && codePoint <= each.last &&
+               (codePoint - each.first) % each.step == 0;
+    });
+    if (range == capitals.end()) return codePoint;
+    return static_cast<char32_t>(static_cast<int>(codePoint) + range->distance);
+}
+
+void appendUTF8(std::string& text, char32_t codePoint) {
+    const auto form =
+        std::find_if(sequenceForms.rbegin(), sequenceForms.rend(),
+                     [codePoint](const SequenceForm& each) { return codePoint >= each.smallest; });
+    std::size_t shift = (form->length - 1) * 6;
+    text.push_back(static_cast<char>(form->lead | (codePoint >> shift)));
+    while (shift > 0) {
+        shift -= 6;
+        text.push_back(static_cast<char>(0x80 | ((codePoint >> shift) & 0x3F)));
+    }
+}
+
+char asciiLower(char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character + 32) : character;
+}
+
+}  // namespace
+
+bool isValidUTF8(std::string_view text) {
+    std::size_t position = 0;
+    while (position < text.size()) {
+        if (!nextCodePoint(text, position)) return false;
+    }
+    return true;
+}
+
+std::u32string codePointsOf(std::string_view text) {
+    std::u32string codePoints;
+    std::size_t position = 0;
+    while (position < text.size()) {
+        const auto codePoint = nextCodePoint(text, position);
+        if (!codePoint) break;
+        codePoints.push_back(*codePoint);
+    }
+    return codePoints;
+}
+
+std::string toUTF8(std::u32string_view codePoints) {
+    std::string text;
+    for (const char32_t codePoint : codePoints)
+        appendUTF8(text, codePoint);
+    return text;
+}
+
+bool isControl(char32_t codePoint) {
+    return codePoint < 0x20 || (codePoint >= 0x7F && codePoint <= 0x9F);
+}
+
+std::u32string trimmed(std::u32string_view codePoints) {
+    while (!codePoints.empty() && isSpace(codePoints.front()))
+        codePoints.remove_prefix(1);
+    while (!codePoints.empty() && isSpace(codePoints.back()))
+        codePoints.remove_suffix(1);
+    return std::u32string(codePoints);
+}
+
+std::u32string lowerCased(std::u32string_view codePoints) {
+    std::u32string result;
+    std::ranges::transform(codePoints, std::back_inserter(result),
+                           [](char32_t codePoint) { return lowerCased(codePoint); });
+    return result;
+}
+
+std::string excerptOf(std::string_view text, std::size_t limit) {
+    std::size_t end = std::min(limit, text.size());
+    while (end > 0 && end < text.size() && (byteAt(text, end) & 0xC0) == 0x80)
+        --end;
+    std::string excerpt(text.substr(0, end));
+    if (!isValidUTF8(excerpt)) {
+        std::ranges::replace_if(
+            excerpt, [](char each) { return static_cast<unsigned char>(each) >= 0x80; }, '?');
+    }
+    return end < text.size() ? excerpt + "…" : excerpt;
+}
+
+bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    return std::ranges::equal(left, right, {}, asciiLower, asciiLower);
+}
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,76 @@
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <pthread.h>
+
+#include <kestrin-profile-server/ClientConfiguration.hpp>
+#include <kestrin-profile-server/CommandLine.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+sigset_t stopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    return signals;
+}
+
+/// From here on the stop signals wait until someone asks for them; new threads inherit this.
+void holdStopSignals() {
+    const sigset_t signals = stopSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    // A reader of the output that goes away is no reason to end.
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+}
+
+/// Returns at the first stop signal; a second one ends the program at once.
+void waitForStop() {
+    const sigset_t signals = stopSignals();
+    int number = 0;
+    sigwait(&signals, &number);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+void warnAboutOtherComputers(const Service& service) {
+    if (service.isLoopback()) return;
+    std::cerr << "warning: other computers can reach this service, and everything goes in clear"
+                 " text. Clients accept clear text from this computer only.\n";
+}
+
+void serve(const Options& options) {
+    holdStopSignals();
+    Service service(options.service);
+    warnAboutOtherComputers(service);
+    if (options.configuration) {
+        writePrivateFile(
+            *options.configuration,
+            clientConfiguration(service.baseURL(), options.brand, service.household()));
+    }
+    std::cout << "kestrin-profile-server ready on " << service.baseURL() << std::endl;
+    waitForStop();
+    service.stop();
+}
+
+int run(int count, const char* const* arguments) {
+    const auto parsed = parsedCommandLine(count, arguments);
+    if (const auto* end = std::get_if<EarlyEnd>(&parsed)) {
+        (end->exitCode == cleanStop ? std::cout : std::cerr) << end->message;
+        return end->exitCode;
+    }
+    try {
+        serve(std::get<Options>(parsed));
+    } catch (const std::exception& error) {
+        std::cerr << "kestrin-profile-server: " << error.what() << std::endl;
+        return failure;
+    }
+    return cleanStop;
+}
+
+}  // namespace
+}  // namespace KestrinProfileServer
+
+int main(int count, char** arguments) {
+    return KestrinProfileServer::run(count, arguments);
+}

@@ -1,0 +1,208 @@
+// HTTP itself: paths, methods, sizes, connections.
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include <boost/asio.hpp>
+#include <gtest/gtest.h>
+
+#include "Support.hpp"
+
+namespace KestrinProfileServer::Testing {
+namespace {
+
+class HttpTest : public testing::Test {
+  protected:
+    TestService service;
+    HouseholdClient client = service.client();
+    Caller parent = client.bind("parent");
+};
+
+TEST_F(HttpTest, anUnknownPathIsNotFound) {
+    for (const char* path : {"/", "/v1", "/v1/history/", "/v1/histories", "/v2/history?v=1",
+                             "/V1/history?v=1", "//v1/history?v=1", "/v1/history/video/x?v=1"}) {
+        EXPECT_EQ(outcomeOf(client.call(parent, "GET", path)), "404 unknown-path") << path;
+    }
+}
+
+TEST_F(HttpTest, aProblemNamesThePathWithoutTheQuery) {
+    const auto reply = client.http.send("GET", "/v1/nothing?video=private");
+    EXPECT_EQ(reply.json().at("instance").as_string(), "/v1/nothing");
+    EXPECT_EQ(reply.body.find("private"), std::string::npos);
+}
+
+TEST_F(HttpTest, aMethodThatAPathDoesNotHaveIsRefusedWithThoseItHas) {
+    const auto allowed = [this](const std::string& method, const std::string& target) {
+        const auto reply = client.http.send(method, target);
+        EXPECT_EQ(outcomeOf(reply), "405 method-not-allowed") << method << " " << target;
+        return reply.headers.at("allow");
+    };
+    EXPECT_EQ(allowed("POST", "/v1/history?v=1"), "GET, DELETE");
+    EXPECT_EQ(allowed("GET", "/v1/profile?v=1"), "PUT, DELETE");
+    EXPECT_EQ(allowed("OPTIONS", "/v1/history/video?v=1"), "GET, PUT, DELETE");
+    EXPECT_EQ(allowed("BREW", "/v1/binds?v=1"), "POST");
+}
+
+TEST_F(HttpTest, everyPathOfTheTableRefusesAMethodOfNoRoute) {
+    for (const Route& route : routes()) {
+        EXPECT_EQ(outcomeOf(client.http.send("PATCH", std::string(route.path))),
+                  "405 method-not-allowed")
+            << route.path;
+    }
+}
+
+TEST_F(HttpTest, aHeadRequestGetsNoBody) {
+    const auto reply = client.http.send("HEAD", "/v1/history?v=1");
+    EXPECT_EQ(reply.status, 405);
+    EXPECT_EQ(reply.body, "");
+    EXPECT_EQ(outcomeOf(client.http.send("GET", "/healthz")), "200");
+}
+
+TEST_F(HttpTest, healthNeedsNoCredentials) {
+    const auto reply = client.http.send("GET", "/healthz");
+    EXPECT_EQ(reply.body, R"({"status":"ok"})");
+}
+
+TEST_F(HttpTest, aConnectionIsKeptForManyRequestsAlsoAfterRefusals) {
+    HttpClient http(service.baseURL());
+    for (int round = 0; round < 3; ++round) {
+        http.send("GET", "/v1/profiles?profile=parent&v=1", parent.headers());
+        http.send("GET", "/v1/profiles?profile=parent&v=1");
+        http.send("DELETE", "/v1/history?brand=b&profile=parent&v=1", parent.headers());
+        http.send("GET", "/nowhere");
+    }
+    EXPECT_EQ(http.connectionCount(), 1);
+}
+
+TEST_F(HttpTest, aBodyOfMoreThanOneMebibyteIsTooLarge) {
+    const std::string target = "/v1/favorites/shows?brand=b&profile=parent&v=1";
+    const std::string start = R"({"elements":[{"id":"a"})";
+    const auto padded = [&](std::size_t size) {
+        return start + std::string(size - start.size() - 2, ' ') + "]}";
+    };
+    EXPECT_EQ(outcomeOf(client.call(parent, "POST", target, padded(1024 * 1024))), "204");
+    EXPECT_EQ(outcomeOf(client.call(parent, "POST", target, padded(1024 * 1024 + 1))),
+              "413 body-too-large");
+    EXPECT_EQ(outcomeOf(client.call(parent, "POST", target, padded(8 * 1024 * 1024))),
+              "413 body-too-large");
+}
+
+TEST_F(HttpTest, aClientMayFinishSendingATooLargeBody) {
+    namespace asio = boost::asio;
+    asio::io_context context;
+    asio::ip::tcp::socket socket(context);
+    socket.connect({asio::ip::address_v4::loopback(), portIn(service.baseURL())});
+    asio::write(socket, asio::buffer(std::string("POST /v1/binds HTTP/1.1\r\nHost: x\r\n"
+                                                 "Content-Length: 2000000\r\n\r\n")));
+    std::string answer;
+    asio::read_until(socket, asio::dynamic_buffer(answer), "\r\n\r\n");
+    EXPECT_TRUE(answer.starts_with("HTTP/1.1 413 ")) << answer;
+    for (int part = 0; part < 3; ++part) {
+        boost::system::error_code error;
+        asio::write(socket, asio::buffer(std::string(1000, ' ')), error);
+        EXPECT_FALSE(error) << "part " << part << ": " << error.message();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+}
+
+TEST_F(HttpTest, aTooLargeBodyInChunksIsRefusedToo) {
+    std::string request =
+        "POST /v1/favorites/shows?brand=b&profile=parent&v=1 HTTP/1.1\r\n"
+        "Host: x\r\nTransfer-Encoding: chunked\r\n\r\n";
+    for (int chunk = 0; chunk < 20; ++chunk) {
+        request += "10000\r\n" + std::string(0x10000, ' ') + "\r\n";
+    }
+    EXPECT_TRUE(sendRaw(service.baseURL(), request + "0\r\n\r\n").starts_with("HTTP/1.1 413 "));
+}
+
+TEST_F(HttpTest, headersOfMoreThan64KibibytesAreTooLarge) {
+    auto headers = parent.headers();
+    headers.emplace_back("X-Padding", std::string(60 * 1024, 'x'));
+    EXPECT_EQ(outcomeOf(client.http.send("GET", "/v1/profiles?profile=parent&v=1", headers)),
+              "200");
+    headers.back().second = std::string(65 * 1024, 'x');
+    EXPECT_EQ(outcomeOf(client.http.send("GET", "/v1/profiles?profile=parent&v=1", headers)),
+              "431 headers-too-large");
+}
+
+TEST_F(HttpTest, aClientThatWaitsForContinueIsLetGoOn) {
+    auto headers = parent.headers();
+    headers.emplace_back("Content-Type", "application/json");
+    headers.emplace_back("Expect", "100-continue");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(
+        outcomeOf(client.http.send("PUT", "/v1/history/video?video=v&brand=b&profile=parent&v=1",
+                                   headers, R"({"progress":"1"})")),
+        "204");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8))
+        << "libcurl gave up waiting";
+}
+
+TEST_F(HttpTest, whatIsNotHTTPIsAnsweredAndDisconnected) {
+    for (const char* bytes : {"hello\r\n\r\n", "GET\r\n\r\n", "GET /healthz HTTP/9.9\r\n\r\n",
+                              "GET /healthz HTTP/1.1\r\nno colon\r\n\r\n",
+                              "POST /v1/binds HTTP/1.1\r\nContent-Length: x\r\n\r\n"}) {
+        const std::string answer = sendRaw(service.baseURL(), bytes);
+        EXPECT_TRUE(answer.starts_with("HTTP/1.1 400 ")) << bytes << answer;
+        EXPECT_NE(answer.find("urn:kestrin-profile:problem:malformed-request"), std::string::npos);
+    }
+    EXPECT_EQ(outcomeOf(client.http.send("GET", "/healthz")), "200");
+}
+
+TEST_F(HttpTest, requestsSentTogetherAreAnsweredInTheirOrder) {
+    const std::string answer =
+        sendRaw(service.baseURL(),
+                "GET /healthz HTTP/1.1\r\nHost: x\r\n\r\nGET /a HTTP/1.1\r\nHost: x\r\n\r\n"
+                "GET /b HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+    const auto healthy = answer.find("\"ok\"");
+    const auto first = answer.find("'/a'");
+    const auto second = answer.find("'/b'");
+    ASSERT_NE(second, std::string::npos) << answer;
+    EXPECT_LT(healthy, first);
+    EXPECT_LT(first, second);
+}
+
+TEST_F(HttpTest, aClientThatTakesTooLongIsDisconnected) {
+    service.restart([](ServiceSettings& settings) {
+        settings.http.transferTimeout = std::chrono::milliseconds(100);
+    });
+    for (const char* begun : {"", "GET /healthz HTTP/1.1\r\n",
+                              "POST /v1/binds HTTP/1.1\r\nContent-Length: 5\r\n\r\n{"}) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(sendRaw(service.baseURL(), begun), "");
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << begun;
+    }
+}
+
+TEST_F(HttpTest, aFailureInsideIsAnsweredAndSurvived) {
+    Connection(service.database(), Connection::Mode::readWrite)
+        .database()
+        .exec("ALTER TABLE entries RENAME TO gone");
+    for (const char* method : {"GET", "DELETE"}) {
+        EXPECT_EQ(outcomeOf(client.call(parent, method, "/v1/history?brand=b&profile=parent&v=1")),
+                  "500 internal");
+    }
+    EXPECT_EQ(outcomeOf(client.call(parent, "GET", "/v1/profiles?profile=parent&v=1")), "200");
+    EXPECT_EQ(outcomeOf(client.call(parent, "PUT", "/v1/profile?target=parent&v=1",
+                                    R"({"username":"Still here"})")),
+              "200");
+}
+
+TEST_F(HttpTest, anAddressThatIsInUseIsAClearError) {
+    ServiceSettings settings;
+    TestSupport::TemporaryDirectory folder;
+    settings.database = folder / "other.sqlite";
+    settings.http.port = portIn(service.baseURL());
+    try {
+        const Service second(settings);
+        FAIL() << "it started";
+    } catch (const StartError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  "cannot listen on 127.0.0.1:" + std::to_string(settings.http.port) +
+                      ": Address already in use. Choose another --host or --port; --port 0 takes a"
+                      " free one.");
+    }
+}
+
+}  // namespace
+}  // namespace KestrinProfileServer::Testing
