@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <random>
 #include <string_view>
+#include <utility>
 
 namespace Bench {
 
@@ -19,7 +20,9 @@ std::string numbered(const char* format, unsigned number) {
 }
 
 Members membersOf(std::mt19937& random) {
-    const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };
+    const auto below = [&random](unsigned limit) {
+        return static_cast<unsigned>(random() % limit);
+    };
     return {numbered(R"("id":"5f0c1a77-video-%010u")", below(1'000'000'000)), R"("type":"video")",
             numbered(R"("progress":%u)", 1'000'000 + below(6'000'000)),
             below(2) == 0 ? R"("isCompleted":true)" : R"("isCompleted":false)",

@@ -2,6 +2,9 @@
 #include <array>
 #include <bit>
 #include <charconv>
+#include <cmath>
+#include <cstring>
+#include <functional>
 #include <limits>
 #include <utility>
 
@@ -32,9 +35,10 @@ struct Node {
     Kind kind = Kind::null;
     /// Where a text's characters are: in the source text, or in the document's own store.
     bool inStore = false;
-    /// Of a text its length; of anything else the number of nodes that it takes, itself included.
+    /// How many nodes the value takes, itself included.
     std::uint32_t extent = 1;
-    /// The number, the Boolean, the place of a text's first character, a container's item count.
+    /// The number, the Boolean, a container's item count; of a text the place of its first
+    /// character in the lower half, its length in the upper half.
     std::uint64_t value = 0;
 };
 static_assert(sizeof(Node) == 16);
@@ -43,8 +47,32 @@ constexpr bool isText(const Node& node) noexcept {
     return node.kind == Node::Kind::text || node.kind == Node::Kind::key;
 }
 
-constexpr std::uint32_t nodeCount(const Node& node) noexcept {
-    return isText(node) ? 1 : node.extent;
+constexpr std::uint64_t textValue(std::size_t place, std::size_t length) noexcept {
+    return std::uint64_t{length} << 32 | place;
+}
+
+constexpr std::size_t placeOf(const Node& text) noexcept {
+    return text.value & 0xFFFF'FFFF;
+}
+
+constexpr std::size_t lengthOf(const Node& text) noexcept {
+    return text.value >> 32;
+}
+
+std::uint64_t wordAt(const char* characters) noexcept {
+    std::uint64_t word = 0;
+    std::memcpy(&word, characters, sizeof word);
+    return word;
+}
+
+/// Whether two texts of one length are the same. Keys are short: calling memcmp would cost several
+/// times what comparing does.
+bool areSame(const char* left, const char* right, std::size_t length) noexcept {
+    constexpr std::size_t step = sizeof(std::uint64_t);
+    if (length < step) return std::equal(left, left + length, right, std::equal_to<char>{});
+    for (std::size_t at = 0; at + step < length; at += step)
+        if (wordAt(left + at) != wordAt(right + at)) return false;
+    return wordAt(left + length - step) == wordAt(right + length - step);
 }
 
 constexpr JSONKind kindOf(const Node& node) noexcept {
@@ -80,23 +108,31 @@ class JSONDocument {
 
     [[nodiscard]] std::string_view textOf(const Node& node) const noexcept {
         const std::string& characters = node.inStore ? store : *source;
-        return std::string_view(characters).substr(node.value, node.extent);
+        return {characters.data() + placeOf(node), lengthOf(node)};
     }
 
-    /// The index of a dictionary's value under a key, or 0 (which is never a value's) if none.
-    [[nodiscard]] std::uint32_t find(std::uint32_t dictionary,
-                                     std::string_view key) const noexcept {
-        const std::uint32_t end = dictionary + nodes[dictionary].extent;
-        for (std::uint32_t at = dictionary + 1; at < end; at += 1 + nodeCount(nodes[at + 1]))
-            if (textOf(nodes[at]) == key) return at + 1;
-        return 0;
+    /// A dictionary's value under a key; null where there is none.
+    [[nodiscard]] const Node* find(std::uint32_t dictionary, std::string_view key) const noexcept {
+        const Node* const top = nodes.data() + dictionary;
+        const Node* const end = top + top->extent;
+        for (const Node* at = top + 1; at < end;) {
+            if (lengthOf(*at) == key.size() && areSame(textOf(*at).data(), key.data(), key.size()))
+                return at + 1;
+            if (at[1].extent == 1) [[likely]]
+                at += 2;
+            else
+                at += 1 + at[1].extent;
+        }
+        return nullptr;
+    }
+
+    [[nodiscard]] std::uint32_t indexOf(const Node* node) const noexcept {
+        return static_cast<std::uint32_t>(node - nodes.data());
     }
 
     void appendText(Node::Kind kind, std::string_view text) {
-        nodes.push_back({.kind = kind,
-                         .inStore = true,
-                         .extent = static_cast<std::uint32_t>(text.size()),
-                         .value = store.size()});
+        nodes.push_back(
+            {.kind = kind, .inStore = true, .value = textValue(store.size(), text.size())});
         store.append(text);
     }
 
@@ -106,7 +142,7 @@ class JSONDocument {
 
     /// Appends a copy of another document's value and everything in it.
     void append(const JSONDocument& other, std::uint32_t node) {
-        const std::uint32_t count = nodeCount(other.nodes[node]);
+        const std::uint32_t count = other.nodes[node].extent;
         for (std::uint32_t at = node; at < node + count; ++at) {
             const Node& each = other.nodes[at];
             if (isText(each))
@@ -118,7 +154,7 @@ class JSONDocument {
 
     /// Removes the member whose value stands at `value` from the top dictionary.
     void removeMember(std::uint32_t value) {
-        const std::uint32_t count = 1 + nodeCount(nodes[value]);
+        const std::uint32_t count = 1 + nodes[value].extent;
         const auto first = nodes.begin() + value - 1;
         nodes.erase(first, first + count);
         nodes.front().extent -= count;
@@ -146,10 +182,42 @@ struct Filler {
     using Error = boost::system::error_code;
     using View = boost::json::string_view;
 
-    JSONDocument* document = nullptr;
+    Filler(JSONDocument& of, std::string_view text) : document(&of), source(text) {
+        // A typical list has a value or key every 11 bytes.
+        makeRoom(source.size() / 11 + 8);
+    }
+
+    JSONDocument* document;
+    std::string_view source;
+    Node* next = nullptr;  // where the next node goes; those up to `roomEnd` stand ready
+    Node* roomEnd = nullptr;
     std::vector<std::uint32_t> open;
     std::size_t partsAt = 0;
     bool inParts = false;
+
+    [[nodiscard]] std::size_t count() const {
+        return static_cast<std::size_t>(next - document->nodes.data());
+    }
+
+    [[gnu::noinline]] void makeRoom(std::size_t more) {
+        const std::size_t filled = next == nullptr ? 0 : count();
+        document->nodes.resize(filled + more);
+        next = document->nodes.data() + filled;
+        roomEnd = next + more;
+    }
+
+    // This is what happens for each value and key, so a node is filled where it stands: one that is
+    // made elsewhere and copied in one piece makes the processor wait for its parts.
+    [[gnu::always_inline]] bool add(Kind kind, std::uint64_t value, bool inStore = false) {
+        if (next == roomEnd) [[unlikely]]
+            makeRoom(count());
+        Node& node = *next++;
+        node.kind = kind;
+        node.inStore = inStore;
+        node.extent = 1;
+        node.value = value;
+        return true;
+    }
 
     // Texts without an escape are given in one piece that stands in the source; of any other some
     // pieces stand elsewhere, so they are gathered in the document's store.
@@ -160,69 +228,59 @@ struct Filler {
         return true;
     }
 
-    bool whole(Kind kind, View piece) {
-        const std::string& source = *document->source;
-        const auto from = std::bit_cast<std::uintptr_t>(piece.data());
-        const auto begin = std::bit_cast<std::uintptr_t>(source.data());
-        const bool inSource = from >= begin && from + piece.size() <= begin + source.size();
-        if (!inParts && inSource) {
-            document->nodes.push_back({.kind = kind,
-                                       .extent = static_cast<std::uint32_t>(piece.size()),
-                                       .value = from - begin});
-            return true;
-        }
+    [[gnu::always_inline]] bool whole(Kind kind, View piece) {
+        // Of a pointer into anything else the difference is larger than the text.
+        const auto offset = std::bit_cast<std::uintptr_t>(piece.data()) -
+                            std::bit_cast<std::uintptr_t>(source.data());
+        if (!inParts && offset < source.size()) return add(kind, textValue(offset, piece.size()));
+        return gathered(kind, piece);
+    }
+
+    [[gnu::noinline]] bool gathered(Kind kind, View piece) {
         part(piece);
         inParts = false;
-        document->nodes.push_back(
-            {.kind = kind,
-             .inStore = true,
-             .extent = static_cast<std::uint32_t>(document->store.size() - partsAt),
-             .value = partsAt});
-        return true;
+        return add(kind, textValue(partsAt, document->store.size() - partsAt), true);
     }
 
     bool begin(Kind kind) {
-        open.push_back(static_cast<std::uint32_t>(document->nodes.size()));
-        document->append(kind, 0);
-        return true;
+        open.push_back(static_cast<std::uint32_t>(count()));
+        return add(kind, 0);
     }
 
-    bool end(std::size_t count) {
+    bool end(std::size_t items) {
         Node& node = document->nodes[open.back()];
-        node.extent = static_cast<std::uint32_t>(document->nodes.size() - open.back());
-        node.value = count;
+        node.extent = static_cast<std::uint32_t>(count() - open.back());
+        node.value = items;
         open.pop_back();
-        return true;
-    }
-
-    bool single(Kind kind, std::uint64_t value) {
-        document->append(kind, value);
         return true;
     }
 
     // The names that the parser calls.
     bool on_document_begin(Error&) { return true; }
-    bool on_document_end(Error&) { return true; }
+    bool on_document_end(Error&) {
+        document->nodes.resize(count());
+        return true;
+    }
     bool on_object_begin(Error&) { return begin(Kind::dictionary); }
-    bool on_object_end(std::size_t count, Error&) { return end(count); }
+    bool on_object_end(std::size_t items, Error&) { return end(items); }
     bool on_array_begin(Error&) { return begin(Kind::array); }
-    bool on_array_end(std::size_t count, Error&) { return end(count); }
+    bool on_array_end(std::size_t items, Error&) { return end(items); }
     bool on_key_part(View piece, std::size_t, Error&) { return part(piece); }
     bool on_key(View piece, std::size_t, Error&) { return whole(Kind::key, piece); }
     bool on_string_part(View piece, std::size_t, Error&) { return part(piece); }
     bool on_string(View piece, std::size_t, Error&) { return whole(Kind::text, piece); }
     bool on_number_part(View, Error&) { return true; }
     bool on_int64(std::int64_t value, View, Error&) {
-        return single(Kind::integer, std::bit_cast<std::uint64_t>(value));
+        return add(Kind::integer, std::bit_cast<std::uint64_t>(value));
     }
-    bool on_uint64(std::uint64_t value, View, Error&) {
-        return single(Kind::unsignedInteger, value);
+    bool on_uint64(std::uint64_t value, View, Error&) { return add(Kind::unsignedInteger, value); }
+    bool on_double(double value, View, Error& error) {
+        // The parser makes infinity of 1e999, which no JSON text can say.
+        if (!std::isfinite(value)) error = boost::json::error::exponent_overflow;
+        return std::isfinite(value) && add(Kind::real, std::bit_cast<std::uint64_t>(value));
     }
-    bool on_double(double value, View, Error&) {
-        return single(Kind::real, std::bit_cast<std::uint64_t>(value));
-    }
-    bool on_bool(bool value, Error&) { return single(Kind::boolean, value ? 1 : 0); }
-    bool on_null(Error&) { return single(Kind::null, 0); }
+    bool on_bool(bool value, Error&) { return add(Kind::boolean, value ? 1 : 0); }
+    bool on_null(Error&) { return add(Kind::null, 0); }
     bool on_comment_part(View, Error&) { return true; }
     bool on_comment(View, Error&) { return true; }
 };
@@ -327,8 +385,8 @@ bool equalArrays(Place left, Place right) {
     const std::uint32_t end = left.at + left.node().extent;
     for (++left.at, ++right.at; left.at < end;) {
         if (!equalValues(left, right)) return false;
-        left.at += nodeCount(left.node());
-        right.at += nodeCount(right.node());
+        left.at += left.node().extent;
+        right.at += right.node().extent;
     }
     return true;
 }
@@ -337,9 +395,11 @@ bool equalDictionaries(Place left, Place right) {
     const std::uint32_t end = left.at + left.node().extent;
     for (Place key{left.document, left.at + 1}; key.at < end;) {
         const Place value{left.document, key.at + 1};
-        const std::uint32_t other = right.document.find(right.at, left.document.textOf(key.node()));
-        if (other == 0 || !equalValues(value, {right.document, other})) return false;
-        key.at = value.at + nodeCount(value.node());
+        const Node* const other = right.document.find(right.at, left.document.textOf(key.node()));
+        if (other == nullptr ||
+            !equalValues(value, {right.document, right.document.indexOf(other)}))
+            return false;
+        key.at = value.at + value.node().extent;
     }
     return true;
 }
@@ -394,12 +454,9 @@ std::variant<JSONDictionary, JSONFailure> JSONDictionary::parse(
 
     boost::json::parse_options options;
     options.max_depth = maxDepth;
-    boost::json::basic_parser<Filler> parser(options);
     auto document = std::make_shared<JSONDocument>();
     document->source = text;
-    // A typical list has a value or key every 11 bytes.
-    document->nodes.reserve(text->size() / 11 + 8);
-    parser.handler().document = document.get();
+    boost::json::basic_parser<Filler> parser(options, *document, *text);
 
     boost::system::error_code error;
     const std::size_t read = parser.write_some(false, text->data(), text->size(), error);
@@ -427,15 +484,14 @@ namespace {
 /// The node under a key where it has the wanted kind, else null.
 const Node* wanted(const JSONDocument& document, std::uint32_t dictionary, std::string_view key,
                    Kind kind) {
-    const std::uint32_t at = document.find(dictionary, key);
-    if (at == 0 || document.nodes[at].kind != kind) return nullptr;
-    return &document.nodes[at];
+    const Node* const node = document.find(dictionary, key);
+    return node != nullptr && node->kind == kind ? node : nullptr;
 }
 
 /// Whether every item of an array has this kind.
 bool holdsOnly(const Node* array, Kind kind) {
     const Node* const end = array + array->extent;
-    for (const Node* item = array + 1; item < end; item += nodeCount(*item))
+    for (const Node* item = array + 1; item < end; item += item->extent)
         if (item->kind != kind) return false;
     return true;
 }
@@ -443,15 +499,16 @@ bool holdsOnly(const Node* array, Kind kind) {
 }  // namespace
 
 std::optional<JSONKind> JSONDictionary::kind(std::string_view key) const {
-    const std::uint32_t at = document().find(node_, key);
-    if (at == 0) return std::nullopt;
-    return kindOf(document().nodes[at]);
+    const Node* const node = document().find(node_, key);
+    if (node == nullptr) return std::nullopt;
+    return kindOf(*node);
 }
 
 std::optional<std::string_view> JSONDictionary::text(std::string_view key) const {
-    const Node* const node = wanted(document(), node_, key, Kind::text);
+    const JSONDocument& all = document();
+    const Node* const node = wanted(all, node_, key, Kind::text);
     if (node == nullptr) return std::nullopt;
-    return document().textOf(*node);
+    return all.textOf(*node);
 }
 
 std::optional<std::int64_t> JSONDictionary::integer(std::string_view key) const {
@@ -481,7 +538,7 @@ std::optional<JSONDictionary> JSONDictionary::dictionary(std::string_view key) c
     const Node* const node = wanted(document(), node_, key, Kind::dictionary);
     if (node == nullptr) return std::nullopt;
     std::uint32_t at = 0;
-    auto document = shared(static_cast<std::uint32_t>(node - this->document().nodes.data()), at);
+    auto document = shared(this->document().indexOf(node), at);
     return JSONDictionary(std::move(document), at);
 }
 
@@ -490,7 +547,7 @@ std::optional<JSONDictionaryList> JSONDictionary::dictionaries(std::string_view 
     if (node == nullptr || !holdsOnly(node, Kind::dictionary)) return std::nullopt;
     std::uint32_t at = 0;
     const std::size_t size = node->value;
-    auto document = shared(static_cast<std::uint32_t>(node - this->document().nodes.data()), at);
+    auto document = shared(this->document().indexOf(node), at);
     return JSONDictionaryList(std::move(document), at + 1, size);
 }
 
@@ -509,7 +566,7 @@ std::vector<std::string_view> JSONDictionary::keys() const {
     const std::uint32_t end = node_ + all.nodes[node_].extent;
     std::vector<std::string_view> found;
     found.reserve(size());
-    for (std::uint32_t at = node_ + 1; at < end; at += 1 + nodeCount(all.nodes[at + 1]))
+    for (std::uint32_t at = node_ + 1; at < end; at += 1 + all.nodes[at + 1].extent)
         found.push_back(all.textOf(all.nodes[at]));
     return found;
 }
@@ -532,8 +589,8 @@ void JSONDictionary::remove(std::string_view key) {
         shared_.reset();
         node_ = 0;
     }
-    while (const std::uint32_t at = built_->find(0, key))
-        built_->removeMember(at);
+    while (const Node* const value = built_->find(0, key))
+        built_->removeMember(built_->indexOf(value));
 }
 
 namespace {

@@ -1,4 +1,5 @@
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -109,9 +110,8 @@ class FixedReader {
     unsigned wrong_ = 0;
 };
 
-/// The offset from UTC that ends a date's text: Z, or a sign and hh:mm or hh:mm:ss.
+/// The offset from UTC that ends a date's text instead of Z: a sign and hh:mm or hh:mm:ss.
 std::optional<seconds> readOffset(std::string_view text) {
-    if (text == "Z") return seconds(0);
     const bool hasSeconds = text.size() == 9;
     if (!hasSeconds && text.size() != 6) return std::nullopt;
     if (text[0] != '+' && text[0] != '-') return std::nullopt;
@@ -128,29 +128,103 @@ std::optional<seconds> readOffset(std::string_view text) {
     return text[0] == '-' ? -seconds(size) : seconds(size);
 }
 
+/// Eight characters of a date that are read at once, as the bytes of one number with the first
+/// character in its lowest byte.
+class Eight {
+  public:
+    /// @param text     at least eight characters
+    /// @param pattern  what has to stand there: '0' for any digit, anything else for itself
+    Eight(const char* text, const char (&pattern)[9]) : digits_(loaded(text) - together(pattern)) {
+        // A byte that is too small gets its highest bit by the subtraction, one that is too large
+        // by this addition; what these carry over to the bytes above no longer matters.
+        wrong_ = (digits_ | (digits_ + room(pattern))) & 0x8080'8080'8080'8080;
+    }
+
+    [[nodiscard]] constexpr bool isAsExpected() const { return wrong_ == 0; }
+
+    [[nodiscard]] constexpr unsigned digit(int at) const {
+        return static_cast<unsigned>(digits_ >> 8 * at & 0xFF);
+    }
+    /// The number that the digit at a place and the next one stand for.
+    [[nodiscard]] constexpr unsigned pair(int at) const {
+        return static_cast<unsigned>((10 * digits_ + (digits_ >> 8)) >> 8 * at & 0xFF);
+    }
+
+  private:
+    static constexpr std::uint64_t together(const char* text) {
+        std::uint64_t bytes = 0;
+        for (int at = 0; at < 8; ++at)
+            bytes |= std::uint64_t{static_cast<unsigned char>(text[at])} << 8 * at;
+        return bytes;
+    }
+
+    /// The same at run time, where compilers do not see that it is one load.
+    static std::uint64_t loaded(const char* text) {
+        if constexpr (std::endian::native != std::endian::little) return together(text);
+        std::uint64_t bytes = 0;
+        std::memcpy(&bytes, text, sizeof bytes);
+        return bytes;
+    }
+
+    /// What can be added to each byte as long as it is right.
+    static constexpr std::uint64_t room(const char* pattern) {
+        std::uint64_t bytes = 0;
+        for (int at = 0; at < 8; ++at)
+            bytes |= std::uint64_t{pattern[at] == '0' ? 0x7FU - 9 : 0x7FU} << 8 * at;
+        return bytes;
+    }
+
+    std::uint64_t digits_;
+    std::uint64_t wrong_;
+};
+
+bool isLeap(unsigned year) {
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+/// Whether there is such a day in the years 0001 to 9999.
+bool isDay(unsigned year, unsigned month, unsigned day) {
+    static constexpr std::array<unsigned char, 13> lengths{0,  31, 28, 31, 30, 31, 30,
+                                                           31, 31, 30, 31, 30, 31};
+    if (year == 0 || month == 0 || month > 12 || day == 0) return false;
+    return day <= lengths[month] || (month == 2 && day == 29 && isLeap(year));
+}
+
+/// The beginning of a day. The calendar of <chrono> says the same in twice the time.
+sys_days midnight(unsigned year, unsigned month, unsigned day) {
+    static constexpr std::array<unsigned short, 13> before{0,   0,   31,  59,  90,  120, 151,
+                                                           181, 212, 243, 273, 304, 334};
+    const auto leapDays = [](unsigned years) { return years / 4 - years / 100 + years / 400; };
+    const auto since = [&](unsigned aYear, unsigned aMonth, unsigned aDay) {
+        return static_cast<int>(365 * aYear + leapDays(aYear - (aMonth <= 2 ? 1 : 0)) +
+                                before[aMonth] + aDay);
+    };
+    return sys_days(days(since(year, month, day) - since(1970, 1, 1)));
+}
+
 std::optional<Date> readDate(std::string_view text) {
     constexpr std::size_t offsetAt = 23;
     if (text.size() <= offsetAt) return std::nullopt;
 
-    FixedReader reader(text);
-    const std::chrono::year year(static_cast<int>(reader.number<4>()));
-    reader.character('-');
-    const std::chrono::month month(reader.number<2>());
-    reader.character('-');
-    const std::chrono::day day(reader.number<2>());
-    reader.character('T');
-    unsigned time = 3600 * reader.pair(23);
-    reader.character(':');
-    time += 60 * reader.pair(59);
-    reader.character(':');
-    time += reader.pair(59);
-    reader.character('.');
-    const milliseconds fraction(reader.number<3>());
+    const Eight yearMonth(text.data(), "0000-00-");
+    const Eight dayTime(text.data() + 8, "00T00:00");
+    const Eight rest(text.data() + 15, "0:00.000");
+    if (!yearMonth.isAsExpected() || !dayTime.isAsExpected() || !rest.isAsExpected())
+        return std::nullopt;
 
+    const unsigned year = 100 * yearMonth.pair(0) + yearMonth.pair(2);
+    const unsigned month = yearMonth.pair(5);
+    const unsigned day = dayTime.pair(0);
+    const unsigned hour = dayTime.pair(3);
+    const unsigned minute = dayTime.pair(6);
+    const unsigned second = rest.pair(2);
+    if (!isDay(year, month, day) || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+
+    const Date local = midnight(year, month, day) + seconds(3600 * hour + 60 * minute + second) +
+                       milliseconds(10 * rest.pair(5) + rest.digit(7));
+    if (text.size() == offsetAt + 1 && text[offsetAt] == 'Z') return local;
     const auto offset = readOffset(text.substr(offsetAt));
-    if (!reader.allAsExpected() || !offset || !(year / month / day).ok()) return std::nullopt;
-    const Date local = sys_days(year / month / day) + seconds(time) + fraction;
-    if (!isInRange(local) || !isInRange(local - *offset)) return std::nullopt;
+    if (!offset || !isInRange(local - *offset)) return std::nullopt;
     return local - *offset;
 }
 

@@ -26,7 +26,8 @@ class FieldReader {
     explicit FieldReader(const HalvardSling::JSONDictionary& from) : from_(from) {}
 
     void operator()(std::string_view key, std::optional<std::string>& field) const {
-        field = from_.text(key);
+        field.reset();
+        if (const auto text = from_.text(key)) field.emplace(*text);
     }
     void operator()(std::string_view key, std::optional<std::int64_t>& field) const {
         field = from_.integer(key);

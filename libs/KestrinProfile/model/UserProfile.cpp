@@ -23,18 +23,6 @@ void plainFields(auto& list, const auto& field) {
     field(Keys::maxSize, list.maxSize);
 }
 
-std::optional<Elements> readElements(const JSONDictionary& dictionary) {
-    const auto items = dictionary.dictionaries(Keys::elements);
-    if (!items) return std::nullopt;
-    const DateFormatter& formatter = DateFormatter::iso8601();
-    Elements elements;
-    elements.reserve(items->size());
-    for (const JSONDictionary& item : *items)
-        if (auto entry = UserProfileElement::fromJSON(item, formatter))
-            elements.push_back(std::move(*entry));
-    return elements;
-}
-
 std::vector<JSONDictionary> encoded(const Elements& elements) {
     std::vector<JSONDictionary> items;
     items.reserve(elements.size());
@@ -57,8 +45,17 @@ std::string listText(const Elements& elements) {
 std::optional<UserProfile> UserProfile::fromJSON(const JSONDictionary& dictionary) {
     UserProfile list;
     plainFields(list, FieldReader(dictionary));
-    list.elements = readElements(dictionary);
+    list.readElements(dictionary);
     return list;
+}
+
+void UserProfile::readElements(const JSONDictionary& dictionary) {
+    const auto items = dictionary.dictionaries(Keys::elements);
+    if (!items) return;
+    const DateFormatter& formatter = DateFormatter::iso8601();
+    elements.emplace().reserve(items->size());
+    for (const JSONDictionary& item : *items)
+        elements->emplace_back().read(item, formatter);
 }
 
 std::optional<UserProfile> UserProfile::fromEncoded(const JSONDictionary& dictionary) {

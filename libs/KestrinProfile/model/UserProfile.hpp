@@ -47,6 +47,8 @@ struct UserProfile : KestrinConfigManager::Serializable {
 
   private:
     UserProfile() = default;
+
+    void readElements(const HalvardSling::JSONDictionary& dictionary);
 };
 
 }  // namespace KestrinProfile

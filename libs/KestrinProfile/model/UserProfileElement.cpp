@@ -59,8 +59,12 @@ std::optional<UserProfileElement> UserProfileElement::fromJSON(const JSONDiction
 std::optional<UserProfileElement> UserProfileElement::fromJSON(const JSONDictionary& dictionary,
                                                                const DateFormatter& formatter) {
     std::optional<UserProfileElement> entry(std::in_place);
-    allFields(*entry, FieldReader(dictionary), formatter);
+    entry->read(dictionary, formatter);
     return entry;
+}
+
+void UserProfileElement::read(const JSONDictionary& dictionary, const DateFormatter& formatter) {
+    allFields(*this, FieldReader(dictionary), formatter);
 }
 
 std::optional<UserProfileElement> UserProfileElement::fromEncoded(

@@ -301,6 +301,12 @@ TEST(JSONFailure, NoCommentsNoTrailingCommasNoInvalidUTF8NoLoneSurrogates) {
     EXPECT_FALSE(accepts(std::string_view("{}\0", 3)));
 }
 
+TEST(JSONFailure, ANumberThatIsTooLargeForADouble) {
+    EXPECT_THAT(failureOf(R"({"a":1e999})").text(), HasSubstr("overflow"));
+    EXPECT_THAT(failureOf(R"({"a":-1e309})").text(), HasSubstr("overflow"));
+    EXPECT_TRUE(accepts(R"({"a":1e-999})"));
+}
+
 TEST(JSONFailure, TakesAndRefusesTheSameTextsAsAnotherParserAfterEveryOneByteChange) {
     const std::string valid =
         R"({"id":"h1","maxSize":50,"elements":[{"id":"v\u00e9-1","type":"VIDEO","progress":-12,)"
