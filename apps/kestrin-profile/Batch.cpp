@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <exception>
 #include <map>
-#include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -17,7 +15,6 @@
 namespace KestrinProfileCLI {
 
 using HalvardSling::JSONDictionary;
-using HalvardSling::Response;
 
 namespace {
 
@@ -28,20 +25,19 @@ class Run {
         : session_(session),
           options_(options),
           work_(work),
-          items_(itemsOf(options.items, session.interruption())),
-          jobs_(session.options.dryRun ? 1 : options.jobs) {}
+          items_(itemsOf(options.items, session.interruption())) {}
 
     /// Works through the items; a signal ends it early.
     void play() {
-        while (begin(), !open_.empty()) {
-            if (!session_.interruption().wait([this] { return !arrivals_->empty(); })) {
-                interrupt();
-                break;
-            }
-            for (const auto& [index, error] : takeArrivals())
+        const Flights flights{
+            items_.size(), session_.options.dryRun ? 1 : options_.jobs,
+            [this](std::size_t index) { return work_.request(items_[index].text); },
+            [this](std::size_t index, const std::exception_ptr& error) {
                 end(index, error);
-            showProgress();
-        }
+                showProgress();
+                return !mayEnd();
+            }};
+        interrupted_ = !sendAll(session_.interruption(), flights);
         session_.terminal.progress({});
     }
 
@@ -56,40 +52,9 @@ class Run {
     }
 
   private:
-    struct Arrival {
-        std::size_t index;
-        std::exception_ptr error;  ///< null: done
-    };
-    using Arrivals = std::vector<Arrival>;
-
-    /// Begins as many as may be in flight.
-    void begin() {
-        while (next_ < items_.size() && open_.size() < jobs_ && !mayEnd())
-            start(next_++);
-    }
-
     [[nodiscard]] bool mayEnd() const { return options_.failFast && !failures_.empty(); }
 
-    void start(std::size_t index) {
-        const auto arrive = [arrivals = arrivals_, index,
-                             &interruption = session_.interruption()](std::exception_ptr error) {
-            interruption.notify([&] { arrivals->push_back({index, std::move(error)}); });
-        };
-        const rxcpp::composite_subscription subscription;
-        open_.emplace(index, subscription);
-        try {
-            work_.request(items_[index].text)
-                .subscribe(
-                    subscription, [](const Response&) {},
-                    [arrive](const std::exception_ptr& error) { arrive(error); },
-                    [arrive] { arrive(nullptr); });
-        } catch (...) {
-            arrive(std::current_exception());
-        }
-    }
-
     void end(std::size_t index, const std::exception_ptr& error) {
-        open_.erase(index);
         if (!error || (session_.options.dryRun && wasOnlyShown(error))) {
             ++done_;
             return;
@@ -98,18 +63,6 @@ class Run {
         if (!session_.options.verbose) return;
         session_.terminal.progress({});
         session_.terminal.note("failed: " + printable(placed(index, failure)));
-    }
-
-    Arrivals takeArrivals() {
-        Arrivals taken;
-        session_.interruption().notify([&] { taken.swap(*arrivals_); });
-        return taken;
-    }
-
-    void interrupt() {
-        interrupted_ = true;
-        for (const auto& [index, subscription] : open_)
-            subscription.unsubscribe();
     }
 
     void showProgress() const {
@@ -163,14 +116,9 @@ class Run {
     const BatchOptions& options_;
     const BatchWork& work_;
     std::vector<Item> items_;
-    std::size_t jobs_;
-    std::size_t next_ = 0;
     std::size_t done_ = 0;
     bool interrupted_ = false;
     std::map<std::size_t, Failure> failures_;
-    std::map<std::size_t, rxcpp::composite_subscription> open_;
-    // Shared: after an interruption an event may still be on its way.
-    std::shared_ptr<Arrivals> arrivals_ = std::make_shared<Arrivals>();
 };
 
 }  // namespace

@@ -6,10 +6,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include <HalvardSling/Observable.hpp>
-#include <HalvardSling/Response.hpp>
-
 #include "ExitCode.hpp"
+#include "Flights.hpp"
 #include "Items.hpp"
 #include "Session.hpp"
 
@@ -24,10 +22,8 @@ struct BatchOptions {
 
 /// What is done with each item.
 struct BatchWork {
-    using Request = HalvardSling::Observable<HalvardSling::Response>;
-
     /// The request for an item; may throw, which is a failure of this item.
-    std::function<Request(const std::string& item)> request;
+    std::function<Flights::Request(const std::string& item)> request;
     std::string done;   ///< what was done, e.g. "added"
     std::string where;  ///< where, e.g. "to the favourites"
 };
