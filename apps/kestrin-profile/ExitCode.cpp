@@ -87,20 +87,11 @@ const Rule<Key>& ruleFor(const std::array<Rule<Key>, Count>& rules, Key key,
     return found == rules.end() ? otherwise : *found;
 }
 
-/// What the service says about an error status in a problem document (RFC 9457), if anything.
-std::string problemDetail(const SlingError& error) {
-    if (error.reply() == nullptr) return {};
-    auto parsed = JSONDictionary::parse(error.reply()->body);
-    const auto* const problem = std::get_if<JSONDictionary>(&parsed);
-    if (problem == nullptr) return {};
-    const auto detail = problem->text("detail");
-    return detail ? ": " + std::string(*detail) : std::string();
-}
-
 Failure describeSlingError(const SlingError& error) {
     if (const auto status = error.statusCode()) {
         const auto& rule = ruleFor(statusRules, *status, anyOtherStatus);
-        return {rule.code, error.what() + problemDetail(error), rule.advice};
+        const std::string reason = reasonOf(error);
+        return {rule.code, error.what() + (reason.empty() ? reason : ": " + reason), rule.advice};
     }
     const auto& rule = ruleFor(kindRules, error.kind(), anyOtherKind);
     return {rule.code, error.what(), rule.advice};
@@ -120,6 +111,14 @@ const std::vector<ExitCodeMeaning>& exitCodeMeanings() {
         {ExitCode::interrupted, "interrupted"},
     };
     return all;
+}
+
+std::string reasonOf(const SlingError& error) {
+    if (error.reply() == nullptr) return {};
+    const auto parsed = JSONDictionary::parse(error.reply()->body);
+    const auto* const problem = std::get_if<JSONDictionary>(&parsed);
+    if (problem == nullptr) return {};
+    return std::string(problem->text("detail").value_or(""));
 }
 
 Failure describe(const std::exception_ptr& error) {
