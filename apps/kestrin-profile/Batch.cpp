@@ -21,22 +21,25 @@ namespace {
 /// One run through the items.
 class Run {
   public:
-    Run(Session& session, const BatchOptions& options, const BatchWork& work)
-        : session_(session),
+    Run(Caller& caller, const BatchOptions& options, const std::vector<Item>& items,
+        const BatchWork& work)
+        : caller_(caller),
+          session_(caller.session()),
           options_(options),
-          work_(work),
-          items_(itemsOf(options.items, session.interruption())) {}
+          items_(items),
+          work_(work) {}
 
     /// Works through the items; a signal ends it early.
     void play() {
-        const Flights flights{
-            items_.size(), session_.options.dryRun ? 1 : options_.jobs,
-            [this](std::size_t index) { return work_.request(items_[index].text); },
-            [this](std::size_t index, const std::exception_ptr& error) {
-                end(index, error);
-                showProgress();
-                return !mayEnd();
-            }};
+        const Flights flights{items_.size(), session_.options.dryRun ? 1 : options_.jobs,
+                              [this](std::size_t index) { return request(index); },
+                              [this](std::size_t index, const std::exception_ptr& error) {
+                                  if (error && !mayEnd() && mayHelpAgain(index, error))
+                                      return Next::again;
+                                  end(index, error);
+                                  showProgress();
+                                  return mayEnd() ? Next::stop : Next::more;
+                              }};
         interrupted_ = !sendAll(session_.interruption(), flights);
         session_.terminal.progress({});
     }
@@ -52,6 +55,17 @@ class Run {
     }
 
   private:
+    Flights::Request request(std::size_t index) {
+        binds_.insert_or_assign(index, caller_.bind());
+        return work_.request(caller_.bind(), items_[index].text);
+    }
+
+    /// Whether there is another bind than the one under which an item was refused.
+    bool mayHelpAgain(std::size_t index, const std::exception_ptr& error) {
+        return isForbidden(error) &&
+               (binds_.at(index) != caller_.bind() || caller_.renewedAfter(error));
+    }
+
     [[nodiscard]] bool mayEnd() const { return options_.failFast && !failures_.empty(); }
 
     void end(std::size_t index, const std::exception_ptr& error) {
@@ -112,10 +126,12 @@ class Run {
                            failure.message);
     }
 
+    Caller& caller_;
     Session& session_;
     const BatchOptions& options_;
+    const std::vector<Item>& items_;
     const BatchWork& work_;
-    std::vector<Item> items_;
+    std::map<std::size_t, KestrinConfigManager::AnonymousBind> binds_;  // what each was sent with
     std::size_t done_ = 0;
     bool interrupted_ = false;
     std::map<std::size_t, Failure> failures_;
@@ -134,8 +150,9 @@ void addBatch(CLI::App& command, BatchOptions& options, const std::string& item,
                      "Begin nothing more after a failure; otherwise the rest is still done");
 }
 
-ExitCode runBatch(Session& session, const BatchOptions& options, const BatchWork& work) {
-    Run run(session, options, work);
+ExitCode runBatch(Caller& caller, const BatchOptions& options, const std::vector<Item>& items,
+                  const BatchWork& work) {
+    Run run(caller, options, items, work);
     run.play();
     return run.report();
 }

@@ -32,10 +32,8 @@ constexpr std::array statusRules{
     Rule<int>{401, ExitCode::refused,
               "check the service's headers in the configuration, or obtain a bind: "
               "kestrin-profile bind"},
-    Rule<int>{
-        403, ExitCode::refused,
-        "try once more: the held binds are dropped, and the next command obtains a new one; a "
-        "blocked profile, or one that may not do this, stays refused"},
+    Rule<int>{403, ExitCode::refused,
+              "the profile that acts is blocked or may not do this: name another with --profile"},
     Rule<int>{404, ExitCode::notFound, "check the identifier, and the service's URL"},
     Rule<int>{409, ExitCode::validation, "correct what the service names"},
     Rule<int>{422, ExitCode::validation, "correct what the service names"},

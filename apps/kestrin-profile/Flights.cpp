@@ -61,7 +61,9 @@ class Sending {
 
     void end(std::size_t index, const std::exception_ptr& error) {
         open_.erase(index);
-        if (!flights_.ended(index, error)) mayBegin_ = false;
+        const Next next = flights_.ended(index, error);
+        if (next == Next::again) start(index);
+        if (next == Next::stop) mayBegin_ = false;
     }
 
     Arrivals takeArrivals() {

@@ -11,6 +11,13 @@
 
 namespace KestrinProfileCLI {
 
+/// What follows the end of a request.
+enum class Next {
+    more,   ///< others may begin
+    again,  ///< this one begins anew
+    stop,   ///< nothing begins any more; what is in flight goes on
+};
+
 /// Requests of which several are in flight at once.
 struct Flights {
     using Request = HalvardSling::Observable<HalvardSling::Response>;
@@ -22,8 +29,7 @@ struct Flights {
     std::function<Request(std::size_t index)> request;
     /// Told on the caller's thread of each that ended.
     /// @param error  null: it was answered
-    /// @return whether more may begin
-    std::function<bool(std::size_t index, const std::exception_ptr& error)> ended;
+    std::function<Next(std::size_t index, const std::exception_ptr& error)> ended;
 };
 
 /// Sends the requests in their order and waits for their ends.

@@ -94,7 +94,7 @@ void Stage::awaitAll(
         sendAll(session_.interruption(),
                 {count, atOnce, request, [&](std::size_t, const std::exception_ptr& error) {
                      if (error && !failed) failed = error;
-                     return !failed;
+                     return failed ? Next::stop : Next::more;
                  }});
     if (!whole) throw CommandError({ExitCode::interrupted, "interrupted", {}});
     if (failed) std::rethrow_exception(failed);
