@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <exception>
 #include <map>
-#include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -17,31 +15,32 @@
 namespace KestrinProfileCLI {
 
 using HalvardSling::JSONDictionary;
-using HalvardSling::Response;
 
 namespace {
 
 /// One run through the items.
 class Run {
   public:
-    Run(Session& session, const BatchOptions& options, const BatchWork& work)
-        : session_(session),
+    Run(Caller& caller, const BatchOptions& options, const std::vector<Item>& items,
+        const BatchWork& work)
+        : caller_(caller),
+          session_(caller.session()),
           options_(options),
-          work_(work),
-          items_(itemsOf(options.items, session.interruption())),
-          jobs_(session.options.dryRun ? 1 : options.jobs) {}
+          items_(items),
+          work_(work) {}
 
     /// Works through the items; a signal ends it early.
     void play() {
-        while (begin(), !open_.empty()) {
-            if (!session_.interruption().wait([this] { return !arrivals_->empty(); })) {
-                interrupt();
-                break;
-            }
-            for (const auto& [index, error] : takeArrivals())
-                end(index, error);
-            showProgress();
-        }
+        const Flights flights{items_.size(), session_.options.dryRun ? 1 : options_.jobs,
+                              [this](std::size_t index) { return request(index); },
+                              [this](std::size_t index, const std::exception_ptr& error) {
+                                  if (error && !mayEnd() && mayHelpAgain(index, error))
+                                      return Next::again;
+                                  end(index, error);
+                                  showProgress();
+                                  return mayEnd() ? Next::stop : Next::more;
+                              }};
+        interrupted_ = !sendAll(session_.interruption(), flights);
         session_.terminal.progress({});
     }
 
@@ -56,40 +55,20 @@ class Run {
     }
 
   private:
-    struct Arrival {
-        std::size_t index;
-        std::exception_ptr error;  ///< null: done
-    };
-    using Arrivals = std::vector<Arrival>;
+    Flights::Request request(std::size_t index) {
+        binds_.insert_or_assign(index, caller_.bind());
+        return work_.request(caller_.bind(), items_[index].text);
+    }
 
-    /// Begins as many as may be in flight.
-    void begin() {
-        while (next_ < items_.size() && open_.size() < jobs_ && !mayEnd())
-            start(next_++);
+    /// Whether there is another bind than the one under which an item was refused.
+    bool mayHelpAgain(std::size_t index, const std::exception_ptr& error) {
+        return isForbidden(error) &&
+               (binds_.at(index) != caller_.bind() || caller_.renewedAfter(error));
     }
 
     [[nodiscard]] bool mayEnd() const { return options_.failFast && !failures_.empty(); }
 
-    void start(std::size_t index) {
-        const auto arrive = [arrivals = arrivals_, index,
-                             &interruption = session_.interruption()](std::exception_ptr error) {
-            interruption.notify([&] { arrivals->push_back({index, std::move(error)}); });
-        };
-        const rxcpp::composite_subscription subscription;
-        open_.emplace(index, subscription);
-        try {
-            work_.request(items_[index].text)
-                .subscribe(
-                    subscription, [](const Response&) {},
-                    [arrive](const std::exception_ptr& error) { arrive(error); },
-                    [arrive] { arrive(nullptr); });
-        } catch (...) {
-            arrive(std::current_exception());
-        }
-    }
-
     void end(std::size_t index, const std::exception_ptr& error) {
-        open_.erase(index);
         if (!error || (session_.options.dryRun && wasOnlyShown(error))) {
             ++done_;
             return;
@@ -98,18 +77,6 @@ class Run {
         if (!session_.options.verbose) return;
         session_.terminal.progress({});
         session_.terminal.note("failed: " + printable(placed(index, failure)));
-    }
-
-    Arrivals takeArrivals() {
-        Arrivals taken;
-        session_.interruption().notify([&] { taken.swap(*arrivals_); });
-        return taken;
-    }
-
-    void interrupt() {
-        interrupted_ = true;
-        for (const auto& [index, subscription] : open_)
-            subscription.unsubscribe();
     }
 
     void showProgress() const {
@@ -159,18 +126,15 @@ class Run {
                            failure.message);
     }
 
+    Caller& caller_;
     Session& session_;
     const BatchOptions& options_;
+    const std::vector<Item>& items_;
     const BatchWork& work_;
-    std::vector<Item> items_;
-    std::size_t jobs_;
-    std::size_t next_ = 0;
+    std::map<std::size_t, KestrinConfigManager::AnonymousBind> binds_;  // what each was sent with
     std::size_t done_ = 0;
     bool interrupted_ = false;
     std::map<std::size_t, Failure> failures_;
-    std::map<std::size_t, rxcpp::composite_subscription> open_;
-    // Shared: after an interruption an event may still be on its way.
-    std::shared_ptr<Arrivals> arrivals_ = std::make_shared<Arrivals>();
 };
 
 }  // namespace
@@ -186,8 +150,9 @@ void addBatch(CLI::App& command, BatchOptions& options, const std::string& item,
                      "Begin nothing more after a failure; otherwise the rest is still done");
 }
 
-ExitCode runBatch(Session& session, const BatchOptions& options, const BatchWork& work) {
-    Run run(session, options, work);
+ExitCode runBatch(Caller& caller, const BatchOptions& options, const std::vector<Item>& items,
+                  const BatchWork& work) {
+    Run run(caller, options, items, work);
     run.play();
     return run.report();
 }

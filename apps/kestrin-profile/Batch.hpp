@@ -3,15 +3,14 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
-#include <HalvardSling/Observable.hpp>
-#include <HalvardSling/Response.hpp>
-
+#include "Caller.hpp"
 #include "ExitCode.hpp"
+#include "Flights.hpp"
 #include "Items.hpp"
-#include "Session.hpp"
 
 namespace KestrinProfileCLI {
 
@@ -24,10 +23,10 @@ struct BatchOptions {
 
 /// What is done with each item.
 struct BatchWork {
-    using Request = HalvardSling::Observable<HalvardSling::Response>;
+    using Bind = KestrinConfigManager::AnonymousBind;
 
     /// The request for an item; may throw, which is a failure of this item.
-    std::function<Request(const std::string& item)> request;
+    std::function<Flights::Request(const Bind& bind, const std::string& item)> request;
     std::string done;   ///< what was done, e.g. "added"
     std::string where;  ///< where, e.g. "to the favourites"
 };
@@ -36,10 +35,11 @@ struct BatchWork {
 void addBatch(CLI::App& command, BatchOptions& options, const std::string& item,
               const std::string& description);
 
-/// Does the work with every item, several at once, and prints what came of it: how much was done,
-/// and the failure that stands first. Shows a bar on a terminal meanwhile.
+/// Does the work with every item for a caller, several at once, and prints what came of it: how
+/// much was done, and the failure that stands first. Shows a bar on a terminal meanwhile.
 /// @return the code of that failure, or ok
 /// @throws CommandError where a signal came, after the requests in flight were aborted
-ExitCode runBatch(Session& session, const BatchOptions& options, const BatchWork& work);
+ExitCode runBatch(Caller& caller, const BatchOptions& options, const std::vector<Item>& items,
+                  const BatchWork& work);
 
 }  // namespace KestrinProfileCLI

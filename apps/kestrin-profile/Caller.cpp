@@ -1,9 +1,12 @@
 #include "Caller.hpp"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 #include <fmt/format.h>
 
+#include <HalvardSling/SlingError.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/params/RequestSupport.hpp>
 #include <KestrinProfile/service/Profile.hpp>
@@ -12,6 +15,7 @@
 
 namespace KestrinProfileCLI {
 
+using HalvardSling::SlingError;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::ConfigurationManager;
 using KestrinProfile::Profile;
@@ -21,10 +25,15 @@ namespace {
 
 constexpr const char* seeProfiles = "see the household's profiles: kestrin-profile profiles list";
 
-bool isHeld(const std::string& profileID) {
+/// The bind that is held for a profile, which becomes the selected one.
+std::optional<AnonymousBind> heldFor(const std::string& profileID) {
     auto& manager = ConfigurationManager::sharedInstance();
     manager.selectProfile(profileID);
-    return manager.bind(false).has_value();
+    return manager.bind(false);
+}
+
+bool isUsable(const std::optional<AnonymousBind>& held) {
+    return held && held->isValid();
 }
 
 void holdUnknownBind(const std::string& profileID) {
@@ -35,9 +44,41 @@ void holdUnknownBind(const std::string& profileID) {
 
 }  // namespace
 
-Household::Household(Session& session, const AnonymousBind& bind)
-    : isKnown_(!session.options.dryRun) {
-    if (isKnown_) users_ = session.await(Profile().getProfiles(bind));
+bool isForbidden(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const SlingError& reply) {
+        return reply.statusCode() == 403;
+    } catch (...) {
+        return false;
+    }
+}
+
+Caller::Caller(Session& session) : Caller(session, callersID(session)) {}
+
+Caller::Caller(Session& session, std::string profileID)
+    : session_(session),
+      profileID_(std::move(profileID)),
+      isHeld_(isUsable(heldFor(profileID_))),
+      bind_(bindFor(session, profileID_)) {}
+
+bool Caller::renewedAfter(const std::exception_ptr& error) {
+    if (!isHeld_ || !isForbidden(error)) return false;
+    isHeld_ = false;
+    try {
+        bind_ = bindFor(session_, profileID_);
+        return true;
+    } catch (const CommandError&) {
+        throw;  // A signal came.
+    } catch (...) {
+        return false;
+    }
+}
+
+Household::Household(Caller& caller) : isKnown_(!caller.session().options.dryRun) {
+    if (isKnown_)
+        users_ =
+            caller.await([](const AnonymousBind& bind) { return Profile().getProfiles(bind); });
 }
 
 User Household::find(const std::string& nameOrID) const {
@@ -61,9 +102,7 @@ User Household::find(const std::string& nameOrID) const {
 
 AnonymousBind bindFor(Session& session, const std::string& profileID) {
     if (session.options.dryRun) holdUnknownBind(profileID);
-    auto& manager = ConfigurationManager::sharedInstance();
-    manager.selectProfile(profileID);
-    if (auto held = manager.bind(false); held && held->isValid()) return *std::move(held);
+    if (auto held = heldFor(profileID); isUsable(held)) return *std::move(held);
     auto bind = session.await(Profile().requestAnonymousBind(profileID));
     session.keepBinds();
     return bind;
@@ -72,12 +111,9 @@ AnonymousBind bindFor(Session& session, const std::string& profileID) {
 std::string callersID(Session& session) {
     const std::string parent = ConfigurationManager::parentProfileID();
     const std::string named = session.options.profile.value_or(parent);
-    if (named == parent || session.options.dryRun || isHeld(named)) return named;
-    return *Household(session, bindFor(session, parent)).find(named).profileID;
-}
-
-AnonymousBind callersBind(Session& session) {
-    return bindFor(session, callersID(session));
+    if (named == parent || session.options.dryRun || heldFor(named)) return named;
+    Caller asking(session, parent);
+    return *Household(asking).find(named).profileID;
 }
 
 std::string brandOf(const Session& session) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -10,12 +11,53 @@
 
 namespace KestrinProfileCLI {
 
+/// Whether a request failed with status 403.
+[[nodiscard]] bool isForbidden(const std::exception_ptr& error);
+
+/// A profile that acts, with a bind for it. A held bind may be stale although it has not expired:
+/// the service has a new key, or the profile was blocked for a while. So a request that is refused
+/// with status 403 under a held bind is sent once more under a new one. Where no new one can be had
+/// the refusal stands.
+class Caller {
+  public:
+    /// The profile that acts as the command line says.
+    explicit Caller(Session& session);
+    Caller(Session& session, std::string profileID);
+
+    [[nodiscard]] const KestrinConfigManager::AnonymousBind& bind() const noexcept { return bind_; }
+    [[nodiscard]] const std::string& profileID() const noexcept { return profileID_; }
+    [[nodiscard]] Session& session() const noexcept { return session_; }
+
+    /// Waits for the one value of a request.
+    /// @param make  makes the request's observable; given the bind, and called again for the second
+    ///              attempt
+    template <class Make>
+    [[nodiscard]] auto await(Make make) {
+        try {
+            return session_.await(make(bind_));
+        } catch (...) {
+            if (!renewedAfter(std::current_exception())) throw;
+        }
+        return session_.await(make(bind_));
+    }
+
+    /// Obtains a new bind where a request that was made with the present one failed in such a way
+    /// that this may help; at most once.
+    /// @return whether `bind` is another one now
+    [[nodiscard]] bool renewedAfter(const std::exception_ptr& error);
+
+  private:
+    Session& session_;
+    std::string profileID_;
+    bool isHeld_ = false;  // whether the bind was there before, and no other was tried
+    KestrinConfigManager::AnonymousBind bind_;
+};
+
 /// The household's profiles, as they were when they were looked up.
 class Household {
   public:
     /// Looks the profiles up. In a dry run it does not.
-    /// @param bind  who asks
-    Household(Session& session, const KestrinConfigManager::AnonymousBind& bind);
+    explicit Household(Caller& caller);
 
     /// The profile with an identifier; where none has it, the one with that name. In a dry run the
     /// text is taken for an identifier.
@@ -35,9 +77,6 @@ class Household {
 /// The identifier of the profile that acts: the parent, or what --profile names by its identifier
 /// or its name. Only a profile for which no bind is held is looked up.
 [[nodiscard]] std::string callersID(Session& session);
-
-/// `bindFor` the profile that acts.
-[[nodiscard]] KestrinConfigManager::AnonymousBind callersBind(Session& session);
 
 /// The brand: the named one, or the configured one.
 /// @throws CommandError where there is none

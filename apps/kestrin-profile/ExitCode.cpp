@@ -32,10 +32,8 @@ constexpr std::array statusRules{
     Rule<int>{401, ExitCode::refused,
               "check the service's headers in the configuration, or obtain a bind: "
               "kestrin-profile bind"},
-    Rule<int>{
-        403, ExitCode::refused,
-        "try once more: the held binds are dropped, and the next command obtains a new one; a "
-        "blocked profile, or one that may not do this, stays refused"},
+    Rule<int>{403, ExitCode::refused,
+              "the profile that acts is blocked or may not do this: name another with --profile"},
     Rule<int>{404, ExitCode::notFound, "check the identifier, and the service's URL"},
     Rule<int>{409, ExitCode::validation, "correct what the service names"},
     Rule<int>{422, ExitCode::validation, "correct what the service names"},
@@ -87,20 +85,11 @@ const Rule<Key>& ruleFor(const std::array<Rule<Key>, Count>& rules, Key key,
     return found == rules.end() ? otherwise : *found;
 }
 
-/// What the service says about an error status in a problem document (RFC 9457), if anything.
-std::string problemDetail(const SlingError& error) {
-    if (error.reply() == nullptr) return {};
-    auto parsed = JSONDictionary::parse(error.reply()->body);
-    const auto* const problem = std::get_if<JSONDictionary>(&parsed);
-    if (problem == nullptr) return {};
-    const auto detail = problem->text("detail");
-    return detail ? ": " + std::string(*detail) : std::string();
-}
-
 Failure describeSlingError(const SlingError& error) {
     if (const auto status = error.statusCode()) {
         const auto& rule = ruleFor(statusRules, *status, anyOtherStatus);
-        return {rule.code, error.what() + problemDetail(error), rule.advice};
+        const std::string reason = reasonOf(error);
+        return {rule.code, error.what() + (reason.empty() ? reason : ": " + reason), rule.advice};
     }
     const auto& rule = ruleFor(kindRules, error.kind(), anyOtherKind);
     return {rule.code, error.what(), rule.advice};
@@ -120,6 +109,14 @@ const std::vector<ExitCodeMeaning>& exitCodeMeanings() {
         {ExitCode::interrupted, "interrupted"},
     };
     return all;
+}
+
+std::string reasonOf(const SlingError& error) {
+    if (error.reply() == nullptr) return {};
+    const auto parsed = JSONDictionary::parse(error.reply()->body);
+    const auto* const problem = std::get_if<JSONDictionary>(&parsed);
+    if (problem == nullptr) return {};
+    return std::string(problem->text("detail").value_or(""));
 }
 
 Failure describe(const std::exception_ptr& error) {

@@ -16,14 +16,7 @@ using TestSupport::contentOf;
 using TestSupport::Program;
 using TestSupport::write;
 
-class BindCommand : public CommandLine {
-  protected:
-    [[nodiscard]] std::filesystem::path bindFile() const {
-        std::filesystem::path file = directory.path() / "state" / "kestrin-profile" / "binds";
-        file /= std::filesystem::canonical(configuration).relative_path();
-        return file;
-    }
-};
+class BindCommand : public CommandLine {};
 
 TEST_F(BindCommand, ObtainsABindForTheParentAndKeepsIt) {
     startService();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <csignal>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -63,6 +64,13 @@ class CommandLine : public testing::Test {
         all.insert(all.end(), more.begin(), more.end());
         service = std::make_unique<Program>(all);
         ASSERT_THAT(service->firstLine(), testing::HasSubstr("ready")) << service->errors();
+    }
+
+    /// Where the binds are kept.
+    [[nodiscard]] std::filesystem::path bindFile() const {
+        std::filesystem::path file = directory.path() / "state" / "kestrin-profile" / "binds";
+        file /= std::filesystem::canonical(configuration).relative_path();
+        return file;
     }
 
     static std::vector<std::string> words(std::vector<std::string> arguments) {

@@ -21,7 +21,7 @@ trap stop EXIT
 export XDG_STATE_HOME=$directory/state
 mkfifo "$directory/ready"
 "$server" --port 0 --database "$directory/demo.sqlite" --write-config "$directory/config.json" \
-    --block blocked --quiet >"$directory/ready" &
+    --block blocked --max-size 240 --quiet >"$directory/ready" &
 server_id=$!
 exec 3<"$directory/ready"
 read -r -t 20 ready <&3 || { echo "the service did not start" >&2; exit 1; }

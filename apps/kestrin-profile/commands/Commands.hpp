@@ -29,7 +29,7 @@ void addSearchCommand(CLI::App& app, Command& chosen);
 /// config check|show: the configuration.
 void addConfigCommand(CLI::App& app, Command& chosen);
 
-/// demo: plays a short session against a development service.
+/// demo: plays a household's evening against a development service.
 void addDemoCommand(CLI::App& app, Command& chosen);
 
 /// completion bash|zsh|fish, man: what is made from the command line itself.

@@ -20,6 +20,7 @@ namespace KestrinProfileCLI {
 
 using HalvardSling::Observable;
 using HalvardSling::Response;
+using KestrinConfigManager::AnonymousBind;
 using KestrinProfile::Profile;
 using KestrinProfile::ProfileParams;
 using KestrinProfile::Types;
@@ -102,11 +103,6 @@ struct ListOptions {
 };
 using Shared = std::shared_ptr<ListOptions>;
 
-ProfileParams callersParams(Session& session) {
-    const std::string brand = brandOf(session);
-    return ProfileParams(callersBind(session), brand);
-}
-
 ListLook lookOf(const ListOptions& options) {
     return {options.kind.item, &options.kind == &history, options.utc};
 }
@@ -116,17 +112,21 @@ ExitCode list(Session& session, const ListOptions& options) {
     const std::string caller = callersID(session);
     const std::string brand = brandOf(session);
     return show(session, options.watch, [&] {
-        const ProfileParams params(bindFor(session, caller), brand);
-        return linesOf(session, session.await((Profile().*options.kind.read)(params)),
-                       lookOf(options));
+        const auto found = Caller(session, caller).await([&](const AnonymousBind& bind) {
+            return (Profile().*options.kind.read)(ProfileParams(bind, brand));
+        });
+        return linesOf(session, found, lookOf(options));
     });
 }
 
 ExitCode progress(Session& session, const ListOptions& options) {
     session.configure();
-    auto params = callersParams(session);
-    params.videoID = options.videoID;
-    const auto found = session.await(Profile().requestVideoHistory(std::move(params)));
+    const std::string brand = brandOf(session);
+    const auto found = Caller(session).await([&](const AnonymousBind& bind) {
+        ProfileParams params(bind, brand);
+        params.videoID = options.videoID;
+        return Profile().requestVideoHistory(std::move(params));
+    });
     if (found.elements && found.elements->empty())
         throw CommandError({ExitCode::notFound,
                             fmt::format("the history has no video '{}'", options.videoID),
@@ -136,56 +136,67 @@ ExitCode progress(Session& session, const ListOptions& options) {
     return ExitCode::ok;
 }
 
-/// Does one operation with each of the named items.
-ExitCode change(Session& session, const ListOptions& options, Write operation,
-                const ProfileParams& params, std::string done, const char* preposition) {
-    const auto request = [&](const std::string& item) {
-        ProfileParams own = params;
-        own.*options.kind.identifier = item;
-        return (Profile().*operation)(std::move(own));
-    };
-    return runBatch(
-        session, options.batch,
-        {request, std::move(done), fmt::format("{} {}", preposition, options.kind.name)});
-}
-
 std::int64_t progressOf(const Watched& watched) {
     if (const auto seconds = durationOf(watched.progress)) return *seconds;
     throw CommandError({ExitCode::usage, fmt::format("'{}' is no time", watched.progress),
                         "give --progress in seconds, or as m:ss or h:mm:ss"});
 }
 
-ExitCode add(Session& session, const ListOptions& options) {
-    const bool isHistory = &options.kind == &history;
-    std::optional<std::int64_t> progress;
-    if (isHistory) progress = progressOf(options.watched);
+/// What is done with each of the named items.
+struct Change {
+    Write operation;
+    const char* done;
+    const char* preposition;
+    std::optional<std::int64_t> progress = std::nullopt;
+};
+
+ExitCode change(Session& session, const ListOptions& options, const Change& what) {
     session.configure();
-    auto params = callersParams(session);
-    params.progress = progress;
-    params.isComplete = options.watched.isComplete;
-    return change(session, options, options.kind.add, params, "added", "to");
+    const auto items = itemsOf(options.batch.items, session.interruption());
+    const std::string brand = brandOf(session);
+    const auto request = [&](const AnonymousBind& bind, const std::string& item) {
+        ProfileParams params(bind, brand);
+        params.progress = what.progress;
+        params.isComplete = options.watched.isComplete;
+        params.*options.kind.identifier = item;
+        return (Profile().*what.operation)(std::move(params));
+    };
+    Caller caller(session);
+    return runBatch(
+        caller, options.batch, items,
+        {request, what.done, fmt::format("{} {}", what.preposition, options.kind.name)});
+}
+
+ExitCode add(Session& session, const ListOptions& options) {
+    Change adding{options.kind.add, "added", "to"};
+    if (&options.kind == &history) adding.progress = progressOf(options.watched);
+    return change(session, options, adding);
 }
 
 ExitCode remove(Session& session, const ListOptions& options) {
-    session.configure();
-    return change(session, options, options.kind.remove, callersParams(session), "removed", "from");
+    return change(session, options, {options.kind.remove, "removed", "from"});
 }
 
 ExitCode clear(Session& session, const ListOptions& options) {
     session.configure();
-    const auto reply = session.await((Profile().*options.kind.clear)(callersParams(session)));
+    const std::string brand = brandOf(session);
+    const auto reply = Caller(session).await([&](const AnonymousBind& bind) {
+        return (Profile().*options.kind.clear)(ProfileParams(bind, brand));
+    });
     printDone(session, reply, fmt::format("cleared {}", options.kind.name));
     return ExitCode::ok;
 }
 
 ExitCode addMany(Session& session, const ListOptions& options) {
-    const auto items = itemsOf(options.batch.items, session.interruption());
     session.configure();
-    auto params = callersParams(session);
-    params.elements.emplace();
+    const auto items = itemsOf(options.batch.items, session.interruption());
+    const std::string brand = brandOf(session);
+    std::vector<UserProfileElement> elements;
     for (const auto& item : items)
-        params.elements->emplace_back(item.text, Types::show);
-    const auto reply = session.await(Profile().addFavoriteShows(std::move(params)));
+        elements.emplace_back(item.text, Types::show);
+    const auto reply = Caller(session).await([&](const AnonymousBind& bind) {
+        return Profile().addFavoriteShows(ProfileParams(bind, brand, elements));
+    });
     printDone(session, reply,
               fmt::format("added {} in one request to the favorites", items.size()));
     return ExitCode::ok;

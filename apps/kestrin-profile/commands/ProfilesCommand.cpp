@@ -19,6 +19,7 @@
 
 namespace KestrinProfileCLI {
 
+using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::ConfigurationManager;
 using KestrinProfile::Profile;
 using KestrinProfile::ProfileParams;
@@ -44,7 +45,9 @@ ExitCode list(Session& session, const ProfileOptions& options) {
     session.configure();
     const std::string caller = callersID(session);
     return show(session, options.watch, [&] {
-        return linesOf(session, session.await(Profile().getProfiles(bindFor(session, caller))));
+        return linesOf(session, Caller(session, caller).await([](const AnonymousBind& bind) {
+            return Profile().getProfiles(bind);
+        }));
     });
 }
 
@@ -53,7 +56,9 @@ ExitCode create(Session& session, const ProfileOptions& options) {
     auto user = User::withoutProfileID(*options.name, {}, {}, options.isDefault.value_or(false));
     user.avatar = options.avatar;
     user.group = options.group;
-    print(session, session.await(Profile().createProfile(UserParams(callersBind(session), user))));
+    print(session, Caller(session).await([&](const AnonymousBind& bind) {
+        return Profile().createProfile(UserParams(bind, user));
+    }));
     return ExitCode::ok;
 }
 
@@ -73,12 +78,13 @@ ExitCode edit(Session& session, const ProfileOptions& options) {
         throw CommandError({ExitCode::usage, "nothing is to be changed",
                             "give --name, --avatar, --group, --default or --not-default"});
     session.configure();
-    const auto bind = callersBind(session);
-    const User known = Household(session, bind).find(options.profile);
+    Caller caller(session);
+    const User known = Household(caller).find(options.profile);
     if (session.options.dryRun && !options.isDefault)
         session.terminal.note("note: a dry run looks nothing up; \"default\" stands for false");
-    const auto reply =
-        session.await(Profile().editProfile(UserParams(bind, changed(known, options))));
+    const auto reply = caller.await([&](const AnonymousBind& bind) {
+        return Profile().editProfile(UserParams(bind, changed(known, options)));
+    });
     printDone(session, reply, fmt::format("changed {}", *known.profileID));
     return ExitCode::ok;
 }
@@ -92,23 +98,26 @@ void dropBind(const std::string& profileID) {
 
 ExitCode remove(Session& session, const ProfileOptions& options) {
     session.configure();
-    const auto bind = callersBind(session);
-    const Household household(session, bind);
-    const auto request = [&](const std::string& nameOrID) {
+    const auto items = itemsOf(options.batch.items, session.interruption());
+    Caller caller(session);
+    const Household household(caller);
+    const auto request = [&](const AnonymousBind& bind, const std::string& nameOrID) {
         const User user = household.find(nameOrID);
         return Profile().deleteProfile(UserParams(bind, user)) |
                rxcpp::operators::tap(
                    [id = *user.profileID](const HalvardSling::Response&) { dropBind(id); });
     };
-    return runBatch(session, options.batch, {request, "deleted", "profiles"});
+    return runBatch(caller, options.batch, items, {request, "deleted", "profiles"});
 }
 
 ExitCode validate(Session& session, const ProfileOptions& options) {
     session.configure();
     const std::string brand = brandOf(session);
-    ProfileParams params(callersBind(session), brand);
-    params.userName = *options.name;
-    const auto reply = session.await(Profile().validateProfileName(std::move(params)));
+    const auto reply = Caller(session).await([&](const AnonymousBind& bind) {
+        ProfileParams params(bind, brand);
+        params.userName = *options.name;
+        return Profile().validateProfileName(std::move(params));
+    });
     printDone(session, reply, fmt::format("'{}' may be given to the profile", *options.name));
     return ExitCode::ok;
 }

@@ -13,6 +13,7 @@
 
 namespace KestrinProfileCLI {
 
+using KestrinConfigManager::AnonymousBind;
 using KestrinProfile::Profile;
 using KestrinProfile::SearchParams;
 using KestrinProfile::Types;
@@ -21,19 +22,21 @@ namespace {
 
 ExitCode add(Session& session, const BatchOptions& options) {
     session.configure();
+    const auto items = itemsOf(options.items, session.interruption());
     const std::string brand = brandOf(session);
-    const auto bind = callersBind(session);
-    const auto request = [&](const std::string& text) {
+    const auto request = [&](const AnonymousBind& bind, const std::string& text) {
         return Profile().addSearchHistory(SearchParams(text, Types::none, bind, brand));
     };
-    return runBatch(session, options, {request, "added", "to the search history"});
+    Caller caller(session);
+    return runBatch(caller, options, items, {request, "added", "to the search history"});
 }
 
 ExitCode removeAll(Session& session) {
     session.configure();
     const std::string brand = brandOf(session);
-    static_cast<void>(callersBind(session));  // The operation takes the selected profile's bind.
-    const auto reply = session.await(Profile().deleteSearchHistory(brand));
+    const auto reply = Caller(session).await([&](const AnonymousBind& /*selected*/) {
+        return Profile().deleteSearchHistory(brand);  // It takes the selected profile's bind.
+    });
     printDone(session, reply, fmt::format("deleted the search history of the brand {}", brand));
     return ExitCode::ok;
 }

@@ -1,0 +1,203 @@
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <HalvardSling/JSONDictionary.hpp>
+
+#include "CommandLineFixture.hpp"
+#include "support/RawServer.hpp"
+
+namespace {
+
+using HalvardSling::JSONDictionary;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using TestSupport::CommandLine;
+using TestSupport::RawServer;
+using TestSupport::write;
+
+class Demo : public CommandLine {
+  protected:
+    void startBlockingService(std::vector<std::string> more = {}) {
+        more.insert(more.end(), {"--block", "blocked"});
+        startService(more);
+    }
+
+    /// The names of the household's profiles.
+    std::vector<std::string> names() {
+        const auto parsed = JSONDictionary::parse(outputOf({"profiles", "list", "--json"}));
+        std::vector<std::string> all;
+        for (const auto& user : *std::get<JSONDictionary>(parsed).dictionaries("data"))
+            all.emplace_back(user.text("username").value_or(""));
+        return all;
+    }
+};
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+/// A step as it is printed: its heading, and the line below it.
+testing::Matcher<std::string> step(int number, const std::string& what,
+                                   const std::string& outcome) {
+    return HasSubstr("\nok " + std::to_string(number) + ". " + what + "\n     " + outcome);
+}
+
+TEST_F(Demo, PlaysEveryStepOfTheEvening) {
+    startBlockingService({"--max-size", "240"});
+    const std::string evening = outputOf({"demo"});
+    const std::string origin = "http://127.0.0.1:";
+    const std::vector<testing::Matcher<std::string>> steps{
+        step(1, "bind for the parent",
+             "parent requested, decoded and stored with one request; token masked, "),
+        step(2, "the same again", "answered by the held bind, no request sent\n"),
+        step(3, "bind for a blocked profile",
+             "2 reactions, held binds dropped, the error delivered: the service at " + origin),
+        step(4, "an unconfigured operation", "serviceNotConfigured"),
+        step(5, "who is at home", "1 at home: Parent\n"),
+        step(6, "two profiles are created and listed", "3 profiles: Parent, Anna, Ben\n"),
+        step(7, "a name is refused",
+             "'Anna' for Ben: 422, another profile of the household is already called 'Anna'; "
+             "'Ben the Younger' is accepted\n"),
+        step(8, "a profile is edited", "Ben with the owl is now Ben the Younger with the bear\n"),
+        step(9, "the parent is refused",
+             "to edit and to delete, no request sent: parentInvalidForOperation"),
+        step(10, "shows become favourites", "2 one by one, 4 at once with one request"),
+        step(11, "a history with progress",
+             "300 videos, 16 requests in flight; the list keeps the newest 240, "),
+        step(12, "a video is seen again", ""),
+        step(13, "how far was it watched?", ""),
+        step(14, "a watch list is worked off", "5 films, each removed as it was watched"),
+        step(15, "searches are recorded and deleted", "4 recorded"),
+        step(16, "Ben the Younger tries to delete Anna", "403, the token's profile may not act"),
+        step(17, "the service cannot be reached", "cannotConnect: GET " + origin),
+        step(18, "the service is back", "the same request is answered, with the same bind: 240"),
+        step(19, "both profiles are deleted", "Anna and Ben the Younger deleted")};
+    for (const auto& each : steps)
+        EXPECT_THAT(evening, each);
+    EXPECT_THAT(evening,
+                AllOf(HasSubstr(" was the last of 240 and is in front, at 0:12:34\n"),
+                      HasSubstr("; what to do: check the network"), HasSubstr("\n19 steps, ")));
+    EXPECT_THAT(evening,
+                AllOf(Not(HasSubstr("eyJ")), Not(HasSubstr("\x1b")), Not(HasSubstr("20. "))));
+}
+
+TEST_F(Demo, PrintsTheListsAsTheyAreInTheEnd) {
+    startBlockingService({"--max-size", "240"});
+    const std::string evening = outputOf({"demo"});
+    EXPECT_THAT(evening, testing::ContainsRegex(
+                             "\nHistory\n"
+                             "  VIDEO +KIND +PROGRESS +OF LONGEST +STATE +ADDED\n"
+                             "  film-5 +VIDEO +1:30:00 +██████████ +completed +[0-9: -]+\n"));
+    EXPECT_THAT(evening, HasSubstr("\n  … 232 more\n  240 entries, 240 at most\n"));
+    EXPECT_THAT(evening, testing::ContainsRegex("\nWatch list\n  VIDEO +KIND +ADDED\n"
+                                                "  film-7 .*\n  film-6 .*\n  2 entries"));
+    EXPECT_THAT(evening, HasSubstr("\n  6 entries, 240 at most\n"));
+}
+
+TEST_F(Demo, LeavesTheHouseholdAsItWasAndCanBePlayedAgain) {
+    startBlockingService();
+    outputOf({"profiles", "create", "Anna"});
+    outputOf({"watchlist", "add", "v1", "--profile", "Anna"});
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_THAT(outputOf({"demo"}), HasSubstr("4 profiles: Parent, Anna, Anna 2, Ben\n"));
+        EXPECT_THAT(names(), testing::ElementsAre("Parent", "Anna"));
+    }
+    EXPECT_THAT(outputOf({"watchlist", "list", "--profile", "Anna"}),
+                AllOf(HasSubstr("v1"), HasSubstr("1 entry")));
+}
+
+TEST_F(Demo, DeletesWhatAnInterruptedOneHasLeft) {
+    startBlockingService();
+    outputOf({"profiles", "create", "Anna", "--group", "kestrin-profile demo"});
+    EXPECT_THAT(outputOf({"demo"}), AllOf(HasSubstr("1 that an earlier demo left deleted"),
+                                          HasSubstr("3 profiles: Parent, Anna, Ben\n")));
+    EXPECT_THAT(names(), testing::ElementsAre("Parent"));
+}
+
+TEST_F(Demo, WhereNoProfileIsBlockedItSaysSoAndFails) {
+    startService();
+    const auto result = runConfigured({"demo"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.errors,
+                AllOf(HasSubstr("step 3, bind for a blocked profile: not so: the service answers "
+                                "403 for the profile 'blocked'; instead: "),
+                      HasSubstr("404"), HasSubstr("--block")));
+    EXPECT_THAT(result.output, AllOf(HasSubstr("ok 2."), Not(HasSubstr("ok 3."))));
+}
+
+TEST_F(Demo, AStepThatGoesThroughAgainstExpectationFails) {
+    const RawServer server([](TestSupport::RawConnection& connection) {
+        while (connection.readRequest())
+            connection.send(TestSupport::httpReply(200, R"({"profileId":"p","token":"t"})"));
+    });
+    write(configuration,
+          R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"
+          R"("personalization-bind-anonymous":{"method":"POST","url":")" +
+              server.url("/bind") + R"("}}})");
+    const auto result = runConfigured({"demo"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.errors,
+                HasSubstr("step 3, bind for a blocked profile: not so: it fails, as it must"));
+}
+
+TEST_F(Demo, WhereTheHouseholdIsFullItFailsAndDeletesWhatItCreated) {
+    startBlockingService({"--max-profiles", "2"});
+    const auto result = runConfigured({"demo"});
+    EXPECT_EQ(result.code, 7);
+    EXPECT_THAT(result.errors, AllOf(HasSubstr("step 6, two profiles are created and listed: "),
+                                     HasSubstr("409")));
+    EXPECT_THAT(names(), testing::ElementsAre("Parent"));
+}
+
+TEST_F(Demo, AServiceThatIsNotThereIsANetworkError) {
+    startBlockingService();
+    service->signal(SIGTERM);
+    ASSERT_EQ(service->wait(), 0);
+    const auto result = runConfigured({"demo"});
+    EXPECT_EQ(result.code, 5);
+    EXPECT_THAT(result.errors, HasSubstr("step 1, bind for the parent: "));
+}
+
+TEST_F(Demo, AServiceThatKeepsOnlyAFewEntriesWillDo) {
+    startBlockingService({"--max-size", "3"});
+    EXPECT_THAT(outputOf({"demo"}), HasSubstr("the list keeps the newest 3, "));
+}
+
+TEST_F(Demo, PrintsJSONForPrograms) {
+    startBlockingService();
+    int steps = 0;
+    int lists = 0;
+    for (const auto& line : linesOf(outputOf({"demo", "--json"}))) {
+        const auto parsed = JSONDictionary::parse(line);
+        const auto* const document = std::get_if<JSONDictionary>(&parsed);
+        ASSERT_NE(document, nullptr) << line;
+        if (const auto number = document->integer("step")) {
+            EXPECT_EQ(*number, ++steps);
+            EXPECT_TRUE(document->text("scene") && document->text("what"));
+            EXPECT_THAT(std::string(document->text("outcome").value_or("")), Not(IsEmpty()));
+        } else {
+            ++lists;
+        }
+    }
+    EXPECT_EQ(steps, 19);
+    EXPECT_EQ(lists, 4);
+}
+
+TEST_F(Demo, HasColoursOnATerminal) {
+    if (!std::filesystem::exists("/usr/bin/script"))
+        GTEST_SKIP() << "no program to make a terminal";
+    startBlockingService();
+    environment["TERM"] = "xterm";
+    EXPECT_THAT(runOnTerminal("demo").output, HasSubstr("\x1b[32mok\x1b[0m 19. "));
+}
+
+}  // namespace
