@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <random>
 #include <string_view>
+#include <utility>
 
 namespace Bench {
 
