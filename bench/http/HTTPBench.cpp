@@ -23,12 +23,13 @@
 
 namespace {
 
-using Bench::Clock;
 using Bench::HistoryHeaders;
 using Bench::HistoryService;
 using Bench::InFlight;
 using Bench::Latencies;
+using Bench::manyInFlight;
 using Bench::Nginx;
+using Bench::oneAtATime;
 using Bench::PlainCurl;
 using Bench::PlainCurlThread;
 using benchmark::State;
@@ -37,31 +38,6 @@ constexpr const char* small = "/v1/history";
 constexpr const char* large = "/v1/large";
 constexpr std::size_t batch = 1024;
 constexpr std::size_t largeBatch = 16;
-
-/// Measures operations that end on the calling thread.
-/// @param operation  tells whether it did what it should
-void oneAtATime(State& state, const std::function<bool()>& operation) {
-    Latencies latencies;
-    for (int i = 0; i < 10; ++i)
-        static_cast<void>(operation());
-    for (auto _ : state) {
-        const auto begin = Clock::now();
-        const bool ok = operation();
-        latencies.add(Clock::now() - begin);
-        if (!ok) latencies.addFailure();
-    }
-    latencies.report(state);
-}
-
-/// Measures runs of operations that keep so many in flight, once the connections are there.
-void manyInFlight(State& state, const std::function<void(Latencies&)>& run) {
-    Latencies latencies;
-    Latencies unmeasured;
-    run(unmeasured);
-    for (auto _ : state)
-        run(latencies);
-    latencies.report(state);
-}
 
 void oursOneAtATime(State& state, const Nginx& nginx) {
     const HistoryService service(nginx.url(small));

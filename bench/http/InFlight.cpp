@@ -55,4 +55,26 @@ void InFlight::end(Clock::duration latency, bool ok) {
     if (++ended_ == total_) changed_.notify_one();
 }
 
+void oneAtATime(benchmark::State& state, const std::function<bool()>& operation) {
+    Latencies latencies;
+    for (int i = 0; i < 10; ++i)
+        static_cast<void>(operation());
+    for (auto _ : state) {
+        const auto begin = Clock::now();
+        const bool ok = operation();
+        latencies.add(Clock::now() - begin);
+        if (!ok) latencies.addFailure();
+    }
+    latencies.report(state);
+}
+
+void manyInFlight(benchmark::State& state, const std::function<void(Latencies&)>& run) {
+    Latencies latencies;
+    Latencies unmeasured;
+    run(unmeasured);
+    for (auto _ : state)
+        run(latencies);
+    latencies.report(state);
+}
+
 }  // namespace Bench

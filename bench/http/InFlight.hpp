@@ -58,6 +58,13 @@ class InFlight {
     Latencies latencies_;
 };
 
+/// Measures operations that end on the calling thread, once the connection is there.
+/// @param operation  tells whether it did what it should
+void oneAtATime(benchmark::State& state, const std::function<bool()>& operation);
+
+/// Measures runs of many operations, once the connections are there.
+void manyInFlight(benchmark::State& state, const std::function<void(Latencies&)>& run);
+
 /// Hands a value from one thread to another that waits for it.
 template <class T>
 class Handover {
