@@ -73,7 +73,7 @@ struct Work {
 constexpr Work inFlight64{batch, 64};
 
 void ours(State& state, const std::string& url, const std::string& certificateFile, Work work) {
-    const HistoryService service(url, certificateFile);
+    const HistoryService service(url, {.caBundleFile = certificateFile});
     manyInFlight(state, [&](Latencies& latencies) {
         InFlight(work.total, work.places, [&](InFlight::Done done) {
             service.request(std::move(done));

@@ -1,11 +1,12 @@
 #include "http/HistoryService.hpp"
 
 #include <exception>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 #include <variant>
 
-#include <HalvardSling/CurlTransport.hpp>
+#include <HalvardSling/Transport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
@@ -33,10 +34,9 @@ Configuration configurationOf(const std::string& url) {
 
 }  // namespace
 
-HistoryService::HistoryService(const std::string& url, const std::string& certificateFile) {
+HistoryService::HistoryService(const std::string& url, Options options) {
     ConfigurationManager::sharedInstance().configure(configurationOf(url));
-    HalvardSling::setDefaultTransport(
-        std::make_shared<CurlTransport>(CurlTransport::Options{.caBundleFile = certificateFile}));
+    HalvardSling::setDefaultTransport(std::make_shared<CurlTransport>(std::move(options)));
     params_ = ProfileParams(AnonymousBind(HistoryHeaders::profileID, HistoryHeaders::token));
 }
 
@@ -44,8 +44,12 @@ HistoryService::~HistoryService() {
     HalvardSling::setDefaultTransport(nullptr);
 }
 
+HalvardSling::Observable<UserProfile> HistoryService::history() const {
+    return Profile().requestHistory(params_);
+}
+
 void HistoryService::request(InFlight::Done done) const {
-    Profile().requestHistory(params_).subscribe(
+    history().subscribe(
         [done](const UserProfile& list) { done(list.elements && !list.elements->empty()); },
         [done](const std::exception_ptr&) { done(false); }, [] {});
 }

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
-#include <HalvardSling/Transport.hpp>
+#include <HalvardSling/CurlTransport.hpp>
+#include <HalvardSling/Observable.hpp>
+#include <KestrinProfile/model/UserProfile.hpp>
 #include <KestrinProfile/params/ProfileParams.hpp>
 
 #include "http/InFlight.hpp"
@@ -24,16 +25,20 @@ struct HistoryHeaders {
 /// transport of its own while this lives.
 class HistoryService {
   public:
-    /// @param url              without a query, e.g. "http://127.0.0.1:8480/v1/history"
-    /// @param certificateFile  whom to trust; empty: the system's authorities
-    explicit HistoryService(const std::string& url, const std::string& certificateFile = {});
+    using Options = HalvardSling::CurlTransport::Options;
+
+    /// @param url  without a query, e.g. "http://127.0.0.1:8480/v1/history"
+    explicit HistoryService(const std::string& url, Options options = {});
     HistoryService(const HistoryService&) = delete;
     HistoryService(HistoryService&&) = delete;
     HistoryService& operator=(const HistoryService&) = delete;
     HistoryService& operator=(HistoryService&&) = delete;
     ~HistoryService();
 
-    /// Subscribes to `Profile::requestHistory`. Told whether a decoded list with entries came.
+    /// The history, not yet subscribed to.
+    [[nodiscard]] HalvardSling::Observable<KestrinProfile::UserProfile> history() const;
+
+    /// Subscribes to it. Told whether a decoded list with entries came.
     void request(InFlight::Done done) const;
 
     /// The same on the calling thread.
