@@ -1,0 +1,287 @@
+#!/usr/bin/env python3
+"""Makes docs/performance.md and its pictures of what the benchmark programs wrote.
+
+usage: report.py RESULTS DOCS
+
+RESULTS holds one JSON file of Google Benchmark for each program and round. A benchmark's name is
+topic/subject/n. A ratio is the median of the rounds' ratios, so that a clock that swings between
+rounds does not matter. Fills the template beside this file and prints the tables.
+"""
+
+import json
+import pathlib
+import platform
+import re
+import statistics
+import subprocess
+import sys
+
+OURS = "KestrinProfile"
+
+
+class Results:
+    """The figures of all rounds: of a topic, a subject and an n, one record for each round."""
+
+    def __init__(self, folder):
+        self.records = {}
+        files = sorted(folder.glob("*.json"), key=lambda file: int(file.stem.rsplit(".", 1)[-1])
+                       if file.stem.rsplit(".", 1)[-1].isdigit() else 0)
+        for file in files:
+            content = json.loads(file.read_text())
+            for record in content.get("benchmarks", []):
+                if record.get("run_type") == "aggregate" or "error_occurred" in record:
+                    continue
+                parts = [part for part in record["name"].split("/")
+                         if part not in ("real_time", "manual_time") and ":" not in part.replace("::", "")]
+                n = int(parts[-1]) if parts[-1].isdigit() else 1
+                subject = "/".join(parts[1:-1] if parts[-1].isdigit() else parts[1:])
+                self.records.setdefault((parts[0], subject, n), []).append(record)
+
+    def subjects(self, topic):
+        return list(dict.fromkeys(key[1] for key in self.records if key[0] == topic))
+
+    def sizes(self, topic):
+        return sorted({key[2] for key in self.records if key[0] == topic})
+
+    def values(self, topic, subject, n, figure):
+        return [figure(record) for record in self.records.get((topic, subject, n), [])]
+
+    def median(self, topic, subject, n, figure):
+        values = self.values(topic, subject, n, figure)
+        return statistics.median(values) if values else None
+
+    def ratio(self, topic, n, subject, other, figure):
+        """How many times the figure of `subject` is that of `other`."""
+        pairs = zip(self.values(topic, subject, n, figure), self.values(topic, other, n, figure))
+        ratios = [one / two for one, two in pairs if two]
+        return statistics.median(ratios) if ratios else None
+
+
+def nanoseconds(record):
+    """Time for one item."""
+    return 1e9 / record["items_per_second"]
+
+
+def counter(name):
+    return lambda record: record.get(name, 0)
+
+
+def shown(value, digits=3):
+    if value is None:
+        return "–"
+    if value >= 1000:
+        return f"{value:,.0f}"
+    return f"{value:.{digits}g}"
+
+
+def table(headings, rows):
+    lines = ["| " + " | ".join(headings) + " |", "|" + "---|" * len(headings)]
+    return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows])
+
+
+def time_table(results, topic):
+    """Of each subject the time for an item, and how many times as long it takes as ours."""
+    sizes = results.sizes(topic)
+    headings = [""] + [heading for n in sizes for heading in
+                       ((f"ns, n = {n:,}", "against ours") if len(sizes) > 1 else ("ns", "against ours"))]
+    rows = []
+    for subject in results.subjects(topic):
+        row = [subject]
+        for n in sizes:
+            row.append(shown(results.median(topic, subject, n, nanoseconds)))
+            row.append(shown(results.ratio(topic, n, subject, OURS, nanoseconds), 2) + " ×")
+        rows.append(row)
+    return table(headings, rows)
+
+
+def counter_table(results, topic, n, names):
+    rows = [[subject] + [shown(results.median(topic, subject, n, counter(name))) for name in names]
+            for subject in results.subjects(topic)
+            if results.median(topic, subject, n, counter(names[0]))]
+    return table([""] + [name.replace("_", " ") for name in names], rows)
+
+
+def rate_table(results, topics):
+    rows = []
+    for topic in topics:
+        for n in results.sizes(topic):
+            for subject in results.subjects(topic):
+                rate = results.median(topic, subject, n, lambda record: record["items_per_second"])
+                if rate is None:
+                    continue
+                rows.append([f"{topic}, n = {n:,}", subject, shown(rate),
+                             shown(results.ratio(topic, n, OURS, subject,
+                                                 lambda record: record["items_per_second"]), 3),
+                             shown(results.median(topic, subject, n, counter("p50_us"))),
+                             shown(results.median(topic, subject, n, counter("p99_us")))])
+    return table(["work", "", "per second", "ours is … times that", "p50 µs", "p99 µs"], rows)
+
+
+def damage_table(folder):
+    damage = json.loads((folder / "damage.json").read_text())
+    rows = [[name, str(each["accepted"]), str(each["crashed"])]
+            for name, each in damage["decoders"].items()]
+    return table([f"of {damage['broken']:,} broken texts", "taken", "ended the process"], rows)
+
+
+def instruction_table(folder):
+    rows = [line.split("\t") for line in (folder / "instructions.tsv").read_text().splitlines()]
+    return table(["", "instructions per entry"],
+                 [[name, shown(int(count) / 1000)] for name, count in rows])
+
+
+# What is promised: the text, the figure of the results, and what it has to be.
+AT_LEAST, AT_MOST = ">=", "<="
+
+
+def goals(results):
+    def times(topic, n, peer):
+        return results.ratio(topic, n, peer, OURS, nanoseconds)
+
+    def rate(topic, n, peer):
+        return results.ratio(topic, n, OURS, peer, lambda record: record["items_per_second"])
+
+    def p99(topic, n, peer):
+        return results.ratio(topic, n, OURS, peer, counter("p99_us"))
+
+    def ours(topic, n, figure):
+        return results.median(topic, OURS, n, figure)
+
+    def only(topic):
+        sizes = results.sizes(topic)
+        return sizes[-1] if sizes else 1
+
+    many, one, tls, big = "http_64_in_flight", "http_one_at_a_time", "https_http2_64_in_flight", "http_1MB"
+    return [
+        ("decode 50 entries, times faster than nlohmann-json", times("decode", 50, "nlohmann-json"), AT_LEAST, 8),
+        ("decode 1,000 entries, the same", times("decode", 1000, "nlohmann-json"), AT_LEAST, 9),
+        ("decode 100,000 entries, the same", times("decode", 100000, "nlohmann-json"), AT_LEAST, 9),
+        ("decode 1,000 entries with shuffled keys, the same", times("decode_shuffled", 1000, "nlohmann-json"), AT_LEAST, 7),
+        ("peak bytes per entry at 1,000, with text and record", ours("decode", 1000, counter("peak_bytes_per_entry")), AT_MOST, 700),
+        ("allocations per entry at 50", ours("decode", 50, counter("allocations_per_entry")), AT_MOST, 1.2),
+        ("parse a date, ns", ours("date_parse", 1, nanoseconds), AT_MOST, 30),
+        ("parse a date, times faster than ICU", times("date_parse", 1, "ICU"), AT_LEAST, 250),
+        ("parse a date, times faster than strptime", times("date_parse", 1, "strptime and timegm"), AT_LEAST, 6),
+        ("format a date, ns", ours("date_format", 1, nanoseconds), AT_MOST, 35),
+        ("format a date, times faster than ICU", times("date_format", 1, "ICU"), AT_LEAST, 100),
+        ("one request without the network, ns", ours("request_history", 1, nanoseconds), AT_MOST, 5000),
+        ("one request without the network, allocations", ours("request_history", 1, counter("allocations")), AT_MOST, 40),
+        ("one at a time, rate against plain libcurl", rate(one, only(one), "libcurl"), AT_LEAST, 0.85),
+        ("one at a time, p99 against plain libcurl", p99(one, only(one), "libcurl"), AT_MOST, 1.5),
+        ("one at a time, rate against cpprestsdk", rate(one, only(one), "cpprestsdk"), AT_LEAST, 2),
+        ("64 in flight, rate against plain libcurl", rate(many, only(many), "libcurl"), AT_LEAST, 0.85),
+        ("64 in flight, p99 against plain libcurl", p99(many, only(many), "libcurl"), AT_MOST, 1.5),
+        ("64 in flight, rate against cpprestsdk", rate(many, only(many), "cpprestsdk"), AT_LEAST, 2),
+        ("HTTP/2 over TLS, rate against plain libcurl", rate(tls, only(tls), "libcurl"), AT_LEAST, 0.85),
+        ("HTTP/2 over TLS, p99 against plain libcurl", p99(tls, only(tls), "libcurl"), AT_MOST, 1.5),
+        ("1 MB replies, rate against plain libcurl", rate(big, only(big), "libcurl"), AT_LEAST, 0.9),
+        ("100,000 waiting subscriptions, MB", ours("subscriptions", 100000, counter("total_MB")), AT_MOST, 150),
+        ("template, times faster than find and replace", times("template", 8, "find and replace"), AT_LEAST, 6),
+        ("percent-encoding, times faster than curl_easy_escape", times("percent_encoding", 20, "curl_easy_escape"), AT_LEAST, 4),
+        ("service: reads of 50 entries per second", ours("server_read", only("server_read"), lambda record: record["items_per_second"]), AT_LEAST, 8000),
+        ("service: a durable write, times SQLite's own commit", results.ratio("server_write", only("server_write"), OURS, "SQLite", nanoseconds), AT_MOST, 1.3),
+    ]
+
+
+def verdict(value, kind, limit):
+    if value is None:
+        return "not measured"
+    return "met" if (value >= limit if kind == AT_LEAST else value <= limit) else "missed"
+
+
+def goal_table(results):
+    rows = [[text, shown(value), f"{'at least' if kind == AT_LEAST else 'at most'} {limit:,}",
+             verdict(value, kind, limit)] for text, value, kind, limit in goals(results)]
+    return table(["goal", "measured", "wanted", ""], rows)
+
+
+def picture(docs, name, title, axes, curves):
+    """Draws curves, a list of (title, [(x, y)…]), with gnuplot."""
+    plots = ", ".join(f"'-' using 1:2 with linespoints lw 2 pt 7 ps 0.5 title '{label}'"
+                      for label, _ in curves)
+    inline = "\ne\n".join("\n".join(f"{x} {y}" for x, y in points) for _, points in curves) + "\ne\n"
+    script = (f"set terminal svg size 720,420 font 'sans-serif,13' background 'white'\n"
+              f"set title '{title}'\nset xlabel '{axes[0]}'\nset ylabel '{axes[1]}'\n"
+              f"set logscale xy\nset grid\nset key left top\nset format '%.0s%c'\n"
+              f"plot {plots}\n{inline}")
+    drawn = subprocess.run(["gnuplot"], input=script, capture_output=True, text=True, check=True)
+    (docs / "pictures").mkdir(exist_ok=True)
+    (docs / "pictures" / f"{name}.svg").write_text(drawn.stdout)
+
+
+def curve(results, topic, subject, figure):
+    return (subject, [(n, results.median(topic, subject, n, figure)) for n in results.sizes(topic)
+                      if results.median(topic, subject, n, figure) is not None])
+
+
+def pictures(results, docs):
+    whole = lambda record: record["real_time"] * {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1}[record["time_unit"]]
+    drawn = [("entries", "From text to record", ("entries", "seconds"),
+              [curve(results, "decode", subject, whole) for subject in results.subjects("decode")]),
+             ("requests", "Requests, all issued at once", ("requests", "seconds"),
+              [curve(results, "http_requests", OURS, whole)]),
+             ("subscriptions", "Subscriptions that wait", ("subscriptions", "MB held"),
+              [curve(results, "subscriptions", OURS, counter("total_MB"))])]
+    for name, title, axes, curves in drawn:
+        curves = [each for each in curves if each[1]]
+        if curves:
+            picture(docs, name, title, axes, curves)
+
+
+def machine():
+    cpu = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())
+    compiler = subprocess.run(["g++", "--version"], capture_output=True, text=True, check=True)
+    packages = ["libboost-json1.81-dev", "libcurl4-openssl-dev", "libsqlite3-dev", "libicu-dev",
+                "nlohmann-json3-dev", "rapidjson-dev", "libsimdjson-dev", "libcpp-httplib-dev",
+                "libhowardhinnant-date-dev", "libfmt-dev", "nginx-light"]
+    versions = subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *packages],
+                              capture_output=True, text=True, check=False).stdout
+    return "\n".join([f"- {cpu.group(1) if cpu else platform.machine()}, Linux {platform.release()}",
+                      f"- {compiler.stdout.splitlines()[0]}, -O3",
+                      "- " + ", ".join(versions.split("\n")).rstrip(", ")])
+
+
+def main():
+    folder, docs = map(pathlib.Path, sys.argv[1:3])
+    results = Results(folder)
+    sections = {
+        "machine": machine(),
+        "goals": goal_table(results),
+        "decode": time_table(results, "decode"),
+        "decode_shuffled": time_table(results, "decode_shuffled"),
+        "decode_heap": counter_table(results, "decode", 1000, ["peak_bytes_per_entry", "allocations_per_entry"]),
+        "instructions": instruction_table(folder),
+        "damage": damage_table(folder),
+        "date_parse": time_table(results, "date_parse"),
+        "date_format": time_table(results, "date_format"),
+        "texts": time_table(results, "percent_encoding") + "\n\n" + time_table(results, "template"),
+        "requests": "\n\n".join(f"`{topic}`:\n\n" + counter_table_with_time(results, topic) for topic in
+                                ["request_history", "request_add_video", "request_create_profile", "rx_chain"]),
+        "http": rate_table(results, ["http_one_at_a_time", "http_64_in_flight",
+                                     "https_http2_64_in_flight", "http_1MB", "http_requests"]),
+        "subscriptions": counter_table_by_size(results, "subscriptions", ["bytes_per_subscription", "total_MB"]),
+        "server": rate_table(results, ["server_read", "server_write", "server_write_concurrent"]),
+    }
+    template = (pathlib.Path(__file__).parent / "performance.md.in").read_text()
+    for name, content in sections.items():
+        template = template.replace("{{" + name + "}}", content)
+    (docs / "performance.md").write_text(template)
+    pictures(results, docs)
+    print(sections["goals"])
+
+
+def counter_table_with_time(results, topic):
+    rows = [[subject, shown(results.median(topic, subject, n, nanoseconds)),
+             shown(results.median(topic, subject, n, counter("allocations")))]
+            for n in results.sizes(topic) for subject in results.subjects(topic)]
+    return table(["", "ns", "allocations"], rows)
+
+
+def counter_table_by_size(results, topic, names):
+    rows = [[f"{n:,}"] + [shown(results.median(topic, OURS, n, counter(name))) for name in names]
+            for n in results.sizes(topic)]
+    return table(["n"] + [name.replace("_", " ") for name in names], rows)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Runs the benchmark programs, several rounds of each, and makes docs/performance.md of the figures.
+# usage: run.sh BUILD_DIRECTORY [ROUNDS]
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+readonly build=$1 rounds=${2:-5}
+readonly programs=$build/programs results=$build/results
+
+rm -rf "$results"
+mkdir -p "$results"
+# A round runs every program once, so that peers in different programs meet the same minute.
+for round in $(seq "$rounds"); do
+    for program in "$programs"/*_bench; do
+        name=$(basename "$program")
+        echo "round $round of $rounds: $name"
+        "$program" --benchmark_min_time=0.1 --benchmark_out_format=json \
+            --benchmark_out="$results/$name.$round.json" >/dev/null 2>"$results/$name.log" ||
+            { cat "$results/$name.log" >&2; exit 1; }
+    done
+done
+
+"$programs/decode_damage" >"$results/damage.json"
+for decoder in KestrinProfile nlohmann-json "Boost.JSON DOM, monotonic" "RapidJSON DOM" \
+    "copying the record"; do
+    # simdjson chooses instructions that valgrind does not know.
+    collected=$(valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file=/dev/null \
+        "$programs/decode_instructions" "$decoder" 1000 2>&1 | sed -n 's/.*Collected : //p')
+    printf '%s\t%s\n' "$decoder" "$collected"
+done >"$results/instructions.tsv"
+
+python3 bench/report/report.py "$results" docs
