@@ -108,9 +108,13 @@ AnonymousBind bindFor(Session& session, const std::string& profileID) {
     return bind;
 }
 
+std::string callersName(const Session& session) {
+    return session.options.profile.value_or(ConfigurationManager::parentProfileID());
+}
+
 std::string callersID(Session& session) {
     const std::string parent = ConfigurationManager::parentProfileID();
-    const std::string named = session.options.profile.value_or(parent);
+    const std::string named = callersName(session);
     if (named == parent || session.options.dryRun || heldFor(named)) return named;
     Caller asking(session, parent);
     return *Household(asking).find(named).profileID;

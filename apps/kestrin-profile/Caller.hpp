@@ -25,7 +25,6 @@ class Caller {
     Caller(Session& session, std::string profileID);
 
     [[nodiscard]] const KestrinConfigManager::AnonymousBind& bind() const noexcept { return bind_; }
-    [[nodiscard]] const std::string& profileID() const noexcept { return profileID_; }
     [[nodiscard]] Session& session() const noexcept { return session_; }
 
     /// Waits for the one value of a request.
@@ -73,6 +72,9 @@ class Household {
 /// a new one, which is kept.
 [[nodiscard]] KestrinConfigManager::AnonymousBind bindFor(Session& session,
                                                           const std::string& profileID);
+
+/// The profile that acts, as the command line names it: by its identifier or its name.
+[[nodiscard]] std::string callersName(const Session& session);
 
 /// The identifier of the profile that acts: the parent, or what --profile names by its identifier
 /// or its name. Only a profile for which no bind is held is looked up.

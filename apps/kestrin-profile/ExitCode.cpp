@@ -106,7 +106,7 @@ const std::vector<ExitCodeMeaning>& exitCodeMeanings() {
         {ExitCode::network, "no answer: unreachable, TLS, time is up"},
         {ExitCode::notFound, "the service does not have it (404, or it is in no list)"},
         {ExitCode::validation, "what was asked for is not acceptable (400, 409, 422)"},
-        {ExitCode::interrupted, "interrupted"},
+        {ExitCode::interrupted, "interrupted, or a question was not answered with yes"},
     };
     return all;
 }

@@ -17,7 +17,7 @@ enum class ExitCode : int {
     network = 5,        ///< no answer: unreachable, TLS, time is up
     notFound = 6,       ///< the service does not have it: 404
     validation = 7,     ///< what was asked for is not acceptable: 400, 409, 422, or refused here
-    interrupted = 130,  ///< by SIGINT or SIGTERM
+    interrupted = 130,  ///< by SIGINT or SIGTERM, or not confirmed
 };
 
 /// What an exit code means, for people.

@@ -2,23 +2,20 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <string_view>
 #include <unistd.h>
 
 #include <fmt/format.h>
 
 #include "ExitCode.hpp"
+#include "Readable.hpp"
 #include "Text.hpp"
 
 namespace KestrinProfileCLI {
 
 namespace {
-
-constexpr int pollMilliseconds = 100;
 
 /// A file that is open for reading, until its end.
 class Input {
@@ -41,7 +38,7 @@ class Input {
         std::string all;
         std::array<char, 65536> piece{};
         for (;;) {
-            if (!isReady(interruption)) continue;
+            awaitReadable(interruption, descriptor_);
             const ssize_t count = read(descriptor_, piece.data(), piece.size());
             if (count < 0) fail();
             if (count == 0) return all;
@@ -50,13 +47,6 @@ class Input {
     }
 
   private:
-    [[nodiscard]] bool isReady(Interruption& interruption) const {
-        if (!interruption.pause(std::chrono::seconds(0)))
-            throw CommandError({ExitCode::interrupted, "interrupted", {}});
-        pollfd waited{descriptor_, POLLIN, 0};
-        return poll(&waited, 1, pollMilliseconds) != 0;
-    }
-
     [[noreturn]] void fail() const {
         throw CommandError({ExitCode::usage,
                             fmt::format("cannot read {}: {}", name_, std::strerror(errno)),

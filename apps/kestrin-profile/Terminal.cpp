@@ -43,7 +43,8 @@ constexpr const char* thisLine = "\r\x1b[K";
 }  // namespace
 
 Terminal::Terminal()
-    : outIsTerminal_(isatty(STDOUT_FILENO) == 1),
+    : inIsTerminal_(isatty(STDIN_FILENO) == 1),
+      outIsTerminal_(isatty(STDOUT_FILENO) == 1),
       errIsTerminal_(isatty(STDERR_FILENO) == 1),
       outHasColours_(hasColours(STDOUT_FILENO)),
       errHasColours_(hasColours(STDERR_FILENO)) {}
@@ -78,6 +79,10 @@ void Terminal::progress(std::string_view text) const {
 
 void Terminal::note(std::string_view text) const {
     print(stderr, text);
+}
+
+void Terminal::ask(std::string_view question) const {
+    std::fputs(printable(question).c_str(), stderr);
 }
 
 void Terminal::failure(std::string_view message, std::string_view advice) const {

@@ -51,6 +51,12 @@ class Terminal {
     /// nothing unless that is a terminal. An empty text takes it away.
     void progress(std::string_view text) const;
 
+    /// Whether a person can be asked: what is asked is seen, and what is typed comes here.
+    [[nodiscard]] bool canAsk() const noexcept { return inIsTerminal_ && errIsTerminal_; }
+
+    /// Prints a question on standard error; the answer stands on the same line.
+    void ask(std::string_view question) const;
+
     /// Whether results go to a terminal.
     [[nodiscard]] bool isInteractive() const noexcept { return outIsTerminal_; }
 
@@ -58,6 +64,7 @@ class Terminal {
     [[nodiscard]] std::string marked(Mark mark, std::string_view text) const;
 
   private:
+    bool inIsTerminal_;
     bool outIsTerminal_;
     bool errIsTerminal_;
     bool outHasColours_;

@@ -53,8 +53,10 @@ class CommandLine : public testing::Test {
     }
 
     /// Runs the program on a terminal, which both its outputs go to.
-    Result runOnTerminal(const std::string& arguments) {
-        return runShell("exec script -qec \"$client " + arguments + "\" /dev/null");
+    /// @param typed  what is typed there, in the form of printf; then the input ends
+    Result runOnTerminal(const std::string& arguments, const std::string& typed = "") {
+        return runShell("printf '" + typed + "' | script -qec \"$client " + arguments +
+                        "\" /dev/null");
     }
 
     void startService(const std::vector<std::string>& more = {}) {

@@ -11,6 +11,7 @@
 
 #include "../Batch.hpp"
 #include "../Caller.hpp"
+#include "../Confirmation.hpp"
 #include "../Format.hpp"
 #include "../Results.hpp"
 #include "../Watch.hpp"
@@ -97,6 +98,7 @@ struct ListOptions {
     const ListKind& kind;
     WatchOptions watch;
     bool utc = false;
+    bool isConfirmed = false;
     std::string videoID;
     BatchOptions batch;
     Watched watched;
@@ -180,6 +182,8 @@ ExitCode remove(Session& session, const ListOptions& options) {
 ExitCode clear(Session& session, const ListOptions& options) {
     session.configure();
     const std::string brand = brandOf(session);
+    confirm(session, options.isConfirmed,
+            fmt::format("clear {} of the profile '{}'", options.kind.name, callersName(session)));
     const auto reply = Caller(session).await([&](const AnonymousBind& bind) {
         return (Profile().*options.kind.clear)(ProfileParams(bind, brand));
     });
@@ -261,6 +265,12 @@ void addRemoving(CLI::App& group, Command& chosen, const Shared& options) {
     onChosen(command, chosen, options, &remove);
 }
 
+void addClearing(CLI::App& group, Command& chosen, const Shared& options) {
+    auto& command = *group.add_subcommand("clear", "Remove all entries");
+    addConfirmation(command, options->isConfirmed);
+    onChosen(command, chosen, options, &clear);
+}
+
 void addGroup(CLI::App& app, Command& chosen, const ListKind& kind) {
     const auto options = std::make_shared<ListOptions>(kind);
     auto& group = *app.add_subcommand(kind.command, kind.description);
@@ -270,7 +280,7 @@ void addGroup(CLI::App& app, Command& chosen, const ListKind& kind) {
     addAdding(group, chosen, options);
     if (&kind == &favorites) addAddingMany(group, chosen, options);
     addRemoving(group, chosen, options);
-    onChosen(*group.add_subcommand("clear", "Remove all entries"), chosen, options, &clear);
+    addClearing(group, chosen, options);
 }
 
 }  // namespace

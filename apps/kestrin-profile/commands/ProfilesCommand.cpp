@@ -13,6 +13,7 @@
 
 #include "../Batch.hpp"
 #include "../Caller.hpp"
+#include "../Confirmation.hpp"
 #include "../Results.hpp"
 #include "../Watch.hpp"
 #include "Commands.hpp"
@@ -35,6 +36,7 @@ struct ProfileOptions {
     std::optional<std::string> avatar;
     std::optional<std::string> group;
     std::optional<bool> isDefault;
+    bool isConfirmed = false;
 
     WatchOptions watch;
     BatchOptions batch;
@@ -96,9 +98,17 @@ void dropBind(const std::string& profileID) {
     manager.setBindToken(std::nullopt);
 }
 
+/// What is asked before profiles are deleted.
+std::string questionFor(const std::vector<Item>& items) {
+    const std::string what = items.size() == 1 ? fmt::format("the profile '{}'", items[0].text)
+                                               : fmt::format("{} profiles", items.size());
+    return "delete " + what + " with all lists";
+}
+
 ExitCode remove(Session& session, const ProfileOptions& options) {
     session.configure();
     const auto items = itemsOf(options.batch.items, session.interruption());
+    confirm(session, options.isConfirmed, questionFor(items));
     Caller caller(session);
     const Household household(caller);
     const auto request = [&](const AnonymousBind& bind, const std::string& nameOrID) {
@@ -170,9 +180,10 @@ void addProfilesCommand(CLI::App& app, Command& chosen) {
     addName(creating, options, "The profile's name");
     addLooks(creating, options);
     addEdit(group, chosen, options);
-    addBatch(addCommand(group, "delete", "Delete profiles with all their lists", chosen, options,
-                        &remove),
-             options->batch, "PROFILE", "A profile, by identifier or name");
+    auto& deleting = addCommand(group, "delete", "Delete profiles with all their lists", chosen,
+                                options, &remove);
+    addBatch(deleting, options->batch, "PROFILE", "A profile, by identifier or name");
+    addConfirmation(deleting, options->isConfirmed);
     addName(addCommand(group, "validate", "Say whether a profile could have a name", chosen,
                        options, &validate),
             options, "The name");

@@ -8,6 +8,7 @@
 
 #include "../Batch.hpp"
 #include "../Caller.hpp"
+#include "../Confirmation.hpp"
 #include "../Results.hpp"
 #include "Commands.hpp"
 
@@ -31,9 +32,11 @@ ExitCode add(Session& session, const BatchOptions& options) {
     return runBatch(caller, options, items, {request, "added", "to the search history"});
 }
 
-ExitCode removeAll(Session& session) {
+ExitCode removeAll(Session& session, bool isConfirmed) {
     session.configure();
     const std::string brand = brandOf(session);
+    confirm(session, isConfirmed,
+            fmt::format("delete the search history of the profile '{}'", callersName(session)));
     const auto reply = Caller(session).await([&](const AnonymousBind& /*selected*/) {
         return Profile().deleteSearchHistory(brand);  // It takes the selected profile's bind.
     });
@@ -54,8 +57,11 @@ void addSearchCommand(CLI::App& app, Command& chosen) {
         chosen = [options](Session& session) { return add(session, *options); };
     });
 
-    group.add_subcommand("delete", "Delete the brand's whole search history")->callback([&chosen] {
-        chosen = &removeAll;
+    const auto isConfirmed = std::make_shared<bool>(false);
+    auto& deleting = *group.add_subcommand("delete", "Delete the brand's whole search history");
+    addConfirmation(deleting, *isConfirmed);
+    deleting.callback([&chosen, isConfirmed] {
+        chosen = [isConfirmed](Session& session) { return removeAll(session, *isConfirmed); };
     });
 }
 

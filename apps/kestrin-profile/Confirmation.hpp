@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "Session.hpp"
+
+namespace KestrinProfileCLI {
+
+/// Adds --yes to a command that deletes what cannot be had back.
+void addConfirmation(CLI::App& command, bool& isConfirmed);
+
+/// Asks a person at the terminal whether to go on. Nobody is asked in a dry run, nor where standard
+/// input or standard error is no terminal: scripts go on.
+/// @param isConfirmed  whether --yes says so already
+/// @param question     without its question mark, e.g. "clear the history"
+/// @throws CommandError where the answer is anything but yes
+void confirm(const Session& session, bool isConfirmed, const std::string& question);
+
+}  // namespace KestrinProfileCLI
