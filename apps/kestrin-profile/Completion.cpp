@@ -77,9 +77,20 @@ std::string filled(std::string script,
 
 constexpr const char* bashScript = R"(# Completion of kestrin-profile in bash.
 _kestrin_profile() {
-    local current=${COMP_WORDS[COMP_CWORD]} previous= place= word words= index
-    for ((index = 1; index < COMP_CWORD; index++)); do
-        word=${COMP_WORDS[index]}
+    local current= previous= place= word words= prefix= index
+    local -a line=()
+    COMPREPLY=()
+    # bash takes --name=value apart where = is among its word breaks.
+    for word in "${COMP_WORDS[@]:0:COMP_CWORD+1}"; do
+        if [[ $current == --*= || $current == --* && $word == = ]]; then
+            current+=$word
+            line[${#line[@]}-1]=$current
+        else
+            current=$word
+            line+=("$current")
+        fi
+    done
+    for word in "${line[@]:1:${#line[@]}-2}"; do
         case $previous in
             @VALUES@) previous=; continue ;;
         esac
@@ -88,9 +99,21 @@ _kestrin_profile() {
             @PLACES@) place="$place $word" ;;
         esac
     done
+    if [[ $current == --*=* ]]; then
+        previous=${current%%=*}
+        [[ $COMP_WORDBREAKS == *=* ]] || prefix=$previous=
+        current=${current#*=}
+        case $previous in
+            @FILES@) ;;
+            *) return ;;
+        esac
+    fi
     case $previous in
-        @FILES@) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
-        @OTHERS@) COMPREPLY=(); return ;;
+        @FILES@)
+            compopt -o filenames 2>/dev/null
+            mapfile -t COMPREPLY < <(compgen -f -P "$prefix" -- "$current")
+            return ;;
+        @OTHERS@) return ;;
     esac
     case $place in
 @WORDS@    esac
@@ -115,6 +138,14 @@ _kestrin_profile() {
             (@PLACES@) place="$place $word" ;;
         esac
     done
+    if [[ $PREFIX == --*=* ]]; then
+        previous=${PREFIX%%=*}
+        compset -P 1 '*='
+        case $previous in
+            (@FILES@) ;;
+            (*) return ;;
+        esac
+    fi
     case $previous in
         (@FILES@) _files; return ;;
         (@OTHERS@) return ;;

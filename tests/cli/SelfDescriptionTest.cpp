@@ -23,11 +23,13 @@ class SelfDescription : public CommandLine {
     }
 
     /// What bash offers for the last of these words.
-    std::string completed(const std::string& words) {
+    /// @param breaks  what bash takes words apart at, beside blanks
+    std::string completed(const std::string& words, const std::string& breaks = "=") {
         const std::string script = directory / "completion.bash";
         write(script, run({"completion", "bash"}).output);
         return outputOfProgram({"/bin/bash", "-c",
-                                "source " + script + "; COMP_WORDS=(kestrin-profile " + words +
+                                "source " + script + "; COMP_WORDBREAKS='" + breaks +
+                                    "'; COMP_WORDS=(kestrin-profile " + words +
                                     "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kestrin_profile; "
                                     "printf '%s\\n' \"${COMPREPLY[@]}\""});
     }
@@ -79,8 +81,26 @@ TEST_F(SelfDescription, BashTakesTheScriptAndItCompletesCommandsAndOptions) {
 
 TEST_F(SelfDescription, BashCompletesTheNamesOfFiles) {
     write(directory / "some-ids.txt", "");
-    EXPECT_EQ(completed("history remove --from " + (directory / "some-").string()),
-              (directory / "some-ids.txt").string() + "\n");
+    const std::string begin = directory / "some-";
+    const std::string whole = directory / "some-ids.txt";
+    EXPECT_EQ(completed("history remove --from " + begin), whole + "\n");
+    EXPECT_EQ(completed("history remove --from = " + begin), whole + "\n");
+    EXPECT_EQ(completed("--config = " + begin), whole + "\n");
+    EXPECT_EQ(completed("--config=" + begin, ""), "--config=" + whole + "\n");
+}
+
+TEST_F(SelfDescription, BashTakesAValueAfterAnEqualsSignForOne) {
+    for (const std::string equals : {" = ", "="}) {
+        SCOPED_TRACE(equals);
+        const std::string breaks = equals == "=" ? "" : "=";
+        EXPECT_EQ(completed("--profile" + equals + "history watchlist cl", breaks), "clear\n");
+        EXPECT_EQ(completed("--config" + equals + "a history li", breaks), "list\n");
+        EXPECT_EQ(completed("history list --watch" + equals + "2 --ut", breaks), "--utc\n");
+        EXPECT_EQ(completed("--brand" + equals + "h", breaks), "\n");
+        EXPECT_EQ(completed("history list --watch" + equals + "h", breaks), "\n");
+    }
+    EXPECT_EQ(completed("--brand ="), "\n");
+    EXPECT_EQ(completed("--watch ="), "\n");
 }
 
 TEST_F(SelfDescription, ZshAndFishGetEveryCommand) {
