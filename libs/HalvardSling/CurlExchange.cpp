@@ -258,8 +258,10 @@ CurlExchange::List CurlExchange::headerLines() const {
         lines.reset(curl_slist_append(lines.release(), line.c_str()));
     };
     // "Name:" takes away what libcurl sends of its own accord, "Name;" sends an empty value.
-    append("Expect:");
-    if (!request_->headers.value("Content-Type")) append("Content-Type:");
+    if (request_->body || hasContent(request_->method)) {
+        append("Expect:");
+        if (!request_->headers.value("Content-Type")) append("Content-Type:");
+    }
     for (const auto& [name, value] : request_->headers) {
         if (isFraming(name)) continue;
         append(trimmed(value).empty() ? name + ';' : name + ": " + value);

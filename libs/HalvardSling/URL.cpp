@@ -38,8 +38,28 @@ constexpr bool isControlOrBlank(char c) noexcept {
 }
 
 constexpr bool isEscaped(char c) noexcept {
-    return static_cast<unsigned char>(c) >= 0x80 ||
-           std::string_view("\"<>{}|\\^`").find(c) != std::string_view::npos;
+    switch (c) {
+        case '"':
+        case '<':
+        case '>':
+        case '{':
+        case '}':
+        case '|':
+        case '\\':
+        case '^':
+        case '`':
+            return true;
+        default:
+            return static_cast<unsigned char>(c) >= 0x80;
+    }
+}
+
+constexpr bool isLetter(char c) noexcept {
+    return lowered(c) >= 'a' && lowered(c) <= 'z';
+}
+
+constexpr bool isDigit(char c) noexcept {
+    return c >= '0' && c <= '9';
 }
 
 /// Where the authority begins: behind "http://" or "https://". npos for any other beginning;
@@ -53,7 +73,13 @@ std::size_t authorityStart(std::string_view url) noexcept {
 
 std::string_view authorityOf(std::string_view url) noexcept {
     const std::string_view rest = url.substr(authorityStart(url));
-    return rest.substr(0, rest.find_first_of("/?#"));
+    const auto end =
+        std::ranges::find_if(rest, [](char c) { return c == '/' || c == '?' || c == '#'; });
+    return rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
+}
+
+bool isSecure(std::string_view url) noexcept {
+    return startsWithIgnoringCase(url, "https:");
 }
 
 std::string_view pathOf(std::string_view url) noexcept {
@@ -70,7 +96,7 @@ std::string partOf(CURLU* url, CURLUPart part, unsigned flags = 0) {
 }
 
 std::optional<std::uint8_t> hexDigit(char c) noexcept {
-    if (c >= '0' && c <= '9') return static_cast<std::uint8_t>(c - '0');
+    if (isDigit(c)) return static_cast<std::uint8_t>(c - '0');
     if (lowered(c) >= 'a' && lowered(c) <= 'f')
         return static_cast<std::uint8_t>(lowered(c) - 'a' + 10);
     return std::nullopt;
@@ -116,6 +142,7 @@ bool hasDotSegment(std::string_view path) noexcept {
 /// times. A path that is encoded more often than any honest one counts as hiding something.
 bool mayHideDotSegment(std::string_view path) {
     constexpr int maxLevels = 16;
+    if (std::ranges::none_of(path, [](char c) { return c == '.' || c == '%'; })) return false;
     std::string decoded(path);
     for (int level = 0; level < maxLevels; ++level) {
         if (hasDotSegment(decoded)) return true;
@@ -134,8 +161,8 @@ SlingError malformed(std::string_view url, std::string_view reason) {
 }
 
 constexpr bool isTokenCharacter(char c) noexcept {
-    return (c >= '0' && c <= '9') || (lowered(c) >= 'a' && lowered(c) <= 'z') ||
-           std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+    return isDigit(c) || isLetter(c) || c == '-' ||
+           std::string_view("!#$%&'*+.^_`|~").find(c) != std::string_view::npos;
 }
 
 bool isToken(std::string_view text) noexcept {
@@ -160,15 +187,56 @@ std::optional<std::array<int, 4>> dottedNumbers(std::string_view text) noexcept 
     return at == end ? std::optional(numbers) : std::nullopt;
 }
 
-}  // namespace
-
-std::string Origin::text() const {
-    return scheme + "://" + host + ':' + port;
+/// Whether a host is a name of letters, digits, '-' and '.' that no parser could take for a number:
+/// the last label begins with a letter.
+bool isPlainName(std::string_view host) noexcept {
+    const auto isPlain = [](char c) { return isLetter(c) || isDigit(c) || c == '-' || c == '.'; };
+    const std::string_view last = host.substr(host.rfind('.') + 1);
+    return !last.empty() && isLetter(last.front()) && std::ranges::all_of(host, isPlain);
 }
 
-std::optional<Origin> originOf(std::string_view url) {
-    if (authorityStart(url) == std::string_view::npos) return std::nullopt;
-    if (std::ranges::any_of(url, isControlOrBlank)) return std::nullopt;
+/// Whether a host is an address in the one form that has no second reading; a zero at the front
+/// would make a number octal.
+bool isPlainAddress(std::string_view host) noexcept {
+    const auto numbers = dottedNumbers(host);
+    if (!numbers) return false;
+    std::size_t size = numbers->size() - 1;
+    for (const int number : *numbers)
+        size += number > 99 ? 3 : number > 9 ? 2 : 1;
+    return size == host.size();
+}
+
+bool isPlainPort(std::string_view port) noexcept {
+    constexpr std::string_view last = "65535";
+    return !port.empty() && port.front() != '0' && std::ranges::all_of(port, isDigit) &&
+           (port.size() < last.size() || (port.size() == last.size() && port <= last));
+}
+
+/// Host and port of a URL.
+struct Authority {
+    std::string_view host;
+    std::string_view port;
+};
+
+/// The authority of a URL that is written in the usual way, which needs no parser; absent for every
+/// other one. A request's URL is looked at several times on its way.
+std::optional<Authority> plainAuthority(std::string_view url) noexcept {
+    const std::string_view authority = authorityOf(url);
+    const std::size_t colon = authority.find(':');
+    const std::string_view host = authority.substr(0, colon);
+    if (!isPlainName(host) && !isPlainAddress(host)) return std::nullopt;
+    if (colon == std::string_view::npos) return Authority{host, isSecure(url) ? "443" : "80"};
+    const std::string_view port = authority.substr(colon + 1);
+    return isPlainPort(port) ? std::optional(Authority{host, port}) : std::nullopt;
+}
+
+Origin originOf(std::string_view url, const Authority& authority) {
+    return {.scheme = isSecure(url) ? "https" : "http",
+            .host = loweredText(std::string(authority.host)),
+            .port = std::string(authority.port)};
+}
+
+std::optional<Origin> parsedOrigin(std::string_view url) {
     const CurlURL parsed(curl_url());
     if (curl_url_set(parsed.get(), CURLUPART_URL, escapedForRequestLine(url).c_str(),
                      CURLU_PATH_AS_IS) != CURLUE_OK)
@@ -180,6 +248,24 @@ std::optional<Origin> originOf(std::string_view url) {
     return origin;
 }
 
+/// Scheme and authority as they are written.
+std::string_view beginningOf(std::string_view url) noexcept {
+    return url.substr(0, authorityStart(url) + authorityOf(url).size());
+}
+
+}  // namespace
+
+std::string Origin::text() const {
+    return scheme + "://" + host + ':' + port;
+}
+
+std::optional<Origin> originOf(std::string_view url) {
+    if (authorityStart(url) == std::string_view::npos) return std::nullopt;
+    if (std::ranges::any_of(url, isControlOrBlank)) return std::nullopt;
+    if (const auto plain = plainAuthority(url)) return originOf(url, *plain);
+    return parsedOrigin(url);
+}
+
 bool isLoopback(std::string_view host) noexcept {
     if (Headers::sameName(host, "localhost") || host == "[::1]") return true;
     const auto numbers = dottedNumbers(host);
@@ -187,6 +273,7 @@ bool isLoopback(std::string_view host) noexcept {
 }
 
 std::string escapedForRequestLine(std::string_view url) {
+    if (std::ranges::none_of(url, isEscaped)) return std::string(url);
     constexpr std::string_view digits = "0123456789ABCDEF";
     std::string escaped;
     escaped.reserve(url.size());
@@ -210,13 +297,16 @@ std::optional<SlingError> problemOfURL(std::string_view url) {
         return malformed(url, "does not begin with https:// or http://");
     if (authorityOf(url).find('@') != std::string_view::npos)
         return malformed(url, "holds user information");
-    if (!originOf(url)) return malformed(url, "cannot be parsed");
+    if (!plainAuthority(url) && !parsedOrigin(url)) return malformed(url, "cannot be parsed");
     if (mayHideDotSegment(pathOf(url))) return malformed(url, "has a \".\" or \"..\" path segment");
     return std::nullopt;
 }
 
 std::optional<SlingError> problemOfExpandedURL(std::string_view templateURL, std::string_view url) {
     if (auto problem = problemOfURL(url)) return problem;
+    if (authorityStart(templateURL) != std::string_view::npos &&
+        beginningOf(templateURL) == beginningOf(url))
+        return std::nullopt;
     const auto expected = originOf(templateURL);
     if (!expected) return malformed({}, "template does not name a fixed scheme, host and port");
     if (originOf(url) != expected)

@@ -25,6 +25,18 @@ TEST(URL, OriginIsSchemeHostAndPortInLowerCase) {
     EXPECT_EQ(originText("https://a#@evil.example/"), "https://a:443");
 }
 
+TEST(URL, OriginHasOneFormHoweverTheAddressIsWritten) {
+    for (const std::string_view url :
+         {"http://127.0.0.1:80/", "http://127.0.0.1", "http://127.0.0.1:0080/", "http://127.1/",
+          "http://0x7f.0.0.1/", "http://0177.0.0.1/", "http://2130706433/", "http://0x7f000001/"})
+        EXPECT_EQ(originText(url), "http://127.0.0.1:80") << url;
+    EXPECT_EQ(originText("http://10.0.0.255:65535/"), "http://10.0.0.255:65535");
+    EXPECT_EQ(originText("http://a.example:65535/"), "http://a.example:65535");
+    EXPECT_EQ(originText("http://a.example:65536/"), "(none)");
+    EXPECT_EQ(originText("http://a-1.b2.Example/"), "http://a-1.b2.example:80");
+    EXPECT_EQ(originText("http://a_b.example/"), "http://a_b.example:80");
+}
+
 TEST(URL, OriginIsAbsentWhereThereIsNone) {
     for (const std::string_view url :
          {"", "api.example.com", "/path", "ftp://a/", "file:///etc/passwd", "https:", "https:/a",
