@@ -30,8 +30,9 @@ class Demo : public CommandLine {
     /// The names of the household's profiles.
     std::vector<std::string> names() {
         const auto parsed = JSONDictionary::parse(outputOf({"profiles", "list", "--json"}));
+        const auto users = std::get<JSONDictionary>(parsed).dictionaries("data");
         std::vector<std::string> all;
-        for (const auto& user : *std::get<JSONDictionary>(parsed).dictionaries("data"))
+        for (const auto& user : users.value())
             all.emplace_back(user.text("username").value_or(""));
         return all;
     }
