@@ -14,6 +14,7 @@ namespace {
 
 constexpr long receiveBufferBytes = 256L * 1024;
 constexpr int firstErrorStatus = 400;
+constexpr std::size_t usualFields = 16;
 
 /// What a result of libcurl means before the request was handed to a connection, and after.
 struct Meaning {
@@ -306,6 +307,7 @@ bool CurlExchange::takeHeaderLine(std::string_view line) {
     switch (reading_) {
         case Reading::statusLine:
             parts_.headers = {};
+            parts_.headers.reserve(usualFields);
             reading_ = Reading::fields;
             break;
         case Reading::fields:
