@@ -1,47 +1,14 @@
 #include "http/Nginx.hpp"
 
-#include <arpa/inet.h>
-#include <chrono>
 #include <filesystem>
-#include <netinet/in.h>
 #include <stdexcept>
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
 
 #include "support/ListText.hpp"
+#include "support/Ports.hpp"
 
 namespace Bench {
 
 namespace {
-
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
-
-/// A port that was free a moment ago.
-std::uint16_t freePort() {
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    ::bind(socket, reinterpret_cast<sockaddr*>(&address), size);
-    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
-    ::close(socket);
-    return ntohs(address.sin_port);
-}
-
-bool answers(std::uint16_t port) {
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    const sockaddr_in address = loopback(port);
-    const bool connected =
-        ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(socket);
-    return connected;
-}
 
 std::string largeText() {
     const std::size_t entryBytes = listText(1001).size() - listText(1).size();
@@ -113,18 +80,14 @@ void Nginx::writeFiles() const {
 }
 
 bool Nginx::start() {
-    port_ = freePort();
-    securePort_ = freePort();
+    port_ = TestSupport::freePort();
+    securePort_ = TestSupport::freePort();
     writeFiles();
     // setpriv: where this program is killed, the service ends with it.
     program_ = std::make_unique<TestSupport::Program>(
         std::vector<std::string>{SETPRIV, "--pdeathsig", "KILL", NGINX, "-e", "stderr", "-c",
                                  (directory_ / "settings").string()});
-    for (int i = 0; i < 100; ++i) {
-        if (answers(port_) && answers(securePort_)) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+    return TestSupport::waitUntilListening(port_) && TestSupport::waitUntilListening(securePort_);
 }
 
 }  // namespace Bench

@@ -1,54 +1,22 @@
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <chrono>
 #include <fstream>
 #include <mutex>
-#include <netinet/in.h>
-#include <spawn.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include <gmock/gmock.h>
 
 #include "Transfers.hpp"
 #include "support/Certificates.hpp"
+#include "support/Ports.hpp"
+#include "support/Program.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;
 using namespace std::chrono_literals;
 
 namespace {
-
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
-
-/// A port that was free a moment ago.
-std::uint16_t freePort() {
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    ::bind(socket, reinterpret_cast<sockaddr*>(&address), size);
-    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
-    ::close(socket);
-    return ntohs(address.sin_port);
-}
-
-bool answers(std::uint16_t port) {
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    const sockaddr_in address = loopback(port);
-    const bool connected =
-        ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(socket);
-    return connected;
-}
 
 /// nghttp2's server on the loopback interface, serving a folder over TLS.
 class NGHTTPServer {
@@ -57,52 +25,26 @@ class NGHTTPServer {
         for (int attempt = 0; attempt < 5 && !running(); ++attempt)
             start(certificate, folder);
     }
-    NGHTTPServer(const NGHTTPServer&) = delete;
-    NGHTTPServer(NGHTTPServer&&) = delete;
-    NGHTTPServer& operator=(const NGHTTPServer&) = delete;
-    NGHTTPServer& operator=(NGHTTPServer&&) = delete;
-    ~NGHTTPServer() { stop(); }
 
-    [[nodiscard]] bool running() const { return process_ > 0; }
+    [[nodiscard]] bool running() const { return program_.has_value(); }
 
     [[nodiscard]] std::string url(const std::string& path) const {
         return "https://localhost:" + std::to_string(port_) + path;
     }
 
-    void stop() {
-        if (!running()) return;
-        ::kill(process_, SIGKILL);
-        ::waitpid(process_, nullptr, 0);
-        process_ = 0;
-    }
+    void stop() { program_.reset(); }
 
   private:
     void start(const Certificate& certificate, const std::filesystem::path& folder) {
         port_ = freePort();
-        std::vector<std::string> words{"nghttpd",
-                                       "--address=127.0.0.1",
-                                       "--htdocs=" + folder.string(),
-                                       std::to_string(port_),
-                                       certificate.keyFile(),
-                                       certificate.certificateFile()};
-        std::vector<char*> arguments;
-        for (auto& word : words)
-            arguments.push_back(word.data());
-        arguments.push_back(nullptr);
-        if (::posix_spawnp(&process_, "nghttpd", nullptr, nullptr, arguments.data(), environ) !=
-            0) {
-            process_ = 0;
-            return;
-        }
-        for (int i = 0; i < 200; ++i) {
-            if (answers(port_)) return;
-            std::this_thread::sleep_for(20ms);
-        }
-        stop();
+        program_.emplace(std::vector<std::string>{
+            "nghttpd", "--address=127.0.0.1", "--htdocs=" + folder.string(), std::to_string(port_),
+            certificate.keyFile(), certificate.certificateFile()});
+        if (!waitUntilListening(port_)) stop();
     }
 
-    pid_t process_ = 0;
     std::uint16_t port_ = 0;
+    std::optional<Program> program_;
 };
 
 class HTTP2Test : public testing::Test {

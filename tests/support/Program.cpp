@@ -79,8 +79,8 @@ Program::Program(std::vector<std::string> words, const Environment& environment)
     redirect(STDERR_FILENO, directory_ / "errors", written);
 
     auto variables = withVariables(environment);
-    const int failed = posix_spawn(&process_, words.front().c_str(), &files, nullptr,
-                                   pointersTo(words).data(), pointersTo(variables).data());
+    const int failed = posix_spawnp(&process_, words.front().c_str(), &files, nullptr,
+                                    pointersTo(words).data(), pointersTo(variables).data());
     posix_spawn_file_actions_destroy(&files);
     if (failed != 0) throw std::runtime_error("cannot start " + words.front());
 }

@@ -41,7 +41,7 @@ using Environment = std::map<std::string, std::string>;
 class Program {
   public:
     /// Starts it.
-    /// @param words  the program and its arguments
+    /// @param words  the program (a path, or a name to look for in PATH) and its arguments
     Program(std::vector<std::string> words, const Environment& environment = {});
     Program(const Program&) = delete;
     Program(Program&&) = delete;

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+
+namespace TestSupport {
+
+/// A port of the loopback interface that was free a moment ago.
+[[nodiscard]] std::uint16_t freePort();
+
+/// Whether somebody takes connections at a port of the loopback interface.
+[[nodiscard]] bool isListening(std::uint16_t port);
+
+/// Waits up to four seconds for somebody to take connections.
+/// @return whether somebody does
+[[nodiscard]] bool waitUntilListening(std::uint16_t port);
+
+}  // namespace TestSupport
