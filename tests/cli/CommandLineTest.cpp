@@ -99,6 +99,13 @@ TEST_F(CommandLine, OutputThatCannotBeWrittenIsAnError) {
     EXPECT_EQ(runShell("$client man > /dev/full").code, 1);
 }
 
+TEST_F(CommandLine, OutputThatIsClosedIsAnErrorAndGoesNowhereElse) {
+    startService();
+    EXPECT_EQ(runShell("$client bind >&-").code, 1);
+    EXPECT_EQ(runShell("$client watchlist add --from - <&-").code, 2);
+    EXPECT_EQ(runShell("$client profiles list 2>&-").code, 0);
+}
+
 TEST_F(CommandLine, TheDefaultConfigurationIsFoundInTheSettingsOfTheUser) {
     startService();
     const auto place = directory.path() / "settings" / "kestrin-profile";
