@@ -17,6 +17,7 @@ import subprocess
 import sys
 
 OURS = "KestrinProfile"
+REQUESTS = ["request_history", "request_add_video", "request_create_profile"]
 
 
 class Results:
@@ -147,6 +148,10 @@ def goals(results):
     def ours(topic, n, figure):
         return results.median(topic, OURS, n, figure)
 
+    def slowest(subject, figure):
+        values = [results.median(topic, subject, 1, figure) for topic in REQUESTS]
+        return max((value for value in values if value is not None), default=None)
+
     def only(topic):
         sizes = results.sizes(topic)
         return sizes[-1] if sizes else 1
@@ -164,8 +169,9 @@ def goals(results):
         ("parse a date, times faster than strptime", times("date_parse", 1, "strptime and timegm"), AT_LEAST, 6),
         ("format a date, ns", ours("date_format", 1, nanoseconds), AT_MOST, 35),
         ("format a date, times faster than ICU", times("date_format", 1, "ICU"), AT_LEAST, 100),
-        ("one request without the network, ns", ours("request_history", 1, nanoseconds), AT_MOST, 5000),
-        ("one request without the network, allocations", ours("request_history", 1, counter("allocations")), AT_MOST, 40),
+        ("one request without the network, ns; the slowest of three", slowest(OURS, nanoseconds), AT_MOST, 5000),
+        ("the same, allocations", slowest(OURS, counter("allocations")), AT_MOST, 40),
+        ("the same with RxCpp, ns", slowest(OURS + " with RxCpp", nanoseconds), AT_MOST, 8000),
         ("one at a time, rate against plain libcurl", rate(one, only(one), "libcurl"), AT_LEAST, 0.85),
         ("one at a time, p99 against plain libcurl", p99(one, only(one), "libcurl"), AT_MOST, 1.5),
         ("one at a time, rate against cpprestsdk", rate(one, only(one), "cpprestsdk"), AT_LEAST, 2),
@@ -256,7 +262,7 @@ def main():
         "date_format": time_table(results, "date_format"),
         "texts": time_table(results, "percent_encoding") + "\n\n" + time_table(results, "template"),
         "requests": "\n\n".join(f"`{topic}`:\n\n" + counter_table_with_time(results, topic) for topic in
-                                ["request_history", "request_add_video", "request_create_profile", "rx_chain"]),
+                                [*REQUESTS, "rx_chain"]),
         "http": rate_table(results, ["http_one_at_a_time", "http_64_in_flight",
                                      "https_http2_64_in_flight", "http_1MB", "http_requests"]),
         "subscriptions": counter_table_by_size(results, "subscriptions", ["bytes_per_subscription", "total_MB"]),

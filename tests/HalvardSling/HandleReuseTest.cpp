@@ -23,9 +23,16 @@ TransportRequest withBody(std::string method, std::string body) {
 /// One request of each shape that differs in what libcurl is told.
 std::vector<TransportRequest> shapes() {
     std::vector<TransportRequest> all{
-        plain("GET"),   plain("HEAD"),           plain("DELETE"), plain("OPTIONS"), plain("POST"),
-        plain("PUT"),   withBody("POST", "one"), withBody("POST", ""),
-        withBody("PATCH", "twenty characters..."), withBody("DELETE", "why"),
+        plain("GET"),
+        plain("HEAD"),
+        plain("DELETE"),
+        plain("OPTIONS"),
+        plain("POST"),
+        plain("PUT"),
+        withBody("POST", "one"),
+        withBody("POST", ""),
+        withBody("PATCH", "twenty characters..."),
+        withBody("DELETE", "why"),
     };
     all.front().headers = {{"X-One", "1"}, {"Authorization", "JWT t"}};
     all[4].headers = {{"Content-Type", "text/plain"}};
@@ -47,8 +54,8 @@ std::vector<std::string> received(const std::vector<TransportRequest>& requests)
     auto all = server.requests();
     // The port is another one each time.
     for (auto& each : all)
-        each.replace(each.find("Host: "), each.find("\r\n", each.find("Host: ")) - each.find("Host: "),
-                     "Host");
+        each.replace(each.find("Host: "),
+                     each.find("\r\n", each.find("Host: ")) - each.find("Host: "), "Host");
     return all;
 }
 
