@@ -136,6 +136,12 @@ void checkContentType(std::string_view contentType) {
                                             "'; expected is application/json");
 }
 
+void checkContentEncoding(std::string_view encoding) {
+    if (encoding.empty() || equalsIgnoringCase(encoding, "identity")) return;
+    throw Problem(ProblemKind::unsupportedMediaType,
+                  "the body's Content-Encoding is '" + excerptOf(encoding) + "'; expected is none");
+}
+
 json::value parsedJSON(std::string_view text) {
     json::error_code error;
     json::value value = json::parse(text, error);
@@ -147,20 +153,20 @@ json::value parsedJSON(std::string_view text) {
 
 }  // namespace
 
-json::object parsedBody(std::string_view body, std::string_view contentType,
-                        const BodyShape& shape) {
-    if (body.empty()) {
+json::object parsedBody(const RawBody& body, const BodyShape& shape) {
+    if (body.text.empty()) {
         if (shape.rule != BodyRule::required) return {};
         throw Problem(ProblemKind::missingBody,
                       "the body is empty; expected is a JSON object with " + namesOf(shape.keys));
     }
     if (shape.rule == BodyRule::none) {
         throw Problem(ProblemKind::unexpectedBody, "the request has a body of " +
-                                                       std::to_string(body.size()) +
+                                                       std::to_string(body.text.size()) +
                                                        " bytes; expected is none");
     }
-    checkContentType(contentType);
-    return checkedObject(parsedJSON(body), shape.keys, "the body");
+    checkContentType(body.contentType);
+    checkContentEncoding(body.contentEncoding);
+    return checkedObject(parsedJSON(body.text), shape.keys, "the body");
 }
 
 std::optional<std::string> textIn(const json::object& body, std::string_view key) {

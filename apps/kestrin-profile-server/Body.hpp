@@ -27,10 +27,16 @@ struct BodyShape {
     std::span<const BodyKey> keys{};
 };
 
+/// A body as it came, with the headers that say what it is; a header that did not come is empty.
+struct RawBody {
+    std::string_view text;
+    std::string_view contentType;
+    std::string_view contentEncoding;
+};
+
 /// The body as an object that has the shape; throws the problem that names the first fault.
 /// An empty body that is allowed is an empty object.
-boost::json::object parsedBody(std::string_view body, std::string_view contentType,
-                               const BodyShape& shape);
+boost::json::object parsedBody(const RawBody& body, const BodyShape& shape);
 
 // The values of a body that was found to have its shape:
 std::optional<std::string> textIn(const boost::json::object& body, std::string_view key);

@@ -35,6 +35,13 @@ Reply guarded(std::string_view path, const Work& work) {
     }
 }
 
+Reply healthOf(const Request& request) {
+    return guarded(healthPath, [&] {
+        if (request.method == "GET") return jsonReply(200, R"({"status":"ok"})");
+        throw methodNotAllowed(request.method, "GET");
+    });
+}
+
 }  // namespace
 
 /// A request that passed all checks that need no database.
@@ -51,9 +58,7 @@ std::string_view pathOf(std::string_view target) {
 
 void Dispatcher::dispatch(const Request& request, Connection& reader, Done done) const {
     const std::string_view path = pathOf(request.target);
-    if (path == healthPath && request.method == "GET") {
-        return done(jsonReply(200, R"({"status":"ok"})"));
-    }
+    if (path == healthPath) return done(healthOf(request));
     std::optional<Call> call;
     Reply failure = guarded(path, [&] {
         call.emplace(callFor(request, path, queryOf(request.target)));
@@ -69,9 +74,10 @@ Dispatcher::Call Dispatcher::callFor(const Request& request, std::string_view pa
     const Route& route = routeOf(request.method, path);
     QueryValues values = parsedQuery(query, route.parameters);
     Identity identity = identityOf(request, route, tokens_);
-    const auto contentType = headerOf(request, "Content-Type").value_or("");
     return Call{route, std::move(values), std::move(identity),
-                parsedBody(request.body, contentType, route.body)};
+                parsedBody({request.body, headerOf(request, "Content-Type").value_or(""),
+                            headerOf(request, "Content-Encoding").value_or("")},
+                           route.body)};
 }
 
 Reply Dispatcher::run(const Call& call, Connection& connection) const {

@@ -28,9 +28,12 @@ void checkEntryID(const std::string& id) {
 }
 
 void checkBindBody(const HandlerContext& context) {
-    if (textIn(context.body, "profileId") == context.query[ParameterRole::profile]) return;
-    throw Problem(ProblemKind::invalidBody,
-                  "the body's profileId is another profile than the query's");
+    const std::string inBody = textIn(context.body, "profileId").value_or("");
+    const std::string& inQuery = context.query[ParameterRole::profile];
+    if (inBody == inQuery) return;
+    throw Problem(ProblemKind::invalidBody, "the body.profileId is '" + excerptOf(inBody) +
+                                                "'; expected is the profile of the query, '" +
+                                                excerptOf(inQuery) + "'");
 }
 
 }  // namespace
@@ -59,8 +62,13 @@ Reply validateName(const HandlerContext& context) {
 }
 
 Reply createProfile(const HandlerContext& context) {
+    const ProfileChange wanted = changeIn(context.body);
+    if (!wanted.username) {
+        throw Problem(ProblemKind::invalidName,
+                      "the body lacks the key 'username'; a new profile needs a name");
+    }
     const Profile created = createProfile(context.connection, context.authorised.caller.household,
-                                          changeIn(context.body), context.limits.maxProfiles);
+                                          wanted, context.limits.maxProfiles);
     return jsonReply(201, profileJSON(created));
 }
 

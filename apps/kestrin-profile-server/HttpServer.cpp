@@ -25,6 +25,7 @@ using std::chrono::steady_clock;
 
 constexpr std::uint32_t headerLimit = 64U * 1024U;
 constexpr std::uint64_t bodyLimit = 1024U * 1024U;
+constexpr unsigned noContentStatus = 204;
 constexpr std::chrono::seconds lingerTimeout{2};
 constexpr std::chrono::milliseconds acceptPause{100};
 
@@ -102,6 +103,7 @@ class Session : public std::enable_shared_from_this<Session> {
   private:
     void onHeader() {
         start_ = steady_clock::now();
+        if (const auto problem = transferProblem()) return refuse(*problem);
         const bool waits = beast::iequals(parser_->get()[http::field::expect], "100-continue");
         waits ? sendContinue() : readBody();
     }
@@ -124,11 +126,26 @@ class Session : public std::enable_shared_from_this<Session> {
     void onReadError(beast::error_code error) {
         const auto problem = problemOf(error);
         if (!problem) return close();
+        start_ = steady_clock::now();
+        refuse(*problem);
+    }
+
+    /// Answers what cannot be read on, and disconnects.
+    void refuse(const Problem& problem) {
         isReading_ = false;
         isLast_ = true;
-        start_ = steady_clock::now();
         const std::string_view target = viewOf(parser_->get().target());
-        write(replyTo(*problem, excerptOf(pathOf(target))));
+        write(replyTo(problem, excerptOf(pathOf(target))));
+    }
+
+    /// A transfer coding that is not understood leaves open where the body ends: read on, its rest
+    /// would be the next request.
+    std::optional<Problem> transferProblem() const {
+        const auto coding = viewOf(parser_->get()[http::field::transfer_encoding]);
+        if (coding.empty() || equalsIgnoringCase(coding, "chunked")) return std::nullopt;
+        return Problem(
+            ProblemKind::malformedRequest,
+            "the Transfer-Encoding is '" + excerptOf(coding) + "'; expected is chunked or none");
     }
 
     /// What to say about input that is no acceptable HTTP; nothing when the client has gone.
@@ -145,7 +162,8 @@ class Session : public std::enable_shared_from_this<Session> {
         if (isCutOff || error.category() != http::make_error_code(http::error{}).category()) {
             return std::nullopt;
         }
-        return Problem(ProblemKind::malformedRequest, "not understood: " + error.message());
+        return Problem(ProblemKind::malformedRequest, "not understood: " + error.message() +
+                                                          "; expected is HTTP/1.1 in clear text");
     }
 
     void answer() {
@@ -185,6 +203,8 @@ class Session : public std::enable_shared_from_this<Session> {
         response_->keep_alive(!isLast_);
         if (message.method() != http::verb::head) response_->body() = std::move(reply.body);
         response_->prepare_payload();
+        // Such a reply has no length either (RFC 9110, 8.6).
+        if (reply.status == noContentStatus) response_->erase(http::field::content_length);
         stream_.expires_after(worker_.transferTimeout());
         http::async_write(stream_, *response_,
                           [self = shared_from_this()](beast::error_code error, std::size_t) {

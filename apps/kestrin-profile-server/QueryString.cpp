@@ -8,6 +8,8 @@
 namespace KestrinProfileServer {
 namespace {
 
+constexpr std::string_view sentinelName = sentinel.substr(0, sentinel.find('='));
+
 struct RawParameter {
     std::string_view name;
     std::string_view value;
@@ -40,6 +42,15 @@ std::vector<RawParameter> splitQuery(std::string_view query) {
     return pieces;
 }
 
+/// How a query ends that lacks the sentinel. Only of the sentinel itself the value is told: a
+/// problem names no identifier that somebody watches or likes.
+std::string endOf(std::string_view query) {
+    if (query.empty()) return "the query is empty";
+    const RawParameter last = splitQuery(query).back();
+    if (last.name == sentinelName) return "the query ends with 'v=" + excerptOf(last.value) + "'";
+    return "the query ends with the parameter " + quoted(last.name);
+}
+
 /// The query without its sentinel.
 std::string_view withoutSentinel(std::string_view query) {
     const bool isAlone = query == sentinel;
@@ -47,9 +58,10 @@ std::string_view withoutSentinel(std::string_view query) {
         query.ends_with(sentinel) && query.substr(0, query.size() - sentinel.size()).ends_with('&');
     if (!isAlone && !isLast) {
         throw Problem(ProblemKind::missingSentinel,
-                      "every query ends with the parameter v=1, this one does not. Usually a '#' in"
-                      " an identifier cut the URL short, so nothing was done; or the client speaks"
-                      " another protocol version");
+                      endOf(query) +
+                          "; expected is 'v=1' at the end. Usually a '#' in an identifier cut the"
+                          " URL short, so nothing was done; or the client speaks another protocol"
+                          " version");
     }
     return query.substr(0, isAlone ? 0 : query.size() - sentinel.size() - 1);
 }

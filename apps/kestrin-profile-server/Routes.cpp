@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <vector>
 
 #include <kestrin-profile-server/Problem.hpp>
 #include <kestrin-profile-server/Routes.hpp>
@@ -75,16 +76,27 @@ constexpr std::array<Route, 22> routeTable{{
 }};
 // clang-format on
 
-Problem methodNotAllowed(std::string_view method, const std::string& allowed) {
-    return {ProblemKind::methodNotAllowed,
-            "the method is " + excerptOf(method) + "; this path has " + allowed,
-            {{"Allow", allowed}}};
+/// All paths, each once; the table has the routes of a path not always side by side.
+std::string allPaths() {
+    std::vector<std::string_view> paths;
+    for (const Route& route : routeTable)
+        if (std::ranges::find(paths, route.path) == paths.end()) paths.push_back(route.path);
+    std::string text;
+    for (const std::string_view path : paths)
+        text += (text.empty() ? "" : ", ") + std::string(path);
+    return text;
 }
 
 }  // namespace
 
 std::span<const Route> routes() {
     return routeTable;
+}
+
+Problem methodNotAllowed(std::string_view method, const std::string& allowed) {
+    return {ProblemKind::methodNotAllowed,
+            "the method is " + excerptOf(method) + "; this path has " + allowed,
+            {{"Allow", allowed}}};
 }
 
 const Route& routeOf(std::string_view method, std::string_view path) {
@@ -95,7 +107,8 @@ const Route& routeOf(std::string_view method, std::string_view path) {
         allowed += (allowed.empty() ? "" : ", ") + std::string(route.method);
     }
     if (!allowed.empty()) throw methodNotAllowed(method, allowed);
-    throw Problem(ProblemKind::unknownPath, "the service has no path '" + excerptOf(path) + "'");
+    throw Problem(ProblemKind::unknownPath, "the service has no path '" + excerptOf(path) +
+                                                "'; expected is one of " + allPaths());
 }
 
 std::string urlTemplate(const Route& route) {

@@ -8,6 +8,7 @@
 #include <kestrin-profile-server/Body.hpp>
 #include <kestrin-profile-server/Handlers.hpp>
 #include <kestrin-profile-server/Lists.hpp>
+#include <kestrin-profile-server/Problem.hpp>
 #include <kestrin-profile-server/QueryString.hpp>
 
 namespace KestrinProfileServer {
@@ -42,6 +43,10 @@ std::span<const Route> routes();
 
 /// The route of a request; throws the problem for an unknown path or a method it does not have.
 const Route& routeOf(std::string_view method, std::string_view path);
+
+/// The problem of a path that does not have the method.
+/// @param allowed  the methods that it has, e.g. "GET, PUT"
+Problem methodNotAllowed(std::string_view method, const std::string& allowed);
 
 /// The route as a client's URL template, without scheme and host.
 std::string urlTemplate(const Route& route);

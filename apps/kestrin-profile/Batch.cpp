@@ -41,6 +41,7 @@ class Run {
                                   return mayEnd() ? Next::stop : Next::more;
                               }};
         interrupted_ = !sendAll(session_.interruption(), flights);
+        if (wasRefusedLate_ && !isRefused_) caller_.holdAgain();
         session_.terminal.progress({});
     }
 
@@ -62,8 +63,10 @@ class Run {
 
     /// Whether there is another bind than the one under which an item was refused.
     bool mayHelpAgain(std::size_t index, const std::exception_ptr& error) {
-        return isForbidden(error) &&
-               (binds_.at(index) != caller_.bind() || caller_.renewedAfter(error));
+        if (!isForbidden(error)) return false;
+        const bool isLate = binds_.at(index) != caller_.bind();
+        wasRefusedLate_ = wasRefusedLate_ || isLate;
+        return isLate || caller_.renewedAfter(error);
     }
 
     [[nodiscard]] bool mayEnd() const { return options_.failFast && !failures_.empty(); }
@@ -73,6 +76,7 @@ class Run {
             ++done_;
             return;
         }
+        isRefused_ = isRefused_ || isForbidden(error);
         const auto& failure = failures_.emplace(index, describe(error)).first->second;
         if (!session_.options.verbose) return;
         session_.terminal.progress({});
@@ -92,11 +96,14 @@ class Run {
         std::string text =
             fmt::format("{} {} of {} {}", work_.done, done_, items_.size(), work_.where);
         if (!failures_.empty()) text += fmt::format("; {} failed", failures_.size());
+        if (brokenOff() > 0) text += fmt::format("; {} broken off", brokenOff());
         if (untried() > 0) text += fmt::format("; {} not tried", untried());
         session_.terminal.line(text);
     }
 
-    [[nodiscard]] std::size_t untried() const { return items_.size() - done_ - failures_.size(); }
+    /// How many were in flight when a signal came: whether they were done is not known.
+    [[nodiscard]] std::size_t brokenOff() const { return binds_.size() - done_ - failures_.size(); }
+    [[nodiscard]] std::size_t untried() const { return items_.size() - binds_.size(); }
 
     [[nodiscard]] JSONDictionary summary() const {
         std::vector<JSONDictionary> failures;
@@ -105,6 +112,7 @@ class Run {
         JSONDictionary result;
         result.setInteger("done", static_cast<std::int64_t>(done_));
         result.setInteger("failed", static_cast<std::int64_t>(failures_.size()));
+        result.setInteger("brokenOff", static_cast<std::int64_t>(brokenOff()));
         result.setInteger("notTried", static_cast<std::int64_t>(untried()));
         result.setDictionaries("failures", failures);
         return result;
@@ -122,8 +130,9 @@ class Run {
     /// What a failure says, with the place of its item and the item itself.
     [[nodiscard]] std::string placed(std::size_t index, const Failure& failure) const {
         const Item& item = items_[index];
-        return fmt::format("{}{}'{}': {}", item.place, item.place.empty() ? "" : ": ", item.text,
-                           failure.message);
+        constexpr std::size_t mostColumns = 80;
+        return fmt::format("{}{}'{}': {}", item.place, item.place.empty() ? "" : ": ",
+                           shortened(printable(item.text), mostColumns), failure.message);
     }
 
     Caller& caller_;
@@ -134,6 +143,8 @@ class Run {
     std::map<std::size_t, KestrinConfigManager::AnonymousBind> binds_;  // what each was sent with
     std::size_t done_ = 0;
     bool interrupted_ = false;
+    bool wasRefusedLate_ = false;  // under a bind that had been replaced meanwhile
+    bool isRefused_ = false;       // for good
     std::map<std::size_t, Failure> failures_;
 };
 

@@ -36,10 +36,10 @@ bool isUsable(const std::optional<AnonymousBind>& held) {
     return held && held->isValid();
 }
 
-void holdUnknownBind(const std::string& profileID) {
+void hold(const AnonymousBind& bind) {
     auto& manager = ConfigurationManager::sharedInstance();
-    manager.setBindProfileID(profileID);
-    manager.setBindToken(std::string(unknownToken));
+    manager.setBindProfileID(bind.profileID);
+    manager.setBindToken(bind.token);
 }
 
 }  // namespace
@@ -75,6 +75,10 @@ bool Caller::renewedAfter(const std::exception_ptr& error) {
     }
 }
 
+void Caller::holdAgain() const {
+    hold(bind_);
+}
+
 Household::Household(Caller& caller) : isKnown_(!caller.session().options.dryRun) {
     if (isKnown_)
         users_ =
@@ -82,6 +86,12 @@ Household::Household(Caller& caller) : isKnown_(!caller.session().options.dryRun
 }
 
 User Household::find(const std::string& nameOrID) const {
+    if (auto user = seek(nameOrID)) return *std::move(user);
+    throw CommandError({ExitCode::notFound,
+                        fmt::format("the household has no profile '{}'", nameOrID), seeProfiles});
+}
+
+std::optional<User> Household::seek(const std::string& nameOrID) const {
     if (!isKnown_) return User(nameOrID);
     const auto identified = std::ranges::find(users_, nameOrID, &User::profileID);
     if (identified != users_.end()) return *identified;
@@ -89,10 +99,7 @@ User Household::find(const std::string& nameOrID) const {
         return user.username == nameOrID && user.profileID;
     };
     const auto count = std::ranges::count_if(users_, isNamed);
-    if (count == 0)
-        throw CommandError({ExitCode::notFound,
-                            fmt::format("the household has no profile '{}'", nameOrID),
-                            seeProfiles});
+    if (count == 0) return std::nullopt;
     if (count > 1)
         throw CommandError({ExitCode::usage,
                             fmt::format("{} profiles have the name '{}'", count, nameOrID),
@@ -101,7 +108,7 @@ User Household::find(const std::string& nameOrID) const {
 }
 
 AnonymousBind bindFor(Session& session, const std::string& profileID) {
-    if (session.options.dryRun) holdUnknownBind(profileID);
+    if (session.options.dryRun) hold(AnonymousBind(profileID, std::string(unknownToken)));
     if (auto held = heldFor(profileID); isUsable(held)) return *std::move(held);
     auto bind = session.await(Profile().requestAnonymousBind(profileID));
     session.keepBinds();

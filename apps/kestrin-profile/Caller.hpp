@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,9 @@ class Caller {
     /// @return whether `bind` is another one now
     [[nodiscard]] bool renewedAfter(const std::exception_ptr& error);
 
+    /// Holds the present bind again where a late refusal of the one before it dropped it.
+    void holdAgain() const;
+
   private:
     Session& session_;
     std::string profileID_;
@@ -62,6 +66,10 @@ class Household {
     /// text is taken for an identifier.
     /// @throws CommandError where there is no such profile, or more than one with the name
     [[nodiscard]] KestrinProfile::User find(const std::string& nameOrID) const;
+
+    /// The same; absent where there is no such profile.
+    /// @throws CommandError where more than one has the name
+    [[nodiscard]] std::optional<KestrinProfile::User> seek(const std::string& nameOrID) const;
 
   private:
     bool isKnown_;

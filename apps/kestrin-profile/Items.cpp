@@ -58,6 +58,8 @@ class Input {
 };
 
 void addLines(std::vector<Item>& items, std::string_view text, const std::string& file) {
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
     const std::string name = file == "-" ? "standard input" : file;
     for (std::size_t line = 1; !text.empty(); ++line) {
         const std::size_t end = text.find('\n');

@@ -11,11 +11,15 @@ namespace KestrinProfileCLI {
 
 namespace {
 
+/// Whether a stream goes to a terminal that can do more than print.
+bool isCapable(int stream) {
+    const char* const kind = std::getenv("TERM");
+    return isatty(stream) == 1 && (kind == nullptr || std::string_view(kind) != "dumb");
+}
+
 bool hasColours(int stream) {
     const char* const refused = std::getenv("NO_COLOR");
-    const char* const kind = std::getenv("TERM");
-    return isatty(stream) == 1 && (refused == nullptr || *refused == '\0') &&
-           (kind == nullptr || std::string_view(kind) != "dumb");
+    return isCapable(stream) && (refused == nullptr || *refused == '\0');
 }
 
 std::string coloured(bool colours, Mark mark, std::string_view text) {
@@ -30,11 +34,20 @@ void print(std::FILE* stream, std::string_view text) {
     std::fputc('\n', stream);
 }
 
-/// How many lines the terminal has; 24 where it does not say.
-std::size_t terminalHeight() {
+/// How much a stream's terminal has room for.
+struct Room {
+    std::size_t lines = 24;
+    std::size_t columns = 80;
+};
+
+/// The room as the terminal says; where it does not, the usual.
+Room roomOf(int stream) {
     winsize size{};
-    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0;
-    return known ? size.ws_row : 24;
+    Room room;
+    if (ioctl(stream, TIOCGWINSZ, &size) != 0) return room;
+    if (size.ws_row > 0) room.lines = size.ws_row;
+    if (size.ws_col > 0) room.columns = size.ws_col;
+    return room;
 }
 
 constexpr const char* wholeScreen = "\x1b[H\x1b[2J";
@@ -44,8 +57,9 @@ constexpr const char* thisLine = "\r\x1b[K";
 
 Terminal::Terminal()
     : inIsTerminal_(isatty(STDIN_FILENO) == 1),
-      outIsTerminal_(isatty(STDOUT_FILENO) == 1),
+      outIsCapable_(isCapable(STDOUT_FILENO)),
       errIsTerminal_(isatty(STDERR_FILENO) == 1),
+      errIsCapable_(isCapable(STDERR_FILENO)),
       outHasColours_(hasColours(STDOUT_FILENO)),
       errHasColours_(hasColours(STDERR_FILENO)) {}
 
@@ -58,11 +72,12 @@ void Terminal::json(const HalvardSling::JSONDictionary& document) const {
 }
 
 void Terminal::redraw(const std::vector<std::string>& lines) const {
-    const std::size_t room = terminalHeight() - 1;
+    const auto [height, width] = roomOf(STDOUT_FILENO);
+    const std::size_t room = std::max<std::size_t>(height, 3) - 1;
     const bool all = lines.size() <= room;
     std::fputs(wholeScreen, stdout);
     for (std::size_t index = 0; index < (all ? lines.size() : room - 1); ++index)
-        line(lines[index]);
+        line(shortened(lines[index], width));
     if (!all) line(marked(Mark::faint, std::to_string(lines.size() - room + 1) + " more lines"));
     static_cast<void>(flush());
 }
@@ -72,9 +87,10 @@ bool Terminal::flush() const {
 }
 
 void Terminal::progress(std::string_view text) const {
-    if (!errIsTerminal_) return;
+    if (!errIsCapable_) return;
+    const std::string shown = shortened(text, roomOf(STDERR_FILENO).columns);
     std::fputs(thisLine, stderr);
-    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fwrite(shown.data(), 1, shown.size(), stderr);
 }
 
 void Terminal::note(std::string_view text) const {

@@ -34,7 +34,7 @@ class Terminal {
         const std::vector<std::string>& heading,
         const std::vector<std::vector<std::string>>& rows) const;
 
-    /// Clears the terminal and shows these lines, as many as it has room for.
+    /// Clears the terminal and shows these lines, as many and as much of each as it has room for.
     void redraw(const std::vector<std::string>& lines) const;
 
     /// Sends what was printed on its way.
@@ -48,7 +48,7 @@ class Terminal {
     void failure(std::string_view message, std::string_view advice) const;
 
     /// Shows on standard error how far something is, in place of what was shown so before. Does
-    /// nothing unless that is a terminal. An empty text takes it away.
+    /// nothing unless that is a terminal that can. An empty text takes it away.
     void progress(std::string_view text) const;
 
     /// Whether a person can be asked: what is asked is seen, and what is typed comes here.
@@ -57,16 +57,17 @@ class Terminal {
     /// Prints a question on standard error; the answer stands on the same line.
     void ask(std::string_view question) const;
 
-    /// Whether results go to a terminal.
-    [[nodiscard]] bool isInteractive() const noexcept { return outIsTerminal_; }
+    /// Whether results go to a terminal that can be redrawn.
+    [[nodiscard]] bool canRedraw() const noexcept { return outIsCapable_; }
 
     /// The text as it is marked on standard output.
     [[nodiscard]] std::string marked(Mark mark, std::string_view text) const;
 
   private:
     bool inIsTerminal_;
-    bool outIsTerminal_;
+    bool outIsCapable_;
     bool errIsTerminal_;
+    bool errIsCapable_;
     bool outHasColours_;
     bool errHasColours_;
 };

@@ -78,11 +78,27 @@ std::size_t columnsOf(const Character& character) noexcept {
     return isIn(wide, *character.value) ? 2 : 1;
 }
 
+constexpr std::string_view colourBegin = "\x1b[";
+constexpr const char* noColour = "\x1b[0m";
+
 /// How many bytes a colour at the begin of the text has; 0 where there is none.
 std::size_t colourBytes(std::string_view text) noexcept {
-    if (!text.starts_with("\x1b[")) return 0;
+    if (!text.starts_with(colourBegin)) return 0;
     const std::size_t end = text.find('m');
     return end == std::string_view::npos ? 0 : end + 1;
+}
+
+/// A character or a colour.
+struct Piece {
+    std::size_t bytes;
+    std::size_t columns;
+};
+
+/// What a text begins with.
+Piece pieceOf(std::string_view text) noexcept {
+    if (const std::size_t colour = colourBytes(text); colour > 0) return {colour, 0};
+    const Character character = firstOf(text);
+    return {character.bytes, columnsOf(character)};
 }
 
 /// The text with what is not shown replaced.
@@ -105,13 +121,21 @@ std::string filtered(std::string_view text, Replacement replacement) {
 
 std::size_t columnsOf(std::string_view text) noexcept {
     std::size_t columns = 0;
-    while (!text.empty()) {
-        const std::size_t colour = colourBytes(text);
-        const Character character = colour == 0 ? firstOf(text) : Character{0, colour};
-        columns += colour == 0 ? columnsOf(character) : 0;
-        text.remove_prefix(character.bytes);
-    }
+    for (; !text.empty(); text.remove_prefix(pieceOf(text).bytes))
+        columns += pieceOf(text).columns;
     return columns;
+}
+
+std::string shortened(std::string_view text, std::size_t columns) {
+    if (columnsOf(text) <= columns) return std::string(text);
+    std::size_t left = columns - 1;
+    std::size_t bytes = 0;
+    for (Piece next = pieceOf(text); next.columns <= left; next = pieceOf(text.substr(bytes))) {
+        left -= next.columns;
+        bytes += next.bytes;
+    }
+    const std::string_view kept = text.substr(0, bytes);
+    return std::string(kept) + "…" + (kept.find(colourBegin) == kept.npos ? "" : noColour);
 }
 
 std::string printable(std::string_view text) {

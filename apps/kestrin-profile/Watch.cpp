@@ -48,7 +48,7 @@ class Watch {
 
   private:
     void draw(std::vector<std::string> lines) {
-        const bool redraws = session_.terminal.isInteractive() && !session_.options.json;
+        const bool redraws = session_.terminal.canRedraw() && !session_.options.json;
         if (redraws) {
             lines.insert(lines.begin(),
                          session_.terminal.marked(

@@ -7,6 +7,7 @@
 #include "HelpSections.hpp"
 #include "Interruption.hpp"
 #include "Session.hpp"
+#include "StandardStreams.hpp"
 #include "commands/Commands.hpp"
 
 namespace {
@@ -41,9 +42,13 @@ void addCommands(CLI::App& app, Command& chosen) {
 
 /// What may not stand together.
 void checkTogether(const CLI::App& app, const Options& options) {
-    if (options.dryRun && app.got_subcommand("demo"))
+    if (!app.got_subcommand("demo")) return;
+    if (options.dryRun)
         throw CommandError({ExitCode::usage, "the demo cannot be a dry run",
                             "leave --dry-run out: the demo shows what replies do"});
+    if (options.profile)
+        throw CommandError({ExitCode::usage, "the demo has a cast of its own",
+                            "leave --profile out: the parent and two new profiles play"});
 }
 
 /// Does what was chosen, to the last byte of its output.
@@ -93,6 +98,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    takeUpClosedStreams();
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {

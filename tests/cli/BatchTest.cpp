@@ -74,6 +74,23 @@ TEST_F(Batch, StandardInputNamesItemsToo) {
     EXPECT_THAT(wrong.errors, HasSubstr("standard input:2"));
 }
 
+TEST_F(Batch, TheByteOrderMarkOfAFileIsNoPartOfItsFirstItem) {
+    startService();
+    const std::string file = directory / "ids.txt";
+    write(file, "\xEF\xBB\xBFv1\r\n");
+    outputOf({"watchlist", "add", "--from", file});
+    EXPECT_THAT(outputOf({"watchlist", "list", "--json"}), HasSubstr(R"("id":"v1")"));
+}
+
+TEST_F(Batch, AFailureShowsTheBeginOfALongItem) {
+    startService();
+    const std::string item(3000, 'x');
+    const auto result = runConfigured({"watchlist", "add", item});
+    EXPECT_THAT(result.errors, HasSubstr("'" + std::string(79, 'x') + "…': "));
+    EXPECT_THAT(runConfigured({"watchlist", "add", item, "--json"}).output,
+                HasSubstr(R"("item":")" + item + '"'));
+}
+
 TEST_F(Batch, AFileThatIsNotThereOrNamesNothingIsAUsageError) {
     startService();
     const auto missing = runConfigured({"history", "remove", "--from", directory / "none"});
@@ -105,7 +122,7 @@ TEST_F(Batch, SoManyRequestsAreInFlightAndAnInterruptionEndsThem) {
     program.signal(SIGINT);
     EXPECT_EQ(program.wait(), 130);
     EXPECT_EQ(server.requests().size(), 4U);
-    EXPECT_THAT(program.output(), HasSubstr("added 0 of 5"));
+    EXPECT_EQ(program.output(), "added 0 of 5 to the watch list; 3 broken off; 2 not tried\n");
 }
 
 TEST_F(Batch, AnInterruptionEndsTheWaitForStandardInput) {
@@ -121,9 +138,12 @@ TEST_F(Batch, ATerminalShowsHowFarItIs) {
     if (!std::filesystem::exists("/usr/bin/script"))
         GTEST_SKIP() << "no program to make a terminal";
     startService();
+    environment["TERM"] = "xterm";
     const auto onTerminal = runOnTerminal("favorites add s1 s2 s3");
     EXPECT_EQ(onTerminal.code, 0) << onTerminal.errors;
     EXPECT_THAT(onTerminal.output, HasSubstr("██████████ 3 of 3, 0 failed"));
+    environment["TERM"] = "dumb";
+    EXPECT_EQ(runOnTerminal("favorites add s1 s2").output, "added 2 of 2 to the favorites\r\n");
     EXPECT_THAT(runConfigured({"favorites", "add", "s1", "s2"}).errors, testing::IsEmpty());
 }
 

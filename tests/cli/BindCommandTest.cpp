@@ -68,6 +68,28 @@ TEST_F(BindCommand, PrintsJSONForPrograms) {
               "\n");
 }
 
+TEST_F(BindCommand, AProfileIsNamedByItsNameToo) {
+    startService();
+    for (const std::string name : {"Anna", "Anna B", "Zoë", "A#1"}) {
+        const std::string created = outputOf({"profiles", "create", name, "--json"});
+        const auto parsed = JSONDictionary::parse(created);
+        const std::string id(*std::get<JSONDictionary>(parsed).text("profileId"));
+        EXPECT_EQ(outputOf({"bind", name, "--json"}),
+                  R"({"profileId":")" + id + R"(","source":"service"})" + "\n");
+    }
+}
+
+TEST_F(BindCommand, AnIdentifierIsNotLookedUp) {
+    startService();
+    const std::string created = outputOf({"profiles", "create", "Anna", "--json"});
+    const auto parsed = JSONDictionary::parse(created);
+    const std::string id(*std::get<JSONDictionary>(parsed).text("profileId"));
+    service->signal(SIGTERM);
+    ASSERT_EQ(service->wait(), 0);
+    startService({"--block", "parent"});
+    EXPECT_THAT(outputOf({"bind", id}), HasSubstr("obtained from the service"));
+}
+
 TEST_F(BindCommand, AnUnknownProfileIsNotFound) {
     startService();
     const auto result = runConfigured({"bind", "nobody"});

@@ -23,6 +23,17 @@ TEST_F(CommandLine, AnUnknownOptionIsAUsageError) {
     EXPECT_EQ(run({"nonsense"}).code, 2);
 }
 
+TEST_F(CommandLine, OptionsThatContradictEachOtherAreAUsageError) {
+    startService();
+    for (const auto& arguments : {std::vector<std::string>{"history", "add", "v", "--progress", "1",
+                                                           "--completed", "--not-completed"},
+                                  {"profiles", "edit", "parent", "--default", "--not-default"}}) {
+        const auto result = runConfigured(arguments);
+        EXPECT_EQ(result.code, 2);
+        EXPECT_THAT(result.errors, HasSubstr("excludes"));
+    }
+}
+
 TEST_F(CommandLine, HelpAndVersionGoToStandardOutput) {
     const auto help = run({"--help"});
     EXPECT_EQ(help.code, 0);
@@ -97,6 +108,13 @@ TEST_F(CommandLine, ATerminalHasColoursUnlessTheyAreRefused) {
 TEST_F(CommandLine, OutputThatCannotBeWrittenIsAnError) {
     if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no full device";
     EXPECT_EQ(runShell("$client man > /dev/full").code, 1);
+}
+
+TEST_F(CommandLine, OutputThatIsClosedIsAnErrorAndGoesNowhereElse) {
+    startService();
+    EXPECT_EQ(runShell("$client bind >&-").code, 1);
+    EXPECT_EQ(runShell("$client watchlist add --from - <&-").code, 2);
+    EXPECT_EQ(runShell("$client profiles list 2>&-").code, 0);
 }
 
 TEST_F(CommandLine, TheDefaultConfigurationIsFoundInTheSettingsOfTheUser) {

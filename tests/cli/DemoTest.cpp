@@ -1,7 +1,10 @@
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <sys/file.h>
+#include <unistd.h>
 #include <vector>
 
 #include <HalvardSling/JSONDictionary.hpp>
@@ -17,6 +20,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using TestSupport::CommandLine;
+using TestSupport::Program;
 using TestSupport::RawServer;
 using TestSupport::write;
 
@@ -122,6 +126,37 @@ TEST_F(Demo, DeletesWhatAnInterruptedOneHasLeft) {
     EXPECT_THAT(outputOf({"demo"}), AllOf(HasSubstr("1 that an earlier demo left deleted"),
                                           HasSubstr("3 profiles: Parent, Anna, Ben\n")));
     EXPECT_THAT(names(), testing::ElementsAre("Parent"));
+}
+
+TEST_F(Demo, AnotherOneOnTheSameHouseholdIsRefusedMeanwhile) {
+    startBlockingService();
+    outputOf({"profiles", "create", "Anna", "--group", "kestrin-profile demo"});
+    const int file = open(configuration.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(file, LOCK_EX), 0);  // As a demo does that plays.
+    const auto refused = runConfigured({"demo"});
+    EXPECT_EQ(refused.code, 7);
+    EXPECT_THAT(refused.errors, HasSubstr("another demo plays with this configuration"));
+    EXPECT_THAT(names(), testing::ElementsAre("Parent", "Anna"));
+    close(file);
+    outputOf({"demo"});
+}
+
+TEST_F(Demo, TwoAtOncePlayOneAfterTheOtherOrNotAtAll) {
+    startBlockingService();
+    const std::vector<std::string> demo = words({"--config", configuration, "demo"});
+    Program first(demo, environment);
+    Program second(demo, environment);
+    const int codes[] = {first.wait(), second.wait()};
+    EXPECT_THAT(codes, testing::Contains(0)) << first.errors() << second.errors();
+    EXPECT_THAT(codes, testing::Each(testing::AnyOf(0, 7))) << first.errors() << second.errors();
+    EXPECT_THAT(names(), testing::ElementsAre("Parent"));
+}
+
+TEST_F(Demo, HasACastOfItsOwn) {
+    startBlockingService();
+    const auto result = runConfigured({"demo", "--profile", "Anna"});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_THAT(result.errors, HasSubstr("leave --profile out"));
 }
 
 TEST_F(Demo, WhereNoProfileIsBlockedItSaysSoAndFails) {

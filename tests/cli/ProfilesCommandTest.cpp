@@ -3,6 +3,7 @@
 #include <HalvardSling/JSONDictionary.hpp>
 
 #include "CommandLineFixture.hpp"
+#include "support/RawServer.hpp"
 
 namespace {
 
@@ -12,6 +13,8 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using TestSupport::CommandLine;
+using TestSupport::RawServer;
+using TestSupport::write;
 
 class ProfilesCommand : public CommandLine {
   protected:
@@ -126,6 +129,33 @@ TEST_F(ProfilesCommand, OneThatIsGoneIsRefusedAndAfterwardsUnknown) {
     outputOf({"history", "list", "--profile", "Anna"});
     outputOf({"profiles", "delete", "Anna"});
     EXPECT_EQ(runConfigured({"history", "list", "--profile", anna}).code, 6);
+}
+
+TEST_F(CommandLine, OfTwoProfilesThatAreNamedAlikeNoneIsTaken) {
+    const RawServer server([](TestSupport::RawConnection& connection) {
+        while (const auto request = connection.readRequest())
+            connection.send(
+                TestSupport::httpReply(200, request->starts_with("POST")
+                                                ? R"({"profileId":"p","token":"t"})"
+                                                : R"({"data":[{"profileId":"p","username":"Mum"},)"
+                                                  R"({"profileId":"1","username":"Ann"},)"
+                                                  R"({"profileId":"2","username":"Ann"},)"
+                                                  R"({"profileId":"Ben","username":"Bob"},)"
+                                                  R"({"profileId":"4","username":"Ben"}]})"));
+    });
+    write(configuration,
+          R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"
+          R"("personalization-bind-anonymous":{"method":"POST","url":")" +
+              server.url("/bind") + R"("},"personalization-get-profiles":{"url":")" +
+              server.url("/list") +
+              R"("},"personalization-delete-profile":{"method":"DELETE","url":")" +
+              server.url("/?%UXID%") + R"("}}})");
+    const auto ambiguous = runConfigured({"profiles", "delete", "Ann"});
+    EXPECT_EQ(ambiguous.code, 2);
+    EXPECT_THAT(ambiguous.errors, HasSubstr("2 profiles have the name 'Ann'"));
+    EXPECT_EQ(outputOf({"profiles", "delete", "Ben"}), "deleted 1 of 1 profiles\n");
+    EXPECT_THAT(server.requests().back(), testing::StartsWith("DELETE /?Ben "))
+        << "what is an identifier is no name";
 }
 
 }  // namespace

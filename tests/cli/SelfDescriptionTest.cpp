@@ -129,6 +129,24 @@ TEST_F(SelfDescription, FishTakesTheScript) {
     outputOfProgram({"/usr/bin/fish", "--no-execute", script});
 }
 
+TEST_F(SelfDescription, FishCompletesCommandsOptionsAndFiles) {
+    if (!std::filesystem::exists("/usr/bin/fish")) GTEST_SKIP() << "no fish";
+    const std::string script = directory / "kestrin-profile.fish";
+    write(script, run({"completion", "fish"}).output);
+    write(directory / "some-ids.txt", "");
+    const auto offered = [&](const std::string& line) {
+        return outputOfProgram({"/usr/bin/fish", "--no-config", "-c",
+                                "source " + script + "; complete -C 'kestrin-profile " + line +
+                                    "' | string split -f 1 \\t; true"});
+    };
+    EXPECT_EQ(offered("hist"), "history\n");
+    EXPECT_EQ(offered("favorites add"), "add\nadd-many\n");
+    EXPECT_EQ(offered("--profile history watchlist cl"), "clear\n");
+    EXPECT_EQ(offered("history add --pro"), "--profile\n--progress\n");
+    EXPECT_EQ(offered("watchlist add --from " + std::string(directory / "some-")),
+              std::string(directory / "some-ids.txt") + "\n");
+}
+
 TEST_F(SelfDescription, TheManPageHasEveryCommandAndSection) {
     const std::string page = run({"man"}).output;
     EXPECT_THAT(page, testing::StartsWith(".TH KESTRIN\\-PROFILE 1 "));

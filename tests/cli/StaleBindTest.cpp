@@ -1,10 +1,13 @@
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "CommandLineFixture.hpp"
+#include "support/RawServer.hpp"
 
 namespace {
 
@@ -12,6 +15,9 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using TestSupport::CommandLine;
 using TestSupport::contentOf;
+using TestSupport::httpReply;
+using TestSupport::RawConnection;
+using TestSupport::RawServer;
 using TestSupport::write;
 
 /// Binds that are held and have not expired, but that the service does not take any more.
@@ -103,6 +109,53 @@ TEST_F(StaleBind, IsReplacedOnceForManyItems) {
     EXPECT_EQ(std::ranges::count(played.requests, "POST /v1/binds 200"), 1);
     EXPECT_EQ(std::ranges::count(played.requests, "PUT /v1/watchlist/video 204"), 20);
     EXPECT_LE(std::ranges::count(played.requests, "PUT /v1/watchlist/video 403"), 4);
+}
+
+/// A service that gives out the tokens "old" and then "new", and refuses the old one: a video
+/// "late" only when the new one was seen.
+class LateRefusal {
+  public:
+    void operator()(RawConnection& connection) {
+        while (const auto request = connection.readRequest())
+            connection.send(replyTo(*request, connection));
+    }
+
+    [[nodiscard]] int binds() const { return binds_; }
+
+  private:
+    std::string replyTo(const std::string& request, RawConnection& connection) {
+        if (request.starts_with("POST")) {
+            const char* const token = binds_++ == 0 ? "old" : "new";
+            return httpReply(200, R"({"profileId":"p","token":")" + std::string(token) + R"("})");
+        }
+        if (request.find("JWT new") != std::string::npos) {
+            newIsSeen_ = true;
+            return httpReply(200, "{}");
+        }
+        while (request.find("?late") != std::string::npos && !newIsSeen_)
+            if (!connection.pause(std::chrono::milliseconds(5))) break;
+        return httpReply(403, "{}");
+    }
+
+    std::atomic<int> binds_ = 0;
+    std::atomic<bool> newIsSeen_ = false;
+};
+
+TEST_F(CommandLine, ALateRefusalOfAStaleBindLeavesTheNewOneKept) {
+    LateRefusal refusal;
+    const RawServer server([&](RawConnection& connection) { refusal(connection); });
+    write(configuration,
+          R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"
+          R"("personalization-bind-anonymous":{"method":"POST","url":")" +
+              server.url("/bind") +
+              R"("},"personalization-watchlist-add-video":{"method":"PUT","url":")" +
+              server.url("/?%VIDEO%") + R"("}}})");
+    outputOf({"bind"});
+    EXPECT_EQ(outputOf({"watchlist", "add", "late", "v1", "--jobs", "2"}),
+              "added 2 of 2 to the watch list\n");
+    EXPECT_EQ(refusal.binds(), 2);
+    outputOf({"watchlist", "add", "v2"});
+    EXPECT_EQ(refusal.binds(), 2) << "the new bind was not kept";
 }
 
 TEST_F(StaleBind, WhatIsRefusedUnderTheNewOneStaysRefused) {

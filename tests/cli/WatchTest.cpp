@@ -24,6 +24,17 @@ class Watch : public CommandLine {
             if ((program.*where)().find(text) != std::string::npos) break;
         return (program.*where)();
     }
+
+    /// What a second of watching shows on a terminal, which is prepared with commands of the shell.
+    std::string watchedOnTerminal(const std::string& what, const std::string& prepared = "") {
+        Program program({"/usr/bin/script", "-qec",
+                         prepared + KESTRIN_CLIENT + " --config " + configuration + " " + what +
+                             " --watch & watching=$!; sleep 1; kill -INT $watching; wait $watching",
+                         "/dev/null"},
+                        environment);
+        EXPECT_EQ(program.wait(), 130);
+        return program.output();
+    }
 };
 
 TEST_F(Watch, PrintsAListAnewOnlyAfterAChangeAndEndsWith130) {
@@ -83,16 +94,28 @@ TEST_F(Watch, APeriodThatIsNoneIsAUsageError) {
 TEST_F(Watch, ATerminalIsRedrawn) {
     if (!std::filesystem::exists("/usr/bin/script"))
         GTEST_SKIP() << "no program to make a terminal";
-    Program program(
-        {"/usr/bin/script", "-qec",
-         std::string(KESTRIN_CLIENT) + " --config " + configuration +
-             " favorites list --watch & watching=$!; sleep 1; kill -INT $watching; wait "
-             "$watching",
-         "/dev/null"},
-        environment);
-    EXPECT_EQ(program.wait(), 130);
-    EXPECT_THAT(program.output(),
+    environment["TERM"] = "xterm";
+    EXPECT_THAT(watchedOnTerminal("favorites list"),
                 AllOf(HasSubstr("\x1b[H\x1b[2J"), HasSubstr("every 2 s"), HasSubstr("0 entries")));
+}
+
+TEST_F(Watch, ANarrowTerminalShowsTheBeginOfEachLine) {
+    if (!std::filesystem::exists("/usr/bin/script"))
+        GTEST_SKIP() << "no program to make a terminal";
+    outputOf({"favorites", "add", "a-show-with-a-long-name", "夜夜夜夜夜夜夜夜夜夜夜夜"});
+    environment["TERM"] = "xterm";
+    const std::string shown = watchedOnTerminal("favorites list", "stty cols 20; ");
+    EXPECT_THAT(shown, AllOf(HasSubstr("\x1b[1mSHOW               …\x1b[0m\r\n"),
+                             HasSubstr("\na-show-with-a-long-…\r\n"),
+                             HasSubstr("\n夜夜夜夜夜夜夜夜夜…\r\n")));
+}
+
+TEST_F(Watch, ATerminalThatCanOnlyPrintIsNotRedrawn) {
+    if (!std::filesystem::exists("/usr/bin/script"))
+        GTEST_SKIP() << "no program to make a terminal";
+    environment["TERM"] = "dumb";
+    EXPECT_THAT(watchedOnTerminal("favorites list"),
+                AllOf(HasSubstr("0 entries"), testing::Not(HasSubstr("\x1b"))));
 }
 
 }  // namespace

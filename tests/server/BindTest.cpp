@@ -85,7 +85,10 @@ TEST_F(BindTest, blockingOneHouseholdsProfileTouchesNoOtherHousehold) {
 
 TEST_F(BindTest, theBodyNamesTheProfileOfTheQuery) {
     const HeaderLines secret{{"X-Household-Secret", service.secret()}};
-    EXPECT_EQ(outcomeOf(bindWith(secret, R"({"profileId":"other"})")), "422 invalid-body");
+    const auto other = bindWith(secret, R"({"profileId":"other"})");
+    EXPECT_EQ(outcomeOf(other), "422 invalid-body");
+    EXPECT_EQ(detailOf(other),
+              "the body.profileId is 'other'; expected is the profile of the query, 'parent'");
     EXPECT_EQ(outcomeOf(bindWith(secret, "{}")), "422 invalid-body");
     EXPECT_EQ(outcomeOf(bindWith(secret, "")), "400 missing-body");
 }

@@ -134,6 +134,25 @@ TEST_F(BodyTest, theContentTypeIsJSON) {
     EXPECT_EQ(outcomeOf(withType("", "")), "204") << "no body, no type";
 }
 
+TEST_F(BodyTest, aCompressedBodyIsRefused) {
+    const auto encoded = [this](const std::string& encoding) {
+        auto headers = parent.headers();
+        headers.emplace_back("Content-Type", "application/json");
+        headers.emplace_back("Content-Encoding", encoding);
+        return client.http.send("PUT", watchTarget, headers, "{}");
+    };
+    const auto reply = encoded("gzip");
+    EXPECT_EQ(outcomeOf(reply), "415 unsupported-media-type");
+    EXPECT_EQ(detailOf(reply), "the body's Content-Encoding is 'gzip'; expected is none");
+    EXPECT_EQ(outcomeOf(encoded("identity")), "204");
+}
+
+TEST_F(BodyTest, aNewProfileNeedsAName) {
+    const auto reply = client.call(parent, "POST", profilesTarget, R"({"avatar":"cat"})");
+    EXPECT_EQ(outcomeOf(reply), "422 invalid-name");
+    EXPECT_EQ(detailOf(reply), "the body lacks the key 'username'; a new profile needs a name");
+}
+
 TEST_F(BodyTest, deeplyNestedBodiesAreRefused) {
     EXPECT_EQ(outcomeOf(watch(std::string(10000, '['))), "400 malformed-json");
 }

@@ -25,6 +25,13 @@ TEST_F(HttpTest, anUnknownPathIsNotFound) {
     }
 }
 
+TEST_F(HttpTest, anUnknownPathIsToldWhichThereAre) {
+    const std::string detail = detailOf(client.http.send("GET", "/v1/histories"));
+    EXPECT_TRUE(detail.starts_with("the service has no path '/v1/histories'; expected is one of "));
+    for (const Route& route : routes())
+        EXPECT_NE(detail.find(route.path), std::string::npos) << route.path;
+}
+
 TEST_F(HttpTest, aProblemNamesThePathWithoutTheQuery) {
     const auto reply = client.http.send("GET", "/v1/nothing?video=private");
     EXPECT_EQ(reply.json().at("instance").as_string(), "/v1/nothing");
@@ -41,6 +48,7 @@ TEST_F(HttpTest, aMethodThatAPathDoesNotHaveIsRefusedWithThoseItHas) {
     EXPECT_EQ(allowed("GET", "/v1/profile?v=1"), "PUT, DELETE");
     EXPECT_EQ(allowed("OPTIONS", "/v1/history/video?v=1"), "GET, PUT, DELETE");
     EXPECT_EQ(allowed("BREW", "/v1/binds?v=1"), "POST");
+    EXPECT_EQ(allowed("POST", "/healthz"), "GET");
 }
 
 TEST_F(HttpTest, everyPathOfTheTableRefusesAMethodOfNoRoute) {
@@ -147,6 +155,33 @@ TEST_F(HttpTest, whatIsNotHTTPIsAnsweredAndDisconnected) {
         EXPECT_NE(answer.find("urn:kestrin-profile:problem:malformed-request"), std::string::npos);
     }
     EXPECT_EQ(outcomeOf(client.http.send("GET", "/healthz")), "200");
+}
+
+TEST_F(HttpTest, whoSpeaksTLSIsToldThatTheServiceDoesNot) {
+    const std::string answer = sendRaw(service.baseURL(), "\x16\x03\x01 a greeting of TLS");
+    EXPECT_NE(answer.find("; expected is HTTP/1.1 in clear text"), std::string::npos) << answer;
+}
+
+TEST_F(HttpTest, aTransferCodingThatIsNotUnderstoodEndsTheConnection) {
+    for (const std::string coding : {"gzip", "gzip, chunked", "chunked, gzip"}) {
+        const std::string answer =
+            sendRaw(service.baseURL(),
+                    "PUT /v1/watchlist/video?video=v&brand=b&profile=parent&v=1 HTTP/1.1"
+                    "\r\nHost: x\r\nTransfer-Encoding: " +
+                        coding + "\r\n\r\nGET /healthz HTTP/1.1\r\nHost: x\r\n\r\n");
+        EXPECT_TRUE(answer.starts_with("HTTP/1.1 400 ")) << coding << answer;
+        EXPECT_NE(
+            answer.find("the Transfer-Encoding is '" + coding + "'; expected is chunked or none"),
+            std::string::npos)
+            << answer;
+        EXPECT_EQ(answer.find("\"ok\""), std::string::npos) << "the body was taken for a request";
+    }
+}
+
+TEST_F(HttpTest, aReplyWithoutContentHasNoLength) {
+    const auto reply = client.call(parent, "DELETE", "/v1/history?brand=b&profile=parent&v=1");
+    EXPECT_EQ(outcomeOf(reply), "204");
+    EXPECT_EQ(reply.headers.count("content-length"), 0U);
 }
 
 TEST_F(HttpTest, requestsSentTogetherAreAnsweredInTheirOrder) {

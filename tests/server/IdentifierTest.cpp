@@ -81,6 +81,18 @@ TEST_F(IdentifierTest, theSentinelIsTheLastParameterAndOneOfItsKind) {
     EXPECT_EQ(call("DELETE", "/v1/history?v=1"), "400 missing-parameter");
 }
 
+TEST_F(IdentifierTest, aQueryWithoutTheSentinelIsToldHowItEnds) {
+    const auto detail = [this](const std::string& target) {
+        return detailOf(client.call(parent, "DELETE", target));
+    };
+    const std::string expected = "; expected is 'v=1' at the end. Usually a '#' ";
+    EXPECT_TRUE(detail("/v1/history").starts_with("the query is empty" + expected));
+    EXPECT_TRUE(detail(video("brand=b&profile=parent&video=private"))
+                    .starts_with("the query ends with the parameter 'video'" + expected));
+    EXPECT_TRUE(detail(video("video=a&brand=b&profile=parent&v=2"))
+                    .starts_with("the query ends with 'v=2'" + expected));
+}
+
 TEST_F(IdentifierTest, anAmpersandInAnIdentifierIsNoticed) {
     call("PUT", named("a"));
     const auto unknown = client.call(parent, "DELETE", named("a&b"));

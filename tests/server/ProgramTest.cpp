@@ -172,8 +172,9 @@ TEST_F(ProgramTest, aWrongCommandLineHasItsOwnExitCode) {
           Arguments{"--max-profiles", "0"}, Arguments{"--max-size", "-1"},
           Arguments{"--token-lifetime", "0"}, Arguments{"--threads", "0"},
           Arguments{"--parent-profile", "a#b"}, Arguments{"--parent-profile", " a"},
-          Arguments{"--block", "a&b"}, Arguments{"--household", "\xFF"},
-          Arguments{"--brand", "\xFF"}, Arguments{"stray"}}) {
+          Arguments{"--parent-profile", "a b"}, Arguments{"--parent-profile", "\xC3\xA9"},
+          Arguments{"--block", "a\tb"}, Arguments{"--block", "a&b"},
+          Arguments{"--household", "\xFF"}, Arguments{"--brand", "\xFF"}, Arguments{"stray"}}) {
         EXPECT_EQ(run(with(wrong)), 2) << wrong.front();
         EXPECT_NE(errors.find("--help"), std::string::npos);
         EXPECT_FALSE(std::filesystem::exists(database));

@@ -1,3 +1,4 @@
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,12 +35,30 @@ void print(const Session& session, const AnonymousBind& bind, bool wasHeld) {
           fmt::format("{} characters, kept", bind.token.size())}});
 }
 
-ExitCode obtainBind(Session& session, const std::optional<std::string>& profileID) {
+/// Whether a text that is refused in this way may yet be a profile's name.
+bool mayBeName(ExitCode code) {
+    return code == ExitCode::notFound || code == ExitCode::usage || code == ExitCode::validation;
+}
+
+/// The bind of a profile. Only what is no identifier is looked up as a name, so that a bind can be
+/// had where the parent's cannot.
+AnonymousBind bindOf(Session& session, const std::string& nameOrID) {
+    const Profile profile;
+    try {
+        return session.await(profile.requestAnonymousBind(nameOrID));
+    } catch (...) {
+        if (!mayBeName(describe(std::current_exception()).code)) throw;
+        Caller parent(session, ConfigurationManager::parentProfileID());
+        const auto user = Household(parent).seek(nameOrID);
+        if (!user || user->profileID == nameOrID) throw;
+        return session.await(profile.requestAnonymousBind(user->profileID));
+    }
+}
+
+ExitCode obtainBind(Session& session, const std::optional<std::string>& nameOrID) {
     session.configure();
     const auto before = ConfigurationManager::profileBind(true);
-    const Profile profile;
-    const AnonymousBind bind =
-        session.await(profile.requestAnonymousBind(profileID ? *profileID : callersID(session)));
+    const AnonymousBind bind = bindOf(session, nameOrID ? *nameOrID : callersID(session));
     session.keepBinds();
     print(session, bind, before == bind);
     return ExitCode::ok;
@@ -50,14 +69,14 @@ ExitCode obtainBind(Session& session, const std::optional<std::string>& profileI
 void addBindCommand(CLI::App& app, Command& chosen) {
     auto* const command = app.add_subcommand(
         "bind", "Obtain an anonymous bind for a profile and keep it for later commands");
-    const auto profileID = std::make_shared<std::string>();
+    const auto profile = std::make_shared<std::string>();
     auto* const argument = command->add_option(
-        "PROFILE_ID", *profileID, "The profile's identifier; without it the profile that acts");
+        "PROFILE", *profile, "A profile, by identifier or name; without it the one that acts");
     argument->type_name("");
-    command->callback([&chosen, profileID, argument] {
+    command->callback([&chosen, profile, argument] {
         const bool named = argument->count() > 0;
-        chosen = [profileID, named](Session& session) {
-            return obtainBind(session, named ? std::optional(*profileID) : std::nullopt);
+        chosen = [profile, named](Session& session) {
+            return obtainBind(session, named ? std::optional(*profile) : std::nullopt);
         };
     });
 }

@@ -14,7 +14,7 @@ using Command = std::function<ExitCode(Session&)>;
 
 // Each adds its command to the command line and, where it is chosen, sets `chosen`.
 
-/// bind [PROFILE_ID]: obtains an anonymous bind and keeps it.
+/// bind [PROFILE]: obtains an anonymous bind and keeps it.
 void addBindCommand(CLI::App& app, Command& chosen);
 
 /// profiles list|create|edit|delete|validate: the household's profiles.

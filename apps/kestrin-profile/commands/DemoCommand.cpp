@@ -3,6 +3,7 @@
 #include <string>
 
 #include "../Caller.hpp"
+#include "../demo/OnlyDemo.hpp"
 #include "../demo/Scenes.hpp"
 #include "Commands.hpp"
 
@@ -33,6 +34,7 @@ void tidyUp(const Stage& stage, const Cast& cast) {
 
 ExitCode play(Session& session, const std::string& blockedProfileID) {
     session.configure();
+    const OnlyDemo only(session.configurationFile());
     Stage stage(session);
     Cast cast;
     cast.brand = brandOf(session);

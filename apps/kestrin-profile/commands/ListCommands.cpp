@@ -242,12 +242,14 @@ void addAdding(CLI::App& group, Command& chosen, const Shared& options) {
         command.add_option("--progress", options->watched.progress, "How far they were watched")
             ->required()
             ->type_name("SECONDS|h:mm:ss");
-        command.add_flag_callback(
+        auto* const completed = command.add_flag_callback(
             "--completed", [options] { options->watched.isComplete = true; },
             "They were watched to the end");
-        command.add_flag_callback(
-            "--not-completed", [options] { options->watched.isComplete = false; },
-            "They were not; without either, what the history knows stays");
+        command
+            .add_flag_callback(
+                "--not-completed", [options] { options->watched.isComplete = false; },
+                "They were not; without either, what the history knows stays")
+            ->excludes(completed);
     }
     onChosen(command, chosen, options, &add);
 }

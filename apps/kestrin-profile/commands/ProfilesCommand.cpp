@@ -141,10 +141,11 @@ CLI::App& addCommand(CLI::App& group, const char* name, const char* description,
     return *command;
 }
 
-void addLooks(CLI::App& command, const Shared& options) {
+/// @return the option that makes a profile the default one
+CLI::Option* addLooks(CLI::App& command, const Shared& options) {
     command.add_option("--avatar", options->avatar, "The profile's picture")->type_name("TEXT");
     command.add_option("--group", options->group, "The group it belongs to")->type_name("TEXT");
-    command.add_flag_callback(
+    return command.add_flag_callback(
         "--default", [options] { options->isDefault = true; },
         "Make it the household's default profile");
 }
@@ -160,10 +161,12 @@ void addEdit(CLI::App& group, Command& chosen, const Shared& options) {
         ->required()
         ->type_name("");
     command.add_option("--name", options->name, "The new name")->type_name("TEXT");
-    addLooks(command, options);
-    command.add_flag_callback(
-        "--not-default", [options] { options->isDefault = false; },
-        "Make it the default profile no longer");
+    auto* const isDefault = addLooks(command, options);
+    command
+        .add_flag_callback(
+            "--not-default", [options] { options->isDefault = false; },
+            "Make it the default profile no longer")
+        ->excludes(isDefault);
 }
 
 }  // namespace
