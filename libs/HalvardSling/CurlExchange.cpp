@@ -14,6 +14,7 @@ namespace {
 
 constexpr long receiveBufferBytes = 256L * 1024;
 constexpr int firstErrorStatus = 400;
+constexpr std::size_t usualFields = 16;
 
 /// What a result of libcurl means before the request was handed to a connection, and after.
 struct Meaning {
@@ -99,10 +100,6 @@ bool isFraming(std::string_view name) {
     return std::ranges::any_of(framing, [&](auto each) { return Headers::sameName(each, name); });
 }
 
-bool isCleartext(std::string_view url) {
-    return Headers::sameName(url.substr(0, 5), "http:");
-}
-
 bool hasContent(std::string_view method) {
     return method == "POST" || method == "PUT" || method == "PATCH";
 }
@@ -163,25 +160,37 @@ void CurlExchange::ListFree::operator()(curl_slist* list) const noexcept {
     curl_slist_free_all(list);
 }
 
+CurlExchange::Scheme CurlExchange::schemeOf(const TransportRequest& request) noexcept {
+    return Headers::sameName(std::string_view(request.url).substr(0, 5), "http:") ? Scheme::http
+                                                                                  : Scheme::https;
+}
+
+int CurlExchange::setUp(void* easy, Scheme scheme, const CurlTransport::Options& options) {
+    Options set(easy);
+    setSafety(set, scheme, options);
+    setConnection(set, scheme, options);
+    setCallbacks(set);
+    return set.result();
+}
+
 std::optional<SlingError> CurlExchange::prepare(void* easy,
                                                 std::shared_ptr<const TransportRequest> request,
-                                                const CurlTransport::Options& options, Span span,
-                                                void* owner) {
+                                                Span span, void* owner) {
     const auto now = std::chrono::steady_clock::now();
     easy_ = easy;
     request_ = std::move(request);
     deadline_ = span.deadline;
     offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span.started);
     if (auto problem = problemOfRequest(*request_)) return problem;
+    if (easy == nullptr)
+        return SlingError(SlingErrorKind::cannotConnect,
+                          "libcurl refuses an option that a safe transfer needs");
     Options set(easy);
     set(CURLOPT_PRIVATE, owner);
     set(CURLOPT_TIMEOUT_MS,
         milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span.deadline - now)));
     set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(request_->connectTimeout));
-    setSafety(set, options);
-    setConnection(set, options);
-    setRequest(set, options);
-    setCallbacks(set);
+    setRequest(set);
     if (set.result() != CURLE_OK) return failure(set.result());
     return std::nullopt;
 }
@@ -190,9 +199,10 @@ void* CurlExchange::ownerOf(void* easy) {
     return infoOf<void*>(easy, CURLINFO_PRIVATE);
 }
 
-void CurlExchange::setSafety(Options& set, const CurlTransport::Options& options) const {
-    set(CURLOPT_PROTOCOLS_STR, request_->allowsCleartext ? "http,https" : "https");
+void CurlExchange::setSafety(Options& set, Scheme scheme, const CurlTransport::Options& options) {
+    set(CURLOPT_PROTOCOLS_STR, scheme == Scheme::http ? "http" : "https");
     set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PATH_AS_IS, 1L);
     set(CURLOPT_HTTP09_ALLOWED, 0L);
     set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
     set(CURLOPT_SSL_VERIFYPEER, 1L);
@@ -209,7 +219,8 @@ void CurlExchange::setSafety(Options& set, const CurlTransport::Options& options
     set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
 }
 
-void CurlExchange::setConnection(Options& set, const CurlTransport::Options&) const {
+void CurlExchange::setConnection(Options& set, Scheme scheme,
+                                 const CurlTransport::Options& options) {
     set(CURLOPT_NOSIGNAL, 1L);
     set.ifAvailable(CURLOPT_BUFFERSIZE, receiveBufferBytes);
     // Without it, aborting a transfer would wait for the system's name lookup.
@@ -217,39 +228,40 @@ void CurlExchange::setConnection(Options& set, const CurlTransport::Options&) co
     set.ifAvailable(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
     // Wait for a connection that is being made: HTTP/2 may put this request onto it. In cleartext,
     // where that cannot be, libcurl would wait for the connection's first reply.
-    set.ifAvailable(CURLOPT_PIPEWAIT, isCleartext(request_->url) ? 0L : 1L);
+    set.ifAvailable(CURLOPT_PIPEWAIT, scheme == Scheme::http ? 0L : 1L);
     set.ifAvailable(CURLOPT_ACCEPT_ENCODING, "gzip");
-}
-
-void CurlExchange::setRequest(Options& set, const CurlTransport::Options& options) {
-    set(CURLOPT_URL, escapedForRequestLine(request_->url).c_str());
-    set(CURLOPT_PATH_AS_IS, 1L);
-    setBody(set);
-    if (request_->sendsUserAgent && !options.userAgent.empty())
-        set(CURLOPT_USERAGENT, options.userAgent.c_str());
-    headerLines_ = headerLines();
-    set(CURLOPT_HTTPHEADER, headerLines_.get());
-}
-
-void CurlExchange::setBody(Options& set) {
-    if (request_->method == "HEAD") return set(CURLOPT_NOBODY, 1L);
-    const bool hasBody = request_->body || hasContent(request_->method);
-    if (hasBody) {
-        set(CURLOPT_POSTFIELDSIZE_LARGE,
-            static_cast<curl_off_t>(request_->body ? request_->body->size() : 0));
-        set(CURLOPT_POSTFIELDS, request_->body ? request_->body->data() : "");
-    }
-    if (request_->method != (hasBody ? "POST" : "GET"))
-        set(CURLOPT_CUSTOMREQUEST, request_->method.c_str());
+    if (!options.userAgent.empty()) set(CURLOPT_USERAGENT, options.userAgent.c_str());
 }
 
 void CurlExchange::setCallbacks(Options& set) {
     set(CURLOPT_HEADERFUNCTION, &CurlExchange::onHeader);
-    set(CURLOPT_HEADERDATA, static_cast<void*>(this));
     set(CURLOPT_WRITEFUNCTION, &CurlExchange::onBody);
-    set(CURLOPT_WRITEDATA, static_cast<void*>(this));
     set(CURLOPT_PREREQFUNCTION, &CurlExchange::onSend);
-    set(CURLOPT_PREREQDATA, static_cast<void*>(this));
+}
+
+void CurlExchange::setRequest(Options& set) {
+    set(CURLOPT_URL, escapedForRequestLine(request_->url).c_str());
+    setMethod(set);
+    headerLines_ = headerLines();
+    set(CURLOPT_HTTPHEADER, headerLines_.get());
+    for (const CURLoption each : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA})
+        set(each, static_cast<void*>(this));
+}
+
+void CurlExchange::setMethod(Options& set) const {
+    const bool isHead = request_->method == "HEAD";
+    const bool hasBody = !isHead && (request_->body || hasContent(request_->method));
+    // In this order: the later ones change what libcurl concludes from the earlier ones.
+    set(CURLOPT_NOBODY, isHead ? 1L : 0L);
+    if (hasBody) {
+        set(CURLOPT_POSTFIELDSIZE_LARGE,
+            static_cast<curl_off_t>(request_->body ? request_->body->size() : 0));
+        set(CURLOPT_POSTFIELDS, request_->body ? request_->body->data() : "");
+    } else if (!isHead) {
+        set(CURLOPT_HTTPGET, 1L);
+    }
+    const std::string_view implied = isHead ? "HEAD" : hasBody ? "POST" : "GET";
+    set(CURLOPT_CUSTOMREQUEST, request_->method == implied ? nullptr : request_->method.c_str());
 }
 
 CurlExchange::List CurlExchange::headerLines() const {
@@ -262,6 +274,7 @@ CurlExchange::List CurlExchange::headerLines() const {
         append("Expect:");
         if (!request_->headers.value("Content-Type")) append("Content-Type:");
     }
+    if (!request_->sendsUserAgent && !request_->headers.value("User-Agent")) append("User-Agent:");
     for (const auto& [name, value] : request_->headers) {
         if (isFraming(name)) continue;
         append(trimmed(value).empty() ? name + ';' : name + ": " + value);
@@ -294,6 +307,7 @@ bool CurlExchange::takeHeaderLine(std::string_view line) {
     switch (reading_) {
         case Reading::statusLine:
             parts_.headers = {};
+            parts_.headers.reserve(usualFields);
             reading_ = Reading::fields;
             break;
         case Reading::fields:

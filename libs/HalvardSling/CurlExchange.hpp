@@ -30,14 +30,23 @@ class CurlExchange {
         std::chrono::steady_clock::time_point deadline;
     };
 
-    /// Prepares a handle that is new or was reset.
+    /// Whom a handle may talk to. The scheme of a request's URL decides.
+    enum class Scheme { http, https };
+    [[nodiscard]] static Scheme schemeOf(const TransportRequest& request) noexcept;
+
+    /// Sets a new handle up with all that is the same for every request of a scheme.
+    /// @return libcurl's result, a CURLcode
+    [[nodiscard]] static int setUp(void* easy, Scheme scheme,
+                                   const CurlTransport::Options& options);
+
+    /// Prepares a handle (null: none could be set up) that was set up for the request's scheme. It
+    /// may have served another request before: whatever differs between two requests is set.
     /// @param request  kept until the exchange is over
     /// @param span     when the transfer began and when it gives up
     /// @param owner    what `ownerOf` returns for this handle
     /// @return why the request cannot be sent, or absent
     [[nodiscard]] std::optional<SlingError> prepare(void* easy,
                                                     std::shared_ptr<const TransportRequest> request,
-                                                    const CurlTransport::Options& options,
                                                     Span span, void* owner);
 
     [[nodiscard]] static void* ownerOf(void* easy);
@@ -60,11 +69,11 @@ class CurlExchange {
     static std::size_t onBody(char* data, std::size_t, std::size_t size, void* self);
     static int onSend(void* self, char*, char*, int, int);
 
-    void setSafety(Options& set, const CurlTransport::Options& options) const;
-    void setConnection(Options& set, const CurlTransport::Options& options) const;
-    void setRequest(Options& set, const CurlTransport::Options& options);
-    void setBody(Options& set);
-    void setCallbacks(Options& set);
+    static void setSafety(Options& set, Scheme scheme, const CurlTransport::Options& options);
+    static void setConnection(Options& set, Scheme scheme, const CurlTransport::Options& options);
+    static void setCallbacks(Options& set);
+    void setRequest(Options& set);
+    void setMethod(Options& set) const;
     [[nodiscard]] List headerLines() const;
 
     [[nodiscard]] bool takeHeaderLine(std::string_view line);

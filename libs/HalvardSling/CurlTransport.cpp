@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <limits>
 #include <map>
@@ -38,6 +39,47 @@ struct MultiCleanup {
     void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
 };
 using MultiHandle = std::unique_ptr<CURLM, MultiCleanup>;
+
+/// A handle that is set up for one scheme.
+struct SchemeHandle {
+    EasyHandle easy;
+    CurlExchange::Scheme scheme = CurlExchange::Scheme::https;
+};
+
+/// Handles that have served a request and wait for the next one. Setting one up costs about as much
+/// as all the rest of a request's preparation.
+class HandlePool {
+  public:
+    explicit HandlePool(const CurlTransport::Options& options) : options_(options) {}
+
+    /// @return without `easy` where libcurl refuses something that a transfer needs
+    [[nodiscard]] SchemeHandle take(CurlExchange::Scheme scheme) {
+        auto& idle = idle_.at(static_cast<std::size_t>(scheme));
+        if (idle.empty()) return fresh(scheme);
+        EasyHandle easy = std::move(idle.back());
+        idle.pop_back();
+        return {std::move(easy), scheme};
+    }
+
+    void keep(SchemeHandle handle) {
+        idle_.at(static_cast<std::size_t>(handle.scheme)).push_back(std::move(handle.easy));
+    }
+
+    void clear() noexcept {
+        for (auto& each : idle_)
+            each.clear();
+    }
+
+  private:
+    [[nodiscard]] SchemeHandle fresh(CurlExchange::Scheme scheme) const {
+        EasyHandle easy(curl_easy_init());
+        if (!easy || CurlExchange::setUp(easy.get(), scheme, options_) != CURLE_OK) easy.reset();
+        return {std::move(easy), scheme};
+    }
+
+    const CurlTransport::Options& options_;
+    std::array<std::vector<EasyHandle>, 2> idle_;  // by scheme
+};
 
 /// A request that waits for a free place among those in flight.
 struct Waiting {
@@ -94,8 +136,8 @@ struct Transfer {
     Waiting order;
     Clock::time_point started;
     int redirects = 0;
-    std::unique_ptr<CurlExchange> exchange;
-    EasyHandle easy;  // goes first, for it refers to the exchange
+    std::optional<CurlExchange> exchange;
+    SchemeHandle handle;  // goes first, for it refers to the exchange
 };
 
 std::chrono::microseconds timeBetween(Clock::time_point from, Clock::time_point to) {
@@ -118,7 +160,7 @@ TransferLog logOf(const Waiting& order, const TransportResult& result, const Tra
     log.waited = timeBetween(order.accepted, transfer ? transfer->started : Clock::now());
     if (transfer) {
         log.redirects = transfer->redirects;
-        transfer->exchange->describe(transfer->easy.get(), log);
+        transfer->exchange->describe(transfer->handle.easy.get(), log);
     }
     return log;
 }
@@ -246,8 +288,6 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     [[nodiscard]] std::unique_ptr<Transfer> takeFromFlight(TransferID transfer);
     void poll();
     void endOpenTransfers();
-    [[nodiscard]] EasyHandle freshHandle();
-    void keepHandle(EasyHandle easy);
 
     void deliver(const Waiting& order, TransportResult result, const Transfer* transfer = nullptr);
 
@@ -266,7 +306,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     // The thread's own:
     WaitingLine waiting_;
     std::unordered_map<TransferID, std::unique_ptr<Transfer>> inFlight_;
-    std::vector<EasyHandle> idleHandles_;
+    HandlePool handles_{options_};
     bool delivered_ = false;
 };
 
@@ -374,16 +414,17 @@ void CurlTransport::Loop::expireWaiting() {
 void CurlTransport::Loop::startWaiting() {
     const std::size_t places = std::max<std::size_t>(options_.maxInFlight, 1);
     while (inFlight_.size() < places && !waiting_.empty())
-        begin(std::make_unique<Transfer>(
-            Transfer{*waiting_.takeFirst(), Clock::now(), 0, nullptr, freshHandle()}));
+        begin(std::make_unique<Transfer>(*waiting_.takeFirst(), Clock::now()));
 }
 
 void CurlTransport::Loop::begin(std::unique_ptr<Transfer> transfer) {
-    transfer->exchange = std::make_unique<CurlExchange>();
-    auto problem = transfer->exchange->prepare(
-        transfer->easy.get(), transfer->order.request, options_,
-        {.started = transfer->started, .deadline = transfer->order.deadline}, transfer.get());
-    if (!problem && curl_multi_add_handle(multi_.get(), transfer->easy.get()) != CURLM_OK)
+    const auto& request = transfer->order.request;
+    transfer->handle = handles_.take(CurlExchange::schemeOf(*request));
+    CURL* const easy = transfer->handle.easy.get();
+    auto problem = transfer->exchange.emplace().prepare(
+        easy, request, {.started = transfer->started, .deadline = transfer->order.deadline},
+        transfer.get());
+    if (!problem && curl_multi_add_handle(multi_.get(), easy) != CURLM_OK)
         problem = SlingError(SlingErrorKind::cannotConnect, "libcurl took no further transfer");
     if (problem) return deliver(transfer->order, std::move(*problem), transfer.get());
     const TransferID id = transfer->order.transfer;
@@ -404,16 +445,16 @@ void CurlTransport::Loop::finishTransfers() {
 std::unique_ptr<Transfer> CurlTransport::Loop::takeFromFlight(TransferID transfer) {
     auto node = inFlight_.extract(transfer);
     if (node.empty()) return nullptr;
-    curl_multi_remove_handle(multi_.get(), node.mapped()->easy.get());
+    curl_multi_remove_handle(multi_.get(), node.mapped()->handle.easy.get());
     return std::move(node.mapped());
 }
 
 void CurlTransport::Loop::finish(std::unique_ptr<Transfer> transfer, int code) {
-    auto result = transfer->exchange->result(transfer->easy.get(), code);
+    auto result = transfer->exchange->result(transfer->handle.easy.get(), code);
     if (follow(transfer, result)) return;
     deliver(transfer->order, std::move(result), transfer.get());
     // A handle that failed may still hold what it worked with; a new one is cheap.
-    if (code == CURLE_OK) keepHandle(std::move(transfer->easy));
+    if (code == CURLE_OK) handles_.keep(std::move(transfer->handle));
 }
 
 /// Sends what a redirect asks for. Where it may not be followed, the result becomes the reason.
@@ -433,7 +474,7 @@ bool CurlTransport::Loop::follow(std::unique_ptr<Transfer>& transfer, TransportR
     transfer->order.request =
         std::make_shared<const TransportRequest>(std::get<TransportRequest>(std::move(next)));
     transfer->redirects += 1;
-    curl_easy_reset(transfer->easy.get());
+    handles_.keep(std::move(transfer->handle));
     begin(std::move(transfer));
     return true;
 }
@@ -463,7 +504,7 @@ void CurlTransport::Loop::endOpenTransfers() {
         drop(transfer);
     while (const auto waiting = waiting_.takeFirst())
         deliver(*waiting, cancelledError());
-    idleHandles_.clear();
+    handles_.clear();
 
     // Let go of without the lock, for they may hold anything.
     std::unordered_map<TransferID, TransportCompletion> dropped;
@@ -471,22 +512,6 @@ void CurlTransport::Loop::endOpenTransfers() {
     const std::scoped_lock lock(mutex_);
     dropped = std::move(completions_);
     ended = std::move(multi_);
-}
-
-EasyHandle CurlTransport::Loop::freshHandle() {
-    if (idleHandles_.empty()) {
-        EasyHandle easy(curl_easy_init());
-        if (!easy) throw std::bad_alloc();
-        return easy;
-    }
-    EasyHandle easy = std::move(idleHandles_.back());
-    idleHandles_.pop_back();
-    return easy;
-}
-
-void CurlTransport::Loop::keepHandle(EasyHandle easy) {
-    curl_easy_reset(easy.get());
-    idleHandles_.push_back(std::move(easy));
 }
 
 /// Takes the completion out: whoever does is the one that may call it.

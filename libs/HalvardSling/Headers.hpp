@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -21,6 +22,9 @@ class Headers {
     /// The value of the first field with this name, or absent where there is none. The view lives
     /// as long as this object is neither changed nor destroyed.
     [[nodiscard]] std::optional<std::string_view> value(std::string_view name) const;
+
+    /// Makes room for so many fields in all.
+    void reserve(std::size_t count) { fields_.reserve(count); }
 
     /// Appends a field; one of the same name stays.
     void add(std::string name, std::string value);

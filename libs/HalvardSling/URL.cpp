@@ -37,21 +37,27 @@ constexpr bool isControlOrBlank(char c) noexcept {
     return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F;
 }
 
+/// Whether a predicate is true of any character. It looks at all of them, for without a way out in
+/// the middle compilers take many at once.
+template <class Predicate>
+constexpr bool anyOf(std::string_view text, Predicate isSought) noexcept {
+    unsigned char any = 0;  // a byte for a byte; with a bool they do not
+    for (const char c : text)
+        any |= static_cast<unsigned char>(isSought(c));
+    return any != 0;
+}
+
+constexpr std::array<bool, 256> escapedBytes = [] {
+    std::array<bool, 256> table{};
+    for (const char c : std::string_view(R"("<>{}|\^`)"))
+        table[static_cast<unsigned char>(c)] = true;
+    for (std::size_t byte = 0x80; byte < table.size(); ++byte)
+        table[byte] = true;
+    return table;
+}();
+
 constexpr bool isEscaped(char c) noexcept {
-    switch (c) {
-        case '"':
-        case '<':
-        case '>':
-        case '{':
-        case '}':
-        case '|':
-        case '\\':
-        case '^':
-        case '`':
-            return true;
-        default:
-            return static_cast<unsigned char>(c) >= 0x80;
-    }
+    return escapedBytes[static_cast<unsigned char>(c)];
 }
 
 constexpr bool isLetter(char c) noexcept {
@@ -71,21 +77,31 @@ std::size_t authorityStart(std::string_view url) noexcept {
     return std::string_view::npos;
 }
 
-std::string_view authorityOf(std::string_view url) noexcept {
-    const std::string_view rest = url.substr(authorityStart(url));
-    const auto end =
-        std::ranges::find_if(rest, [](char c) { return c == '/' || c == '?' || c == '#'; });
-    return rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
+/// The text up to the first character of which the predicate is true.
+template <class Predicate>
+std::string_view upTo(std::string_view text, Predicate isEnd) noexcept {
+    const auto end = std::ranges::find_if(text, isEnd);
+    return text.substr(0, static_cast<std::size_t>(end - text.begin()));
 }
 
-bool isSecure(std::string_view url) noexcept {
-    return startsWithIgnoringCase(url, "https:");
-}
+/// The parts of a URL that begins with "http://" or "https://".
+struct URLParts {
+    bool isSecure;
+    std::string_view beginning;  ///< scheme and authority, as they are written
+    std::string_view authority;
+    std::string_view path;
+};
 
-std::string_view pathOf(std::string_view url) noexcept {
-    std::string_view rest = url.substr(authorityStart(url));
-    rest.remove_prefix(authorityOf(url).size());
-    return rest.substr(0, rest.find_first_of("?#"));
+std::optional<URLParts> partsOf(std::string_view url) noexcept {
+    const std::size_t start = authorityStart(url);
+    if (start == std::string_view::npos) return std::nullopt;
+    const auto authority =
+        upTo(url.substr(start), [](char c) { return c == '/' || c == '?' || c == '#'; });
+    const std::size_t end = start + authority.size();
+    return URLParts{.isSecure = start == std::string_view("https://").size(),
+                    .beginning = url.substr(0, end),
+                    .authority = authority,
+                    .path = upTo(url.substr(end), [](char c) { return c == '?' || c == '#'; })};
 }
 
 std::string partOf(CURLU* url, CURLUPart part, unsigned flags = 0) {
@@ -142,7 +158,7 @@ bool hasDotSegment(std::string_view path) noexcept {
 /// times. A path that is encoded more often than any honest one counts as hiding something.
 bool mayHideDotSegment(std::string_view path) {
     constexpr int maxLevels = 16;
-    if (std::ranges::none_of(path, [](char c) { return c == '.' || c == '%'; })) return false;
+    if (!anyOf(path, [](char c) { return c == '.' || c == '%'; })) return false;
     std::string decoded(path);
     for (int level = 0; level < maxLevels; ++level) {
         if (hasDotSegment(decoded)) return true;
@@ -170,7 +186,10 @@ bool isToken(std::string_view text) noexcept {
 }
 
 bool isHeaderValue(std::string_view text) noexcept {
-    return std::ranges::all_of(text, [](char c) { return (c >= 0x20 && c < 0x7F) || c == '\t'; });
+    return !anyOf(text, [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return (byte < 0x20 || byte > 0x7E) && c != '\t';
+    });
 }
 
 /// The four numbers of "127.0.0.1"; absent for anything else.
@@ -220,18 +239,17 @@ struct Authority {
 
 /// The authority of a URL that is written in the usual way, which needs no parser; absent for every
 /// other one. A request's URL is looked at several times on its way.
-std::optional<Authority> plainAuthority(std::string_view url) noexcept {
-    const std::string_view authority = authorityOf(url);
-    const std::size_t colon = authority.find(':');
-    const std::string_view host = authority.substr(0, colon);
+std::optional<Authority> plainAuthority(const URLParts& url) noexcept {
+    const std::size_t colon = url.authority.find(':');
+    const std::string_view host = url.authority.substr(0, colon);
     if (!isPlainName(host) && !isPlainAddress(host)) return std::nullopt;
-    if (colon == std::string_view::npos) return Authority{host, isSecure(url) ? "443" : "80"};
-    const std::string_view port = authority.substr(colon + 1);
+    if (colon == std::string_view::npos) return Authority{host, url.isSecure ? "443" : "80"};
+    const std::string_view port = url.authority.substr(colon + 1);
     return isPlainPort(port) ? std::optional(Authority{host, port}) : std::nullopt;
 }
 
-Origin originOf(std::string_view url, const Authority& authority) {
-    return {.scheme = isSecure(url) ? "https" : "http",
+Origin originOf(const URLParts& url, const Authority& authority) {
+    return {.scheme = url.isSecure ? "https" : "http",
             .host = loweredText(std::string(authority.host)),
             .port = std::string(authority.port)};
 }
@@ -248,11 +266,6 @@ std::optional<Origin> parsedOrigin(std::string_view url) {
     return origin;
 }
 
-/// Scheme and authority as they are written.
-std::string_view beginningOf(std::string_view url) noexcept {
-    return url.substr(0, authorityStart(url) + authorityOf(url).size());
-}
-
 }  // namespace
 
 std::string Origin::text() const {
@@ -260,9 +273,9 @@ std::string Origin::text() const {
 }
 
 std::optional<Origin> originOf(std::string_view url) {
-    if (authorityStart(url) == std::string_view::npos) return std::nullopt;
-    if (std::ranges::any_of(url, isControlOrBlank)) return std::nullopt;
-    if (const auto plain = plainAuthority(url)) return originOf(url, *plain);
+    const auto parts = partsOf(url);
+    if (!parts || anyOf(url, isControlOrBlank)) return std::nullopt;
+    if (const auto plain = plainAuthority(*parts)) return originOf(*parts, *plain);
     return parsedOrigin(url);
 }
 
@@ -273,7 +286,7 @@ bool isLoopback(std::string_view host) noexcept {
 }
 
 std::string escapedForRequestLine(std::string_view url) {
-    if (std::ranges::none_of(url, isEscaped)) return std::string(url);
+    if (!anyOf(url, isEscaped)) return std::string(url);
     constexpr std::string_view digits = "0123456789ABCDEF";
     std::string escaped;
     escaped.reserve(url.size());
@@ -291,22 +304,20 @@ std::string escapedForRequestLine(std::string_view url) {
 }
 
 std::optional<SlingError> problemOfURL(std::string_view url) {
-    if (std::ranges::any_of(url, isControlOrBlank))
-        return malformed(url, "holds a control character or a blank");
-    if (authorityStart(url) == std::string_view::npos)
-        return malformed(url, "does not begin with https:// or http://");
-    if (authorityOf(url).find('@') != std::string_view::npos)
+    if (anyOf(url, isControlOrBlank)) return malformed(url, "holds a control character or a blank");
+    const auto parts = partsOf(url);
+    if (!parts) return malformed(url, "does not begin with https:// or http://");
+    if (parts->authority.find('@') != std::string_view::npos)
         return malformed(url, "holds user information");
-    if (!plainAuthority(url) && !parsedOrigin(url)) return malformed(url, "cannot be parsed");
-    if (mayHideDotSegment(pathOf(url))) return malformed(url, "has a \".\" or \"..\" path segment");
+    if (!plainAuthority(*parts) && !parsedOrigin(url)) return malformed(url, "cannot be parsed");
+    if (mayHideDotSegment(parts->path)) return malformed(url, "has a \".\" or \"..\" path segment");
     return std::nullopt;
 }
 
 std::optional<SlingError> problemOfExpandedURL(std::string_view templateURL, std::string_view url) {
     if (auto problem = problemOfURL(url)) return problem;
-    if (authorityStart(templateURL) != std::string_view::npos &&
-        beginningOf(templateURL) == beginningOf(url))
-        return std::nullopt;
+    const auto fixed = partsOf(templateURL);
+    if (fixed && fixed->beginning == partsOf(url)->beginning) return std::nullopt;
     const auto expected = originOf(templateURL);
     if (!expected) return malformed({}, "template does not name a fixed scheme, host and port");
     if (originOf(url) != expected)

@@ -15,6 +15,8 @@ namespace {
 using HalvardSling::Headers;
 using HalvardSling::TransportRequest;
 
+constexpr std::size_t addedHeaders = 2;  // Accept, Content-Type
+
 /// Whether a character stands in a query as it is (RFC 3986, section 2.3).
 constexpr bool isUnreserved(char c) noexcept {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
@@ -72,9 +74,13 @@ void setDefault(Headers& headers, std::string name, std::string value) {
 }
 
 Headers headersOf(const APIParams& params, const WebService& service) {
-    Headers headers = service.headers;
-    for (const auto& [name, value] : params.headers().value_or(TextMap()))
-        headers.set(name, value);
+    TextMap own = params.headers().value_or(TextMap());
+    Headers headers;
+    headers.reserve(service.headers.size() + own.size() + addedHeaders);
+    for (const auto& [name, value] : service.headers)
+        headers.add(name, value);
+    for (auto& [name, value] : own)
+        headers.set(name, std::move(value));
     if (params.removeUserAgent()) headers.remove("User-Agent");
     setDefault(headers, "Accept", "application/json");
     return headers;

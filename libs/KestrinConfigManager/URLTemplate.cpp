@@ -1,5 +1,9 @@
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <utility>
+
+#include <boost/container/small_vector.hpp>
 
 #include <KestrinConfigManager/URLTemplate.hpp>
 
@@ -8,6 +12,7 @@ namespace KestrinConfigManager {
 namespace {
 
 constexpr std::size_t fewestLetters = 3;
+constexpr std::size_t usualSlots = 8;
 
 constexpr bool isUpper(char c) noexcept {
     return c >= 'A' && c <= 'Z';
@@ -21,6 +26,71 @@ std::size_t placeholderLength(std::string_view text) noexcept {
     return letters >= fewestLetters && end != text.end() && *end == '%' ? letters + 2 : 0;
 }
 
+// The pieces of a URL are short: for most of them a call of memcmp or memcpy would cost more than
+// all the rest. A piece of one to two words' length is its first and its last word, which overlap.
+
+template <class Word>
+Word wordAt(const char* text) noexcept {
+    Word word;
+    std::memcpy(&word, text, sizeof word);
+    return word;
+}
+
+template <class Word>
+bool sameEnds(const char* left, const char* right, std::size_t size) noexcept {
+    const std::size_t last = size - sizeof(Word);
+    return wordAt<Word>(left) == wordAt<Word>(right) &&
+           wordAt<Word>(left + last) == wordAt<Word>(right + last);
+}
+
+template <class Word>
+void copyEnds(const char* from, char* to, std::size_t size) noexcept {
+    const std::size_t last = size - sizeof(Word);
+    const Word end = wordAt<Word>(from + last);
+    const Word begin = wordAt<Word>(from);
+    std::memcpy(to, &begin, sizeof begin);
+    std::memcpy(to + last, &end, sizeof end);
+}
+
+template <class Word>
+bool hasLengthOf(std::size_t size) noexcept {
+    return size >= sizeof(Word) && size <= 2 * sizeof(Word);
+}
+
+using Short = std::uint32_t;
+using Long = std::uint64_t;
+
+bool same(std::string_view left, std::string_view right) noexcept {
+    if (left.size() != right.size()) return false;
+    if (hasLengthOf<Short>(left.size()))
+        return sameEnds<Short>(left.data(), right.data(), left.size());
+    if (hasLengthOf<Long>(left.size()))
+        return sameEnds<Long>(left.data(), right.data(), left.size());
+    return left == right;
+}
+
+/// @return where the copy ends
+char* copied(std::string_view text, char* out) noexcept {
+    if (hasLengthOf<Short>(text.size()))
+        copyEnds<Short>(text.data(), out, text.size());
+    else if (hasLengthOf<Long>(text.size()))
+        copyEnds<Long>(text.data(), out, text.size());
+    else
+        text.copy(out, text.size());
+    return out + text.size();
+}
+
+/// The value of a token, or the token itself where there is none.
+/// @param value  where to look from; moved on to where the next token may be
+std::string_view valueOf(std::string_view token, TextMap::const_iterator& value,
+                         TextMap::const_iterator end) noexcept {
+    for (; value != end; ++value) {
+        if (same(value->first, token)) return (value++)->second;
+        if (value->first > token) break;
+    }
+    return token;
+}
+
 }  // namespace
 
 URLTemplate::URLTemplate(std::string text) : text_(std::move(text)) {
@@ -30,10 +100,12 @@ URLTemplate::URLTemplate(std::string text) : text_(std::move(text)) {
         if (length > 0) slots_.push_back({at, length});
         at += std::max<std::size_t>(length, 1);
     }
-}
-
-std::string_view URLTemplate::token(const Slot& slot) const noexcept {
-    return std::string_view(text_).substr(slot.begin, slot.length);
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot)
+        tokens_.push_back({slot, false});
+    const auto tokenOf = [this](const Token& each) { return token(slots_[each.slot]); };
+    std::ranges::sort(tokens_, {}, tokenOf);
+    for (std::size_t i = 1; i < tokens_.size(); ++i)
+        tokens_[i].again = tokenOf(tokens_[i]) == tokenOf(tokens_[i - 1]);
 }
 
 std::vector<std::string_view> URLTemplate::placeholders() const {
@@ -51,17 +123,29 @@ std::optional<std::string_view> URLTemplate::unfilled(const TextMap& values) con
 }
 
 std::string URLTemplate::filled(const TextMap& values) const {
-    std::string result;
-    result.reserve(text_.size());
-    std::size_t done = 0;
-    for (const Slot& slot : slots_) {
-        const auto value = values.find(token(slot));
-        if (value == values.end()) continue;
-        result.append(text_, done, slot.begin - done);
-        result.append(value->second);
-        done = slot.begin + slot.length;
+    // Both are sorted by token, so one walk over them finds every value.
+    boost::container::small_vector<std::string_view, usualSlots> parts(slots_.size());
+    std::size_t size = text_.size();
+    auto value = values.begin();
+    std::string_view part;
+    for (const auto& [slot, again] : tokens_) {
+        const std::string_view wanted = token(slots_[slot]);
+        if (!again) part = valueOf(wanted, value, values.end());
+        parts[slot] = part;
+        size += part.size() - wanted.size();
     }
-    return result.append(text_, done);
+
+    std::string result(size, '\0');
+    char* out = result.data();
+    const char* rest = text_.data();
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+        const std::string_view placeholder = token(slots_[slot]);
+        out = copied({rest, placeholder.data()}, out);
+        out = copied(parts[slot], out);
+        rest = placeholder.data() + placeholder.size();
+    }
+    copied({rest, text_.data() + text_.size()}, out);
+    return result;
 }
 
 std::size_t URLTemplate::pathBegin() const noexcept {

@@ -49,10 +49,19 @@ class URLTemplate {
         std::size_t length;
     };
 
-    [[nodiscard]] std::string_view token(const Slot& slot) const noexcept;
+    /// The token of one slot among all tokens in order.
+    struct Token {
+        std::size_t slot;
+        bool again;  ///< whether it is the same as the one before
+    };
+
+    [[nodiscard]] std::string_view token(const Slot& slot) const noexcept {
+        return {text_.data() + slot.begin, slot.length};
+    }
 
     std::string text_;
     std::vector<Slot> slots_;
+    std::vector<Token> tokens_;  ///< of the slots, sorted
 };
 
 }  // namespace KestrinConfigManager

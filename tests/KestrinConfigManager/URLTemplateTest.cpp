@@ -70,6 +70,24 @@ TEST(URLTemplate, ValuesWithoutPlaceholderAreLeftOut) {
     EXPECT_EQ(URLTemplate().filled({{"%UXID%", "x"}}), "");
 }
 
+TEST(URLTemplate, ANameOfTheSameLengthAndEndsIsAnotherName) {
+    for (const std::string letters :
+         {"AAAA", "AAAAAA", "AAAAAAAA", "AAAAAAAAAAAA", "AAAAAAAAAAAAAAAAAA"})
+        for (std::size_t at = 0; at < letters.size(); ++at) {
+            const std::string token = "%" + letters + "%";
+            std::string other = token;
+            other[1 + at] = 'B';
+            EXPECT_EQ(URLTemplate("/" + token).filled({{other, "x"}}), "/" + token) << other;
+            EXPECT_EQ(URLTemplate("/" + other).filled({{other, "x"}, {token, "y"}}), "/x") << other;
+        }
+}
+
+TEST(URLTemplate, TakesValuesOfAnyLength) {
+    std::string value;
+    for (int length = 0; length < 100; ++length, value += static_cast<char>('a' + length % 26))
+        EXPECT_EQ(URLTemplate("/%UXID%/").filled({{"%UXID%", value}}), "/" + value + "/");
+}
+
 TEST(URLTemplate, AValueIsNeverLookedAtAgain) {
     const URLTemplate url("/%UXID%/%SHOWID%");
     EXPECT_EQ(url.filled({{"%UXID%", "%SHOWID%"}, {"%SHOWID%", "%UXID%"}}), "/%SHOWID%/%UXID%");

@@ -47,5 +47,16 @@ TEST(PercentEncodingTest, EncodesATextOfReservedCharactersAlone) {
               "%21%2A%27%28%29%3B%3A%40%26%3D%2B%24%2C%2F%3F%25%23%5B%5D%5E%5C%20");
 }
 
+TEST(PercentEncodingTest, EncodesTextsOfAnyLength) {
+    std::string text;
+    std::string expected;
+    for (int i = 0; i < 1000; ++i) {
+        const char c = "a/b c"[i % 5];
+        text += c;
+        expected += percentEncoded(std::string(1, c));
+        ASSERT_EQ(percentEncoded(text), expected) << text.size() << " bytes";
+    }
+}
+
 }  // namespace
 }  // namespace KestrinProfile

@@ -18,11 +18,25 @@ using std::chrono::seconds;
 using std::chrono::sys_days;
 using std::chrono::year_month_day;
 
-constexpr Date first = sys_days(std::chrono::year(1) / 1 / 1);
+constexpr sys_days firstDay = std::chrono::year(1) / 1 / 1;
+constexpr Date first = firstDay;
 constexpr Date end = sys_days(std::chrono::year(10000) / 1 / 1);
 
+using TicksSinceFirst = std::chrono::duration<std::uint64_t, Date::period>;
+using DaysSinceFirst = std::chrono::duration<std::uint64_t, days::period>;
+using MillisecondsOfDay = std::chrono::duration<std::uint64_t, std::milli>;
+
+/// Counted from the first date nothing is negative, so rounding down is no more than one
+/// multiplication. What is out of range becomes larger than anything in it.
+constexpr TicksSinceFirst sinceFirst(Date date) {
+    const auto ticks = [](Date each) {
+        return static_cast<std::uint64_t>(each.time_since_epoch().count());
+    };
+    return TicksSinceFirst(ticks(date) - ticks(first));
+}
+
 bool isInRange(Date date) {
-    return date >= first && date < end;
+    return sinceFirst(date) < sinceFirst(end);
 }
 
 constexpr std::array<char, 200> pairs = [] {
@@ -39,24 +53,26 @@ void writePair(char* out, unsigned number) {
 }
 
 std::string textInRange(Date date) {
-    const auto time = floor<milliseconds>(date);
-    const auto midnight = floor<days>(time);
-    const year_month_day day(midnight);
-    const auto year = static_cast<unsigned>(static_cast<int>(day.year()));
-    const auto ofDay = static_cast<unsigned>((time - midnight).count());
-    const unsigned second = ofDay / 1000;
-
     std::string text = "0000-00-00T00:00:00.000Z";
+    const TicksSinceFirst time = sinceFirst(date);
+    const auto wholeDays = std::chrono::duration_cast<DaysSinceFirst>(time);
+    const auto ofDay = static_cast<unsigned>(
+        std::chrono::duration_cast<MillisecondsOfDay>(time - wholeDays).count());
+    const year_month_day day(firstDay + days(wholeDays.count()));
+    const auto year = static_cast<unsigned>(static_cast<int>(day.year()));
+    const unsigned minute = ofDay / 60'000;
+    const unsigned ofMinute = ofDay % 60'000;
+
     char* const out = text.data();
     writePair(out, year / 100);
     writePair(out + 2, year % 100);
     writePair(out + 5, static_cast<unsigned>(day.month()));
     writePair(out + 8, static_cast<unsigned>(day.day()));
-    writePair(out + 11, second / 3600);
-    writePair(out + 14, second / 60 % 60);
-    writePair(out + 17, second % 60);
-    writePair(out + 20, ofDay % 1000 / 10);
-    out[22] = static_cast<char>('0' + ofDay % 10);
+    writePair(out + 11, minute / 60);
+    writePair(out + 14, minute % 60);
+    writePair(out + 17, ofMinute / 1000);
+    writePair(out + 20, ofMinute % 1000 / 10);
+    out[22] = static_cast<char>('0' + ofMinute % 10);
     return text;
 }
 

@@ -18,25 +18,32 @@ constexpr std::array<bool, 256> isReserved = [] {
     return table;
 }();
 
-}  // namespace
+constexpr std::size_t blockSize = 128;
 
-std::string percentEncoded(std::string_view text) {
+/// Writes the encoded text.
+/// @return where it ends
+char* encode(std::string_view text, char* out) noexcept {
     static constexpr std::string_view digits = "0123456789ABCDEF";
-    const auto encoded = [](char c) { return isReserved[static_cast<unsigned char>(c)]; };
-
-    std::string result(
-        text.size() + 2 * static_cast<std::size_t>(std::ranges::count_if(text, encoded)), '\0');
-    auto out = result.begin();
     for (const char c : text) {
-        if (!encoded(c)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (!isReserved[byte]) {
             *out++ = c;
             continue;
         }
-        const auto byte = static_cast<unsigned char>(c);
         *out++ = '%';
         *out++ = digits[byte >> 4];
         *out++ = digits[byte & 15];
     }
+    return out;
+}
+
+}  // namespace
+
+std::string percentEncoded(std::string_view text) {
+    std::array<char, 3 * blockSize> block;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    std::string result;
+    for (; !text.empty(); text.remove_prefix(std::min(text.size(), blockSize)))
+        result.append(block.data(), encode(text.substr(0, blockSize), block.data()));
     return result;
 }
 
