@@ -100,7 +100,6 @@ class Run {
 
     [[nodiscard]] JSONDictionary summary() const {
         std::vector<JSONDictionary> failures;
-        failures.reserve(failures_.size());
         for (const auto& [index, failure] : failures_)
             failures.push_back(inJSON(index, failure));
         JSONDictionary result;
