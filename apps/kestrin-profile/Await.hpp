@@ -3,6 +3,7 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 #include <HalvardSling/Observable.hpp>
@@ -44,7 +45,9 @@ T await(Interruption& interruption, const HalvardSling::Observable<T>& source) {
         throw CommandError({ExitCode::interrupted, "interrupted", {}});
     }
     if (arrival->error) std::rethrow_exception(arrival->error);
-    return std::move(*arrival->value);
+    std::optional<T>& value = arrival->value;
+    if (!value) throw std::logic_error("the request ended without a value");
+    return *std::move(value);
 }
 
 }  // namespace KestrinProfileCLI

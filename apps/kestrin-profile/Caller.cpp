@@ -32,8 +32,10 @@ std::optional<AnonymousBind> heldFor(const std::string& profileID) {
     return manager.bind(false);
 }
 
-bool isUsable(const std::optional<AnonymousBind>& held) {
-    return held && held->isValid();
+std::optional<AnonymousBind> usableBind(const std::string& profileID) {
+    auto held = heldFor(profileID);
+    if (held && !held->isValid()) held.reset();
+    return held;
 }
 
 void hold(const AnonymousBind& bind) {
@@ -59,7 +61,7 @@ Caller::Caller(Session& session) : Caller(session, callersID(session)) {}
 Caller::Caller(Session& session, std::string profileID)
     : session_(session),
       profileID_(std::move(profileID)),
-      isHeld_(isUsable(heldFor(profileID_))),
+      isHeld_(usableBind(profileID_).has_value()),
       bind_(bindFor(session, profileID_)) {}
 
 bool Caller::renewedAfter(const std::exception_ptr& error) {
@@ -109,7 +111,7 @@ std::optional<User> Household::seek(const std::string& nameOrID) const {
 
 AnonymousBind bindFor(Session& session, const std::string& profileID) {
     if (session.options.dryRun) hold(AnonymousBind(profileID, std::string(unknownToken)));
-    if (auto held = heldFor(profileID); isUsable(held)) return *std::move(held);
+    if (auto held = usableBind(profileID)) return *std::move(held);
     auto bind = session.await(Profile().requestAnonymousBind(profileID));
     session.keepBinds();
     return bind;
@@ -121,10 +123,10 @@ std::string callersName(const Session& session) {
 
 std::string callersID(Session& session) {
     const std::string parent = ConfigurationManager::parentProfileID();
-    const std::string named = callersName(session);
+    std::string named = callersName(session);
     if (named == parent || session.options.dryRun || heldFor(named)) return named;
     Caller asking(session, parent);
-    return *Household(asking).find(named).profileID;
+    return Household(asking).find(named).profileID.value_or(named);
 }
 
 std::string brandOf(const Session& session) {

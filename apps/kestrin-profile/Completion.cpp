@@ -71,7 +71,7 @@ struct Words {
 std::string filled(std::string script,
                    const std::vector<std::pair<std::string, std::string>>& gaps) {
     for (const auto& [name, text] : gaps)
-        script = replaced(std::move(script), "@" + name + "@", text);
+        script = replaced(std::move(script), fmt::format("@{}@", name), text);
     return script;
 }
 

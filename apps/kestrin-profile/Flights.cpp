@@ -2,7 +2,6 @@
 
 #include <map>
 #include <memory>
-#include <utility>
 #include <vector>
 
 namespace KestrinProfileCLI {
@@ -44,8 +43,8 @@ class Sending {
 
     void start(std::size_t index) {
         const auto arrive = [arrivals = arrivals_, index,
-                             &interruption = interruption_](std::exception_ptr error) {
-            interruption.notify([&] { arrivals->push_back({index, std::move(error)}); });
+                             &interruption = interruption_](const std::exception_ptr& error) {
+            interruption.notify([&] { arrivals->push_back({index, error}); });
         };
         const rxcpp::composite_subscription subscription;
         open_.emplace(index, subscription);

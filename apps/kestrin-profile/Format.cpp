@@ -17,9 +17,10 @@ constexpr std::int64_t barColumns = 10;
 /// The number that a text of digits stands for.
 std::optional<std::int64_t> numberOf(std::string_view digits) {
     std::int64_t number = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, number);
-    const bool whole = error == std::errc() && stop == end && digits.front() != '-';
+    const auto [stop, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    const bool whole =
+        error == std::errc() && stop == digits.data() + digits.size() && digits.front() != '-';
     return whole && number <= mostSeconds ? std::optional(number) : std::nullopt;
 }
 

@@ -29,9 +29,15 @@ std::string coloured(bool colours, Mark mark, std::string_view text) {
            std::string(text) + "\x1b[0m";
 }
 
+/// Writes a text. Whether all could be written is asked once, at the end: `Terminal::flush`.
+void put(std::FILE* stream, std::string_view text) {
+    if (text.empty()) return;  // Its data() may be null, which fwrite does not take.
+    static_cast<void>(std::fwrite(text.data(), 1, text.size(), stream));
+}
+
 void print(std::FILE* stream, std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stream);
-    std::fputc('\n', stream);
+    put(stream, text);
+    put(stream, "\n");
 }
 
 /// How much a stream's terminal has room for.
@@ -50,8 +56,8 @@ Room roomOf(int stream) {
     return room;
 }
 
-constexpr const char* wholeScreen = "\x1b[H\x1b[2J";
-constexpr const char* thisLine = "\r\x1b[K";
+constexpr std::string_view wholeScreen = "\x1b[H\x1b[2J";
+constexpr std::string_view thisLine = "\r\x1b[K";
 
 }  // namespace
 
@@ -75,7 +81,7 @@ void Terminal::redraw(const std::vector<std::string>& lines) const {
     const auto [height, width] = roomOf(STDOUT_FILENO);
     const std::size_t room = std::max<std::size_t>(height, 3) - 1;
     const bool all = lines.size() <= room;
-    std::fputs(wholeScreen, stdout);
+    put(stdout, wholeScreen);
     for (std::size_t index = 0; index < (all ? lines.size() : room - 1); ++index)
         line(shortened(lines[index], width));
     if (!all) line(marked(Mark::faint, std::to_string(lines.size() - room + 1) + " more lines"));
@@ -88,9 +94,8 @@ bool Terminal::flush() const {
 
 void Terminal::progress(std::string_view text) const {
     if (!errIsCapable_) return;
-    const std::string shown = shortened(text, roomOf(STDERR_FILENO).columns);
-    std::fputs(thisLine, stderr);
-    std::fwrite(shown.data(), 1, shown.size(), stderr);
+    put(stderr, thisLine);
+    put(stderr, shortened(text, roomOf(STDERR_FILENO).columns));
 }
 
 void Terminal::note(std::string_view text) const {
@@ -98,7 +103,7 @@ void Terminal::note(std::string_view text) const {
 }
 
 void Terminal::ask(std::string_view question) const {
-    std::fputs(printable(question).c_str(), stderr);
+    put(stderr, printable(question));
 }
 
 void Terminal::failure(std::string_view message, std::string_view advice) const {
@@ -119,9 +124,8 @@ void Terminal::table(const std::vector<std::string>& heading,
 std::vector<std::string> Terminal::tableLines(
     const std::vector<std::string>& heading,
     const std::vector<std::vector<std::string>>& rows) const {
-    std::vector<std::size_t> widths;
-    for (const auto& cell : heading)
-        widths.push_back(columnsOf(cell));
+    std::vector<std::size_t> widths(heading.size());
+    std::ranges::transform(heading, widths.begin(), columnsOf);
     for (const auto& row : rows)
         for (std::size_t column = 0; column < row.size(); ++column)
             widths[column] = std::max(widths[column], columnsOf(row[column]));

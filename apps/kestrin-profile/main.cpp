@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "error: %s\n", error.what());
+        static_cast<void>(std::fprintf(stderr, "error: %s\n", error.what()));
         return static_cast<int>(ExitCode::serviceError);
     }
 }

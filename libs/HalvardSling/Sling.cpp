@@ -19,7 +19,10 @@ SlingError statusError(const Response& response) {
 }
 
 void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) {
-    subscriber.on_error(std::make_exception_ptr(std::move(error)));
+    // In a statement of its own: as an argument the error, and the reply in it, would live here as
+    // long as the handler runs.
+    const auto exception = std::make_exception_ptr(std::move(error));
+    subscriber.on_error(exception);
 }
 
 void deliver(const rxcpp::subscriber<Response>& subscriber, TransportResult result) {

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <latch>
 #include <memory>
@@ -6,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
@@ -110,6 +111,27 @@ TEST(ConfigurationManagerConcurrency, AFileEndsWithTheLastStateOfManyThreads) {
     ASSERT_EQ(loaded.held.binds.size(), 4U);
     for (const auto& bind : loaded.held.binds)
         EXPECT_EQ(bind.token, std::to_string(rounds - 1)) << bind.profileID;
+}
+
+TEST(SharedInstanceConcurrency, ThreadsThatAskAtTheSameTimeGetTheSameAndMayUseIt) {
+    constexpr std::size_t count = 4;
+    std::vector<ConfigurationManager*> firstSeen(count);
+    std::atomic<int> mixed{0};
+    std::vector<std::function<void(int)>> actions;
+    for (std::size_t thread = 0; thread < count; ++thread)
+        actions.emplace_back([&, thread, parent = numbered("p", static_cast<int>(thread))](int) {
+            auto& shared = ConfigurationManager::sharedInstance();
+            if (firstSeen[thread] == nullptr) firstSeen[thread] = &shared;
+            shared.configure({.parentProfileID = parent, .brand = {}, .services = {}});
+            shared.setBindProfileID(parent);
+            shared.setBindToken("token of " + parent);
+            if (!ConfigurationManager::parentProfileID().starts_with("p")) ++mixed;
+            const auto bind = ConfigurationManager::profileBind(true);
+            if (bind && bind->token != "token of " + bind->profileID) ++mixed;
+        });
+    runTogether(actions);
+    EXPECT_THAT(firstSeen, testing::Each(&ConfigurationManager::sharedInstance()));
+    EXPECT_EQ(mixed, 0);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <HalvardSling/JSONDictionary.hpp>
 
 #include "CommandLineFixture.hpp"
+#include "support/RawServer.hpp"
 
 namespace {
 
@@ -14,6 +15,7 @@ using testing::Not;
 using TestSupport::CommandLine;
 using TestSupport::contentOf;
 using TestSupport::Program;
+using TestSupport::RawServer;
 using TestSupport::write;
 
 class BindCommand : public CommandLine {};
@@ -117,14 +119,17 @@ TEST_F(BindCommand, AServiceThatIsNotThereIsANetworkError) {
 }
 
 TEST_F(BindCommand, AnInterruptionEndsItWith130) {
-    startService();
-    service->signal(SIGSTOP);
+    RawServer silent([](TestSupport::RawConnection& connection) {
+        if (connection.readRequest()) connection.awaitClose();
+    });
+    write(configuration,
+          R"({"version":1,"parentProfileID":"p","brand":"b","development":true,)"
+          R"("services":{"personalization-bind-anonymous":{"method":"POST","url":")" +
+              silent.url() + R"("}}})");
     Program program(words({"--config", configuration, "-v", "bind"}), environment);
-    // The connection is made by the system although the service is stopped; give it the time.
-    usleep(200'000);
+    ASSERT_TRUE(silent.awaitRequests(1));
     program.signal(SIGINT);
     EXPECT_EQ(program.wait(), 130);
-    service->signal(SIGCONT);
 }
 
 TEST_F(BindCommand, ADamagedBindFileIsAWarningAndANewBind) {

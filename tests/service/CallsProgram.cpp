@@ -53,7 +53,8 @@ void use(const HalvardSling::Observable<T>& result, bool subscribes) {
 }
 
 template <class Result, class Params>
-Call calling(HalvardSling::Observable<Result> (Profile::*method)(Params) const, const Params& params) {
+Call calling(HalvardSling::Observable<Result> (Profile::*method)(Params) const,
+             const Params& params) {
     return [=](const Profile& profile, bool subscribes) {
         use((profile.*method)(params), subscribes);
     };
@@ -68,9 +69,8 @@ std::vector<Call> calls() {
         calling(&Profile::addSearchHistory, SearchParams("text")),
         calling(&Profile::deleteSearchHistory, std::string("kestrin")),
     };
-    for (const auto method :
-         {&Profile::requestHistory, &Profile::requestVideoHistory, &Profile::requestFavorites,
-          &Profile::requestWatchList})
+    for (const auto method : {&Profile::requestHistory, &Profile::requestVideoHistory,
+                              &Profile::requestFavorites, &Profile::requestWatchList})
         all.push_back(calling(method, listParams()));
     for (const auto method :
          {&Profile::addHistoryVideo, &Profile::deleteVideoHistory, &Profile::clearHistory,
