@@ -12,6 +12,9 @@ namespace {
 
 constexpr long receiveBufferBytes = 256L * 1024;
 constexpr int longestSleepMilliseconds = 1000;
+// The library's own limits.
+constexpr long connectTimeoutMilliseconds = 10'000;
+constexpr long totalTimeoutMilliseconds = 30'000;
 
 }  // namespace
 
@@ -34,6 +37,8 @@ void PlainCurl::setUp(Place& place, const Settings& settings) const {
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "bench");
     curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "gzip");
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
+    curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, totalTimeoutMilliseconds);
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, receiveBufferBytes);
     curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &PlainCurl::onBody);

@@ -303,7 +303,8 @@ bool CurlExchange::takeHeaderLine(std::string_view line) {
     headerBytes_ += line.size();
     tooLarge_ = headerBytes_ > request_->maxHeaderBytes;
     if (tooLarge_) return false;
-    line = line.substr(0, line.find_last_not_of("\r\n") + 1);
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
+        line.remove_suffix(1);
     switch (reading_) {
         case Reading::statusLine:
             parts_.headers = {};

@@ -47,10 +47,15 @@ void send(const std::shared_ptr<const TransportRequest>& request,
     });
 }
 
+std::variant<std::shared_ptr<const TransportRequest>, SlingError> checked(
+    TransportRequest request) {
+    if (auto problem = problemOfRequest(request)) return std::move(*problem);
+    return std::make_shared<const TransportRequest>(std::move(request));
+}
+
 }  // namespace
 
-Sling::Sling(TransportRequest request)
-    : content_(std::make_shared<const TransportRequest>(std::move(request))) {}
+Sling::Sling(TransportRequest request) : content_(checked(std::move(request))) {}
 
 Sling::Sling(SlingError problem) : content_(std::move(problem)) {}
 
@@ -65,11 +70,9 @@ Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) cons
          transport = std::move(transport)](const rxcpp::subscriber<Response>& subscriber) {
             if (const auto* const error = std::get_if<SlingError>(&content))
                 return fail(subscriber, *error);
-            const auto& request = std::get<std::shared_ptr<const TransportRequest>>(content);
-            if (auto problem = problemOfRequest(*request))
-                return fail(subscriber, std::move(*problem));
             if (!subscriber.is_subscribed()) return;
-            send(request, transport ? transport : defaultTransport(), subscriber);
+            send(std::get<std::shared_ptr<const TransportRequest>>(content),
+                 transport ? transport : defaultTransport(), subscriber);
         });
 }
 

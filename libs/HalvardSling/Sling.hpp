@@ -11,6 +11,8 @@ namespace HalvardSling {
 /// One request, ready to be sent any number of times. A value; copies are cheap.
 class Sling {
   public:
+    /// A request to send. Where it may not be sent (its URL, its method or a header, see URL.hpp)
+    /// it is a request that cannot be made.
     explicit Sling(TransportRequest request);
 
     /// A request that cannot be made; its response sequence fails with this error.
@@ -20,8 +22,8 @@ class Sling {
     [[nodiscard]] const TransportRequest* request() const noexcept;
 
     /// The response sequence. Cold: each subscription sends the request once, emits one `Response`
-    /// with a status below 400 and completes, or fails with one `SlingError`. A request that may
-    /// not be sent (its URL or a header, see URL.hpp) fails in the same way and sends nothing.
+    /// with a status below 400 and completes, or fails with one `SlingError`. A request that cannot
+    /// be made fails in the same way and sends nothing.
     ///
     /// Unsubscribing aborts the transfer. Events are delivered on the transport's thread, one
     /// after the other; a subscriber that blocks there holds up every other transfer. An exception

@@ -314,10 +314,10 @@ std::optional<SlingError> problemOfURL(std::string_view url) {
     return std::nullopt;
 }
 
-std::optional<SlingError> problemOfExpandedURL(std::string_view templateURL, std::string_view url) {
-    if (auto problem = problemOfURL(url)) return problem;
+std::optional<SlingError> problemOfOrigin(std::string_view templateURL, std::string_view url) {
     const auto fixed = partsOf(templateURL);
-    if (fixed && fixed->beginning == partsOf(url)->beginning) return std::nullopt;
+    const auto made = partsOf(url);
+    if (fixed && made && fixed->beginning == made->beginning) return std::nullopt;
     const auto expected = originOf(templateURL);
     if (!expected) return malformed({}, "template does not name a fixed scheme, host and port");
     if (originOf(url) != expected)

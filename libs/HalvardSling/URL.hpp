@@ -37,10 +37,11 @@ struct Origin {
 /// ".." path segment, however encoded.
 [[nodiscard]] std::optional<SlingError> problemOfURL(std::string_view url);
 
-/// Like `problemOfURL`, for a URL that was made by filling a template's placeholders: it must also
-/// have the template's origin, so that no value can send the request elsewhere.
-[[nodiscard]] std::optional<SlingError> problemOfExpandedURL(std::string_view templateURL,
-                                                             std::string_view url);
+/// Why a URL may not be sent that was made by filling a template's placeholders, or absent where it
+/// may: it must have the template's origin, so that no value can send the request elsewhere.
+/// @param url  one of which `problemOfURL` has nothing to say
+[[nodiscard]] std::optional<SlingError> problemOfOrigin(std::string_view templateURL,
+                                                        std::string_view url);
 
 /// Why a request's headers may not be sent, or absent where they may: a name must be a token
 /// (RFC 9110, section 5.6.2), a value holds only 0x20 to 0x7E and tab. The value is not shown.

@@ -104,13 +104,9 @@ std::optional<Body> bodyOf(const APIParams& params, BodyForm form) {
 }  // namespace
 
 HalvardSling::Sling build(const APIParams& params, const WebService& service) {
-    std::string url = urlOf(params, service);
-    if (auto problem = HalvardSling::problemOfExpandedURL(service.url.text(), url))
-        return HalvardSling::Sling(*std::move(problem));
-
     TransportRequest request;
     request.method = service.method;
-    request.url = std::move(url);
+    request.url = urlOf(params, service);
     request.headers = headersOf(params, service);
     if (auto body = bodyOf(params, service.body)) {
         setDefault(request.headers, "Content-Type", std::move(body->type));
@@ -123,7 +119,12 @@ HalvardSling::Sling build(const APIParams& params, const WebService& service) {
     request.sendsUserAgent = !params.removeUserAgent();
     request.maxBodyBytes = service.maxBodyBytes;
     request.pathTemplate = service.url.path();
-    return HalvardSling::Sling(std::move(request));
+
+    HalvardSling::Sling sling(std::move(request));
+    const TransportRequest* const made = sling.request();
+    if (made == nullptr) return sling;
+    auto problem = HalvardSling::problemOfOrigin(service.url.text(), made->url);
+    return problem ? HalvardSling::Sling(*std::move(problem)) : sling;
 }
 
 }  // namespace KestrinConfigManager

@@ -93,7 +93,7 @@ std::string_view valueOf(std::string_view token, TextMap::const_iterator& value,
 
 }  // namespace
 
-URLTemplate::URLTemplate(std::string text) : text_(std::move(text)) {
+URLTemplate::URLTemplate(std::string text) : text_(std::move(text)), path_(pathInText()) {
     const std::string_view all = text_;
     for (std::size_t at = all.find('%'); at != std::string_view::npos; at = all.find('%', at)) {
         const std::size_t length = placeholderLength(all.substr(at));
@@ -155,7 +155,7 @@ std::size_t URLTemplate::pathBegin() const noexcept {
     return std::min(all.find_first_of("/?#", separator + 3), all.size());
 }
 
-std::string URLTemplate::path() const {
+std::string URLTemplate::pathInText() const {
     const std::string_view rest = std::string_view(text_).substr(pathBegin());
     const std::string_view path = rest.substr(0, rest.find_first_of("?#"));
     return path.empty() ? "/" : std::string(path);

@@ -40,7 +40,7 @@ class URLTemplate {
 
     /// The template's path without query, placeholders and all: what a log may show. "/" where it
     /// is empty.
-    [[nodiscard]] std::string path() const;
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
   private:
     /// Where a placeholder stands in the text.
@@ -59,7 +59,10 @@ class URLTemplate {
         return {text_.data() + slot.begin, slot.length};
     }
 
+    [[nodiscard]] std::string pathInText() const;
+
     std::string text_;
+    std::string path_ = "/";
     std::vector<Slot> slots_;
     std::vector<Token> tokens_;  ///< of the slots, sorted
 };
