@@ -80,6 +80,12 @@ char* copied(std::string_view text, char* out) noexcept {
     return out + text.size();
 }
 
+/// A text that is put in; nothing is set before it is known.
+struct Part {
+    const char* data;
+    std::size_t size;
+};
+
 /// The value of a token, or the token itself where there is none.
 /// @param value  where to look from; moved on to where the next token may be
 std::string_view valueOf(std::string_view token, TextMap::const_iterator& value,
@@ -124,24 +130,25 @@ std::optional<std::string_view> URLTemplate::unfilled(const TextMap& values) con
 
 std::string URLTemplate::filled(const TextMap& values) const {
     // Both are sorted by token, so one walk over them finds every value.
-    boost::container::small_vector<std::string_view, usualSlots> parts(slots_.size());
+    boost::container::small_vector<Part, usualSlots> parts(slots_.size(),
+                                                           boost::container::default_init);
     std::size_t size = text_.size();
     auto value = values.begin();
     std::string_view part;
     for (const auto& [slot, again] : tokens_) {
         const std::string_view wanted = token(slots_[slot]);
         if (!again) part = valueOf(wanted, value, values.end());
-        parts[slot] = part;
+        parts[slot] = {part.data(), part.size()};
         size += part.size() - wanted.size();
     }
 
     std::string result(size, '\0');
     char* out = result.data();
     const char* rest = text_.data();
-    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+    for (std::size_t slot = 0; slot < parts.size(); ++slot) {
         const std::string_view placeholder = token(slots_[slot]);
         out = copied({rest, placeholder.data()}, out);
-        out = copied(parts[slot], out);
+        out = copied({parts[slot].data, parts[slot].size}, out);
         rest = placeholder.data() + placeholder.size();
     }
     copied({rest, text_.data() + text_.size()}, out);
