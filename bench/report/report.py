@@ -70,7 +70,7 @@ def counter(name):
 def shown(value, digits=3):
     if value is None:
         return "–"
-    if value >= 1000:
+    if value >= 10 ** digits:
         return f"{value:,.0f}"
     return f"{value:.{digits}g}"
 
@@ -242,7 +242,7 @@ def machine():
                 "libhowardhinnant-date-dev", "libfmt-dev", "nginx-light"]
     versions = subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *packages],
                               capture_output=True, text=True, check=False).stdout
-    return "\n".join([f"- {cpu.group(1) if cpu else platform.machine()}, Linux {platform.release()}",
+    return "\n".join([f"- {cpu.group(1) if cpu else platform.machine()}, Linux {re.match(r'[0-9.]+', platform.release()).group()}",
                       f"- {compiler.stdout.splitlines()[0]}, -O3",
                       "- " + ", ".join(versions.split("\n")).rstrip(", ")])
 
