@@ -90,7 +90,8 @@ def time_table(results, topic):
         row = [subject]
         for n in sizes:
             row.append(shown(results.median(topic, subject, n, nanoseconds)))
-            row.append(shown(results.ratio(topic, n, subject, OURS, nanoseconds), 2) + " ×")
+            times = results.ratio(topic, n, subject, OURS, nanoseconds)
+            row.append(shown(times, 2) + (" ×" if times else ""))
         rows.append(row)
     return table(headings, rows)
 
@@ -113,8 +114,8 @@ def rate_table(results, topics):
                 rows.append([f"{topic}, n = {n:,}", subject, shown(rate),
                              shown(results.ratio(topic, n, OURS, subject,
                                                  lambda record: record["items_per_second"]), 3),
-                             shown(results.median(topic, subject, n, counter("p50_us"))),
-                             shown(results.median(topic, subject, n, counter("p99_us")))])
+                             shown(results.median(topic, subject, n, counter("p50_us")) or None),
+                             shown(results.median(topic, subject, n, counter("p99_us")) or None)])
     return table(["work", "", "per second", "ours is … times that", "p50 µs", "p99 µs"], rows)
 
 
