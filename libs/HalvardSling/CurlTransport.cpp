@@ -205,7 +205,7 @@ class Orphans {
     static Orphans& instance() {
         // Never destroyed, for a thread may come at any time.
         static Orphans* const orphans = [] {
-            std::atexit([] { instance().join(); });
+            static_cast<void>(std::atexit([] { instance().join(); }));
             return new Orphans;
         }();
         return *orphans;
@@ -497,6 +497,7 @@ void CurlTransport::Loop::poll() {
 
 void CurlTransport::Loop::endOpenTransfers() {
     std::vector<TransferID> open;
+    open.reserve(inFlight_.size());
     for (const auto& [transfer, each] : inFlight_)
         open.push_back(transfer);
     std::ranges::sort(open);

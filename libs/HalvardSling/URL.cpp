@@ -198,7 +198,10 @@ std::optional<std::array<int, 4>> dottedNumbers(std::string_view text) noexcept 
     const char* at = text.data();
     const char* const end = at + text.size();
     for (std::size_t i = 0; i < numbers.size(); ++i) {
-        if (i > 0 && (at == end || *at++ != '.')) return std::nullopt;
+        if (i > 0) {
+            if (at == end || *at != '.') return std::nullopt;
+            ++at;
+        }
         const auto read = std::from_chars(at, end, numbers[i]);
         if (read.ec != std::errc{} || numbers[i] < 0 || numbers[i] > 255) return std::nullopt;
         at = read.ptr;

@@ -37,10 +37,10 @@ Word wordAt(const char* text) noexcept {
 }
 
 template <class Word>
-bool sameEnds(const char* left, const char* right, std::size_t size) noexcept {
-    const std::size_t last = size - sizeof(Word);
-    return wordAt<Word>(left) == wordAt<Word>(right) &&
-           wordAt<Word>(left + last) == wordAt<Word>(right + last);
+bool sameEnds(std::string_view left, std::string_view right) noexcept {
+    const std::size_t last = left.size() - sizeof(Word);
+    return wordAt<Word>(left.data()) == wordAt<Word>(right.data()) &&
+           wordAt<Word>(left.data() + last) == wordAt<Word>(right.data() + last);
 }
 
 template <class Word>
@@ -62,10 +62,8 @@ using Long = std::uint64_t;
 
 bool same(std::string_view left, std::string_view right) noexcept {
     if (left.size() != right.size()) return false;
-    if (hasLengthOf<Short>(left.size()))
-        return sameEnds<Short>(left.data(), right.data(), left.size());
-    if (hasLengthOf<Long>(left.size()))
-        return sameEnds<Long>(left.data(), right.data(), left.size());
+    if (hasLengthOf<Short>(left.size())) return sameEnds<Short>(left, right);
+    if (hasLengthOf<Long>(left.size())) return sameEnds<Long>(left, right);
     return left == right;
 }
 
