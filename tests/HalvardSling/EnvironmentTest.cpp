@@ -81,7 +81,7 @@ TEST_F(EnvironmentTest, AProxyDoesNotSeeTheHeadersOfASecureRequest) {
 }
 
 TEST_F(EnvironmentTest, PasswordsOfNetrcAreNotSent) {
-    const TemporaryFolder home;
+    const TemporaryDirectory home;
     std::ofstream(home.path() / ".netrc") << "machine 127.0.0.1 login me password secret\n"
                                           << "default login me password secret\n";
     set("HOME", home.path());

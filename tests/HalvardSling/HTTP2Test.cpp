@@ -67,7 +67,7 @@ class HTTP2Test : public testing::Test {
     }
 
     Certificate certificate;
-    TemporaryFolder folder;
+    TemporaryDirectory folder;
     NGHTTPServer server{certificate, folder.path()};
     std::mutex mutex;
     std::vector<TransferLog> log;

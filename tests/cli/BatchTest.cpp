@@ -109,12 +109,7 @@ TEST_F(Batch, SoManyRequestsAreInFlightAndAnInterruptionEndsThem) {
         else
             connection.awaitClose();
     });
-    write(configuration,
-          R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"
-          R"("personalization-bind-anonymous":{"method":"POST","url":")" +
-              server.url("/bind") +
-              R"("},"personalization-watchlist-add-video":{"method":"PUT","url":")" +
-              server.url("/?%VIDEO%") + R"("}}})");
+    configureWatchList(server.url(""));
     Program program(words({"--config", configuration, "watchlist", "add", "1", "2", "3", "4", "5",
                            "--jobs", "3"}),
                     environment);

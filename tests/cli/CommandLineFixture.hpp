@@ -68,6 +68,16 @@ class CommandLine : public testing::Test {
         ASSERT_THAT(service->firstLine(), testing::HasSubstr("ready")) << service->errors();
     }
 
+    /// Configures binds and additions to the watch list alone, for a server of the test's own.
+    void configureWatchList(const std::string& baseURL) const {
+        write(configuration,
+              R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"
+              R"("personalization-bind-anonymous":{"method":"POST","url":")" +
+                  baseURL +
+                  R"(/bind"},"personalization-watchlist-add-video":{"method":"PUT","url":")" +
+                  baseURL + R"(/?%VIDEO%"}}})");
+    }
+
     /// Where the binds are kept.
     [[nodiscard]] std::filesystem::path bindFile() const {
         std::filesystem::path file = directory.path() / "state" / "kestrin-profile" / "binds";

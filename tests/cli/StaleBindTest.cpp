@@ -144,12 +144,7 @@ class LateRefusal {
 TEST_F(CommandLine, ALateRefusalOfAStaleBindLeavesTheNewOneKept) {
     LateRefusal refusal;
     const RawServer server([&](RawConnection& connection) { refusal(connection); });
-    write(configuration,
-          R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"
-          R"("personalization-bind-anonymous":{"method":"POST","url":")" +
-              server.url("/bind") +
-              R"("},"personalization-watchlist-add-video":{"method":"PUT","url":")" +
-              server.url("/?%VIDEO%") + R"("}}})");
+    configureWatchList(server.url(""));
     outputOf({"bind"});
     EXPECT_EQ(outputOf({"watchlist", "add", "late", "v1", "--jobs", "2"}),
               "added 2 of 2 to the watch list\n");

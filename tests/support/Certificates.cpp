@@ -49,18 +49,6 @@ File created(const std::string& path) {
 
 }  // namespace
 
-TemporaryFolder::TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "kestrin-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr)
-        throw std::runtime_error("no temporary folder can be made");
-    path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
 Certificate::Certificate(const std::string& hostName) {
     const Key key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
     const X509Certificate certificate = selfSigned(key.get(), hostName);
@@ -70,11 +58,11 @@ Certificate::Certificate(const std::string& hostName) {
 }
 
 std::string Certificate::certificateFile() const {
-    return folder_.path() / "certificate.pem";
+    return directory_.path() / "certificate.pem";
 }
 
 std::string Certificate::keyFile() const {
-    return folder_.path() / "key.pem";
+    return directory_.path() / "key.pem";
 }
 
 }  // namespace TestSupport
