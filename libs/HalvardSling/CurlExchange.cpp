@@ -3,16 +3,14 @@
 #include <limits>
 #include <utility>
 
-#include <curl/curl.h>
-
 #include <HalvardSling/CurlExchange.hpp>
+#include <HalvardSling/CurlOptions.hpp>
 #include <HalvardSling/URL.hpp>
 
 namespace HalvardSling {
 
 namespace {
 
-constexpr long receiveBufferBytes = 256L * 1024;
 constexpr int firstErrorStatus = 400;
 constexpr std::size_t usualFields = 16;
 
@@ -93,13 +91,6 @@ std::string_view trimmed(std::string_view text) noexcept {
     return text;
 }
 
-/// Header fields that say how the message is framed.
-bool isFraming(std::string_view name) {
-    static constexpr std::array<std::string_view, 3> framing{"Content-Length", "Transfer-Encoding",
-                                                             "Expect"};
-    return std::ranges::any_of(framing, [&](auto each) { return Headers::sameName(each, name); });
-}
-
 bool hasContent(std::string_view method) {
     return method == "POST" || method == "PUT" || method == "PATCH";
 }
@@ -132,123 +123,35 @@ std::uint64_t bytesOf(CURL* easy, CURLINFO info) {
 
 }  // namespace
 
-/// Sets options of one handle and remembers whether one of those that matter was refused.
-class CurlExchange::Options {
-  public:
-    explicit Options(CURL* easy) : easy_(easy) {}
-
-    template <class Value>
-    void operator()(CURLoption option, Value value) {
-        const CURLcode code = curl_easy_setopt(easy_, option, value);
-        if (result_ == CURLE_OK) result_ = code;
-    }
-
-    /// For what a libcurl that was built without it can do without.
-    template <class Value>
-    void ifAvailable(CURLoption option, Value value) {
-        curl_easy_setopt(easy_, option, value);
-    }
-
-    [[nodiscard]] CURLcode result() const { return result_; }
-
-  private:
-    CURL* easy_;
-    CURLcode result_ = CURLE_OK;
-};
-
-void CurlExchange::ListFree::operator()(curl_slist* list) const noexcept {
-    curl_slist_free_all(list);
-}
-
-CurlExchange::Scheme CurlExchange::schemeOf(const TransportRequest& request) noexcept {
-    return Headers::sameName(std::string_view(request.url).substr(0, 5), "http:") ? Scheme::http
-                                                                                  : Scheme::https;
-}
-
-int CurlExchange::setUp(void* easy, Scheme scheme, const CurlTransport::Options& options) {
-    Options set(easy);
-    setSafety(set, scheme, options);
-    setConnection(set, scheme, options);
-    setCallbacks(set);
-    return set.result();
-}
-
-std::optional<SlingError> CurlExchange::prepare(void* easy,
+std::optional<SlingError> CurlExchange::prepare(const CurlHandle& handle,
                                                 std::shared_ptr<const TransportRequest> request,
                                                 Span span, void* owner) {
     const auto now = std::chrono::steady_clock::now();
-    easy_ = easy;
+    easy_ = handle.easy();
     request_ = std::move(request);
     deadline_ = span.deadline;
     offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span.started);
     if (auto problem = problemOfRequest(*request_)) return problem;
-    if (easy == nullptr)
+    if (easy_ == nullptr)
         return SlingError(SlingErrorKind::cannotConnect,
                           "libcurl refuses an option that a safe transfer needs");
-    Options set(easy);
+    CurlOptions set(easy_);
     set(CURLOPT_PRIVATE, owner);
     set(CURLOPT_TIMEOUT_MS,
         milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span.deadline - now)));
     set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(request_->connectTimeout));
     setRequest(set);
+    setCallbacks(set);
+    handle.setURL(set, request_->url);
     if (set.result() != CURLE_OK) return failure(set.result());
     return std::nullopt;
 }
 
-void* CurlExchange::ownerOf(void* easy) {
+void* CurlExchange::ownerOf(CURL* easy) {
     return infoOf<void*>(easy, CURLINFO_PRIVATE);
 }
 
-void CurlExchange::setSafety(Options& set, Scheme scheme, const CurlTransport::Options& options) {
-    set(CURLOPT_PROTOCOLS_STR, scheme == Scheme::http ? "http" : "https");
-    set(CURLOPT_FOLLOWLOCATION, 0L);
-    set(CURLOPT_PATH_AS_IS, 1L);
-    set(CURLOPT_HTTP09_ALLOWED, 0L);
-    set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
-    set(CURLOPT_SSL_VERIFYPEER, 1L);
-    set(CURLOPT_SSL_VERIFYHOST, 2L);
-    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    if (!options.caBundleFile.empty()) {
-        set(CURLOPT_CAINFO, options.caBundleFile.c_str());
-        set.ifAvailable(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-    }
-    // An empty text, unlike none at all, keeps libcurl from asking the environment.
-    set(CURLOPT_PROXY, options.proxy.c_str());
-    set(CURLOPT_NOPROXY, "");
-    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
-}
-
-void CurlExchange::setConnection(Options& set, Scheme scheme,
-                                 const CurlTransport::Options& options) {
-    set(CURLOPT_NOSIGNAL, 1L);
-    set.ifAvailable(CURLOPT_BUFFERSIZE, receiveBufferBytes);
-    // Without it, aborting a transfer would wait for the system's name lookup.
-    set.ifAvailable(CURLOPT_QUICK_EXIT, 1L);
-    set.ifAvailable(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    // Wait for a connection that is being made: HTTP/2 may put this request onto it. In cleartext,
-    // where that cannot be, libcurl would wait for the connection's first reply.
-    set.ifAvailable(CURLOPT_PIPEWAIT, scheme == Scheme::http ? 0L : 1L);
-    set.ifAvailable(CURLOPT_ACCEPT_ENCODING, "gzip");
-    if (!options.userAgent.empty()) set(CURLOPT_USERAGENT, options.userAgent.c_str());
-}
-
-void CurlExchange::setCallbacks(Options& set) {
-    set(CURLOPT_HEADERFUNCTION, &CurlExchange::onHeader);
-    set(CURLOPT_WRITEFUNCTION, &CurlExchange::onBody);
-    set(CURLOPT_PREREQFUNCTION, &CurlExchange::onSend);
-}
-
-void CurlExchange::setRequest(Options& set) {
-    set(CURLOPT_URL, escapedForRequestLine(request_->url).c_str());
-    setMethod(set);
-    headerLines_ = headerLines();
-    set(CURLOPT_HTTPHEADER, headerLines_.get());
-    for (const CURLoption each : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA})
-        set(each, static_cast<void*>(this));
-}
-
-void CurlExchange::setMethod(Options& set) const {
+void CurlExchange::setRequest(CurlOptions& set) {
     const bool isHead = request_->method == "HEAD";
     const bool hasBody = !isHead && (request_->body || hasContent(request_->method));
     // In this order: the later ones change what libcurl concludes from the earlier ones.
@@ -262,24 +165,16 @@ void CurlExchange::setMethod(Options& set) const {
     }
     const std::string_view implied = isHead ? "HEAD" : hasBody ? "POST" : "GET";
     set(CURLOPT_CUSTOMREQUEST, request_->method == implied ? nullptr : request_->method.c_str());
+    headerLines_ = CurlHeaderLines(*request_, hasBody, userAgent_);
+    set(CURLOPT_HTTPHEADER, headerLines_.list());
 }
 
-CurlExchange::List CurlExchange::headerLines() const {
-    List lines;
-    const auto append = [&](const std::string& line) {
-        lines.reset(curl_slist_append(lines.release(), line.c_str()));
-    };
-    // "Name:" takes away what libcurl sends of its own accord, "Name;" sends an empty value.
-    if (request_->body || hasContent(request_->method)) {
-        append("Expect:");
-        if (!request_->headers.value("Content-Type")) append("Content-Type:");
-    }
-    if (!request_->sendsUserAgent && !request_->headers.value("User-Agent")) append("User-Agent:");
-    for (const auto& [name, value] : request_->headers) {
-        if (isFraming(name)) continue;
-        append(trimmed(value).empty() ? name + ';' : name + ": " + value);
-    }
-    return lines;
+void CurlExchange::setCallbacks(CurlOptions& set) {
+    set(CURLOPT_HEADERFUNCTION, &CurlExchange::onHeader);
+    set(CURLOPT_WRITEFUNCTION, &CurlExchange::onBody);
+    set(CURLOPT_PREREQFUNCTION, &CurlExchange::onSend);
+    for (const CURLoption each : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA})
+        set(each, static_cast<void*>(this));
 }
 
 int CurlExchange::onSend(void* self, char*, char*, int, int) {
@@ -347,55 +242,54 @@ bool CurlExchange::takeBody(std::string_view data) {
     return false;
 }
 
-Timings CurlExchange::timingsOf(void* easy) const {
+Timings CurlExchange::timings() const {
     const auto time = [&](CURLINFO info) {
-        const std::chrono::microseconds stage(infoOf<curl_off_t>(easy, info));
+        const std::chrono::microseconds stage(infoOf<curl_off_t>(easy_, info));
         return stage.count() > 0 ? offset_ + stage : stage;
     };
     Timings timings;
     timings.firstByte = time(CURLINFO_STARTTRANSFER_TIME_T);
     timings.total = time(CURLINFO_TOTAL_TIME_T);
-    if (isReused(easy)) return timings;
+    if (isReused(easy_)) return timings;
     timings.nameLookup = time(CURLINFO_NAMELOOKUP_TIME_T);
     timings.connect = time(CURLINFO_CONNECT_TIME_T);
     timings.tlsHandshake = time(CURLINFO_APPCONNECT_TIME_T);
     return timings;
 }
 
-SlingErrorKind CurlExchange::kindOf(int code) const {
+SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
     // libcurl counts time in milliseconds of a start of its own.
     constexpr std::chrono::milliseconds slack{5};
     if (tooLarge_) return tooLarge;
     if (code == CURLE_OPERATION_TIMEDOUT && std::chrono::steady_clock::now() + slack >= deadline_)
         return totalTimeout;
-    return meaningOf(static_cast<CURLcode>(code), begun_);
+    return meaningOf(code, begun_);
 }
 
-SlingError CurlExchange::failure(int code) const {
+SlingError CurlExchange::failure(CURLcode code) const {
     const auto kind = kindOf(code);
     const auto origin = originOf(request_->url);
     std::string text = request_->method + ' ' + (origin ? origin->text() : std::string()) +
                        request_->pathTemplate + ": " + std::string(sentence(kind));
-    if (!tooLarge_)
-        text += std::string(" (") + curl_easy_strerror(static_cast<CURLcode>(code)) + ')';
+    if (!tooLarge_) text += std::string(" (") + curl_easy_strerror(code) + ')';
     return {kind, std::move(text)};
 }
 
-TransportResult CurlExchange::result(void* easy, int code) {
+TransportResult CurlExchange::result(CURLcode code) {
     // libcurl takes a head that the connection's end cut off for a whole reply.
     if (code == CURLE_OK && reading_ != Reading::body) code = CURLE_PARTIAL_FILE;
     if (code != CURLE_OK && !cut_) return failure(code);
     parts_.effectiveURL = request_->url;
-    parts_.timings = timingsOf(easy);
+    parts_.timings = timings();
     return Response(std::move(parts_));
 }
 
-void CurlExchange::describe(void* easy, TransferLog& log) const {
-    log.bytesSent = bytesOf(easy, CURLINFO_SIZE_UPLOAD_T);
-    log.bytesReceived = bytesOf(easy, CURLINFO_SIZE_DOWNLOAD_T);
-    log.timings = timingsOf(easy);
-    log.reusedConnection = begun_ && isReused(easy);
-    log.httpVersion = httpVersionOf(easy);
+void CurlExchange::describe(TransferLog& log) const {
+    log.bytesSent = bytesOf(easy_, CURLINFO_SIZE_UPLOAD_T);
+    log.bytesReceived = bytesOf(easy_, CURLINFO_SIZE_DOWNLOAD_T);
+    log.timings = timings();
+    log.reusedConnection = begun_ && isReused(easy_);
+    log.httpVersion = httpVersionOf(easy_);
 }
 
 }  // namespace HalvardSling

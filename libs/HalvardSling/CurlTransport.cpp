@@ -16,6 +16,7 @@
 #include <curl/curl.h>
 
 #include <HalvardSling/CurlExchange.hpp>
+#include <HalvardSling/CurlHandle.hpp>
 #include <HalvardSling/CurlTransport.hpp>
 #include <HalvardSling/Redirect.hpp>
 #include <HalvardSling/URL.hpp>
@@ -27,59 +28,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr std::size_t minKeptConnections = 8;
+constexpr std::size_t minKept = 8;
 constexpr int maxInt = std::numeric_limits<int>::max();
-
-struct EasyCleanup {
-    void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
-};
-using EasyHandle = std::unique_ptr<CURL, EasyCleanup>;
 
 struct MultiCleanup {
     void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
 };
 using MultiHandle = std::unique_ptr<CURLM, MultiCleanup>;
-
-/// A handle that is set up for one scheme.
-struct SchemeHandle {
-    EasyHandle easy;
-    CurlExchange::Scheme scheme = CurlExchange::Scheme::https;
-};
-
-/// Handles that have served a request and wait for the next one. Setting one up costs about as much
-/// as all the rest of a request's preparation.
-class HandlePool {
-  public:
-    explicit HandlePool(const CurlTransport::Options& options) : options_(options) {}
-
-    /// @return without `easy` where libcurl refuses something that a transfer needs
-    [[nodiscard]] SchemeHandle take(CurlExchange::Scheme scheme) {
-        auto& idle = idle_.at(static_cast<std::size_t>(scheme));
-        if (idle.empty()) return fresh(scheme);
-        EasyHandle easy = std::move(idle.back());
-        idle.pop_back();
-        return {std::move(easy), scheme};
-    }
-
-    void keep(SchemeHandle handle) {
-        idle_.at(static_cast<std::size_t>(handle.scheme)).push_back(std::move(handle.easy));
-    }
-
-    void clear() noexcept {
-        for (auto& each : idle_)
-            each.clear();
-    }
-
-  private:
-    [[nodiscard]] SchemeHandle fresh(CurlExchange::Scheme scheme) const {
-        EasyHandle easy(curl_easy_init());
-        if (!easy || CurlExchange::setUp(easy.get(), scheme, options_) != CURLE_OK) easy.reset();
-        return {std::move(easy), scheme};
-    }
-
-    const CurlTransport::Options& options_;
-    std::array<std::vector<EasyHandle>, 2> idle_;  // by scheme
-};
 
 /// A request that waits for a free place among those in flight.
 struct Waiting {
@@ -137,7 +92,7 @@ struct Transfer {
     Clock::time_point started;
     int redirects = 0;
     std::optional<CurlExchange> exchange;
-    SchemeHandle handle;  // goes first, for it refers to the exchange
+    CurlHandle handle;  // goes first, for it refers to the exchange
 };
 
 std::chrono::microseconds timeBetween(Clock::time_point from, Clock::time_point to) {
@@ -160,7 +115,7 @@ TransferLog logOf(const Waiting& order, const TransportResult& result, const Tra
     log.waited = timeBetween(order.accepted, transfer ? transfer->started : Clock::now());
     if (transfer) {
         log.redirects = transfer->redirects;
-        transfer->exchange->describe(transfer->handle.easy.get(), log);
+        transfer->exchange->describe(log);
     }
     return log;
 }
@@ -180,6 +135,11 @@ SlingError cancelledError() {
 SlingError expiredError() {
     return {SlingErrorKind::totalTimeout,
             "the request's time was up while it waited for others to end; nothing was sent"};
+}
+
+/// How many connections, and handles, are kept for the next request.
+std::size_t keptOf(const CurlTransport::Options& options) {
+    return std::clamp<std::size_t>(options.maxInFlight, minKept, maxInt);
 }
 
 void setUpCurl() {
@@ -282,7 +242,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     void startWaiting();
     void begin(std::unique_ptr<Transfer> transfer);
     void finishTransfers();
-    void finish(std::unique_ptr<Transfer> transfer, int code);
+    void finish(std::unique_ptr<Transfer> transfer, CURLcode code);
     [[nodiscard]] bool follow(std::unique_ptr<Transfer>& transfer, TransportResult& result);
     void drop(TransferID transfer);
     [[nodiscard]] std::unique_ptr<Transfer> takeFromFlight(TransferID transfer);
@@ -306,16 +266,16 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     // The thread's own:
     WaitingLine waiting_;
     std::unordered_map<TransferID, std::unique_ptr<Transfer>> inFlight_;
-    HandlePool handles_{options_};
+    CurlHandlePool handles_;
     bool delivered_ = false;
 };
 
-CurlTransport::Loop::Loop(Options options) : options_(std::move(options)) {
+CurlTransport::Loop::Loop(Options options)
+    : options_(std::move(options)), handles_(options_, keptOf(options_)) {
     setUpCurl();
     multi_.reset(curl_multi_init());
     if (!multi_) throw std::bad_alloc();
-    const auto kept = std::clamp<std::size_t>(options_.maxInFlight, minKeptConnections, maxInt);
-    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(kept));
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(keptOf(options_)));
     curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
 }
 
@@ -419,12 +379,13 @@ void CurlTransport::Loop::startWaiting() {
 
 void CurlTransport::Loop::begin(std::unique_ptr<Transfer> transfer) {
     const auto& request = transfer->order.request;
-    transfer->handle = handles_.take(CurlExchange::schemeOf(*request));
-    CURL* const easy = transfer->handle.easy.get();
-    auto problem = transfer->exchange.emplace().prepare(
-        easy, request, {.started = transfer->started, .deadline = transfer->order.deadline},
-        transfer.get());
-    if (!problem && curl_multi_add_handle(multi_.get(), easy) != CURLM_OK)
+    transfer->handle = handles_.take(request->url);
+    auto problem =
+        transfer->exchange.emplace(options_.userAgent)
+            .prepare(transfer->handle, request,
+                     {.started = transfer->started, .deadline = transfer->order.deadline},
+                     transfer.get());
+    if (!problem && curl_multi_add_handle(multi_.get(), transfer->handle.easy()) != CURLM_OK)
         problem = SlingError(SlingErrorKind::cannotConnect, "libcurl took no further transfer");
     if (problem) return deliver(transfer->order, std::move(*problem), transfer.get());
     const TransferID id = transfer->order.transfer;
@@ -435,7 +396,7 @@ void CurlTransport::Loop::finishTransfers() {
     int left = 0;
     while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
         if (message->msg != CURLMSG_DONE) continue;
-        const int code = message->data.result;
+        const CURLcode code = message->data.result;
         const auto* const owner =
             static_cast<const Transfer*>(CurlExchange::ownerOf(message->easy_handle));
         finish(takeFromFlight(owner->order.transfer), code);
@@ -445,12 +406,12 @@ void CurlTransport::Loop::finishTransfers() {
 std::unique_ptr<Transfer> CurlTransport::Loop::takeFromFlight(TransferID transfer) {
     auto node = inFlight_.extract(transfer);
     if (node.empty()) return nullptr;
-    curl_multi_remove_handle(multi_.get(), node.mapped()->handle.easy.get());
+    curl_multi_remove_handle(multi_.get(), node.mapped()->handle.easy());
     return std::move(node.mapped());
 }
 
-void CurlTransport::Loop::finish(std::unique_ptr<Transfer> transfer, int code) {
-    auto result = transfer->exchange->result(transfer->handle.easy.get(), code);
+void CurlTransport::Loop::finish(std::unique_ptr<Transfer> transfer, CURLcode code) {
+    auto result = transfer->exchange->result(code);
     if (follow(transfer, result)) return;
     deliver(transfer->order, std::move(result), transfer.get());
     // A handle that failed may still hold what it worked with; a new one is cheap.

@@ -306,6 +306,17 @@ std::string escapedForRequestLine(std::string_view url) {
     return escaped;
 }
 
+std::string_view writtenOriginOf(std::string_view url) noexcept {
+    const auto parts = partsOf(url);
+    return parts ? parts->beginning : std::string_view();
+}
+
+std::string requestTargetOf(std::string_view url) {
+    std::string_view target = url.substr(writtenOriginOf(url).size());
+    target = target.substr(0, target.find('#'));
+    return (target.starts_with('/') ? "" : "/") + escapedForRequestLine(target);
+}
+
 std::optional<SlingError> problemOfURL(std::string_view url) {
     if (anyOf(url, isControlOrBlank)) return malformed(url, "holds a control character or a blank");
     const auto parts = partsOf(url);

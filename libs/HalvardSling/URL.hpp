@@ -32,6 +32,14 @@ struct Origin {
 /// backtick percent-encoded, everything else (an existing %41 too) as it is.
 [[nodiscard]] std::string escapedForRequestLine(std::string_view url);
 
+/// Scheme, host and port as a URL has them, e.g. "https://api.example.com"; empty for anything but
+/// an absolute http or https URL.
+[[nodiscard]] std::string_view writtenOriginOf(std::string_view url) noexcept;
+
+/// What a request line asks the origin of a URL for (RFC 9112, section 3.2.1): the path, "/" where
+/// there is none, and the query, escaped as `escapedForRequestLine` does. A fragment is not sent.
+[[nodiscard]] std::string requestTargetOf(std::string_view url);
+
 /// Why a URL may not be sent, or absent where it may. A URL may be sent when it parses, has the
 /// scheme https or http, holds no control byte, blank or NUL, no user information, and no "." or
 /// ".." path segment, however encoded.

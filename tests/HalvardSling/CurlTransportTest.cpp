@@ -91,6 +91,14 @@ TEST(CurlTransport, AsksForGzipAndDecodesIt) {
     EXPECT_THAT(server.requests().at(0), HasSubstr("\r\nAccept-Encoding: gzip\r\n"));
 }
 
+TEST(CurlTransport, AsksForAnotherEncodingWhereTheRequestDoes) {
+    auto get = request("GET");
+    get.headers = {{"accept-encoding", "identity"}};
+    const auto head = received(get);
+    EXPECT_THAT(head, HasSubstr("\r\naccept-encoding: identity\r\n"));
+    EXPECT_THAT(head, Not(HasSubstr("gzip")));
+}
+
 TEST(CurlTransport, SendsMethodPathAndQueryAsTheyAre) {
     EXPECT_THAT(received(request("GET", "/v1/a%41b//c;d?x=%2e&y=a+b&z")),
                 StartsWith("GET /v1/a%41b//c;d?x=%2e&y=a+b&z HTTP/1.1\r\n"));

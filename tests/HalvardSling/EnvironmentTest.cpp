@@ -62,11 +62,14 @@ TEST_F(EnvironmentTest, TheConfiguredProxyIsUsedWhateverTheEnvironmentSays) {
     set("no_proxy", "*");
     set("NO_PROXY", "*");
     set("http_proxy", server.url());
-    auto request = requestTo(server.url("/path"));
-    request.headers = {{"Authorization", "for the server"}};
-    EXPECT_THAT(sent(request, curlTransport({.proxy = proxy.url()})), Answers(200, "proxy"));
+    const auto transport = curlTransport({.proxy = proxy.url()});
+    for (const std::string path : {"/path", "/path?query", "/path"}) {
+        auto request = requestTo(server.url(path + "#fragment"));
+        request.headers = {{"Authorization", "for the server"}};
+        EXPECT_THAT(sent(request, transport), Answers(200, "proxy"));
+        EXPECT_THAT(proxy.requests().back(), StartsWith("GET " + server.url(path) + " HTTP/1.1"));
+    }
     EXPECT_EQ(server.connections(), 0U);
-    EXPECT_THAT(proxy.requests().at(0), StartsWith("GET " + server.url("/path") + " HTTP/1.1"));
 }
 
 TEST_F(EnvironmentTest, AProxyDoesNotSeeTheHeadersOfASecureRequest) {

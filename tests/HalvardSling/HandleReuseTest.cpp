@@ -1,3 +1,4 @@
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -67,6 +68,24 @@ TEST(HandleReuse, ARequestTakesNothingOverFromTheOneBeforeIt) {
             ASSERT_EQ(both.size(), 2U);
             EXPECT_EQ(both.front(), received({first}).front());
             EXPECT_EQ(both.back(), received({second}).front()) << "after " << both.front();
+        }
+}
+
+TEST(HandleReuse, EveryOriginGetsItsOwnRequestsHoweverManyThereAre) {
+    constexpr int origins = 12;  // more than handles are kept where one transfer is in flight
+    std::vector<std::unique_ptr<RawServer>> servers;
+    for (int i = 0; i < origins; ++i)
+        servers.push_back(std::make_unique<RawServer>(
+            RawServer::answering(httpReply(200, "server " + std::to_string(i)))));
+    const auto transport = curlTransport({.maxInFlight = 1});
+    for (const char* const path : {"/one", "/two?2", "/three"})
+        for (std::size_t i = 0; i < servers.size(); ++i) {
+            const auto url = servers[i]->url(path);
+            EXPECT_THAT(sent(requestTo(url), transport),
+                        Answers(200, "server " + std::to_string(i)));
+            EXPECT_THAT(servers[i]->requests().back(),
+                        testing::StartsWith("GET " + std::string(path) + " HTTP/1.1\r\nHost: " +
+                                            url.substr(7, url.find('/', 7) - 7) + "\r\n"));
         }
 }
 

@@ -63,6 +63,30 @@ TEST(URL, EscapesOnlyWhatARequestLineCannotCarry) {
     EXPECT_EQ(escapedForRequestLine(once), once);
 }
 
+TEST(URL, IsCutIntoTheOriginAsWrittenAndTheTarget) {
+    struct Case {
+        std::string url;
+        std::string origin;
+        std::string target;
+    };
+    for (const auto& [url, origin, target] : std::vector<Case>{
+             {"https://api.example.com", "https://api.example.com", "/"},
+             {"https://api.example.com/", "https://api.example.com", "/"},
+             {"HTTPS://API.example:8443/v1/a%41//b?c=%2e&d#e", "HTTPS://API.example:8443",
+              "/v1/a%41//b?c=%2e&d"},
+             {"http://[::1]:80?a=/b", "http://[::1]:80", "/?a=/b"},
+             {"http://a.example#b?c", "http://a.example", "/"},
+             {"http://a.example/?", "http://a.example", "/?"},
+             {"http://a.example/\xC3\xA4?{", "http://a.example", "/%C3%A4?%7B"},
+         }) {
+        EXPECT_EQ(writtenOriginOf(url), origin);
+        EXPECT_EQ(requestTargetOf(url), target);
+    }
+    for (const std::string_view url :
+         {"", "api.example.com/a", "ftp://a/", "https:/a", "https:///a"})
+        EXPECT_EQ(writtenOriginOf(url), "") << url;
+}
+
 TEST(URL, MayBeSentWhenOrdinary) {
     for (const std::string_view url :
          {"https://api.example.com", "http://localhost:8080/", "https://a/v1/x.y/..z/...",

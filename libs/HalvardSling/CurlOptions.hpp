@@ -1,0 +1,33 @@
+#pragma once
+
+#include <curl/curl.h>
+
+namespace HalvardSling {
+
+/// Sets options of one of libcurl's easy handles and remembers whether one of those that matter was
+/// refused.
+class CurlOptions {
+  public:
+    explicit CurlOptions(CURL* easy) : easy_(easy) {}
+
+    template <class Value>
+    void operator()(CURLoption option, Value value) {
+        const CURLcode code = curl_easy_setopt(easy_, option, value);
+        if (result_ == CURLE_OK) result_ = code;
+    }
+
+    /// For what a libcurl that was built without it can do without.
+    template <class Value>
+    void ifAvailable(CURLoption option, Value value) {
+        curl_easy_setopt(easy_, option, value);
+    }
+
+    /// The first refusal, or CURLE_OK.
+    [[nodiscard]] CURLcode result() const { return result_; }
+
+  private:
+    CURL* easy_;
+    CURLcode result_ = CURLE_OK;
+};
+
+}  // namespace HalvardSling
