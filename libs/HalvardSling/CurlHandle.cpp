@@ -70,8 +70,8 @@ void CurlHandle::setURL(CurlOptions& set, std::string_view url) const {
 
 CurlHandle CurlHandlePool::take(std::string_view url) {
     const std::string_view origin = writtenOriginOf(url);
-    const auto found = std::ranges::find(waiting_.rbegin(), waiting_.rend(), origin,
-                                         &CurlHandle::origin);
+    const auto found =
+        std::ranges::find(waiting_.rbegin(), waiting_.rend(), origin, &CurlHandle::origin);
     if (found == waiting_.rend()) return {origin, options_};
     CurlHandle handle = std::move(*found);
     waiting_.erase(std::next(found).base());

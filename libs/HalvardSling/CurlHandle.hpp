@@ -16,8 +16,8 @@ class CurlOptions;
 
 /// One of libcurl's easy handles, set up for the requests to one origin. Used on one thread.
 ///
-/// libcurl learns the origin once, in parts, and of each request the target alone. Of a whole URL it
-/// would take the parts and put them together again for every request, character by character.
+/// libcurl learns the origin once, in parts, and of each request the target alone. Of a whole URL
+/// it would take the parts and put them together again for every request, character by character.
 class CurlHandle {
   public:
     /// Holds no handle of libcurl.

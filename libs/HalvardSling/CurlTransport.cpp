@@ -20,6 +20,7 @@
 #include <HalvardSling/CurlTransport.hpp>
 #include <HalvardSling/Redirect.hpp>
 #include <HalvardSling/URL.hpp>
+#include <HalvardSling/WakePipe.hpp>
 
 namespace HalvardSling {
 
@@ -232,13 +233,14 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     };
 
     // Any thread.
-    void wake() noexcept;
+    [[nodiscard]] bool needsWaking() noexcept;
     [[nodiscard]] std::optional<TransportCompletion> claim(TransferID transfer);
 
     // The thread.
     void run() noexcept;
     [[nodiscard]] bool takeInbox();
     void expireWaiting();
+    [[nodiscard]] bool hasFreePlace() const noexcept;
     void startWaiting();
     void begin(std::unique_ptr<Transfer> transfer);
     void finishTransfers();
@@ -246,6 +248,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     [[nodiscard]] bool follow(std::unique_ptr<Transfer>& transfer, TransportResult& result);
     void drop(TransferID transfer);
     [[nodiscard]] std::unique_ptr<Transfer> takeFromFlight(TransferID transfer);
+    [[nodiscard]] bool hasMore();
     void poll();
     void endOpenTransfers();
 
@@ -261,13 +264,14 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     Ending ending_ = Ending::none;
     bool woken_ = false;
     std::thread thread_;
-    MultiHandle multi_;  // the thread uses it without the mutex, all others only to wake the thread
+
+    const WakePipe waking_;
 
     // The thread's own:
+    MultiHandle multi_;
     WaitingLine waiting_;
     std::unordered_map<TransferID, std::unique_ptr<Transfer>> inFlight_;
     CurlHandlePool handles_;
-    bool delivered_ = false;
 };
 
 CurlTransport::Loop::Loop(Options options)
@@ -294,27 +298,31 @@ TransferID CurlTransport::Loop::send(std::shared_ptr<const TransportRequest> req
     const auto deadline = deadlineOf(*request, now);
     completions_.emplace(transfer, std::move(completion));
     inbox_.sent.push_back({transfer, std::move(request), now, deadline});
-    wake();
+    const bool needed = needsWaking();
+    lock.unlock();
+    if (needed) waking_.wake();
     return transfer;
 }
 
 void CurlTransport::Loop::cancel(TransferID transfer) noexcept {
     // Destroyed after the lock was given back, for a completion may hold anything.
     TransportCompletion dropped;
-    const std::scoped_lock lock(mutex_);
+    std::unique_lock lock(mutex_);
     const auto found = completions_.find(transfer);
     if (found == completions_.end()) return;
     dropped = std::move(found->second);
     completions_.erase(found);
     inbox_.cancelled.push_back(transfer);
-    wake();
+    const bool needed = needsWaking();
+    lock.unlock();
+    if (needed) waking_.wake();
 }
 
-void CurlTransport::Loop::wake() noexcept {
+/// Whether what has been put down is to be told to the thread, as far as it has not been.
+bool CurlTransport::Loop::needsWaking() noexcept {
     // On the thread itself the inbox is looked at before the next sleep anyway.
-    if (woken_ || !multi_ || std::this_thread::get_id() == thread_.get_id()) return;
-    woken_ = true;
-    curl_multi_wakeup(multi_.get());
+    if (std::this_thread::get_id() == thread_.get_id()) return false;
+    return !std::exchange(woken_, true);
 }
 
 void CurlTransport::Loop::end(Ending ending) noexcept {
@@ -323,7 +331,7 @@ void CurlTransport::Loop::end(Ending ending) noexcept {
         const std::scoped_lock lock(mutex_);
         if (ending_ != Ending::silent) ending_ = ending;
         if (!thread_.joinable()) return;
-        wake();
+        if (needsWaking()) waking_.wake();
         ended = std::move(thread_);
     }
     if (std::this_thread::get_id() == ended.get_id())
@@ -340,7 +348,7 @@ void CurlTransport::Loop::run() noexcept {
         int running = 0;
         curl_multi_perform(multi_.get(), &running);
         finishTransfers();
-        if (!delivered_) poll();
+        if (!hasMore()) poll();
     }
     endOpenTransfers();
     Orphans::instance().noteEnd();
@@ -349,7 +357,6 @@ void CurlTransport::Loop::run() noexcept {
 /// Takes in what other threads brought.
 /// @return false where the thread is to end
 bool CurlTransport::Loop::takeInbox() {
-    delivered_ = false;
     Inbox inbox;
     Ending ending{};
     {
@@ -371,9 +378,12 @@ void CurlTransport::Loop::expireWaiting() {
         deliver(*expired, expiredError());
 }
 
+bool CurlTransport::Loop::hasFreePlace() const noexcept {
+    return inFlight_.size() < std::max<std::size_t>(options_.maxInFlight, 1);
+}
+
 void CurlTransport::Loop::startWaiting() {
-    const std::size_t places = std::max<std::size_t>(options_.maxInFlight, 1);
-    while (inFlight_.size() < places && !waiting_.empty())
+    while (hasFreePlace() && !waiting_.empty())
         begin(std::make_unique<Transfer>(*waiting_.takeFirst(), Clock::now()));
 }
 
@@ -448,12 +458,21 @@ void CurlTransport::Loop::drop(TransferID transfer) {
     }
 }
 
+/// Whether completions have left something to do before the next sleep.
+bool CurlTransport::Loop::hasMore() {
+    if (hasFreePlace() && !waiting_.empty()) return true;
+    const std::scoped_lock lock(mutex_);
+    return !inbox_.sent.empty() || !inbox_.cancelled.empty() || ending_ != Ending::none;
+}
+
 void CurlTransport::Loop::poll() {
     // No moment to wait for means: until libcurl has something to do, or somebody wakes us.
     milliseconds timeout{maxInt};
     if (const auto deadline = waiting_.nextDeadline())
         timeout = std::min(timeout, until(*deadline, Clock::now()));
-    curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(timeout.count()), nullptr);
+    curl_waitfd woken{.fd = waking_.descriptor(), .events = CURL_WAIT_POLLIN, .revents = 0};
+    curl_multi_poll(multi_.get(), &woken, 1, static_cast<int>(timeout.count()), nullptr);
+    if (woken.revents != 0) waking_.clear();
 }
 
 void CurlTransport::Loop::endOpenTransfers() {
@@ -467,13 +486,12 @@ void CurlTransport::Loop::endOpenTransfers() {
     while (const auto waiting = waiting_.takeFirst())
         deliver(*waiting, cancelledError());
     handles_.clear();
+    multi_.reset();
 
     // Let go of without the lock, for they may hold anything.
     std::unordered_map<TransferID, TransportCompletion> dropped;
-    MultiHandle ended;
     const std::scoped_lock lock(mutex_);
     dropped = std::move(completions_);
-    ended = std::move(multi_);
 }
 
 /// Takes the completion out: whoever does is the one that may call it.
@@ -487,7 +505,6 @@ std::optional<TransportCompletion> CurlTransport::Loop::claim(TransferID transfe
 
 void CurlTransport::Loop::deliver(const Waiting& order, TransportResult result,
                                   const Transfer* transfer) {
-    delivered_ = true;
     const auto completion = claim(order.transfer);
     if (!completion) return;
     if (!*completion) result = cancelledError();
