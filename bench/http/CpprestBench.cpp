@@ -75,7 +75,7 @@ void registerRequests(const Nginx& nginx) {
         oneAtATime(state, [&] { return client.request().get(); });
     });
     add("http_one_at_a_time/KestrinProfile/1", [&nginx](State& state) {
-        const HistoryService service(nginx.url(path));
+        HistoryService service(nginx.url(path));
         oneAtATime(state, [&] { return service.requestAndWait(); });
     });
     add("http_64_in_flight/cpprestsdk/64", [&nginx](State& state) {

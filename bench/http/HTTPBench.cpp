@@ -41,7 +41,7 @@ constexpr std::size_t batch = 1024;
 constexpr std::size_t largeBatch = 16;
 
 void oursOneAtATime(State& state, const Nginx& nginx) {
-    const HistoryService service(nginx.url(small));
+    HistoryService service(nginx.url(small));
     oneAtATime(state, [&] { return service.requestAndWait(); });
 }
 

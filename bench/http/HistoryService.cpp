@@ -54,10 +54,9 @@ void HistoryService::request(InFlight::Done done) const {
         [done](const std::exception_ptr&) { done(false); }, [] {});
 }
 
-bool HistoryService::requestAndWait() const {
-    Handover<bool> outcome;
-    request([&outcome](bool ok) { outcome.put(ok); });
-    return outcome.take();
+bool HistoryService::requestAndWait() {
+    request([this](bool ok) { outcome_.put(ok); });
+    return outcome_.take();
 }
 
 }  // namespace Bench

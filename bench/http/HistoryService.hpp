@@ -41,11 +41,12 @@ class HistoryService {
     /// Subscribes to it. Told whether a decoded list with entries came.
     void request(InFlight::Done done) const;
 
-    /// The same on the calling thread.
-    [[nodiscard]] bool requestAndWait() const;
+    /// The same on the calling thread, one at a time.
+    [[nodiscard]] bool requestAndWait();
 
   private:
     KestrinProfile::ProfileParams params_;
+    Handover<bool> outcome_;
 };
 
 }  // namespace Bench

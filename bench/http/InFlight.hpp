@@ -65,13 +65,16 @@ void oneAtATime(benchmark::State& state, const std::function<bool()>& operation)
 /// Measures runs of many operations, once the connections are there.
 void manyInFlight(benchmark::State& state, const std::function<void(Latencies&)>& run);
 
-/// Hands a value from one thread to another that waits for it.
+/// Hands values, one at a time, from one thread to another that waits for them. It must live on
+/// after a value is taken: the one who puts it may not be through yet.
 template <class T>
 class Handover {
   public:
     void put(T value) {
-        const std::scoped_lock lock(mutex_);
-        value_ = std::move(value);
+        {
+            const std::scoped_lock lock(mutex_);
+            value_ = std::move(value);
+        }
         changed_.notify_one();
     }
 
