@@ -47,19 +47,6 @@ constexpr bool anyOf(std::string_view text, Predicate isSought) noexcept {
     return any != 0;
 }
 
-constexpr std::array<bool, 256> escapedBytes = [] {
-    std::array<bool, 256> table{};
-    for (const char c : std::string_view(R"("<>{}|\^`)"))
-        table[static_cast<unsigned char>(c)] = true;
-    for (std::size_t byte = 0x80; byte < table.size(); ++byte)
-        table[byte] = true;
-    return table;
-}();
-
-constexpr bool isEscaped(char c) noexcept {
-    return escapedBytes[static_cast<unsigned char>(c)];
-}
-
 constexpr bool isLetter(char c) noexcept {
     return lowered(c) >= 'a' && lowered(c) <= 'z';
 }
@@ -67,6 +54,34 @@ constexpr bool isLetter(char c) noexcept {
 constexpr bool isDigit(char c) noexcept {
     return c >= '0' && c <= '9';
 }
+
+constexpr bool isOneOf(char c, std::string_view characters) noexcept {
+    return characters.find(c) != std::string_view::npos;
+}
+
+/// Of each byte whether the predicate is true.
+class ByteTable {
+  public:
+    template <class Predicate>
+    constexpr explicit ByteTable(Predicate isIn) {
+        for (std::size_t byte = 0; byte < bytes_.size(); ++byte)
+            bytes_[byte] = isIn(static_cast<char>(byte));
+    }
+    constexpr bool operator()(char c) const noexcept {
+        return bytes_[static_cast<unsigned char>(c)];
+    }
+
+  private:
+    std::array<bool, 256> bytes_{};
+};
+
+constexpr ByteTable isEscaped([](char c) {
+    return static_cast<unsigned char>(c) >= 0x80 || isOneOf(c, R"("<>{}|\^`)");
+});
+
+constexpr ByteTable isTokenCharacter([](char c) {
+    return isDigit(c) || isLetter(c) || isOneOf(c, "!#$%&'*+-.^_`|~");
+});
 
 /// Where the authority begins: behind "http://" or "https://". npos for any other beginning;
 /// libcurl itself would also accept "https:/host" and "https:///host".
@@ -77,11 +92,11 @@ std::size_t authorityStart(std::string_view url) noexcept {
     return std::string_view::npos;
 }
 
-/// The text up to the first character of which the predicate is true.
-template <class Predicate>
-std::string_view upTo(std::string_view text, Predicate isEnd) noexcept {
-    const auto end = std::ranges::find_if(text, isEnd);
-    return text.substr(0, static_cast<std::size_t>(end - text.begin()));
+/// The text up to the first of these characters.
+std::string_view upTo(std::string_view text, std::string_view ends) noexcept {
+    for (const char end : ends)
+        text = text.substr(0, text.find(end));
+    return text;
 }
 
 /// The parts of a URL that begins with "http://" or "https://".
@@ -95,13 +110,12 @@ struct URLParts {
 std::optional<URLParts> partsOf(std::string_view url) noexcept {
     const std::size_t start = authorityStart(url);
     if (start == std::string_view::npos) return std::nullopt;
-    const auto authority =
-        upTo(url.substr(start), [](char c) { return c == '/' || c == '?' || c == '#'; });
+    const auto authority = upTo(url.substr(start), "/?#");
     const std::size_t end = start + authority.size();
     return URLParts{.isSecure = start == std::string_view("https://").size(),
                     .beginning = url.substr(0, end),
                     .authority = authority,
-                    .path = upTo(url.substr(end), [](char c) { return c == '?' || c == '#'; })};
+                    .path = upTo(url.substr(end), "?#")};
 }
 
 std::string partOf(CURLU* url, CURLUPart part, unsigned flags = 0) {
@@ -174,11 +188,6 @@ SlingError malformed(std::string_view url, std::string_view reason) {
     return {SlingErrorKind::malformedURL, (origin ? "the URL of a request to " + origin->text()
                                                   : std::string("a request's URL")) +
                                               ' ' + std::string(reason)};
-}
-
-constexpr bool isTokenCharacter(char c) noexcept {
-    return isDigit(c) || isLetter(c) || c == '-' ||
-           std::string_view("!#$%&'*+.^_`|~").find(c) != std::string_view::npos;
 }
 
 bool isToken(std::string_view text) noexcept {

@@ -6,9 +6,12 @@ using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::TextMap;
 
 TextMap ProfileUtils::header(const std::optional<AnonymousBind>& bind) {
-    if (!bind) return {};
-    return {{ProfileHeaders::jwt, "JWT " + bind->token},
-            {ProfileHeaders::profileID, bind->profileID}};
+    TextMap header;
+    if (!bind) return header;
+    header.reserve(2);
+    header.emplace(ProfileHeaders::jwt, "JWT " + bind->token);
+    header.emplace(ProfileHeaders::profileID, bind->profileID);
+    return header;
 }
 
 }  // namespace KestrinProfile
