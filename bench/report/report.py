@@ -267,7 +267,7 @@ def main():
         "http": rate_table(results, ["http_one_at_a_time", "http_64_in_flight",
                                      "https_http2_64_in_flight", "http_1MB", "http_requests"]),
         "subscriptions": counter_table_by_size(results, "subscriptions", ["bytes_per_subscription", "total_MB"]),
-        "server": rate_table(results, ["server_read", "server_write", "server_write_concurrent"]),
+        "server": rate_table(results, ["server_exchange", "server_read", "server_write", "server_write_concurrent"]),
     }
     template = (pathlib.Path(__file__).parent / "performance.md.in").read_text()
     for name, content in sections.items():

@@ -68,6 +68,10 @@ std::string RunningServer::readRequest() const {
     return request("GET /v1/history?brand=kestrin&profile=parent&v=1", authorised(), {});
 }
 
+std::string RunningServer::healthRequest() const {
+    return request("GET /healthz", {}, {});
+}
+
 std::string RunningServer::writeRequest(std::string_view videoID) const {
     return request(
         "PUT /v1/history/video?video=" + std::string(videoID) + "&brand=kestrin&profile=parent&v=1",

@@ -18,6 +18,9 @@ class RunningServer {
 
     [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
 
+    /// The whole request that needs neither the database nor a token.
+    [[nodiscard]] std::string healthRequest() const;
+
     /// The whole request that reads the parent's history.
     [[nodiscard]] std::string readRequest() const;
 

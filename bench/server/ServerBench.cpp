@@ -1,7 +1,8 @@
 // kestrin-profile-server from outside, over kept connections: reads of a history of 50 entries, and
 // writes that are on the disk before they are answered, one after the other and from several
 // connections at once. A single write stands beside the same row written by SQLite itself, into a
-// file in the same directory, which is a temporary one: TMPDIR says on which disk.
+// file in the same directory, which is a temporary one: TMPDIR says on which disk; and beside an
+// exchange that asks for nothing, which is the least that any request over HTTP takes.
 
 #include <array>
 #include <cstdint>
@@ -117,9 +118,9 @@ void measure(State& state, std::uint16_t port, std::vector<std::string> requests
     Bench::manyInFlight(state, [&](Latencies& latencies) { clients.run(total, latencies); });
 }
 
-void serverWrite(State& state, const RunningServer& server) {
-    WireConnection connection(server.port());
-    const auto requests = writeRequests(server);
+/// One request after the other on one connection; the replies have one size.
+void measureOneAtATime(State& state, std::uint16_t port, const std::vector<std::string>& requests) {
+    WireConnection connection(port);
     const std::size_t replySize = connection.exchange(requests.front()).size();
     std::size_t next = 0;
     Bench::oneAtATime(state, [&] {
@@ -141,9 +142,13 @@ void registerAll(const RunningServer& server, ReferenceDatabase& reference) {
         ->Arg(1)
         ->Arg(4)
         ->UseRealTime();
-    benchmark::RegisterBenchmark("server_write/KestrinProfile/1", [&](State& state) {
-        serverWrite(state, server);
-    })->UseRealTime();
+    const auto addOneAtATime = [&](const char* name, std::vector<std::string> requests) {
+        benchmark::RegisterBenchmark(name, [&, requests](State& state) {
+            measureOneAtATime(state, server.port(), requests);
+        })->UseRealTime();
+    };
+    addOneAtATime("server_exchange/KestrinProfile/1", {server.healthRequest()});
+    addOneAtATime("server_write/KestrinProfile/1", writeRequests(server));
     benchmark::RegisterBenchmark("server_write/SQLite/1", [&](State& state) {
         sqliteWrite(state, reference);
     })->UseRealTime();
