@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include <boost/container/vector.hpp>
 #include <boost/json/basic_parser_impl.hpp>
 
 #include <HalvardSling/JSONDictionary.hpp>
@@ -18,7 +19,8 @@ namespace {
 
 /// One value of a document. The values stand in one flat sequence: a container is followed by all
 /// that is in it, and a dictionary's key by its value. Sizes are relative, so that a value can be
-/// copied to another document as it stands.
+/// copied to another document as it stands. It has no defaults, so that room for many is made
+/// without writing to it.
 struct Node {
     enum class Kind : std::uint8_t {
         null,
@@ -32,14 +34,14 @@ struct Node {
         dictionary
     };
 
-    Kind kind = Kind::null;
+    Kind kind;
     /// Where a text's characters are: in the source text, or in the document's own store.
-    bool inStore = false;
+    bool inStore;
     /// How many nodes the value takes, itself included.
-    std::uint32_t extent = 1;
+    std::uint32_t extent;
     /// The number, the Boolean, a container's item count; of a text the place of its first
     /// character in the lower half, its length in the upper half.
-    std::uint64_t value = 0;
+    std::uint64_t value;
 };
 static_assert(sizeof(Node) == 16);
 
@@ -102,7 +104,7 @@ constexpr JSONKind kindOf(const Node& node) noexcept {
 /// A parsed or built JSON value: its nodes, and the characters of its texts.
 class JSONDocument {
   public:
-    std::vector<Node> nodes;
+    boost::container::vector<Node> nodes;
     std::shared_ptr<const std::string> source;  ///< null where it was built
     std::string store;  ///< texts that do not stand in the source as they are
 
@@ -131,13 +133,15 @@ class JSONDocument {
     }
 
     void appendText(Node::Kind kind, std::string_view text) {
-        nodes.push_back(
-            {.kind = kind, .inStore = true, .value = textValue(store.size(), text.size())});
+        nodes.push_back({.kind = kind,
+                         .inStore = true,
+                         .extent = 1,
+                         .value = textValue(store.size(), text.size())});
         store.append(text);
     }
 
     void append(Node::Kind kind, std::uint64_t value) {
-        nodes.push_back({.kind = kind, .value = value});
+        nodes.push_back({.kind = kind, .inStore = false, .extent = 1, .value = value});
     }
 
     /// Appends a copy of another document's value and everything in it.
@@ -168,7 +172,9 @@ using Kind = Node::Kind;
 
 const JSONDocument& emptyDocument() {
     static const JSONDocument empty{
-        .nodes = {{.kind = Kind::dictionary}}, .source = nullptr, .store = {}};
+        .nodes = {{.kind = Kind::dictionary, .inStore = false, .extent = 1, .value = 0}},
+        .source = nullptr,
+        .store = {}};
     return empty;
 }
 
@@ -201,7 +207,7 @@ struct Filler {
 
     [[gnu::noinline]] void makeRoom(std::size_t more) {
         const std::size_t filled = next == nullptr ? 0 : count();
-        document->nodes.resize(filled + more);
+        document->nodes.resize(filled + more, boost::container::default_init);
         next = document->nodes.data() + filled;
         roomEnd = next + more;
     }
@@ -258,7 +264,7 @@ struct Filler {
     // The names that the parser calls.
     bool on_document_begin(Error&) { return true; }
     bool on_document_end(Error&) {
-        document->nodes.resize(count());
+        document->nodes.resize(count(), boost::container::default_init);
         return true;
     }
     bool on_object_begin(Error&) { return begin(Kind::dictionary); }
