@@ -1,9 +1,9 @@
 // Whole operations over HTTP, from subscribe to the decoded list, against nginx on the same
 // machine.
 //
-// The peers are plain libcurl, used by hand in the same arrangement, and cpp-httplib. Both receive
-// the reply as a text and decode nothing; KestrinProfile decodes, except where `http_1MB` looks at
-// its transport alone.
+// The peers are plain libcurl, used by hand in the same arrangement, and, on the calling thread,
+// its easy interface and cpp-httplib. All receive the reply as a text and decode nothing;
+// KestrinProfile decodes, except where `http_1MB` looks at its transport alone.
 
 #include <cstdint>
 #include <functional>
@@ -48,6 +48,11 @@ void oursOneAtATime(State& state, const Nginx& nginx) {
 void curlOneAtATime(State& state, const Nginx& nginx) {
     PlainCurlThread curl({.url = nginx.url(small)});
     oneAtATime(state, [&] { return !curl.get().empty(); });
+}
+
+void easyCurlOneAtATime(State& state, const Nginx& nginx) {
+    PlainCurl curl({.url = nginx.url(small)});
+    oneAtATime(state, [&] { return !curl.getEasily().empty(); });
 }
 
 void httplibOneAtATime(State& state, const Nginx& nginx) {
@@ -156,6 +161,8 @@ void registerSmall(const Nginx& nginx) {
     };
     add("http_one_at_a_time/KestrinProfile/1", [&](State& state) { oursOneAtATime(state, nginx); });
     add("http_one_at_a_time/libcurl/1", [&](State& state) { curlOneAtATime(state, nginx); });
+    add("http_one_at_a_time/libcurl, easy/1",
+        [&](State& state) { easyCurlOneAtATime(state, nginx); });
     add("http_one_at_a_time/cpp-httplib/1", [&](State& state) { httplibOneAtATime(state, nginx); });
 
     add("http_64_in_flight/KestrinProfile/64",

@@ -69,14 +69,22 @@ void PlainCurl::perform(const OnReply& onReply) {
     curl_multi_perform(multi_.get(), &running);
     while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
         CURL* const easy = message->easy_handle;
-        long status = 0;
-        curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
-        const bool ok = message->data.result == CURLE_OK && status == 200;
+        const CURLcode result = message->data.result;
         curl_multi_remove_handle(multi_.get(), easy);
         const std::size_t place = placeOf(easy);
-        std::string text = std::exchange(places_[place].text, {});
-        onReply(place, ok ? std::move(text) : std::string());
+        onReply(place, takeReply(place, result));
     }
+}
+
+std::string PlainCurl::takeReply(std::size_t place, CURLcode result) {
+    long status = 0;
+    curl_easy_getinfo(places_[place].easy.get(), CURLINFO_RESPONSE_CODE, &status);
+    std::string text = std::exchange(places_[place].text, {});
+    return result == CURLE_OK && status == 200 ? std::move(text) : std::string();
+}
+
+std::string PlainCurl::getEasily() {
+    return takeReply(0, curl_easy_perform(places_.front().easy.get()));
 }
 
 std::size_t PlainCurl::placeOf(CURL* easy) const {

@@ -38,6 +38,10 @@ class PlainCurl {
     /// From any thread.
     void wake();
 
+    /// One transfer on the calling thread with the easy interface, which needs no other one.
+    /// @return the text of the reply; empty where there was none with status 200
+    [[nodiscard]] std::string getEasily();
+
     /// Runs so many transfers on the calling thread; the end of one starts the next.
     void run(std::size_t total, Latencies& latencies);
 
@@ -59,6 +63,7 @@ class PlainCurl {
     static std::size_t onBody(char* data, std::size_t, std::size_t size, void* place);
     void setUp(Place& place, const Settings& settings) const;
     [[nodiscard]] std::size_t placeOf(CURL* easy) const;
+    [[nodiscard]] std::string takeReply(std::size_t place, CURLcode result);
 
     std::unique_ptr<curl_slist, ListFree> headers_;
     std::unique_ptr<CURLM, MultiCleanup> multi_;

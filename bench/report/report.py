@@ -5,7 +5,8 @@ usage: report.py RESULTS DOCS
 
 RESULTS holds one JSON file of Google Benchmark for each program and round. A benchmark's name is
 topic/subject/n. A ratio is the median of the rounds' ratios, so that a clock that swings between
-rounds does not matter. Fills the template beside this file and prints the tables.
+rounds does not matter; where a program has measured both subjects, its own two figures are compared.
+Fills the template beside this file and prints the tables.
 """
 
 import json
@@ -36,6 +37,8 @@ class Results:
                          if part not in ("real_time", "manual_time") and ":" not in part.replace("::", "")]
                 n = int(parts[-1]) if parts[-1].isdigit() else 1
                 subject = "/".join(parts[1:-1] if parts[-1].isdigit() else parts[1:])
+                program, _, round_number = file.stem.rpartition(".")
+                record.update(program=program, round=round_number)
                 self.records.setdefault((parts[0], subject, n), []).append(record)
 
     def subjects(self, topic):
@@ -53,8 +56,17 @@ class Results:
 
     def ratio(self, topic, n, subject, other, figure):
         """How many times the figure of `subject` is that of `other`."""
-        pairs = zip(self.values(topic, subject, n, figure), self.values(topic, other, n, figure))
-        ratios = [one / two for one, two in pairs if two]
+        ours = self.records.get((topic, subject, n), [])
+        theirs = self.records.get((topic, other, n), [])
+        if {record["program"] for record in ours} & {record["program"] for record in theirs}:
+            def run(record):
+                return record["program"], record["round"]
+        else:
+            def run(record):
+                return record["round"]
+        at = {run(record): figure(record) for record in ours}
+        ratios = [at[run(record)] / figure(record) for record in theirs
+                  if run(record) in at and figure(record)]
         return statistics.median(ratios) if ratios else None
 
 
