@@ -73,6 +73,9 @@ class CurlTransport final : public Transport {
         TransferLogHook log{};
     };
 
+    /// @throws std::system_error, std::runtime_error, std::bad_alloc where the process has no file
+    /// or
+    ///         no memory left for it, or libcurl cannot be set up
     CurlTransport();
     explicit CurlTransport(Options options);
     ~CurlTransport() override;

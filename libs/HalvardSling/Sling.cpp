@@ -1,4 +1,5 @@
 #include <exception>
+#include <string>
 #include <utility>
 
 #include <HalvardSling/Sling.hpp>
@@ -16,6 +17,12 @@ SlingError statusError(const Response& response) {
         response.status(), origin ? origin->text() : "an unknown origin",
         {.headers = response.headers(),
          .body = std::string(response.body().substr(0, ErrorReply::maxBodyBytes))});
+}
+
+/// The process has no file or no thread left for a transport.
+SlingError noTransport(const std::exception& reason) {
+    return {SlingErrorKind::cannotConnect,
+            std::string("no transport could be set up: ") + reason.what()};
 }
 
 void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) {
@@ -71,8 +78,12 @@ Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) cons
             if (const auto* const error = std::get_if<SlingError>(&content))
                 return fail(subscriber, *error);
             if (!subscriber.is_subscribed()) return;
-            send(std::get<std::shared_ptr<const TransportRequest>>(content),
-                 transport ? transport : defaultTransport(), subscriber);
+            try {
+                send(std::get<std::shared_ptr<const TransportRequest>>(content),
+                     transport ? transport : defaultTransport(), subscriber);
+            } catch (const std::exception& error) {
+                fail(subscriber, noTransport(error));
+            }
         });
 }
 

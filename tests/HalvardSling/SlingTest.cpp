@@ -2,6 +2,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -14,6 +15,7 @@
 using namespace HalvardSling;
 using namespace TestSupport;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -251,6 +253,20 @@ TEST_F(DefaultTransportTest, ComesBackAfterNull) {
     setDefaultTransport(fake);
     setDefaultTransport(nullptr);
     EXPECT_NE(std::dynamic_pointer_cast<CurlTransport>(defaultTransport()), nullptr);
+}
+
+TEST_F(DefaultTransportTest, FailsTheRequestWhereTheProcessMayOpenNoFileForIt) {
+    const auto cold = Sling(request).responses();
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit none{.rlim_cur = 0, .rlim_max = usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const Observed<Response> refused(cold);
+    setrlimit(RLIMIT_NOFILE, &usual);
+    ASSERT_TRUE(refused.error<SlingError>());
+    EXPECT_EQ(refused.error<SlingError>()->kind(), SlingErrorKind::cannotConnect);
+    EXPECT_THAT(refused.error<SlingError>()->what(), HasSubstr("no transport could be set up"));
+    EXPECT_NE(defaultTransport(), nullptr);
 }
 
 TEST_F(DefaultTransportTest, EndsWhatIsOpenWhenReplaced) {
