@@ -89,10 +89,17 @@ class WaitingLine {
 
 /// A transfer in flight.
 struct Transfer {
+    Transfer(Waiting anOrder, Clock::time_point aStart, int someRedirects,
+             std::string_view userAgent)
+        : order(std::move(anOrder)),
+          started(aStart),
+          redirects(someRedirects),
+          exchange(userAgent) {}
+
     Waiting order;
     Clock::time_point started;
-    int redirects = 0;
-    std::optional<CurlExchange> exchange;
+    int redirects;
+    CurlExchange exchange;
     CurlHandle handle;  // goes first, for it refers to the exchange
 };
 
@@ -116,7 +123,7 @@ TransferLog logOf(const Waiting& order, const TransportResult& result, const Tra
     log.waited = timeBetween(order.accepted, transfer ? transfer->started : Clock::now());
     if (transfer) {
         log.redirects = transfer->redirects;
-        transfer->exchange->describe(log);
+        transfer->exchange.describe(log);
     }
     return log;
 }
@@ -245,7 +252,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     void begin(std::unique_ptr<Transfer> transfer);
     void finishTransfers();
     void finish(std::unique_ptr<Transfer> transfer, CURLcode code);
-    [[nodiscard]] bool follow(std::unique_ptr<Transfer>& transfer, TransportResult& result);
+    [[nodiscard]] bool follow(Transfer& transfer, TransportResult& result);
     void drop(TransferID transfer);
     [[nodiscard]] std::unique_ptr<Transfer> takeFromFlight(TransferID transfer);
     [[nodiscard]] bool hasMore();
@@ -383,18 +390,19 @@ bool CurlTransport::Loop::hasFreePlace() const noexcept {
 }
 
 void CurlTransport::Loop::startWaiting() {
-    while (hasFreePlace() && !waiting_.empty())
-        begin(std::make_unique<Transfer>(*waiting_.takeFirst(), Clock::now()));
+    while (hasFreePlace()) {
+        auto first = waiting_.takeFirst();
+        if (!first) return;
+        begin(std::make_unique<Transfer>(*std::move(first), Clock::now(), 0, options_.userAgent));
+    }
 }
 
 void CurlTransport::Loop::begin(std::unique_ptr<Transfer> transfer) {
     const auto& request = transfer->order.request;
     transfer->handle = handles_.take(request->url);
-    auto problem =
-        transfer->exchange.emplace(options_.userAgent)
-            .prepare(transfer->handle, request,
-                     {.started = transfer->started, .deadline = transfer->order.deadline},
-                     transfer.get());
+    auto problem = transfer->exchange.prepare(
+        transfer->handle, request,
+        {.started = transfer->started, .deadline = transfer->order.deadline}, transfer.get());
     if (!problem && curl_multi_add_handle(multi_.get(), transfer->handle.easy()) != CURLM_OK)
         problem = SlingError(SlingErrorKind::cannotConnect, "libcurl took no further transfer");
     if (problem) return deliver(transfer->order, std::move(*problem), transfer.get());
@@ -421,8 +429,8 @@ std::unique_ptr<Transfer> CurlTransport::Loop::takeFromFlight(TransferID transfe
 }
 
 void CurlTransport::Loop::finish(std::unique_ptr<Transfer> transfer, CURLcode code) {
-    auto result = transfer->exchange->result(code);
-    if (follow(transfer, result)) return;
+    auto result = transfer->exchange.result(code);
+    if (follow(*transfer, result)) return;
     deliver(transfer->order, std::move(result), transfer.get());
     // A handle that failed may still hold what it worked with; a new one is cheap.
     if (code == CURLE_OK) handles_.keep(std::move(transfer->handle));
@@ -430,23 +438,24 @@ void CurlTransport::Loop::finish(std::unique_ptr<Transfer> transfer, CURLcode co
 
 /// Sends what a redirect asks for. Where it may not be followed, the result becomes the reason.
 /// @return whether it was sent
-bool CurlTransport::Loop::follow(std::unique_ptr<Transfer>& transfer, TransportResult& result) {
+bool CurlTransport::Loop::follow(Transfer& transfer, TransportResult& result) {
     const auto* const response = std::get_if<Response>(&result);
     if (response == nullptr || !isRedirect(response->status())) return false;
-    const auto& request = *transfer->order.request;
+    const auto& request = *transfer.order.request;
     const auto location = response->headers().value("Location");
-    const bool follows = request.maxRedirects > 0 || transfer->redirects > 0;
+    const bool follows = request.maxRedirects > 0 || transfer.redirects > 0;
     if (!location || !follows) return false;
     auto next = redirected(request, response->status(), *location);
     if (auto* const error = std::get_if<SlingError>(&next)) {
         result = std::move(*error);
         return false;
     }
-    transfer->order.request =
+    handles_.keep(std::move(transfer.handle));
+    Waiting order = transfer.order;
+    order.request =
         std::make_shared<const TransportRequest>(std::get<TransportRequest>(std::move(next)));
-    transfer->redirects += 1;
-    handles_.keep(std::move(transfer->handle));
-    begin(std::move(transfer));
+    begin(std::make_unique<Transfer>(std::move(order), transfer.started, transfer.redirects + 1,
+                                     options_.userAgent));
     return true;
 }
 

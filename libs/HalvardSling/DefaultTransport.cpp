@@ -43,7 +43,7 @@ class Place {
     /// Called once a transport exists, and with it libcurl's own clean-up is registered: what is
     /// registered later runs earlier.
     void registerExit() {
-        if (!std::exchange(registered_, true)) std::atexit(&atExit);
+        if (!std::exchange(registered_, true)) static_cast<void>(std::atexit(&atExit));
     }
 
     static void atExit() {

@@ -461,15 +461,16 @@ std::variant<JSONDictionary, JSONFailure> JSONDictionary::parse(
     boost::json::parse_options options;
     options.max_depth = maxDepth;
     auto document = std::make_shared<JSONDocument>();
-    document->source = text;
-    boost::json::basic_parser<Filler> parser(options, *document, *text);
+    document->source = std::move(text);
+    const std::string& source = *document->source;
+    boost::json::basic_parser<Filler> parser(options, *document, source);
 
     boost::system::error_code error;
-    const std::size_t read = parser.write_some(false, text->data(), text->size(), error);
-    if (!error && read < text->size()) error = boost::json::error::extra_data;
-    if (error) return failureAt(*text, read, error.message());
+    const std::size_t read = parser.write_some(false, source.data(), source.size(), error);
+    if (!error && read < source.size()) error = boost::json::error::extra_data;
+    if (error) return failureAt(source, read, error.message());
     if (document->nodes.front().kind != Kind::dictionary)
-        return failureAt(*text, 0,
+        return failureAt(source, 0,
                          "the top is " + std::string(name(kindOf(document->nodes.front()))) +
                              ", expected a dictionary,");
     return JSONDictionary(std::move(document), 0);

@@ -67,10 +67,10 @@ std::variant<TransportRequest, SlingError> redirected(const TransportRequest& re
                                                       std::string_view location) {
     if (request.maxRedirects <= 0) return refused(request.url, "is one more than allowed");
     const auto url = resolved(request.url, location);
-    if (!url || problemOfURL(*url))
-        return refused(request.url, "leads to a URL that may not be sent");
     const auto from = originOf(request.url);
-    const auto to = originOf(*url);
+    const auto to = url ? originOf(*url) : std::nullopt;
+    if (!from || !to || problemOfURL(*url))
+        return refused(request.url, "leads to a URL that may not be sent");
     if (from->scheme == "https" && to->scheme != "https")
         return refused(request.url, "leads from https to cleartext");
 

@@ -65,7 +65,8 @@ std::optional<int> SlingError::statusCode() const noexcept {
 }
 
 const ErrorReply* SlingError::reply() const noexcept {
-    return content_->reply ? &*content_->reply : nullptr;
+    const auto& reply = content_->reply;
+    return reply ? &*reply : nullptr;
 }
 
 const char* SlingError::what() const noexcept {

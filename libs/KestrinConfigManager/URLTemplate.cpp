@@ -87,7 +87,7 @@ struct Part {
 /// The value of a token, or the token itself where there is none.
 /// @param value  where to look from; moved on to where the next token may be
 std::string_view valueOf(std::string_view token, TextMap::const_iterator& value,
-                         TextMap::const_iterator end) noexcept {
+                         const TextMap::const_iterator& end) noexcept {
     for (; value != end; ++value) {
         if (same(value->first, token)) return (value++)->second;
         if (value->first > token) break;

@@ -18,8 +18,7 @@ const char* ProfileError::what() const noexcept {
         "parameterOperationMismatch: the request's parameters name no operation",
         "anonymousBindUninitialized: there is no anonymous bind",
         "profileIDValdationFailure: a bind was requested without a profile identifier",
-        "userInvalidForOperation: the user has no profile identifier; use one that the service "
-        "returned",
+        "userInvalidForOperation: the user has no profile identifier; use one that came as a reply",
         "parentInvalidForOperation: the parent profile can be neither edited nor deleted",
         "anonymousBindSerializationError: the service's reply holds no valid anonymous bind",
         "userProfileSerializationError: the service's reply is no list",
