@@ -31,6 +31,7 @@ using benchmark::State;
 
 constexpr std::size_t entries = 50;
 constexpr std::size_t batch = 256;
+constexpr std::size_t fillingWrites = 1000;
 
 /// Video identifiers in turn, so that the history keeps its length.
 class Videos {
@@ -104,12 +105,21 @@ std::vector<std::string> writeRequests(const RunningServer& server) {
     return requests;
 }
 
+/// Writes until SQLite's log has its full length, a thousand pages: while it grows, the disk has
+/// more to do for each commit.
 void fill(const RunningServer& server) {
     WireConnection connection(server.port());
-    for (const auto& request : writeRequests(server)) {
-        static_cast<void>(connection.exchange(request));
+    const auto requests = writeRequests(server);
+    for (std::size_t i = 0; i < fillingWrites; ++i) {
+        static_cast<void>(connection.exchange(requests[i % requests.size()]));
         if (!connection.succeeded()) throw std::runtime_error("the server refuses a write");
     }
+}
+
+void fill(ReferenceDatabase& database) {
+    Videos videos;
+    for (std::size_t i = 0; i < fillingWrites; ++i)
+        if (!database.write(videos.next())) throw std::runtime_error("SQLite refuses a write");
 }
 
 void measure(State& state, std::uint16_t port, std::vector<std::string> requests,
@@ -171,6 +181,7 @@ int main(int count, char** arguments) {
     ReferenceDatabase reference(directory / "reference.sqlite");
     const RunningServer server(directory / "served.sqlite");
     fill(server);
+    fill(reference);
     registerAll(server, reference);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -75,9 +75,7 @@ std::optional<JSONDictionary> ProfileParams::dictionaryRepresentation() const {
 }
 
 std::optional<TextMap> ProfileParams::URLMapping() const {
-    constexpr std::size_t mostPlaceholders = 5;
     TextMap mapping;
-    mapping.reserve(mostPlaceholders);
     fill(mapping, ProfileMapping::show, showID);
     fill(mapping, ProfileMapping::brand, brandID);
     fill(mapping, ProfileMapping::video, videoID);

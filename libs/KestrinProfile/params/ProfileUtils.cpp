@@ -8,7 +8,6 @@ using KestrinConfigManager::TextMap;
 TextMap ProfileUtils::header(const std::optional<AnonymousBind>& bind) {
     TextMap header;
     if (!bind) return header;
-    header.reserve(2);
     header.emplace(ProfileHeaders::jwt, "JWT " + bind->token);
     header.emplace(ProfileHeaders::profileID, bind->profileID);
     return header;
