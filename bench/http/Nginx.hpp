@@ -13,9 +13,8 @@ namespace Bench {
 /// nginx as one process on the loopback interface: the fast, steady service that the clients are
 /// measured against. It ends with this object, and with the program however that ends.
 ///
-/// From then on it has a core for itself and the program, with all threads that the calling one
-/// starts, the others: so nothing depends on where the kernel puts them, and the service is as much
-/// apart as it is in life.
+/// It has a core for itself; the calling thread, and all threads that it starts later, have the
+/// others. So nothing depends on where the kernel puts them, and the service is apart, as in life.
 ///
 /// It serves the history of one entry under /v1/history and one of 1 MB under /v1/large, in clear
 /// text with HTTP/1.1, and over TLS with HTTP/2.

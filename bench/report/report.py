@@ -58,12 +58,11 @@ class Results:
         """How many times the figure of `subject` is that of `other`."""
         ours = self.records.get((topic, subject, n), [])
         theirs = self.records.get((topic, other, n), [])
-        if {record["program"] for record in ours} & {record["program"] for record in theirs}:
-            def run(record):
-                return record["program"], record["round"]
-        else:
-            def run(record):
-                return record["round"]
+        has_both = {record["program"] for record in ours} & {record["program"] for record in theirs}
+
+        def run(record):
+            return record["round"], record["program"] if has_both else None
+
         at = {run(record): figure(record) for record in ours}
         ratios = [at[run(record)] / figure(record) for record in theirs
                   if run(record) in at and figure(record)]

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <limits>
 #include <map>
@@ -240,7 +239,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     };
 
     // Any thread.
-    [[nodiscard]] bool needsWaking() noexcept;
+    void tell(std::unique_lock<std::mutex> lock) noexcept;
     [[nodiscard]] std::optional<TransportCompletion> claim(TransferID transfer);
 
     // The thread.
@@ -305,9 +304,7 @@ TransferID CurlTransport::Loop::send(std::shared_ptr<const TransportRequest> req
     const auto deadline = deadlineOf(*request, now);
     completions_.emplace(transfer, std::move(completion));
     inbox_.sent.push_back({transfer, std::move(request), now, deadline});
-    const bool needed = needsWaking();
-    lock.unlock();
-    if (needed) waking_.wake();
+    tell(std::move(lock));
     return transfer;
 }
 
@@ -320,26 +317,26 @@ void CurlTransport::Loop::cancel(TransferID transfer) noexcept {
     dropped = std::move(found->second);
     completions_.erase(found);
     inbox_.cancelled.push_back(transfer);
-    const bool needed = needsWaking();
-    lock.unlock();
-    if (needed) waking_.wake();
+    tell(std::move(lock));
 }
 
-/// Whether what has been put down is to be told to the thread, as far as it has not been.
-bool CurlTransport::Loop::needsWaking() noexcept {
+/// Gives the lock back, and wakes the thread where it does not know yet that something was put
+/// down.
+void CurlTransport::Loop::tell(std::unique_lock<std::mutex> lock) noexcept {
     // On the thread itself the inbox is looked at before the next sleep anyway.
-    if (std::this_thread::get_id() == thread_.get_id()) return false;
-    return !std::exchange(woken_, true);
+    if (std::this_thread::get_id() == thread_.get_id() || std::exchange(woken_, true)) return;
+    lock.unlock();  // first, for the thread begins with taking it
+    waking_.wake();
 }
 
 void CurlTransport::Loop::end(Ending ending) noexcept {
     std::thread ended;
     {
-        const std::scoped_lock lock(mutex_);
+        std::unique_lock lock(mutex_);
         if (ending_ != Ending::silent) ending_ = ending;
         if (!thread_.joinable()) return;
-        if (needsWaking()) waking_.wake();
         ended = std::move(thread_);
+        tell(std::move(lock));
     }
     if (std::this_thread::get_id() == ended.get_id())
         Orphans::instance().add(std::move(ended));
