@@ -13,6 +13,7 @@ namespace {
 
 constexpr int firstErrorStatus = 400;
 constexpr std::size_t usualFields = 16;
+constexpr std::size_t usualFieldBytes = 512;
 
 /// What a result of libcurl means before the request was handed to a connection, and after.
 struct Meaning {
@@ -123,65 +124,77 @@ std::uint64_t bytesOf(CURL* easy, CURLINFO info) {
 
 }  // namespace
 
-std::optional<SlingError> CurlExchange::prepare(const CurlHandle& handle,
-                                                std::shared_ptr<const TransportRequest> request,
-                                                Span span, void* owner) {
-    const auto now = std::chrono::steady_clock::now();
-    easy_ = handle.easy();
-    request_ = std::move(request);
-    deadline_ = span.deadline;
-    offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span.started);
-    if (auto problem = problemOfRequest(*request_)) return problem;
-    if (easy_ == nullptr)
-        return SlingError(SlingErrorKind::cannotConnect,
-                          "libcurl refuses an option that a safe transfer needs");
-    CurlOptions set(easy_);
-    set(CURLOPT_PRIVATE, owner);
-    set(CURLOPT_TIMEOUT_MS,
-        milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span.deadline - now)));
-    set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(request_->connectTimeout));
-    setRequest(set);
+CurlExchange::CurlExchange(CurlHandle handle, std::string_view userAgent)
+    : userAgent_(userAgent), handle_(std::move(handle)) {
+    CurlOptions set(easy());
     setCallbacks(set);
-    handle.setURL(set, request_->url);
-    if (set.result() != CURLE_OK) return failure(set.result());
-    return std::nullopt;
-}
-
-void* CurlExchange::ownerOf(CURL* easy) {
-    return infoOf<void*>(easy, CURLINFO_PRIVATE);
-}
-
-void CurlExchange::setRequest(CurlOptions& set) {
-    const bool isHead = request_->method == "HEAD";
-    const bool hasBody = !isHead && (request_->body || hasContent(request_->method));
-    // In this order: the later ones change what libcurl concludes from the earlier ones.
-    set(CURLOPT_NOBODY, isHead ? 1L : 0L);
-    if (hasBody) {
-        set(CURLOPT_POSTFIELDSIZE_LARGE,
-            static_cast<curl_off_t>(request_->body ? request_->body->size() : 0));
-        set(CURLOPT_POSTFIELDS, request_->body ? request_->body->data() : "");
-    } else if (!isHead) {
-        set(CURLOPT_HTTPGET, 1L);
-    }
-    const std::string_view implied = isHead ? "HEAD" : hasBody ? "POST" : "GET";
-    set(CURLOPT_CUSTOMREQUEST, request_->method == implied ? nullptr : request_->method.c_str());
-    headerLines_ = CurlHeaderLines(*request_, hasBody, userAgent_);
-    set(CURLOPT_HTTPHEADER, headerLines_.list());
+    if (set.result() != CURLE_OK) handle_ = {};
 }
 
 void CurlExchange::setCallbacks(CurlOptions& set) {
     set(CURLOPT_HEADERFUNCTION, &CurlExchange::onHeader);
     set(CURLOPT_WRITEFUNCTION, &CurlExchange::onBody);
     set(CURLOPT_PREREQFUNCTION, &CurlExchange::onSend);
-    for (const CURLoption each : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA})
+    for (const CURLoption each :
+         {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA, CURLOPT_PRIVATE})
         set(each, static_cast<void*>(this));
+}
+
+std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span span,
+                                                TransferID transfer) {
+    const auto now = std::chrono::steady_clock::now();
+    clear();
+    request_ = std::move(request);
+    transfer_ = transfer;
+    deadline_ = span.deadline;
+    offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span.started);
+    if (easy() == nullptr)
+        return SlingError(SlingErrorKind::cannotConnect,
+                          "libcurl refuses an option that a safe transfer needs");
+    CurlOptions set(easy());
+    set(CURLOPT_TIMEOUT_MS,
+        milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span.deadline - now)));
+    set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(current().connectTimeout));
+    setRequest(set);
+    handle_.setURL(set, current().url);
+    if (set.result() != CURLE_OK) return failure(set.result());
+    return std::nullopt;
+}
+
+TransferID CurlExchange::transferOf(CURL* easy) {
+    return static_cast<const CurlExchange*>(infoOf<void*>(easy, CURLINFO_PRIVATE))->transfer_;
+}
+
+void CurlExchange::clear() {
+    request_.reset();
+    reading_ = Reading::statusLine;
+    begun_ = tooLarge_ = cut_ = false;
+    headerBytes_ = 0;
+    parts_ = {};
+}
+
+void CurlExchange::setRequest(CurlOptions& set) {
+    const bool isHead = current().method == "HEAD";
+    const bool hasBody = !isHead && (current().body || hasContent(current().method));
+    // In this order: the later ones change what libcurl concludes from the earlier ones.
+    set(CURLOPT_NOBODY, isHead ? 1L : 0L);
+    if (hasBody) {
+        set(CURLOPT_POSTFIELDSIZE_LARGE,
+            static_cast<curl_off_t>(current().body ? current().body->size() : 0));
+        set(CURLOPT_POSTFIELDS, current().body ? current().body->data() : "");
+    } else if (!isHead) {
+        set(CURLOPT_HTTPGET, 1L);
+    }
+    const std::string_view implied = isHead ? "HEAD" : hasBody ? "POST" : "GET";
+    set(CURLOPT_CUSTOMREQUEST, current().method == implied ? nullptr : current().method.c_str());
+    set(CURLOPT_HTTPHEADER, headerLines_.of(current(), hasBody, userAgent_));
 }
 
 int CurlExchange::onSend(void* self, char*, char*, int, int) {
     auto& exchange = *static_cast<CurlExchange*>(self);
     const bool again = std::exchange(exchange.begun_, true);
     // libcurl repeats a request by itself when a kept connection was closed under it.
-    return again && !exchange.request_->isIdempotent() ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+    return again && !exchange.current().isIdempotent() ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
 }
 
 std::size_t CurlExchange::onHeader(char* data, std::size_t, std::size_t size, void* self) {
@@ -196,14 +209,14 @@ std::size_t CurlExchange::onBody(char* data, std::size_t, std::size_t size, void
 
 bool CurlExchange::takeHeaderLine(std::string_view line) {
     headerBytes_ += line.size();
-    tooLarge_ = headerBytes_ > request_->maxHeaderBytes;
+    tooLarge_ = headerBytes_ > current().maxHeaderBytes;
     if (tooLarge_) return false;
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
         line.remove_suffix(1);
     switch (reading_) {
         case Reading::statusLine:
             parts_.headers = {};
-            parts_.headers.reserve(usualFields);
+            parts_.headers.reserve(usualFields, usualFieldBytes);
             reading_ = Reading::fields;
             break;
         case Reading::fields:
@@ -211,7 +224,7 @@ bool CurlExchange::takeHeaderLine(std::string_view line) {
                 takeField(line);
                 break;
             }
-            parts_.status = static_cast<int>(infoOf<long>(easy_, CURLINFO_RESPONSE_CODE));
+            parts_.status = static_cast<int>(infoOf<long>(easy(), CURLINFO_RESPONSE_CODE));
             reading_ = parts_.status < 200 ? Reading::statusLine : Reading::body;
             break;
         case Reading::body:
@@ -223,16 +236,15 @@ bool CurlExchange::takeHeaderLine(std::string_view line) {
 void CurlExchange::takeField(std::string_view line) {
     const std::size_t colon = line.find(':');
     if (colon == 0 || colon == std::string_view::npos || isBlank(line.front())) return;
-    parts_.headers.add(std::string(trimmed(line.substr(0, colon))),
-                       std::string(trimmed(line.substr(colon + 1))));
+    parts_.headers.add(trimmed(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
 }
 
 bool CurlExchange::takeBody(std::string_view data) {
     const bool isError = parts_.status >= firstErrorStatus;
-    const std::size_t cap = isError ? std::min(request_->maxBodyBytes, ErrorReply::maxBodyBytes)
-                                    : request_->maxBodyBytes;
+    const std::size_t cap = isError ? std::min(current().maxBodyBytes, ErrorReply::maxBodyBytes)
+                                    : current().maxBodyBytes;
     if (parts_.body.empty()) {
-        const auto announced = infoOf<curl_off_t>(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+        const auto announced = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
         if (announced > 0) parts_.body.reserve(std::min(cap, static_cast<std::size_t>(announced)));
     }
     const std::size_t room = cap - parts_.body.size();
@@ -244,13 +256,13 @@ bool CurlExchange::takeBody(std::string_view data) {
 
 Timings CurlExchange::timings() const {
     const auto time = [&](CURLINFO info) {
-        const std::chrono::microseconds stage(infoOf<curl_off_t>(easy_, info));
+        const std::chrono::microseconds stage(infoOf<curl_off_t>(easy(), info));
         return stage.count() > 0 ? offset_ + stage : stage;
     };
     Timings timings;
     timings.firstByte = time(CURLINFO_STARTTRANSFER_TIME_T);
     timings.total = time(CURLINFO_TOTAL_TIME_T);
-    if (isReused(easy_)) return timings;
+    if (isReused(easy())) return timings;
     timings.nameLookup = time(CURLINFO_NAMELOOKUP_TIME_T);
     timings.connect = time(CURLINFO_CONNECT_TIME_T);
     timings.tlsHandshake = time(CURLINFO_APPCONNECT_TIME_T);
@@ -268,9 +280,9 @@ SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
 
 SlingError CurlExchange::failure(CURLcode code) const {
     const auto kind = kindOf(code);
-    const auto origin = originOf(request_->url);
-    std::string text = request_->method + ' ' + (origin ? origin->text() : std::string()) +
-                       request_->pathTemplate + ": " + std::string(sentence(kind));
+    const auto origin = originOf(current().url);
+    std::string text = current().method + ' ' + (origin ? origin->text() : std::string()) +
+                       current().pathTemplate + ": " + std::string(sentence(kind));
     if (!tooLarge_) text += std::string(" (") + curl_easy_strerror(code) + ')';
     return {kind, std::move(text)};
 }
@@ -279,17 +291,17 @@ TransportResult CurlExchange::result(CURLcode code) {
     // libcurl takes a head that the connection's end cut off for a whole reply.
     if (code == CURLE_OK && reading_ != Reading::body) code = CURLE_PARTIAL_FILE;
     if (code != CURLE_OK && !cut_) return failure(code);
-    parts_.effectiveURL = request_->url;
+    parts_.effectiveURL = current().url;
     parts_.timings = timings();
     return Response(std::move(parts_));
 }
 
 void CurlExchange::describe(TransferLog& log) const {
-    log.bytesSent = bytesOf(easy_, CURLINFO_SIZE_UPLOAD_T);
-    log.bytesReceived = bytesOf(easy_, CURLINFO_SIZE_DOWNLOAD_T);
+    log.bytesSent = bytesOf(easy(), CURLINFO_SIZE_UPLOAD_T);
+    log.bytesReceived = bytesOf(easy(), CURLINFO_SIZE_DOWNLOAD_T);
     log.timings = timings();
-    log.reusedConnection = begun_ && isReused(easy_);
-    log.httpVersion = httpVersionOf(easy_);
+    log.reusedConnection = begun_ && isReused(easy());
+    log.httpVersion = httpVersionOf(easy());
 }
 
 }  // namespace HalvardSling

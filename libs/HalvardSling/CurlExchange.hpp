@@ -17,14 +17,15 @@ namespace HalvardSling {
 
 class CurlOptions;
 
-/// One request sent with one of libcurl's easy handles, and what comes back: the part of
-/// `CurlTransport` that knows what libcurl is told of a request, and its error codes. Used on one
-/// thread.
+/// Sends requests to one origin, one after the other, with one of libcurl's easy handles, and takes
+/// in what comes back: the part of `CurlTransport` that knows what libcurl is told of a request,
+/// and its error codes. Used on one thread.
 class CurlExchange {
   public:
+    /// @param handle     may hold none of libcurl's; then every request is refused
     /// @param userAgent  what "User-Agent" says where a request does not; empty: nothing is sent.
     ///                   Referred to.
-    explicit CurlExchange(std::string_view userAgent) : userAgent_(userAgent) {}
+    CurlExchange(CurlHandle handle, std::string_view userAgent);
     CurlExchange(const CurlExchange&) = delete;
     CurlExchange(CurlExchange&&) = delete;
     CurlExchange& operator=(const CurlExchange&) = delete;
@@ -36,33 +37,42 @@ class CurlExchange {
         std::chrono::steady_clock::time_point deadline;
     };
 
-    /// Prepares a handle of the request's origin; it may hold none of libcurl's. Whatever differs
-    /// between two requests is set, for the handle may have served another one before.
-    /// @param request  kept until the exchange is over
-    /// @param span     when the transfer began and when it gives up
-    /// @param owner    what `ownerOf` returns for this handle
-    /// @return why the request cannot be sent, or absent
-    [[nodiscard]] std::optional<SlingError> prepare(const CurlHandle& handle,
-                                                    std::shared_ptr<const TransportRequest> request,
-                                                    Span span, void* owner);
+    /// See `CurlHandle::origin`.
+    [[nodiscard]] const std::string& origin() const noexcept { return handle_.origin(); }
 
-    [[nodiscard]] static void* ownerOf(CURL* easy);
+    /// libcurl's handle; null where there is none.
+    [[nodiscard]] CURL* easy() const noexcept { return handle_.easy(); }
+
+    /// Makes the handle ready for a request. Whatever differs between two requests is set.
+    /// @param request  one to the handle's origin; kept until the exchange is over
+    /// @param span     when the transfer began and when it gives up
+    /// @param transfer what `transferOf` tells of this handle
+    /// @return why the request cannot be sent, or absent
+    [[nodiscard]] std::optional<SlingError> prepare(CheckedRequest request, Span span,
+                                                    TransferID transfer);
+
+    /// The transfer that an exchange's handle is busy with.
+    [[nodiscard]] static TransferID transferOf(CURL* easy);
 
     /// The outcome, once libcurl is done with the handle. Called once.
     /// @param code  libcurl's result
     [[nodiscard]] TransportResult result(CURLcode code);
 
-    /// Fills in what a log may know of the exchange. The handle serves no other one yet.
+    /// Fills in what a log may know of the request that was sent last.
     void describe(TransferLog& log) const;
+
+    /// Lets go of the request that is over.
+    void clear();
 
   private:
     static std::size_t onHeader(char* data, std::size_t, std::size_t size, void* self);
     static std::size_t onBody(char* data, std::size_t, std::size_t size, void* self);
     static int onSend(void* self, char*, char*, int, int);
 
-    void setRequest(CurlOptions& set);
     void setCallbacks(CurlOptions& set);
+    void setRequest(CurlOptions& set);
 
+    [[nodiscard]] const TransportRequest& current() const noexcept { return **request_; }
     [[nodiscard]] bool takeHeaderLine(std::string_view line);
     void takeField(std::string_view line);
     [[nodiscard]] bool takeBody(std::string_view data);
@@ -71,11 +81,13 @@ class CurlExchange {
     [[nodiscard]] SlingError failure(CURLcode code) const;
 
     std::string_view userAgent_;
-    CURL* easy_ = nullptr;
-    std::shared_ptr<const TransportRequest> request_;
     CurlHeaderLines headerLines_;
+
+    // Of the request that was sent last:
+    std::optional<CheckedRequest> request_;
+    TransferID transfer_ = 0;
     std::chrono::steady_clock::time_point deadline_;
-    std::chrono::microseconds offset_{0};  ///< from the start of the transfer to this exchange
+    std::chrono::microseconds offset_{0};  ///< from the start of the transfer to this request
 
     enum class Reading { statusLine, fields, body };
     Reading reading_ = Reading::statusLine;
@@ -84,6 +96,8 @@ class CurlExchange {
     bool cut_ = false;       ///< whether the rest of an error's body was left unread
     std::size_t headerBytes_ = 0;
     ResponseParts parts_;
+
+    CurlHandle handle_;  // goes first, for it refers to the others
 };
 
 }  // namespace HalvardSling

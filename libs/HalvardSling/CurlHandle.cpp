@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <utility>
-
 #include <HalvardSling/CurlHandle.hpp>
 #include <HalvardSling/CurlOptions.hpp>
 #include <HalvardSling/URL.hpp>
@@ -56,31 +53,17 @@ CurlHandle::CurlHandle(std::string_view origin, const CurlTransport::Options& op
     setSafety(set, isSecure, options);
     setConnection(set, isSecure);
     if (!takesWholeURL_) set(CURLOPT_CURLU, parts_.get());
-    const auto parsed = curl_url_set(parts_.get(), CURLUPART_URL,
-                                     escapedForRequestLine(origin).c_str(), CURLU_DISALLOW_USER);
+    const auto parsed =
+        curl_url_set(parts_.get(), CURLUPART_URL,
+                     escapedForRequestLine(std::string(origin)).c_str(), CURLU_DISALLOW_USER);
     if (parsed != CURLUE_OK || set.result() != CURLE_OK) easy_.reset();
 }
 
 void CurlHandle::setURL(CurlOptions& set, std::string_view url) const {
     if (takesWholeURL_)
-        set(CURLOPT_URL, escapedForRequestLine(url).c_str());
+        set(CURLOPT_URL, escapedForRequestLine(std::string(url)).c_str());
     else
         set(CURLOPT_REQUEST_TARGET, requestTargetOf(url).c_str());
-}
-
-CurlHandle CurlHandlePool::take(std::string_view url) {
-    const std::string_view origin = writtenOriginOf(url);
-    const auto found =
-        std::ranges::find(waiting_.rbegin(), waiting_.rend(), origin, &CurlHandle::origin);
-    if (found == waiting_.rend()) return {origin, options_};
-    CurlHandle handle = std::move(*found);
-    waiting_.erase(std::next(found).base());
-    return handle;
-}
-
-void CurlHandlePool::keep(CurlHandle handle) {
-    if (waiting_.size() >= kept_) waiting_.erase(waiting_.begin());
-    waiting_.push_back(std::move(handle));
 }
 
 }  // namespace HalvardSling

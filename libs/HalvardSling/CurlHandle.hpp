@@ -1,10 +1,8 @@
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <curl/curl.h>
 
@@ -49,29 +47,6 @@ class CurlHandle {
     bool takesWholeURL_ = false;
     std::unique_ptr<CURLU, PartsCleanup> parts_;  // of the origin
     std::unique_ptr<CURL, EasyCleanup> easy_;     // goes first, for it refers to the parts
-};
-
-/// Handles that have served a request and wait for the next one to their origin. Setting one up
-/// costs about as much as all the rest of a request's preparation.
-class CurlHandlePool {
-  public:
-    /// @param options  referred to
-    /// @param kept     how many handles wait at most; the one that waited longest goes first
-    CurlHandlePool(const CurlTransport::Options& options, std::size_t kept)
-        : options_(options), kept_(kept) {}
-
-    /// A handle for a URL's origin, one that waits or a new one.
-    [[nodiscard]] CurlHandle take(std::string_view url);
-
-    /// Takes one back that is done with a request.
-    void keep(CurlHandle handle);
-
-    void clear() noexcept { waiting_.clear(); }
-
-  private:
-    const CurlTransport::Options& options_;
-    std::size_t kept_;
-    std::vector<CurlHandle> waiting_;  // in the order they came
 };
 
 }  // namespace HalvardSling

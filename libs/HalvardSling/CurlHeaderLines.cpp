@@ -24,10 +24,12 @@ bool isBlank(std::string_view text) noexcept {
 
 }  // namespace
 
-CurlHeaderLines::CurlHeaderLines(const TransportRequest& request, bool sendsBody,
-                                 std::string_view userAgent) {
+curl_slist* CurlHeaderLines::of(const TransportRequest& request, bool sendsBody,
+                                std::string_view userAgent) {
     const Headers& headers = request.headers;
+    texts_.clear();
     texts_.reserve(usualBytes);
+    nodes_.clear();
     nodes_.reserve(headers.size() + ownLines);
     // "Name:" takes away what libcurl sends of its own accord, "Name;" sends an empty value.
     if (sendsBody) {
@@ -45,7 +47,7 @@ CurlHeaderLines::CurlHeaderLines(const TransportRequest& request, bool sendsBody
         else
             add({name, ": ", value});
     }
-    link();
+    return linked();
 }
 
 void CurlHeaderLines::add(std::initializer_list<std::string_view> pieces) {
@@ -56,7 +58,7 @@ void CurlHeaderLines::add(std::initializer_list<std::string_view> pieces) {
 }
 
 /// Once the texts do not move any more.
-void CurlHeaderLines::link() {
+curl_slist* CurlHeaderLines::linked() noexcept {
     char* text = texts_.data();
     curl_slist* before = nullptr;
     for (curl_slist& node : nodes_) {
@@ -65,6 +67,7 @@ void CurlHeaderLines::link() {
         if (before != nullptr) before->next = &node;
         before = &node;
     }
+    return nodes_.empty() ? nullptr : nodes_.data();
 }
 
 }  // namespace HalvardSling

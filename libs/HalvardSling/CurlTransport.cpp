@@ -15,7 +15,7 @@
 #include <curl/curl.h>
 
 #include <HalvardSling/CurlExchange.hpp>
-#include <HalvardSling/CurlHandle.hpp>
+#include <HalvardSling/CurlExchangePool.hpp>
 #include <HalvardSling/CurlTransport.hpp>
 #include <HalvardSling/Redirect.hpp>
 #include <HalvardSling/URL.hpp>
@@ -38,8 +38,8 @@ using MultiHandle = std::unique_ptr<CURLM, MultiCleanup>;
 
 /// A request that waits for a free place among those in flight.
 struct Waiting {
-    TransferID transfer = 0;
-    std::shared_ptr<const TransportRequest> request;
+    TransferID transfer;
+    CheckedRequest request;
     Clock::time_point accepted;
     Clock::time_point deadline;
 };
@@ -88,19 +88,12 @@ class WaitingLine {
 
 /// A transfer in flight.
 struct Transfer {
-    Transfer(Waiting anOrder, Clock::time_point aStart, int someRedirects,
-             std::string_view userAgent)
-        : order(std::move(anOrder)),
-          started(aStart),
-          redirects(someRedirects),
-          exchange(userAgent) {}
-
     Waiting order;
     Clock::time_point started;
-    int redirects;
-    CurlExchange exchange;
-    CurlHandle handle;  // goes first, for it refers to the exchange
+    int redirects = 0;
+    std::unique_ptr<CurlExchange> exchange{};
 };
+using Flight = std::unordered_map<TransferID, Transfer>;
 
 std::chrono::microseconds timeBetween(Clock::time_point from, Clock::time_point to) {
     return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
@@ -122,7 +115,7 @@ TransferLog logOf(const Waiting& order, const TransportResult& result, const Tra
     log.waited = timeBetween(order.accepted, transfer ? transfer->started : Clock::now());
     if (transfer) {
         log.redirects = transfer->redirects;
-        transfer->exchange.describe(log);
+        transfer->exchange->describe(log);
     }
     return log;
 }
@@ -144,7 +137,14 @@ SlingError expiredError() {
             "the request's time was up while it waited for others to end; nothing was sent"};
 }
 
-/// How many connections, and handles, are kept for the next request.
+std::variant<CheckedRequest, SlingError> following(const TransportRequest& request, int status,
+                                                   std::string_view location) {
+    auto next = redirected(request, status, location);
+    if (auto* const error = std::get_if<SlingError>(&next)) return std::move(*error);
+    return CheckedRequest::of(std::get<TransportRequest>(std::move(next)));
+}
+
+/// How many connections, and exchanges, are kept for the next request.
 std::size_t keptOf(const CurlTransport::Options& options) {
     return std::clamp<std::size_t>(options.maxInFlight, minKept, maxInt);
 }
@@ -224,8 +224,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
   public:
     explicit Loop(Options options);
 
-    TransferID send(std::shared_ptr<const TransportRequest> request,
-                    TransportCompletion completion);
+    TransferID send(CheckedRequest request, TransportCompletion completion);
     void cancel(TransferID transfer) noexcept;
 
     enum class Ending { none, cancelling, silent };
@@ -245,16 +244,18 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     // The thread.
     void run() noexcept;
     [[nodiscard]] bool takeInbox();
+    void accept(Waiting order);
     void expireWaiting();
     [[nodiscard]] bool hasFreePlace() const noexcept;
     void startWaiting();
-    void begin(std::unique_ptr<Transfer> transfer);
+    void start(Waiting order);
+    void begin(Transfer transfer);
     void finishTransfers();
-    void finish(std::unique_ptr<Transfer> transfer, CURLcode code);
+    void finish(Transfer& transfer, CURLcode code);
     [[nodiscard]] bool follow(Transfer& transfer, TransportResult& result);
     void drop(TransferID transfer);
-    [[nodiscard]] std::unique_ptr<Transfer> takeFromFlight(TransferID transfer);
-    [[nodiscard]] bool hasMore();
+    [[nodiscard]] Flight::node_type takeFromFlight(TransferID transfer);
+    [[nodiscard]] bool maySleep();
     void poll();
     void endOpenTransfers();
 
@@ -268,7 +269,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     std::unordered_map<TransferID, TransportCompletion> completions_;  // of all open transfers
     Inbox inbox_;
     Ending ending_ = Ending::none;
-    bool woken_ = false;
+    bool asleep_ = false;  // or about to be: it looks at nothing of these before it is woken
     std::thread thread_;
 
     const WakePipe waking_;
@@ -276,12 +277,12 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     // The thread's own:
     MultiHandle multi_;
     WaitingLine waiting_;
-    std::unordered_map<TransferID, std::unique_ptr<Transfer>> inFlight_;
-    CurlHandlePool handles_;
+    Flight inFlight_;
+    CurlExchangePool exchanges_;
 };
 
 CurlTransport::Loop::Loop(Options options)
-    : options_(std::move(options)), handles_(options_, keptOf(options_)) {
+    : options_(std::move(options)), exchanges_(options_, keptOf(options_)) {
     setUpCurl();
     multi_.reset(curl_multi_init());
     if (!multi_) throw std::bad_alloc();
@@ -289,8 +290,7 @@ CurlTransport::Loop::Loop(Options options)
     curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
 }
 
-TransferID CurlTransport::Loop::send(std::shared_ptr<const TransportRequest> request,
-                                     TransportCompletion completion) {
+TransferID CurlTransport::Loop::send(CheckedRequest request, TransportCompletion completion) {
     std::unique_lock lock(mutex_);
     const TransferID transfer = ++last_;
     if (ending_ != Ending::none) {
@@ -320,11 +320,10 @@ void CurlTransport::Loop::cancel(TransferID transfer) noexcept {
     tell(std::move(lock));
 }
 
-/// Gives the lock back, and wakes the thread where it does not know yet that something was put
-/// down.
+/// Gives the lock back, and wakes the thread where it would not see by itself that something was
+/// put down.
 void CurlTransport::Loop::tell(std::unique_lock<std::mutex> lock) noexcept {
-    // On the thread itself the inbox is looked at before the next sleep anyway.
-    if (std::this_thread::get_id() == thread_.get_id() || std::exchange(woken_, true)) return;
+    if (!std::exchange(asleep_, false)) return;
     lock.unlock();  // first, for the thread begins with taking it
     waking_.wake();
 }
@@ -352,7 +351,7 @@ void CurlTransport::Loop::run() noexcept {
         int running = 0;
         curl_multi_perform(multi_.get(), &running);
         finishTransfers();
-        if (!hasMore()) poll();
+        if (maySleep()) poll();
     }
     endOpenTransfers();
     Orphans::instance().noteEnd();
@@ -365,15 +364,23 @@ bool CurlTransport::Loop::takeInbox() {
     Ending ending{};
     {
         const std::scoped_lock lock(mutex_);
-        woken_ = false;
+        asleep_ = false;
         inbox = std::exchange(inbox_, {});
         ending = ending_;
     }
-    for (auto& waiting : inbox.sent)
-        waiting_.add(std::move(waiting));
+    for (auto& order : inbox.sent)
+        accept(std::move(order));
     for (const TransferID transfer : inbox.cancelled)
         drop(transfer);
     return ending == Ending::none;
+}
+
+/// Begins what need not wait.
+void CurlTransport::Loop::accept(Waiting order) {
+    if (waiting_.empty() && hasFreePlace())
+        start(std::move(order));
+    else
+        waiting_.add(std::move(order));
 }
 
 void CurlTransport::Loop::expireWaiting() {
@@ -390,21 +397,28 @@ void CurlTransport::Loop::startWaiting() {
     while (hasFreePlace()) {
         auto first = waiting_.takeFirst();
         if (!first) return;
-        begin(std::make_unique<Transfer>(*std::move(first), Clock::now(), 0, options_.userAgent));
+        start(*std::move(first));
     }
 }
 
-void CurlTransport::Loop::begin(std::unique_ptr<Transfer> transfer) {
-    const auto& request = transfer->order.request;
-    transfer->handle = handles_.take(request->url);
-    auto problem = transfer->exchange.prepare(
-        transfer->handle, request,
-        {.started = transfer->started, .deadline = transfer->order.deadline}, transfer.get());
-    if (!problem && curl_multi_add_handle(multi_.get(), transfer->handle.easy()) != CURLM_OK)
+void CurlTransport::Loop::start(Waiting order) {
+    const auto now = Clock::now();
+    if (order.deadline <= now) return deliver(order, expiredError());
+    begin({.order = std::move(order), .started = now});
+}
+
+void CurlTransport::Loop::begin(Transfer begun) {
+    const TransferID id = begun.order.transfer;
+    Transfer& transfer = inFlight_.emplace(id, std::move(begun)).first->second;
+    const auto& request = transfer.order.request;
+    transfer.exchange = exchanges_.take(request->url);
+    auto problem = transfer.exchange->prepare(
+        request, {.started = transfer.started, .deadline = transfer.order.deadline}, id);
+    if (!problem && curl_multi_add_handle(multi_.get(), transfer.exchange->easy()) != CURLM_OK)
         problem = SlingError(SlingErrorKind::cannotConnect, "libcurl took no further transfer");
-    if (problem) return deliver(transfer->order, std::move(*problem), transfer.get());
-    const TransferID id = transfer->order.transfer;
-    inFlight_.emplace(id, std::move(transfer));
+    if (!problem) return;
+    const auto ended = inFlight_.extract(id);
+    deliver(ended.mapped().order, std::move(*problem), &ended.mapped());
 }
 
 void CurlTransport::Loop::finishTransfers() {
@@ -412,25 +426,24 @@ void CurlTransport::Loop::finishTransfers() {
     while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
         if (message->msg != CURLMSG_DONE) continue;
         const CURLcode code = message->data.result;
-        const auto* const owner =
-            static_cast<const Transfer*>(CurlExchange::ownerOf(message->easy_handle));
-        finish(takeFromFlight(owner->order.transfer), code);
+        auto ended = takeFromFlight(CurlExchange::transferOf(message->easy_handle));
+        finish(ended.mapped(), code);
     }
 }
 
-std::unique_ptr<Transfer> CurlTransport::Loop::takeFromFlight(TransferID transfer) {
+/// @return empty where the transfer is not in flight
+Flight::node_type CurlTransport::Loop::takeFromFlight(TransferID transfer) {
     auto node = inFlight_.extract(transfer);
-    if (node.empty()) return nullptr;
-    curl_multi_remove_handle(multi_.get(), node.mapped()->handle.easy());
-    return std::move(node.mapped());
+    if (!node.empty()) curl_multi_remove_handle(multi_.get(), node.mapped().exchange->easy());
+    return node;
 }
 
-void CurlTransport::Loop::finish(std::unique_ptr<Transfer> transfer, CURLcode code) {
-    auto result = transfer->exchange.result(code);
-    if (follow(*transfer, result)) return;
-    deliver(transfer->order, std::move(result), transfer.get());
+void CurlTransport::Loop::finish(Transfer& transfer, CURLcode code) {
+    auto result = transfer.exchange->result(code);
+    if (follow(transfer, result)) return;
+    deliver(transfer.order, std::move(result), &transfer);
     // A handle that failed may still hold what it worked with; a new one is cheap.
-    if (code == CURLE_OK) handles_.keep(std::move(transfer->handle));
+    if (code == CURLE_OK) exchanges_.keep(std::move(transfer.exchange));
 }
 
 /// Sends what a redirect asks for. Where it may not be followed, the result becomes the reason.
@@ -442,33 +455,35 @@ bool CurlTransport::Loop::follow(Transfer& transfer, TransportResult& result) {
     const auto location = response->headers().value("Location");
     const bool follows = request.maxRedirects > 0 || transfer.redirects > 0;
     if (!location || !follows) return false;
-    auto next = redirected(request, response->status(), *location);
+    auto next = following(request, response->status(), *location);
     if (auto* const error = std::get_if<SlingError>(&next)) {
         result = std::move(*error);
         return false;
     }
-    handles_.keep(std::move(transfer.handle));
+    exchanges_.keep(std::move(transfer.exchange));
     Waiting order = transfer.order;
-    order.request =
-        std::make_shared<const TransportRequest>(std::get<TransportRequest>(std::move(next)));
-    begin(std::make_unique<Transfer>(std::move(order), transfer.started, transfer.redirects + 1,
-                                     options_.userAgent));
+    order.request = std::get<CheckedRequest>(std::move(next));
+    begin({.order = std::move(order),
+           .started = transfer.started,
+           .redirects = transfer.redirects + 1});
     return true;
 }
 
 void CurlTransport::Loop::drop(TransferID transfer) {
-    if (auto open = takeFromFlight(transfer)) {
-        deliver(open->order, cancelledError(), open.get());
+    if (const auto open = takeFromFlight(transfer)) {
+        deliver(open.mapped().order, cancelledError(), &open.mapped());
     } else if (const auto waiting = waiting_.take(transfer)) {
         deliver(*waiting, cancelledError());
     }
 }
 
-/// Whether completions have left something to do before the next sleep.
-bool CurlTransport::Loop::hasMore() {
-    if (hasFreePlace() && !waiting_.empty()) return true;
+/// Whether nothing is left to do before libcurl has something to do. From then on others wake the
+/// thread.
+bool CurlTransport::Loop::maySleep() {
+    if (hasFreePlace() && !waiting_.empty()) return false;
     const std::scoped_lock lock(mutex_);
-    return !inbox_.sent.empty() || !inbox_.cancelled.empty() || ending_ != Ending::none;
+    asleep_ = inbox_.sent.empty() && inbox_.cancelled.empty() && ending_ == Ending::none;
+    return asleep_;
 }
 
 void CurlTransport::Loop::poll() {
@@ -491,7 +506,7 @@ void CurlTransport::Loop::endOpenTransfers() {
         drop(transfer);
     while (const auto waiting = waiting_.takeFirst())
         deliver(*waiting, cancelledError());
-    handles_.clear();
+    exchanges_.clear();
     multi_.reset();
 
     // Let go of without the lock, for they may hold anything.
@@ -526,8 +541,7 @@ CurlTransport::~CurlTransport() {
     loop_->end(Loop::Ending::cancelling);
 }
 
-TransferID CurlTransport::send(std::shared_ptr<const TransportRequest> request,
-                               TransportCompletion completion) {
+TransferID CurlTransport::send(CheckedRequest request, TransportCompletion completion) {
     return loop_->send(std::move(request), std::move(completion));
 }
 

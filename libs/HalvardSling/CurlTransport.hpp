@@ -79,8 +79,7 @@ class CurlTransport final : public Transport {
     explicit CurlTransport(Options options);
     ~CurlTransport() override;
 
-    TransferID send(std::shared_ptr<const TransportRequest> request,
-                    TransportCompletion completion) override;
+    TransferID send(CheckedRequest request, TransportCompletion completion) override;
     void cancel(TransferID transfer) noexcept override;
 
     /// Ends without a word, for the exit of a process: aborts what is open, begins no completion

@@ -63,8 +63,7 @@ bool FakeTransport::answer(TransferID transfer, TransportResult result) {
     return true;
 }
 
-TransferID FakeTransport::send(std::shared_ptr<const TransportRequest> request,
-                               TransportCompletion completion) {
+TransferID FakeTransport::send(CheckedRequest request, TransportCompletion completion) {
     std::optional<TransportResult> scripted;
     Reply reply;
     TransferID transfer = 0;

@@ -48,8 +48,7 @@ class FakeTransport final : public Transport {
     /// @return false where no such transfer waits (it was answered or cancelled)
     bool answer(TransferID transfer, TransportResult result);
 
-    TransferID send(std::shared_ptr<const TransportRequest> request,
-                    TransportCompletion completion) override;
+    TransferID send(CheckedRequest request, TransportCompletion completion) override;
     void cancel(TransferID transfer) noexcept override;
 
   private:
@@ -58,7 +57,7 @@ class FakeTransport final : public Transport {
     std::size_t cancelled_ = 0;
     std::deque<TransportResult> script_;
     Reply reply_;
-    std::vector<std::shared_ptr<const TransportRequest>> requests_;
+    std::vector<CheckedRequest> requests_;
     std::map<TransferID, TransportCompletion> waiting_;
 };
 

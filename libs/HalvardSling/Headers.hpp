@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,39 +13,105 @@ namespace HalvardSling {
 
 /// The header fields of one HTTP message, in order. Names are compared without regard to letter
 /// case (RFC 9110, section 5.1); a name may occur more than once.
+///
+/// All texts lie in one piece of memory. Views of them live as long as the object is neither
+/// changed nor destroyed.
 class Headers {
   public:
-    using Field = std::pair<std::string, std::string>;
+    /// Name and value.
+    using Field = std::pair<std::string_view, std::string_view>;
+    class Iterator;
 
     Headers() = default;
-    Headers(std::initializer_list<Field> fields) : fields_(fields) {}
+    Headers(std::initializer_list<Field> fields);
 
-    /// The value of the first field with this name, or absent where there is none. The view lives
-    /// as long as this object is neither changed nor destroyed.
+    /// The value of the first field with this name, or absent where there is none.
     [[nodiscard]] std::optional<std::string_view> value(std::string_view name) const;
 
-    /// Makes room for so many fields in all.
-    void reserve(std::size_t count) { fields_.reserve(count); }
+    /// Makes room.
+    /// @param fields  so many in all
+    /// @param bytes   so many in all their names and values
+    void reserve(std::size_t fields, std::size_t bytes);
 
     /// Appends a field; one of the same name stays.
-    void add(std::string name, std::string value);
+    /// @param name, value  copied; no views of this object's own
+    void add(std::string_view name, std::string_view value);
 
     /// Sets a field: replaces every one of the same name.
-    void set(std::string name, std::string value);
+    /// @param name, value  copied; no views of this object's own
+    void set(std::string_view name, std::string_view value);
 
     /// Removes every field of this name.
     void remove(std::string_view name);
 
-    [[nodiscard]] auto begin() const noexcept { return fields_.begin(); }
-    [[nodiscard]] auto end() const noexcept { return fields_.end(); }
-    [[nodiscard]] std::size_t size() const noexcept { return fields_.size(); }
-    [[nodiscard]] bool empty() const noexcept { return fields_.empty(); }
+    [[nodiscard]] Iterator begin() const noexcept;
+    [[nodiscard]] Iterator end() const noexcept;
+    [[nodiscard]] std::size_t size() const noexcept { return ends_.size(); }
+    [[nodiscard]] bool empty() const noexcept { return ends_.empty(); }
 
     /// Whether two header names are the same name.
     [[nodiscard]] static bool sameName(std::string_view left, std::string_view right) noexcept;
 
   private:
-    std::vector<Field> fields_;
+    /// Where a field's texts end; the name begins where the field before ends.
+    struct Ends {
+        std::size_t name;
+        std::size_t value;
+    };
+
+    std::string texts_;
+    std::vector<Ends> ends_;
 };
+
+/// Goes through the fields in order. Dereferencing makes the field, a pair of views.
+class Headers::Iterator {
+  public:
+    using iterator_concept = std::forward_iterator_tag;
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Field;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = Field;
+
+    Iterator() = default;
+
+    [[nodiscard]] Field operator*() const noexcept {
+        const std::string_view name(begin_, ends_->name - start_);
+        return {name, {begin_ + name.size(), ends_->value - ends_->name}};
+    }
+
+    Iterator& operator++() noexcept {
+        begin_ += ends_->value - start_;
+        start_ = ends_->value;
+        ++ends_;
+        return *this;
+    }
+
+    Iterator operator++(int) noexcept {
+        const Iterator before = *this;
+        ++*this;
+        return before;
+    }
+
+    friend bool operator==(const Iterator& left, const Iterator& right) noexcept {
+        return left.ends_ == right.ends_;
+    }
+
+  private:
+    friend class Headers;
+    Iterator(const char* begin, const Ends* ends) noexcept : begin_(begin), ends_(ends) {}
+
+    const char* begin_ = nullptr;  // of the field's name
+    const Ends* ends_ = nullptr;
+    std::size_t start_ = 0;  // where the field before ends
+};
+
+inline Headers::Iterator Headers::begin() const noexcept {
+    return {texts_.data(), ends_.data()};
+}
+
+inline Headers::Iterator Headers::end() const noexcept {
+    return {nullptr, ends_.data() + ends_.size()};
+}
 
 }  // namespace HalvardSling

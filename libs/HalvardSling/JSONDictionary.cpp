@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include <boost/container/small_vector.hpp>
 #include <boost/container/vector.hpp>
 #include <boost/json/basic_parser_impl.hpp>
 
@@ -197,7 +198,7 @@ struct Filler {
     std::string_view source;
     Node* next = nullptr;  // where the next node goes; those up to `roomEnd` stand ready
     Node* roomEnd = nullptr;
-    std::vector<std::uint32_t> open;
+    boost::container::small_vector<std::uint32_t, 16> open;
     std::size_t partsAt = 0;
     bool inParts = false;
 

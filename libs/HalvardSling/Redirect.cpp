@@ -26,8 +26,8 @@ std::optional<std::string> resolved(const std::string& base, std::string_view re
     const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), &curl_url_cleanup);
     if (curl_url_set(url.get(), CURLUPART_URL, escapedForRequestLine(base).c_str(), 0) != CURLUE_OK)
         return std::nullopt;
-    if (curl_url_set(url.get(), CURLUPART_URL, escapedForRequestLine(reference).c_str(), 0) !=
-        CURLUE_OK)
+    if (curl_url_set(url.get(), CURLUPART_URL,
+                     escapedForRequestLine(std::string(reference)).c_str(), 0) != CURLUE_OK)
         return std::nullopt;
     char* text = nullptr;
     if (curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) return std::nullopt;

@@ -41,8 +41,7 @@ void deliver(const rxcpp::subscriber<Response>& subscriber, TransportResult resu
     subscriber.on_completed();
 }
 
-void send(const std::shared_ptr<const TransportRequest>& request,
-          const std::shared_ptr<Transport>& transport,
+void send(const CheckedRequest& request, const std::shared_ptr<Transport>& transport,
           const rxcpp::subscriber<Response>& subscriber) {
     const TransferID transfer = transport->send(
         request,
@@ -54,21 +53,15 @@ void send(const std::shared_ptr<const TransportRequest>& request,
     });
 }
 
-std::variant<std::shared_ptr<const TransportRequest>, SlingError> checked(
-    TransportRequest request) {
-    if (auto problem = problemOfRequest(request)) return std::move(*problem);
-    return std::make_shared<const TransportRequest>(std::move(request));
-}
-
 }  // namespace
 
-Sling::Sling(TransportRequest request) : content_(checked(std::move(request))) {}
+Sling::Sling(TransportRequest request) : content_(CheckedRequest::of(std::move(request))) {}
 
 Sling::Sling(SlingError problem) : content_(std::move(problem)) {}
 
 const TransportRequest* Sling::request() const noexcept {
-    const auto* const request = std::get_if<std::shared_ptr<const TransportRequest>>(&content_);
-    return request != nullptr ? request->get() : nullptr;
+    const auto* const request = std::get_if<CheckedRequest>(&content_);
+    return request != nullptr ? &**request : nullptr;
 }
 
 Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) const {
@@ -79,8 +72,8 @@ Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) cons
                 return fail(subscriber, *error);
             if (!subscriber.is_subscribed()) return;
             try {
-                send(std::get<std::shared_ptr<const TransportRequest>>(content),
-                     transport ? transport : defaultTransport(), subscriber);
+                send(std::get<CheckedRequest>(content), transport ? transport : defaultTransport(),
+                     subscriber);
             } catch (const std::exception& error) {
                 fail(subscriber, noTransport(error));
             }

@@ -36,7 +36,7 @@ class Sling {
     [[nodiscard]] Observable<Response> responses(std::shared_ptr<Transport> transport = {}) const;
 
   private:
-    std::variant<std::shared_ptr<const TransportRequest>, SlingError> content_;
+    std::variant<CheckedRequest, SlingError> content_;
 };
 
 }  // namespace HalvardSling

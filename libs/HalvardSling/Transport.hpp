@@ -1,52 +1,15 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
 #include <variant>
 
-#include <HalvardSling/Headers.hpp>
 #include <HalvardSling/Response.hpp>
 #include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/TransportRequest.hpp>
 
 namespace HalvardSling {
-
-/// One HTTP request, complete: what a transport is given to send.
-struct TransportRequest {
-    std::string method = "GET";
-    std::string url;  ///< absolute; checked by `Sling` before it is sent (see URL.hpp)
-    Headers headers;
-    std::shared_ptr<const std::string> body;  ///< null: the request has no body
-
-    /// How long connecting (name lookup and TLS included) may take.
-    std::chrono::milliseconds connectTimeout = std::chrono::seconds(10);
-    /// How long everything from the start of the transfer to the last byte may take. Time spent
-    /// waiting for a free place among the transfers in flight is included.
-    std::chrono::milliseconds totalTimeout = std::chrono::seconds(30);
-
-    /// How many redirects are followed; 0: none, a 3xx reply is the answer. Whatever the number,
-    /// a redirect to another origin carries no header but Accept, Accept-Language, Content-Type
-    /// and User-Agent.
-    int maxRedirects = 0;
-    /// Whether the URL may have the scheme "http".
-    bool allowsCleartext = false;
-    /// Whether a "User-Agent" header is sent where `headers` has none.
-    bool sendsUserAgent = true;
-
-    /// Cap of the reply's body, counted after content decoding.
-    std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
-    /// Cap of the reply's headers.
-    std::size_t maxHeaderBytes = std::size_t{64} * 1024;
-
-    /// The path with its placeholders, e.g. "/v1/history": what a log may show of the URL.
-    std::string pathTemplate;
-
-    /// Whether the method may reach the service more than once without a different effect
-    /// (RFC 9110, section 9.2.2). A request of which this is false is never sent again by itself.
-    [[nodiscard]] bool isIdempotent() const noexcept;
-};
 
 /// The outcome of a transfer: a reply of any status, or the reason why there is none.
 using TransportResult = std::variant<Response, SlingError>;
@@ -79,11 +42,10 @@ class Transport {
     virtual ~Transport();
 
     /// Begins a transfer.
-    /// @param request     what to send; shared, for the same request may be sent many times
+    /// @param request     what to send
     /// @param completion  called with the outcome, as described above
     /// @return the transfer's name for `cancel`
-    virtual TransferID send(std::shared_ptr<const TransportRequest> request,
-                            TransportCompletion completion) = 0;
+    virtual TransferID send(CheckedRequest request, TransportCompletion completion) = 0;
 
     /// Aborts a transfer.
     virtual void cancel(TransferID transfer) noexcept = 0;

@@ -87,7 +87,8 @@ constexpr ByteTable isTokenCharacter([](char c) {
 /// libcurl itself would also accept "https:/host" and "https:///host".
 std::size_t authorityStart(std::string_view url) noexcept {
     for (const std::string_view scheme : {"http://", "https://"})
-        if (startsWithIgnoringCase(url, scheme) && !url.substr(scheme.size()).starts_with('/'))
+        if ((url.starts_with(scheme) || startsWithIgnoringCase(url, scheme)) &&
+            !url.substr(scheme.size()).starts_with('/'))
             return scheme.size();
     return std::string_view::npos;
 }
@@ -268,7 +269,7 @@ Origin originOf(const URLParts& url, const Authority& authority) {
 
 std::optional<Origin> parsedOrigin(std::string_view url) {
     const CurlURL parsed(curl_url());
-    if (curl_url_set(parsed.get(), CURLUPART_URL, escapedForRequestLine(url).c_str(),
+    if (curl_url_set(parsed.get(), CURLUPART_URL, escapedForRequestLine(std::string(url)).c_str(),
                      CURLU_PATH_AS_IS) != CURLUE_OK)
         return std::nullopt;
     Origin origin{.scheme = loweredText(partOf(parsed.get(), CURLUPART_SCHEME)),
@@ -297,8 +298,8 @@ bool isLoopback(std::string_view host) noexcept {
     return numbers && numbers->front() == 127;
 }
 
-std::string escapedForRequestLine(std::string_view url) {
-    if (!anyOf(url, isEscaped)) return std::string(url);
+std::string escapedForRequestLine(std::string url) {
+    if (!anyOf(url, isEscaped)) return url;
     constexpr std::string_view digits = "0123456789ABCDEF";
     std::string escaped;
     escaped.reserve(url.size());
@@ -323,7 +324,8 @@ std::string_view writtenOriginOf(std::string_view url) noexcept {
 std::string requestTargetOf(std::string_view url) {
     std::string_view target = url.substr(writtenOriginOf(url).size());
     target = target.substr(0, target.find('#'));
-    return (target.starts_with('/') ? "" : "/") + escapedForRequestLine(target);
+    return escapedForRequestLine(target.starts_with('/') ? std::string(target)
+                                                         : '/' + std::string(target));
 }
 
 std::optional<SlingError> problemOfURL(std::string_view url) {
@@ -355,9 +357,9 @@ std::optional<SlingError> problemOfHeaders(const Headers& headers) {
             return SlingError(SlingErrorKind::forbiddenHeader,
                               "a header's name holds a character that no name may hold");
         if (!isHeaderValue(value))
-            return SlingError(
-                SlingErrorKind::forbiddenHeader,
-                "the value of the header " + name + " holds a character that no value may hold");
+            return SlingError(SlingErrorKind::forbiddenHeader,
+                              "the value of the header " + std::string(name) +
+                                  " holds a character that no value may hold");
     }
     return std::nullopt;
 }

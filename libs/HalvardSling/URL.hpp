@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include <HalvardSling/SlingError.hpp>
-#include <HalvardSling/Transport.hpp>
+#include <HalvardSling/TransportRequest.hpp>
 
 namespace HalvardSling {
 
@@ -30,7 +30,7 @@ struct Origin {
 
 /// The URL as a request line can carry it: bytes from 0x80 and the characters " < > { } | \ ^ and
 /// backtick percent-encoded, everything else (an existing %41 too) as it is.
-[[nodiscard]] std::string escapedForRequestLine(std::string_view url);
+[[nodiscard]] std::string escapedForRequestLine(std::string url);
 
 /// Scheme, host and port as a URL has them, e.g. "https://api.example.com"; empty for anything but
 /// an absolute http or https URL.

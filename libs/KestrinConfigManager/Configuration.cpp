@@ -419,12 +419,11 @@ Refusal storeURL(Service& target, std::string_view text) {
 
 Refusal storeHeader(Service& target, std::string_view name, std::string_view value) {
     Headers& headers = target.service.headers;
-    if (HalvardSling::problemOfHeaders({{std::string(name), ""}}))
-        return "has a name that no header may have";
-    if (HalvardSling::problemOfHeaders({{"name", std::string(value)}}))
+    if (HalvardSling::problemOfHeaders({{name, ""}})) return "has a name that no header may have";
+    if (HalvardSling::problemOfHeaders({{"name", value}}))
         return "has a character in its value that no header may carry";
     if (headers.value(name)) return "names a header that is there already in other letter case";
-    headers.add(std::string(name), std::string(value));
+    headers.add(name, value);
     return std::nullopt;
 }
 

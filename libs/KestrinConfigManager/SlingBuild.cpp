@@ -16,6 +16,7 @@ using HalvardSling::Headers;
 using HalvardSling::TransportRequest;
 
 constexpr std::size_t addedHeaders = 2;  // Accept, Content-Type
+constexpr std::size_t usualHeaderBytes = 512;
 
 /// Whether a character stands in a query as it is (RFC 3986, section 2.3).
 constexpr bool isUnreserved(char c) noexcept {
@@ -66,21 +67,21 @@ std::string urlOf(const APIParams& params, const WebService& service) {
     TextMap query = params.queryParameters().value_or(TextMap());
     query.insert(service.query.begin(), service.query.end());
     appendQuery(url, query);
-    return HalvardSling::escapedForRequestLine(url);
+    return HalvardSling::escapedForRequestLine(std::move(url));
 }
 
-void setDefault(Headers& headers, std::string name, std::string value) {
-    if (!headers.value(name)) headers.set(std::move(name), std::move(value));
+void setDefault(Headers& headers, std::string_view name, std::string_view value) {
+    if (!headers.value(name)) headers.add(name, value);
 }
 
 Headers headersOf(const APIParams& params, const WebService& service) {
-    TextMap own = params.headers().value_or(TextMap());
+    const TextMap own = params.headers().value_or(TextMap());
     Headers headers;
-    headers.reserve(service.headers.size() + own.size() + addedHeaders);
+    headers.reserve(service.headers.size() + own.size() + addedHeaders, usualHeaderBytes);
     for (const auto& [name, value] : service.headers)
         headers.add(name, value);
-    for (auto& [name, value] : own)
-        headers.set(name, std::move(value));
+    for (const auto& [name, value] : own)
+        headers.set(name, value);
     if (params.removeUserAgent()) headers.remove("User-Agent");
     setDefault(headers, "Accept", "application/json");
     return headers;
@@ -109,7 +110,7 @@ HalvardSling::Sling build(const APIParams& params, const WebService& service) {
     request.url = urlOf(params, service);
     request.headers = headersOf(params, service);
     if (auto body = bodyOf(params, service.body)) {
-        setDefault(request.headers, "Content-Type", std::move(body->type));
+        setDefault(request.headers, "Content-Type", body->type);
         request.body = std::make_shared<const std::string>(std::move(body->text));
     }
     request.connectTimeout = service.connectTimeout;

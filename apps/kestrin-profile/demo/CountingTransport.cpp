@@ -14,9 +14,8 @@ void raiseTo(std::atomic<std::size_t>& most, std::size_t count) {
 
 }  // namespace
 
-HalvardSling::TransferID CountingTransport::send(
-    std::shared_ptr<const HalvardSling::TransportRequest> request,
-    HalvardSling::TransportCompletion completion) {
+HalvardSling::TransferID CountingTransport::send(HalvardSling::CheckedRequest request,
+                                                 HalvardSling::TransportCompletion completion) {
     ++counts_->sent;
     raiseTo(counts_->mostOpen, ++counts_->open);
     return inner_->send(std::move(request), [counts = counts_, completion = std::move(completion)](

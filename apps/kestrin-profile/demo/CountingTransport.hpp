@@ -14,7 +14,7 @@ class CountingTransport final : public HalvardSling::Transport {
     explicit CountingTransport(std::shared_ptr<HalvardSling::Transport> inner)
         : inner_(std::move(inner)) {}
 
-    HalvardSling::TransferID send(std::shared_ptr<const HalvardSling::TransportRequest> request,
+    HalvardSling::TransferID send(HalvardSling::CheckedRequest request,
                                   HalvardSling::TransportCompletion completion) override;
     void cancel(HalvardSling::TransferID transfer) noexcept override { inner_->cancel(transfer); }
 
