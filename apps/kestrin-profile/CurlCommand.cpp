@@ -37,13 +37,14 @@ std::string variableFor(std::string_view header) {
 }
 
 /// A header as a word; its value, or what of it is secret, as a variable.
-std::string headerWord(const std::string& name, const std::string& value) {
-    if (isPublicHeader(name)) return shellQuoted(value.empty() ? name + ";" : name + ": " + value);
+std::string headerWord(std::string_view name, std::string_view value) {
+    if (isPublicHeader(name))
+        return shellQuoted(value.empty() ? fmt::format("{};", name)
+                                         : fmt::format("{}: {}", name, value));
     const bool hasToken = value.ends_with(unknownToken);
-    const std::string known =
-        hasToken ? value.substr(0, value.size() - unknownToken.size()) : std::string();
+    const auto known = hasToken ? value.substr(0, value.size() - unknownToken.size()) : "";
     const std::string variable = hasToken ? std::string(unknownToken) : variableFor(name);
-    return fmt::format("{}\"${}\"", shellQuoted(name + ": " + known), variable);
+    return fmt::format("{}\"${}\"", shellQuoted(fmt::format("{}: {}", name, known)), variable);
 }
 
 std::string seconds(std::chrono::milliseconds time) {

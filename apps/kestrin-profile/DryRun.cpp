@@ -10,8 +10,7 @@ using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;
 
 HalvardSling::TransferID DryRunTransport::send(
-    std::shared_ptr<const HalvardSling::TransportRequest> request,
-    HalvardSling::TransportCompletion completion) {
+    HalvardSling::CheckedRequest request, HalvardSling::TransportCompletion completion) {
     show_(curlCommand(*request));
     completion(SlingError(SlingErrorKind::cancelled, "shown, not sent"));
     return ++last_;

@@ -17,7 +17,7 @@ class DryRunTransport final : public HalvardSling::Transport {
 
     explicit DryRunTransport(Show show) : show_(std::move(show)) {}
 
-    HalvardSling::TransferID send(std::shared_ptr<const HalvardSling::TransportRequest> request,
+    HalvardSling::TransferID send(HalvardSling::CheckedRequest request,
                                   HalvardSling::TransportCompletion completion) override;
     void cancel(HalvardSling::TransferID /*transfer*/) noexcept override {}
 

@@ -46,7 +46,7 @@ class AnswersAtOnce final : public HalvardSling::Transport {
   public:
     explicit AnswersAtOnce(Response reply) : reply_(std::move(reply)) {}
 
-    TransferID send(std::shared_ptr<const HalvardSling::TransportRequest> /*request*/,
+    TransferID send(HalvardSling::CheckedRequest /*request*/,
                     HalvardSling::TransportCompletion completion) override {
         completion(reply_);
         return ++last_;

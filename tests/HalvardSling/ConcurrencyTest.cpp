@@ -133,9 +133,9 @@ TEST(Concurrency, WaitingRequestsTimeOutInTheOrderOfTheirDeadlines) {
     std::vector<int> order;
     std::condition_variable changed;
     for (const int time : {150, 50, 100}) {
-        auto request = std::make_shared<TransportRequest>(requestTo(server.url()));
-        request->totalTimeout = std::chrono::milliseconds(time);
-        transport->send(request, [&, time](const TransportResult&) {
+        auto request = requestTo(server.url());
+        request.totalTimeout = std::chrono::milliseconds(time);
+        transport->send(checked(request), [&, time](const TransportResult&) {
             const std::scoped_lock lock(mutex);
             order.push_back(time);
             changed.notify_all();
@@ -163,7 +163,7 @@ TEST(Concurrency, AHundredThousandWaitingRequestsAreCheap) {
     constexpr std::size_t count = 100'000;
     const RawServer server(&neverAnswer);
     std::atomic<std::size_t> cancelled{0};
-    const auto request = std::make_shared<const TransportRequest>(requestTo(server.url()));
+    const auto request = checked(requestTo(server.url()));
     const auto start = std::chrono::steady_clock::now();
     const long before = residentKiB();
     {
@@ -232,7 +232,7 @@ TEST(Concurrency, EventsComeOneAfterTheOtherOnOneThread) {
 TEST(Concurrency, ACompletionMaySendAndCancel) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
     const auto transport = curlTransport({.maxInFlight = 2});
-    const auto request = std::make_shared<const TransportRequest>(requestTo(server.url()));
+    const auto request = checked(requestTo(server.url()));
     std::promise<int> done;
     int answered = 0;
     std::function<void(TransportResult)> again = [&](const TransportResult&) {

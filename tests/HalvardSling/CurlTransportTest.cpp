@@ -253,19 +253,6 @@ TEST(CurlTransport, KeepsNoMoreOfAnErrorsBodyThanItsBound) {
     EXPECT_EQ(error->reply()->body, std::string(ErrorReply::maxBodyBytes, 'e'));
 }
 
-TEST(CurlTransport, RefusesWhatMayNotBeSentAlsoWithoutSling) {
-    const RawServer server(RawServer::answering(httpReply(200, "")));
-    auto bad = std::make_shared<TransportRequest>(requestTo(server.url()));
-    bad->headers = {{"X", "a\r\nInjected: yes"}};
-    std::promise<TransportResult> outcome;
-    const auto transport = curlTransport();
-    transport->send(bad, [&](TransportResult result) { outcome.set_value(std::move(result)); });
-    const auto result = outcome.get_future().get();
-    ASSERT_TRUE(std::holds_alternative<SlingError>(result));
-    EXPECT_EQ(std::get<SlingError>(result).kind(), SlingErrorKind::forbiddenHeader);
-    EXPECT_EQ(server.connections(), 0U);
-}
-
 TEST(CurlTransport, UserAgentHasTheVersion) {
     EXPECT_THAT(CurlTransport::defaultUserAgent(), testing::MatchesRegex("KestrinProfile/[0-9.]+"));
 }

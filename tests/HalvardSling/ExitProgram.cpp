@@ -101,7 +101,7 @@ void orphan() {
     static std::shared_ptr<Transport> transport = std::make_shared<CurlTransport>();
     static std::promise<void> destroyed;
     for (int i = 0; i < 1000; ++i)
-        transport->send(std::make_shared<const TransportRequest>(request()),
+        transport->send(std::get<CheckedRequest>(CheckedRequest::of(request())),
                         [i](const TransportResult&) {
                             if (i > 0) return;
                             transport.reset();
@@ -136,7 +136,7 @@ struct LateUser {
     ~LateUser() {
         if (!wants) return;
         for (int i = 0; i < 2; ++i) {
-            defaultTransport()->send(std::make_shared<const TransportRequest>(request()),
+            defaultTransport()->send(std::get<CheckedRequest>(CheckedRequest::of(request())),
                                      [](const TransportResult&) { complain(); });
             setDefaultTransport(nullptr);
         }

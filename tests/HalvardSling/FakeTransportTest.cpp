@@ -11,12 +11,16 @@ using testing::SizeIs;
 
 namespace {
 
+CheckedRequest requestTo(std::string url) {
+    TransportRequest request;
+    request.url = std::move(url);
+    return std::get<CheckedRequest>(CheckedRequest::of(std::move(request)));
+}
+
 class FakeTransportTest : public testing::Test {
   protected:
     TransferID send(std::string url = "https://a/") {
-        TransportRequest request;
-        request.url = std::move(url);
-        return fake.send(std::make_shared<const TransportRequest>(request),
+        return fake.send(requestTo(std::move(url)),
                          [this](TransportResult result) { results.push_back(std::move(result)); });
     }
 
@@ -88,7 +92,7 @@ TEST_F(FakeTransportTest, ItsEndEndsWhatWaits) {
     std::optional<TransportResult> result;
     {
         FakeTransport short_lived;
-        short_lived.send(std::make_shared<const TransportRequest>(),
+        short_lived.send(requestTo("https://a/"),
                          [&](TransportResult each) { result = std::move(each); });
         EXPECT_FALSE(result);
     }
@@ -99,7 +103,7 @@ TEST_F(FakeTransportTest, ItsEndEndsWhatWaits) {
 TEST_F(FakeTransportTest, ACompletionMaySendAgain) {
     int answers = 0;
     fake.alwaysAnswer([](const TransportRequest&) { return Response(ResponseParts{}); });
-    const auto request = std::make_shared<const TransportRequest>();
+    const auto request = requestTo("https://a/");
     fake.send(request, [&](const TransportResult&) {
         ++answers;
         fake.send(request, [&](const TransportResult&) { ++answers; });

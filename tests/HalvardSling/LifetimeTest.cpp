@@ -22,10 +22,6 @@ void neverAnswer(RawConnection& connection) {
     if (connection.readRequest()) connection.awaitClose();
 }
 
-std::shared_ptr<const TransportRequest> shared(const TransportRequest& request) {
-    return std::make_shared<const TransportRequest>(request);
-}
-
 bool isCancelled(const TransportResult& result) {
     const auto* const error = std::get_if<SlingError>(&result);
     return error != nullptr && error->kind() == SlingErrorKind::cancelled;
@@ -41,7 +37,7 @@ TEST(Lifetime, OpenTransfersEndAsCancelledInTheirOrder) {
     {
         CurlTransport transport({.maxInFlight = 4});
         for (int i = 0; i < 10; ++i)
-            transport.send(shared(requestTo(server.url())), [&, i](const TransportResult& result) {
+            transport.send(checked(requestTo(server.url())), [&, i](const TransportResult& result) {
                 EXPECT_TRUE(isCancelled(result));
                 ended.push_back(i);
             });
@@ -56,9 +52,9 @@ TEST(Lifetime, ATransferSentDuringTheEndIsCancelledToo) {
     std::atomic<int> cancelled{0};
     {
         CurlTransport transport;
-        transport.send(shared(requestTo(server.url())), [&](const TransportResult& first) {
+        transport.send(checked(requestTo(server.url())), [&](const TransportResult& first) {
             cancelled += isCancelled(first) ? 1 : 0;
-            transport.send(shared(requestTo(server.url())), [&](const TransportResult& second) {
+            transport.send(checked(requestTo(server.url())), [&](const TransportResult& second) {
                 cancelled += isCancelled(second) ? 1 : 0;
             });
         });
@@ -74,10 +70,10 @@ TEST(Lifetime, MayEndInsideACompletion) {
     auto transport = curlTransport();
     std::promise<void> open;
     std::promise<bool> waiting;
-    transport->send(shared(requestTo(silent.url())),
+    transport->send(checked(requestTo(silent.url())),
                     [&](const TransportResult& result) { waiting.set_value(isCancelled(result)); });
     ASSERT_TRUE(silent.awaitRequests(1));
-    transport->send(shared(requestTo(server.url())), [&](const TransportResult&) {
+    transport->send(checked(requestTo(server.url())), [&](const TransportResult&) {
         transport.reset();
         open.set_value();
     });
@@ -109,11 +105,11 @@ TEST(Lifetime, AbandonedTransfersEndWithoutAWord) {
     CurlTransport transport({.log = [](const TransferLog&) { ADD_FAILURE(); }});
     const auto complain = [held](const TransportResult&) { ADD_FAILURE(); };
     held.reset();
-    transport.send(shared(requestTo(server.url())), complain);
+    transport.send(checked(requestTo(server.url())), complain);
     ASSERT_TRUE(server.awaitRequests(1));
     transport.abandon();
     EXPECT_TRUE(server.awaitClosed(1));
-    transport.send(shared(requestTo(server.url())), complain);
+    transport.send(checked(requestTo(server.url())), complain);
     transport.cancel(1);
     transport.abandon();
     EXPECT_EQ(server.requests().size(), 1U);
@@ -125,7 +121,7 @@ TEST(Lifetime, AbandoningWaitsForTheCompletionThatRuns) {
     CurlTransport transport;
     std::promise<void> running;
     std::atomic<bool> ended{false};
-    transport.send(shared(requestTo(server.url())), [&](const TransportResult&) {
+    transport.send(checked(requestTo(server.url())), [&](const TransportResult&) {
         running.set_value();
         std::this_thread::sleep_for(50ms);
         ended = true;

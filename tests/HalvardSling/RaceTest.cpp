@@ -39,7 +39,7 @@ void waitSome(std::minstd_rand& random) {
 TEST(Race, CancellingMeetsCompletion) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
     const auto transport = curlTransport({.maxInFlight = 8});
-    const auto request = std::make_shared<const TransportRequest>(requestTo(server.url()));
+    const auto request = checked(requestTo(server.url()));
     std::atomic<int> twice{0};
     onThreads(4, [&](std::minstd_rand& random) {
         for (int i = 0; i < 100; ++i) {

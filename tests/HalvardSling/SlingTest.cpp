@@ -162,7 +162,7 @@ TEST_F(SlingTest, UnsubscribingInsideOnNextStopsTheEvents) {
 /// Calls a function in the middle of `send`, before the transfer has a name.
 class InterruptedTransport final : public Transport {
   public:
-    TransferID send(std::shared_ptr<const TransportRequest>, TransportCompletion) override {
+    TransferID send(CheckedRequest, TransportCompletion) override {
         interruption();
         return 7;
     }

@@ -134,7 +134,7 @@ TEST_F(TransferLogTest, HoldsNoSecret) {
 
 TEST_F(TransferLogTest, MayUseTheTransport) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
-    const auto request = std::make_shared<const TransportRequest>(requestTo(server.url()));
+    const auto request = checked(requestTo(server.url()));
     std::atomic<int> records{0};
     std::promise<void> second;
     std::shared_ptr<CurlTransport> own;

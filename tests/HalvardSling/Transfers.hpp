@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 #include <gmock/gmock.h>
 
@@ -42,6 +43,11 @@ inline HalvardSling::TransportRequest requestTo(std::string url, std::string met
     request.url = std::move(url);
     request.allowsCleartext = true;
     return request;
+}
+
+/// A request that may be sent, as a transport takes it.
+inline HalvardSling::CheckedRequest checked(const HalvardSling::TransportRequest& request) {
+    return std::get<HalvardSling::CheckedRequest>(HalvardSling::CheckedRequest::of(request));
 }
 
 inline std::shared_ptr<const std::string> bodyOf(std::string text) {

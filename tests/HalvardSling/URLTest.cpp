@@ -1,5 +1,6 @@
 #include <string>
 #include <string_view>
+#include <variant>
 
 #include <gmock/gmock.h>
 
@@ -225,6 +226,19 @@ TEST(Request, TheMethodIsAToken) {
         ASSERT_TRUE(problemOfRequest(request)) << method;
         EXPECT_EQ(problemOfRequest(request)->kind(), SlingErrorKind::forbiddenHeader);
     }
+}
+
+TEST(CheckedRequest, ThereIsNoneOfARequestThatMayNotBeSent) {
+    TransportRequest request;
+    request.url = "https://a/b";
+    request.headers = {{"X", "a\r\nInjected: yes"}};
+    const auto refused = CheckedRequest::of(request);
+    ASSERT_TRUE(std::holds_alternative<SlingError>(refused));
+    EXPECT_EQ(std::get<SlingError>(refused).kind(), SlingErrorKind::forbiddenHeader);
+    request.headers = {{"X", "a"}};
+    const auto made = CheckedRequest::of(request);
+    ASSERT_TRUE(std::holds_alternative<CheckedRequest>(made));
+    EXPECT_EQ(std::get<CheckedRequest>(made)->url, "https://a/b");
 }
 
 TEST(Request, OnlySomeMethodsMayBeRepeated) {
