@@ -9,8 +9,8 @@ namespace KestrinProfileCLI {
 using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;
 
-HalvardSling::TransferID DryRunTransport::send(
-    HalvardSling::CheckedRequest request, HalvardSling::TransportCompletion completion) {
+HalvardSling::TransferID DryRunTransport::send(HalvardSling::CheckedRequest request,
+                                               HalvardSling::TransportCompletion completion) {
     show_(curlCommand(*request));
     completion(SlingError(SlingErrorKind::cancelled, "shown, not sent"));
     return ++last_;

@@ -44,9 +44,9 @@ class CurlExchange {
     [[nodiscard]] CURL* easy() const noexcept { return handle_.easy(); }
 
     /// Makes the handle ready for a request. Whatever differs between two requests is set.
-    /// @param request  one to the handle's origin; kept until the exchange is over
-    /// @param span     when the transfer began and when it gives up
-    /// @param transfer what `transferOf` tells of this handle
+    /// @param request   one to the handle's origin; kept until the exchange is over
+    /// @param span      when the transfer began and when it gives up
+    /// @param transfer  what `transferOf` tells of this handle
     /// @return why the request cannot be sent, or absent
     [[nodiscard]] std::optional<SlingError> prepare(CheckedRequest request, Span span,
                                                     TransferID transfer);

@@ -269,7 +269,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     std::unordered_map<TransferID, TransportCompletion> completions_;  // of all open transfers
     Inbox inbox_;
     Ending ending_ = Ending::none;
-    bool asleep_ = false;  // or about to be: it looks at nothing of these before it is woken
+    bool asleep_ = false;  // the thread sleeps, or will without another look at these
     std::thread thread_;
 
     const WakePipe waking_;

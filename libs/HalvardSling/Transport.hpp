@@ -22,8 +22,8 @@ using TransferID = std::uint64_t;
 ///
 /// Contract, for those who write one:
 ///  - `send` and `cancel` may be called from any thread at any time, also from inside a
-///    completion. Neither blocks, and neither throws for anything that is wrong with the request:
-///    that arrives through the completion.
+///    completion. Neither blocks, and neither throws for anything that goes wrong with the
+///    request: that arrives through the completion.
 ///  - The completion is called once, on a thread of the transport's choice; that may be the
 ///    caller's, before `send` has returned. No lock is held while it runs. It must not block, for
 ///    other transfers may wait behind it. It does not throw.

@@ -15,8 +15,9 @@ namespace {
 using HalvardSling::Headers;
 using HalvardSling::TransportRequest;
 
-constexpr std::size_t addedHeaders = 2;  // Accept, Content-Type
-constexpr std::size_t usualHeaderBytes = 512;
+// Accept and Content-Type.
+constexpr std::size_t addedHeaders = 2;
+constexpr std::size_t addedHeaderBytes = 64;
 
 /// Whether a character stands in a query as it is (RFC 3986, section 2.3).
 constexpr bool isUnreserved(char c) noexcept {
@@ -74,10 +75,20 @@ void setDefault(Headers& headers, std::string_view name, std::string_view value)
     if (!headers.value(name)) headers.add(name, value);
 }
 
+/// How much the names and values of fields take together.
+template <class Fields>
+std::size_t bytesOf(const Fields& fields) {
+    std::size_t bytes = 0;
+    for (const auto& [name, value] : fields)
+        bytes += name.size() + value.size();
+    return bytes;
+}
+
 Headers headersOf(const APIParams& params, const WebService& service) {
     const TextMap own = params.headers().value_or(TextMap());
     Headers headers;
-    headers.reserve(service.headers.size() + own.size() + addedHeaders, usualHeaderBytes);
+    headers.reserve(service.headers.size() + own.size() + addedHeaders,
+                    bytesOf(service.headers) + bytesOf(own) + addedHeaderBytes);
     for (const auto& [name, value] : service.headers)
         headers.add(name, value);
     for (const auto& [name, value] : own)
