@@ -89,4 +89,20 @@ TEST(HandleReuse, EveryOriginGetsItsOwnRequestsHoweverManyThereAre) {
         }
 }
 
+TEST(HandleReuse, EveryReplyComesWholeWhateverTheSizeOfTheOneBeforeIt) {
+    const std::string small = "small";
+    const std::string large(3'000'000, 'l');
+    const RawServer server([&](RawConnection& connection) {
+        while (const auto request = connection.readRequest()) {
+            const bool isLarge = request->starts_with("GET /large ");
+            if (!connection.send(httpReply(200, isLarge ? large : small))) return;
+        }
+    });
+    const auto transport = curlTransport({.maxInFlight = 1});
+    for (const bool isLarge : {false, true, true, false, false, true})
+        EXPECT_THAT(sent(requestTo(server.url(isLarge ? "/large" : "/small")), transport),
+                    Answers(200, isLarge ? large : small));
+    EXPECT_EQ(server.connections(), 1U);
+}
+
 }  // namespace
