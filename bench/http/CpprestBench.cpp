@@ -49,7 +49,7 @@ class CpprestClient {
         request.headers().add("Authorization", std::string("JWT ") + HistoryHeaders::token);
         request.headers().add("PXRO-PROFILE-ID", HistoryHeaders::profileID);
         request.headers().add("Accept", "application/json");
-        request.headers().add("User-Agent", "bench");
+        request.headers().add("User-Agent", HistoryHeaders::userAgent);
         return client_.request(request)
             .then([](const web::http::http_response& reply) {
                 return reply.extract_utf8string(true);

@@ -63,7 +63,7 @@ void httplibOneAtATime(State& state, const Nginx& nginx) {
         {"Authorization", std::string("JWT ") + HistoryHeaders::token},
         {"PXRO-PROFILE-ID", HistoryHeaders::profileID},
         {"Accept", "application/json"},
-        {"User-Agent", "bench"},
+        {"User-Agent", HistoryHeaders::userAgent},
     };
     oneAtATime(state, [&] {
         const auto reply = client.Get(std::string(small) + HistoryHeaders::query, headers);

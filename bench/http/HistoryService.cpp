@@ -36,6 +36,7 @@ Configuration configurationOf(const std::string& url) {
 
 HistoryService::HistoryService(const std::string& url, Options options) {
     ConfigurationManager::sharedInstance().configure(configurationOf(url));
+    options.userAgent = HistoryHeaders::userAgent;
     HalvardSling::setDefaultTransport(std::make_shared<CurlTransport>(std::move(options)));
     params_ = ProfileParams(AnonymousBind(HistoryHeaders::profileID, HistoryHeaders::token));
 }

@@ -13,6 +13,7 @@ namespace Bench {
 
 /// What every subject sends, so that the service's work is the same.
 struct HistoryHeaders {
+    static constexpr const char* userAgent = "bench";
     static constexpr const char* profileID = "parent";
     static constexpr const char* token =
         "eyJhbGciOiJIUzI1NiIsInR5cCI6IkpXVCJ9."

@@ -34,7 +34,7 @@ void PlainCurl::setUp(Place& place, const Settings& settings) const {
     CURL* const easy = place.easy.get();
     curl_easy_setopt(easy, CURLOPT_URL, (settings.url + HistoryHeaders::query).c_str());
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.get());
-    curl_easy_setopt(easy, CURLOPT_USERAGENT, "bench");
+    curl_easy_setopt(easy, CURLOPT_USERAGENT, HistoryHeaders::userAgent);
     curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "gzip");
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
