@@ -130,12 +130,17 @@ def rate_table(results, topics):
     return table(["work", "", "per second", "ours is … times that", "p50 µs", "p99 µs"], rows)
 
 
-def write_floor(results):
-    """How many times SQLite's commit a commit and a bare exchange take, one after the other."""
+def write_figures(results):
+    """Of the median times: what the service adds to SQLite's commit, what a bare exchange takes, and
+    how many times the commit the two take one after the other."""
     p50 = counter("p50_us")
     exchange = results.median("server_exchange", OURS, 1, p50)
+    write = results.median("server_write", OURS, 1, p50)
     commit = results.median("server_write", "SQLite", 1, p50)
-    return (exchange + commit) / commit if exchange and commit else None
+    if not (exchange and write and commit):
+        return dict.fromkeys(("write_added", "exchange", "write_floor"), shown(None))
+    return {"write_added": shown(write - commit), "exchange": shown(exchange),
+            "write_floor": shown((exchange + commit) / commit)}
 
 
 def damage_table(folder):
@@ -286,7 +291,7 @@ def main():
         "http": rate_table(results, ["http_one_at_a_time", "http_64_in_flight",
                                      "https_http2_64_in_flight", "http_1MB", "http_requests"]),
         "subscriptions": counter_table_by_size(results, "subscriptions", ["bytes_per_subscription", "total_MB"]),
-        "write_floor": shown(write_floor(results)),
+        **write_figures(results),
         "server": rate_table(results, ["server_exchange", "server_read", "server_write", "server_write_concurrent"]),
     }
     template = (pathlib.Path(__file__).parent / "performance.md.in").read_text()
