@@ -8,18 +8,23 @@ namespace {
 
 constexpr std::array<std::string_view, 4> listIDs{"history", "favorites", "watchlist", "searches"};
 
-constexpr std::string_view upsert = R"sql(
+constexpr std::string_view moveInFront = R"sql(
+    UPDATE entries SET
+        position = (SELECT max(position) + 1 FROM entries
+                    WHERE profile = ?1 AND list = ?2 AND brand = ?3),
+        type = coalesce(?5, type),
+        progress = coalesce(?6, progress),
+        completed = coalesce(?7, completed),
+        added = ?8
+    WHERE profile = ?1 AND list = ?2 AND brand = ?3 AND id = ?4
+)sql";
+
+constexpr std::string_view insertInFront = R"sql(
     INSERT INTO entries (profile, list, brand, position, id, type, progress, completed, added)
     VALUES (?1, ?2, ?3,
             (SELECT coalesce(max(position), 0) + 1 FROM entries
              WHERE profile = ?1 AND list = ?2 AND brand = ?3),
             ?4, ?5, ?6, ?7, ?8)
-    ON CONFLICT (profile, list, brand, id) DO UPDATE SET
-        position = excluded.position,
-        type = coalesce(excluded.type, type),
-        progress = coalesce(excluded.progress, progress),
-        completed = coalesce(excluded.completed, completed),
-        added = excluded.added
 )sql";
 
 constexpr std::string_view dropOldest = R"sql(
@@ -71,9 +76,13 @@ std::string_view listID(ListKind kind) {
 
 void putInFront(Connection& connection, const ListAddress& list, const Entry& entry,
                 std::size_t maxSize) {
-    Query(connection, upsert, list.profile, listID(list.kind), list.brand, entry.id, entry.type,
-          entry.progress, entry.isCompleted, entry.added)
-        .run();
+    const auto written = [&](std::string_view statement) {
+        return Query(connection, statement, list.profile, listID(list.kind), list.brand, entry.id,
+                     entry.type, entry.progress, entry.isCompleted, entry.added)
+            .run();
+    };
+    if (written(moveInFront) > 0) return;
+    written(insertInFront);
     Query(connection, dropOldest, list.profile, listID(list.kind), list.brand,
           static_cast<std::int64_t>(maxSize))
         .run();

@@ -57,27 +57,39 @@ void WriteQueue::runBatch(std::vector<Job>& batch) {
 }
 
 std::vector<Reply> WriteQueue::committed(const std::vector<Job>& batch) {
-    std::vector<Reply> replies;
     try {
         Query(connection_, "BEGIN IMMEDIATE").run();
+        if (batch.size() == 1) return {committedAlone(batch.front().work)};
+        std::vector<Reply> replies;
         for (const Job& job : batch)
             replies.push_back(runInSavepoint(job.work));
         Query(connection_, "COMMIT").run();
+        return replies;
     } catch (const std::exception&) {
         if (connection_.isInTransaction()) Query(connection_, "ROLLBACK").run();
         throw;
     }
-    return replies;
+}
+
+Reply WriteQueue::committedAlone(const Work& work) {
+    Reply reply = run(work);
+    Query(connection_, isFailure(reply) ? "ROLLBACK" : "COMMIT").run();
+    return reply;
 }
 
 Reply WriteQueue::runInSavepoint(const Work& work) {
     Query(connection_, "SAVEPOINT one_write").run();
+    Reply reply = run(work);
+    if (isFailure(reply)) Query(connection_, "ROLLBACK TO one_write").run();
+    Query(connection_, "RELEASE one_write").run();
+    return reply;
+}
+
+Reply WriteQueue::run(const Work& work) {
     Reply reply = work(connection_);
     if (!connection_.isInTransaction()) {
         throw std::runtime_error("the transaction was ended by a failure inside SQLite");
     }
-    if (isFailure(reply)) Query(connection_, "ROLLBACK TO one_write").run();
-    Query(connection_, "RELEASE one_write").run();
     return reply;
 }
 

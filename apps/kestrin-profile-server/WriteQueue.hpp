@@ -14,8 +14,8 @@
 namespace KestrinProfileServer {
 
 /// All writes, one after another, on one thread and one connection. What waits when the thread is
-/// free goes into one transaction, so that many writers share one flush to the disk. Each write
-/// has its own savepoint: a failed one leaves nothing and disturbs no other. A write is answered
+/// free goes into one transaction, so that many writers share one flush to the disk; each of them
+/// has its own savepoint. A failed write leaves nothing and disturbs no other. A write is answered
 /// only when its transaction is on the disk.
 class WriteQueue {
   public:
@@ -45,7 +45,9 @@ class WriteQueue {
     void serve();
     void runBatch(std::vector<Job>& batch);
     std::vector<Reply> committed(const std::vector<Job>& batch);
+    Reply committedAlone(const Work& work);
     Reply runInSavepoint(const Work& work);
+    Reply run(const Work& work);
 
     Connection connection_;
     std::mutex mutex_;

@@ -172,6 +172,21 @@ class WriteQueueTest : public testing::Test {
         return answer->get_future();
     }
 
+    /// Adds a write whose transaction cannot be committed.
+    std::future<Reply> addPoison() {
+        auto answer = std::make_shared<std::promise<Reply>>();
+        queue->add(
+            "/poison",
+            [](Connection& connection) {
+                connection.database().exec(
+                    "PRAGMA defer_foreign_keys = ON;"
+                    "INSERT INTO blocks (household, profile_id) VALUES (4711, 'nobody')");
+                return Reply{};
+            },
+            [answer](Reply reply) { answer->set_value(std::move(reply)); });
+        return answer->get_future();
+    }
+
     static void insert(Connection& connection, const std::string& name) {
         Query(connection, "INSERT INTO settings (name, value) VALUES (?, '')", name).run();
     }
@@ -229,6 +244,13 @@ TEST_F(WriteQueueTest, aFailedWriteLeavesNothingAndDisturbsNoOther) {
     EXPECT_EQ(stored(), "first third");
 }
 
+TEST_F(WriteQueueTest, aFailedWriteThatIsAloneLeavesNothing) {
+    EXPECT_EQ(add("failed", 409).get().status, 409U);
+    EXPECT_EQ(stored(), "");
+    EXPECT_EQ(add("good", 204).get().status, 204U);
+    EXPECT_EQ(stored(), "good");
+}
+
 TEST_F(WriteQueueTest, writesThatWaitedShareOneTransaction) {
     holdUp();
     std::atomic<int> rowsAtFirstAnswer = -1;
@@ -250,22 +272,19 @@ TEST_F(WriteQueueTest, writesThatWaitedShareOneTransaction) {
 TEST_F(WriteQueueTest, whenTheTransactionFailsEveryWriteOfItIsToldSo) {
     holdUp();
     auto good = add("good", 204);
-    auto answer = std::make_shared<std::promise<Reply>>();
-    queue->add(
-        "/poison",
-        [](Connection& connection) {
-            connection.database().exec(
-                "PRAGMA defer_foreign_keys = ON;"
-                "INSERT INTO blocks (household, profile_id) VALUES (4711, 'nobody')");
-            return Reply{};
-        },
-        [answer](Reply reply) { answer->set_value(std::move(reply)); });
+    auto poisoned = addPoison();
     release.set_value();
-    const Reply failed = answer->get_future().get();
+    const Reply failed = poisoned.get();
     EXPECT_EQ(failed.status, 503U);
     EXPECT_NE(failed.body.find("\"instance\":\"/poison\""), std::string::npos) << failed.body;
     EXPECT_EQ(good.get().status, 503U);
     EXPECT_EQ(stored(), "");
+    EXPECT_EQ(add("later", 204).get().status, 204U);
+    EXPECT_EQ(stored(), "later");
+}
+
+TEST_F(WriteQueueTest, aWriteThatIsAloneIsToldOfAFailedTransactionToo) {
+    EXPECT_EQ(addPoison().get().status, 503U);
     EXPECT_EQ(add("later", 204).get().status, 204U);
     EXPECT_EQ(stored(), "later");
 }
