@@ -291,7 +291,6 @@ TransportResult CurlExchange::result(CURLcode code) {
     // libcurl takes a head that the connection's end cut off for a whole reply.
     if (code == CURLE_OK && reading_ != Reading::body) code = CURLE_PARTIAL_FILE;
     if (code != CURLE_OK && !cut_) return failure(code);
-    handle_.noteReply(parts_.body.size());
     parts_.effectiveURL = current().url;
     parts_.timings = timings();
     return Response(std::move(parts_));

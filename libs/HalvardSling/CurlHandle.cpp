@@ -6,8 +6,9 @@ namespace HalvardSling {
 
 namespace {
 
-constexpr long smallBufferBytes = 32L * 1024;
-constexpr long largeBufferBytes = 256L * 1024;
+// Large replies are read in few pieces, and libcurl's HTTP/2 needs it: in 7.88.1, streams that fill
+// a small buffer now and then stop for good.
+constexpr long receiveBufferBytes = 256L * 1024;
 
 void setSafety(CurlOptions& set, bool isSecure, const CurlTransport::Options& options) {
     set(CURLOPT_PROTOCOLS_STR, isSecure ? "https" : "http");
@@ -31,7 +32,7 @@ void setSafety(CurlOptions& set, bool isSecure, const CurlTransport::Options& op
 
 void setConnection(CurlOptions& set, bool isSecure) {
     set(CURLOPT_NOSIGNAL, 1L);
-    set.ifAvailable(CURLOPT_BUFFERSIZE, smallBufferBytes);
+    set.ifAvailable(CURLOPT_BUFFERSIZE, receiveBufferBytes);
     // Without it, aborting a transfer would wait for the system's name lookup.
     set.ifAvailable(CURLOPT_QUICK_EXIT, 1L);
     set.ifAvailable(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
@@ -65,12 +66,6 @@ void CurlHandle::setURL(CurlOptions& set, std::string_view url) const {
         set(CURLOPT_URL, escapedForRequestLine(std::string(url)).c_str());
     else
         set(CURLOPT_REQUEST_TARGET, requestTargetOf(url).c_str());
-}
-
-void CurlHandle::noteReply(std::size_t bytes) {
-    if (takesLargeReplies_ || bytes <= smallBufferBytes) return;
-    takesLargeReplies_ = true;
-    CurlOptions(easy()).ifAvailable(CURLOPT_BUFFERSIZE, largeBufferBytes);
 }
 
 }  // namespace HalvardSling

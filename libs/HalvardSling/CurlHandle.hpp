@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -36,11 +35,6 @@ class CurlHandle {
     /// @param url  one of the handle's origin
     void setURL(CurlOptions& set, std::string_view url) const;
 
-    /// Notes how large the body of a reply was, once its transfer is over. While a transfer runs,
-    /// libcurl holds a buffer to receive into: little is enough for most, and a handle that met a
-    /// large reply gets more for the next ones, which are then read in fewer pieces.
-    void noteReply(std::size_t bytes);
-
   private:
     struct EasyCleanup {
         void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
@@ -51,7 +45,6 @@ class CurlHandle {
 
     std::string origin_;
     bool takesWholeURL_ = false;
-    bool takesLargeReplies_ = false;
     std::unique_ptr<CURLU, PartsCleanup> parts_;  // of the origin
     std::unique_ptr<CURL, EasyCleanup> easy_;     // goes first, for it refers to the parts
 };
