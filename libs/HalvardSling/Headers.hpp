@@ -87,7 +87,7 @@ class Headers::Iterator {
         return *this;
     }
 
-    Iterator operator++(int) noexcept {
+    Iterator operator++(int) noexcept {  // NOLINT(cert-dcl21-cpp): as iterators do
         const Iterator before = *this;
         ++*this;
         return before;
