@@ -143,7 +143,6 @@ void CurlExchange::setCallbacks(CurlOptions& set) {
 std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span span,
                                                 TransferID transfer) {
     const auto now = std::chrono::steady_clock::now();
-    clear();
     request_ = std::move(request);
     transfer_ = transfer;
     deadline_ = span.deadline;

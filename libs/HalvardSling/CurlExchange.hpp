@@ -43,7 +43,8 @@ class CurlExchange {
     /// libcurl's handle; null where there is none.
     [[nodiscard]] CURL* easy() const noexcept { return handle_.easy(); }
 
-    /// Makes the handle ready for a request. Whatever differs between two requests is set.
+    /// Makes the handle ready for a request. Whatever differs between two requests is set. The
+    /// exchange is new, or cleared.
     /// @param request   one to the handle's origin; kept until the exchange is over
     /// @param span      when the transfer began and when it gives up
     /// @param transfer  what `transferOf` tells of this handle

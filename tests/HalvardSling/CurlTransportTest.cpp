@@ -1,4 +1,3 @@
-#include <future>
 
 #include <gmock/gmock.h>
 
