@@ -324,6 +324,8 @@ void CurlTransport::Loop::cancel(TransferID transfer) noexcept {
 /// put down.
 void CurlTransport::Loop::tell(std::unique_lock<std::mutex> lock) noexcept {
     if (!std::exchange(asleep_, false)) return;
+    // Once the lock is given back a completion may destroy the transport, and the thread may end.
+    const auto self = shared_from_this();
     lock.unlock();  // first, for the thread begins with taking it
     waking_.wake();
 }

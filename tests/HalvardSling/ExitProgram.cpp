@@ -27,6 +27,10 @@ TransportRequest request() {
     return result;
 }
 
+CheckedRequest checkedRequest() {
+    return std::get<CheckedRequest>(CheckedRequest::of(request()));
+}
+
 [[noreturn]] void complain() {
     std::_Exit(7);
 }
@@ -99,14 +103,16 @@ void inCompletion() {
 /// A transport is destroyed from inside a completion, and its thread has much to end.
 void orphan() {
     static std::shared_ptr<Transport> transport = std::make_shared<CurlTransport>();
+    static std::promise<void> allSent;
     static std::promise<void> destroyed;
     for (int i = 0; i < 1000; ++i)
-        transport->send(std::get<CheckedRequest>(CheckedRequest::of(request())),
-                        [i](const TransportResult&) {
-                            if (i > 0) return;
-                            transport.reset();
-                            destroyed.set_value();
-                        });
+        transport->send(checkedRequest(), [i](const TransportResult&) {
+            if (i > 0) return;
+            allSent.get_future().wait();
+            transport.reset();
+            destroyed.set_value();
+        });
+    allSent.set_value();
     destroyed.get_future().wait();
 }
 
@@ -136,8 +142,7 @@ struct LateUser {
     ~LateUser() {
         if (!wants) return;
         for (int i = 0; i < 2; ++i) {
-            defaultTransport()->send(std::get<CheckedRequest>(CheckedRequest::of(request())),
-                                     [](const TransportResult&) { complain(); });
+            defaultTransport()->send(checkedRequest(), [](const TransportResult&) { complain(); });
             setDefaultTransport(nullptr);
         }
         aMoment();
