@@ -167,7 +167,7 @@ TransferID CurlExchange::transferOf(CURL* easy) {
 void CurlExchange::clear() {
     request_.reset();
     reading_ = Reading::statusLine;
-    begun_ = tooLarge_ = cut_ = false;
+    begun_ = tooLarge_ = cut_ = hasMore_ = false;
     headerBytes_ = 0;
     parts_ = {};
 }
@@ -246,6 +246,7 @@ bool CurlExchange::takeBody(std::string_view data) {
         const auto announced = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
         if (announced > 0) parts_.body.reserve(std::min(cap, static_cast<std::size_t>(announced)));
     }
+    hasMore_ = hasMore_ || (hasFilledBuffer() && sharesConnection());
     const std::size_t room = cap - parts_.body.size();
     parts_.body.append(data.substr(0, room));
     if (data.size() <= room) return true;
@@ -293,6 +294,27 @@ TransportResult CurlExchange::result(CURLcode code) {
     parts_.effectiveURL = current().url;
     parts_.timings = timings();
     return Response(std::move(parts_));
+}
+
+bool CurlExchange::sharesConnection() const {
+    const auto version = infoOf<long>(easy(), CURLINFO_HTTP_VERSION);
+    return version != CURL_HTTP_VERSION_1_0 && version != CURL_HTTP_VERSION_1_1;
+}
+
+bool CurlExchange::hasFilledBuffer() const {
+    return headerBytes_ + bytesOf(easy(), CURLINFO_SIZE_DOWNLOAD_T) >=
+           CurlHandle::receiveBufferBytes;
+}
+
+bool CurlExchange::leavesMore(bool isWhole) const {
+    return begun_ && sharesConnection() && (!isWhole || hasFilledBuffer());
+}
+
+void CurlExchange::readOn() const noexcept {
+    // The end of a pause is what makes libcurl look into its buffers. It refuses a pause where
+    // there is no connection yet.
+    if (!begun_ || curl_easy_pause(easy(), CURLPAUSE_RECV) != CURLE_OK) return;
+    curl_easy_pause(easy(), CURLPAUSE_CONT);
 }
 
 void CurlExchange::describe(TransferLog& log) const {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include <curl/curl.h>
 
@@ -59,6 +60,21 @@ class CurlExchange {
     /// @param code  libcurl's result
     [[nodiscard]] TransportResult result(CURLcode code);
 
+    // libcurl 7.88.1 does not see by itself that it has read more over an HTTP/2 connection than it
+    // has handed out, where a reply that filled its buffer had held it up.
+
+    /// Whether it may have more in hand: since the last call it handed out a piece of a reply that
+    /// was large enough for that.
+    [[nodiscard]] bool mayHaveMore() noexcept { return std::exchange(hasMore_, false); }
+
+    /// Whether libcurl may have more in hand for the others, now that this one has left the
+    /// connection.
+    /// @param isWhole  whether it left because its reply was whole
+    [[nodiscard]] bool leavesMore(bool isWhole) const;
+
+    /// Has libcurl go on with the reply although nothing more has come.
+    void readOn() const noexcept;
+
     /// Fills in what a log may know of the request that was sent last.
     void describe(TransferLog& log) const;
 
@@ -77,6 +93,8 @@ class CurlExchange {
     [[nodiscard]] bool takeHeaderLine(std::string_view line);
     void takeField(std::string_view line);
     [[nodiscard]] bool takeBody(std::string_view data);
+    [[nodiscard]] bool sharesConnection() const;
+    [[nodiscard]] bool hasFilledBuffer() const;
     [[nodiscard]] Timings timings() const;
     [[nodiscard]] SlingErrorKind kindOf(CURLcode code) const;
     [[nodiscard]] SlingError failure(CURLcode code) const;
@@ -95,6 +113,7 @@ class CurlExchange {
     bool begun_ = false;     ///< whether the request was handed to a connection
     bool tooLarge_ = false;  ///< whether the reply broke a cap
     bool cut_ = false;       ///< whether the rest of an error's body was left unread
+    bool hasMore_ = false;   ///< see `mayHaveMore`
     std::size_t headerBytes_ = 0;
     ResponseParts parts_;
 

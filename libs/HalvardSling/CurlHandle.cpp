@@ -6,10 +6,6 @@ namespace HalvardSling {
 
 namespace {
 
-// Large replies are read in few pieces, and libcurl's HTTP/2 needs it: in 7.88.1, streams that fill
-// a small buffer now and then stop for good.
-constexpr long receiveBufferBytes = 256L * 1024;
-
 void setSafety(CurlOptions& set, bool isSecure, const CurlTransport::Options& options) {
     set(CURLOPT_PROTOCOLS_STR, isSecure ? "https" : "http");
     set(CURLOPT_FOLLOWLOCATION, 0L);
@@ -32,7 +28,7 @@ void setSafety(CurlOptions& set, bool isSecure, const CurlTransport::Options& op
 
 void setConnection(CurlOptions& set, bool isSecure) {
     set(CURLOPT_NOSIGNAL, 1L);
-    set.ifAvailable(CURLOPT_BUFFERSIZE, receiveBufferBytes);
+    set.ifAvailable(CURLOPT_BUFFERSIZE, static_cast<long>(CurlHandle::receiveBufferBytes));
     // Without it, aborting a transfer would wait for the system's name lookup.
     set.ifAvailable(CURLOPT_QUICK_EXIT, 1L);
     set.ifAvailable(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));

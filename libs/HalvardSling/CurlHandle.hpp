@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,6 +19,9 @@ class CurlOptions;
 /// it would take the parts and put them together again for every request, character by character.
 class CurlHandle {
   public:
+    /// How much of a reply libcurl reads at once. Large replies are read in few pieces with it.
+    static constexpr std::size_t receiveBufferBytes = 256UL * 1024;
+
     /// Holds no handle of libcurl.
     CurlHandle() = default;
 

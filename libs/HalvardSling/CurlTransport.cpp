@@ -254,7 +254,8 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     void finish(Transfer& transfer, CURLcode code);
     [[nodiscard]] bool follow(Transfer& transfer, TransportResult& result);
     void drop(TransferID transfer);
-    [[nodiscard]] Flight::node_type takeFromFlight(TransferID transfer);
+    [[nodiscard]] Flight::node_type takeFromFlight(TransferID transfer, bool isWhole = false);
+    [[nodiscard]] bool readsOn();
     [[nodiscard]] bool maySleep();
     void poll();
     void endOpenTransfers();
@@ -278,6 +279,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     MultiHandle multi_;
     WaitingLine waiting_;
     Flight inFlight_;
+    bool leavesMore_ = false;  // whether a transfer left that did so, see `CurlExchange`
     CurlExchangePool exchanges_;
 };
 
@@ -353,7 +355,7 @@ void CurlTransport::Loop::run() noexcept {
         int running = 0;
         curl_multi_perform(multi_.get(), &running);
         finishTransfers();
-        if (maySleep()) poll();
+        if (!readsOn() && maySleep()) poll();
     }
     endOpenTransfers();
     Orphans::instance().noteEnd();
@@ -428,16 +430,32 @@ void CurlTransport::Loop::finishTransfers() {
     while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
         if (message->msg != CURLMSG_DONE) continue;
         const CURLcode code = message->data.result;
-        auto ended = takeFromFlight(CurlExchange::transferOf(message->easy_handle));
+        auto ended =
+            takeFromFlight(CurlExchange::transferOf(message->easy_handle), code == CURLE_OK);
         finish(ended.mapped(), code);
     }
 }
 
+/// @param isWhole  whether it ended with a whole reply
 /// @return empty where the transfer is not in flight
-Flight::node_type CurlTransport::Loop::takeFromFlight(TransferID transfer) {
+Flight::node_type CurlTransport::Loop::takeFromFlight(TransferID transfer, bool isWhole) {
     auto node = inFlight_.extract(transfer);
-    if (!node.empty()) curl_multi_remove_handle(multi_.get(), node.mapped().exchange->easy());
+    if (node.empty()) return node;
+    const auto& exchange = *node.mapped().exchange;
+    curl_multi_remove_handle(multi_.get(), exchange.easy());
+    leavesMore_ |= exchange.leavesMore(isWhole);
     return node;
+}
+
+/// Whether libcurl may have replies in hand that it would not hand out while the thread sleeps.
+bool CurlTransport::Loop::readsOn() {
+    const bool left = std::exchange(leavesMore_, false);
+    bool result = left;
+    for (const auto& [id, transfer] : inFlight_) {
+        if (left) transfer.exchange->readOn();
+        result |= transfer.exchange->mayHaveMore();
+    }
+    return result;
 }
 
 void CurlTransport::Loop::finish(Transfer& transfer, CURLcode code) {

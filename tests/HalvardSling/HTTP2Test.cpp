@@ -2,6 +2,7 @@
 #include <array>
 #include <chrono>
 #include <fstream>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -9,6 +10,7 @@
 
 #include "Transfers.hpp"
 #include "support/Certificates.hpp"
+#include "support/HTTP2Frames.hpp"
 #include "support/Ports.hpp"
 #include "support/Program.hpp"
 
@@ -96,6 +98,116 @@ TEST_F(HTTP2Test, LargeAndSmallRepliesAreWhole) {
         all.push_back(sent(request(i % 2 == 0 ? "/large" : "/small"), transport));
     for (std::size_t i = 0; i < all.size(); ++i)
         EXPECT_THAT(all[i], Answers(200, i % 2 == 0 ? std::string(5'000'000, 'x') : "small"));
+}
+
+/// Four requests over one connection, and replies that come in an order that nghttpd would not
+/// choose. libcurl reads 256 KiB at once and keeps what it read for other streams.
+class HTTP2OrderTest : public testing::Test {
+  protected:
+    static constexpr std::chrono::milliseconds patience = 10s;
+    static constexpr std::size_t readAtOnce = 256UL * 1024;
+    static constexpr std::size_t frameSize = 8192;
+    static constexpr std::size_t warmUpSize = 8'000'000;
+    /// The last `frameSize` bytes do not fit into what is read at once.
+    static constexpr std::size_t largeSize = readAtOnce + frameSize / 2;
+
+    [[nodiscard]] TransportRequest request() const {
+        TransportRequest result;
+        result.url = server.url();
+        result.totalTimeout = patience;
+        return result;
+    }
+
+    struct Received {
+        Responses large;
+        Responses waiting;
+    };
+
+    /// What comes back where nothing is read before all of both replies is there.
+    [[nodiscard]] Received received(const TransportRequest& large) {
+        EXPECT_THAT(sent(request(), transport), Answers(200, std::string(warmUpSize, 'x')));
+        Responses second = sent(request(), transport);
+        Responses third = sent(large, transport);
+        transport->send(checked(request()), [this](const TransportResult&) {
+            blocked.set_value();
+            allSent.get_future().wait_for(patience);
+        });
+        return {std::move(third), std::move(second)};
+    }
+
+    /// Sends so much of a body that is not at its end.
+    static void sendPart(HTTP2Connection& connection, std::uint32_t stream, std::size_t size) {
+        for (; size > 0; size -= std::min(size, frameSize))
+            connection.send(HTTP2Connection::data(
+                stream, std::string(std::min(size, frameSize), 'x'), HTTP2Connection::Ends::no));
+    }
+
+    /// The last `frameSize` bytes of the large body, in so many frames.
+    [[nodiscard]] std::string endOf(std::uint32_t stream) const {
+        using enum HTTP2Connection::Ends;
+        std::string frames;
+        for (std::size_t left = framesAtEnd; left > 0; --left)
+            frames += HTTP2Connection::data(stream, std::string(frameSize / framesAtEnd, 'x'),
+                                            left == 1 ? yes : no);
+        return frames;
+    }
+
+    void serve(RawConnection& raw) {
+        using enum HTTP2Connection::Ends;
+        HTTP2Connection connection(raw);
+        // The system makes room for as much as it sees being read.
+        const auto first = connection.readRequest();
+        if (!first) return;
+        connection.sendHead(*first, warmUpSize);
+        sendPart(connection, *first, warmUpSize - 1);
+        connection.send(HTTP2Connection::data(*first, "x", yes));
+
+        const auto waiting = connection.readRequest();
+        const auto large = connection.readRequest();
+        const auto blocking = connection.readRequest();
+        if (!waiting || !large || !blocking) return;
+        connection.sendHead(*waiting, 4);
+        connection.sendHead(*large, largeSize);
+        connection.sendHead(*blocking, 1);
+        connection.send(HTTP2Connection::data(*blocking, "x", yes));
+        blocked.get_future().wait_for(patience);
+        sendPart(connection, *large, largeSize - frameSize);
+        connection.send(endOf(*large) + HTTP2Connection::data(*waiting, "last", yes));
+        allSent.set_value();
+        raw.awaitClose(2 * patience);
+    }
+
+    std::size_t framesAtEnd = 1;
+    Certificate certificate;
+    std::promise<void> blocked;
+    std::promise<void> allSent;
+    RawServer server{[this](RawConnection& raw) { serve(raw); },
+                     ServerTLS{.certificateFile = certificate.certificateFile(),
+                               .keyFile = certificate.keyFile(),
+                               .protocol = "h2"}};
+    std::shared_ptr<CurlTransport> transport =
+        curlTransport({.caBundleFile = certificate.certificateFile()});
+};
+
+TEST_F(HTTP2OrderTest, AReplyIsReadThatCameBehindTheEndOfALargeOne) {
+    const auto [large, waiting] = received(request());
+    EXPECT_THAT(large, Answers(200, std::string(largeSize, 'x')));
+    EXPECT_THAT(waiting, Answers(200, "last"));
+}
+
+TEST_F(HTTP2OrderTest, ALargeReplyIsReadOnAfterItWasTooLongForTheBuffer) {
+    framesAtEnd = 4;
+    const auto [large, waiting] = received(request());
+    EXPECT_THAT(large, Answers(200, std::string(largeSize, 'x')));
+    EXPECT_THAT(waiting, Answers(200, "last"));
+}
+
+TEST_F(HTTP2OrderTest, AReplyIsReadThatCameBehindOneThatIsTooLarge) {
+    auto capped = request();
+    capped.maxBodyBytes = readAtOnce;
+    const auto [large, waiting] = received(capped);
+    EXPECT_THAT(large, FailsWith(SlingErrorKind::tooLarge));
+    EXPECT_THAT(waiting, Answers(200, "last"));
 }
 
 TEST_F(HTTP2Test, ErrorsAndCapsAreAsInHTTP1) {

@@ -47,19 +47,22 @@ int listenOnLoopback(std::uint16_t& port) {
     return listener;
 }
 
-int agreeToHTTP11(SSL*, const unsigned char** chosen, unsigned char* size,
-                  const unsigned char* offered, unsigned int offeredSize, void*) {
-    constexpr std::string_view http11 = "\x08http/1.1";
-    const auto* const mine = reinterpret_cast<const unsigned char*>(http11.data());
-    unsigned char* result = nullptr;
-    if (SSL_select_next_proto(&result, size, mine, http11.size(), offered, offeredSize) !=
-        OPENSSL_NPN_NEGOTIATED)
+/// @param protocol  of type `const std::string*`
+int agreeTo(SSL*, const unsigned char** chosen, unsigned char* size, const unsigned char* offered,
+            unsigned int offeredSize, void* protocol) {
+    const auto& name = *static_cast<const std::string*>(protocol);
+    const std::string list = static_cast<char>(name.size()) + name;
+    unsigned char* found = nullptr;
+    if (SSL_select_next_proto(&found, size, reinterpret_cast<const unsigned char*>(list.data()),
+                              static_cast<unsigned int>(list.size()), offered,
+                              offeredSize) != OPENSSL_NPN_NEGOTIATED)
         return SSL_TLSEXT_ERR_NOACK;
-    *chosen = result;
+    *chosen = reinterpret_cast<const unsigned char*>(name.data());
     return SSL_TLSEXT_ERR_OK;
 }
 
-SSL_CTX* contextFor(const ServerTLS& tls) {
+/// @param tls  referred to
+SSL_CTX* contextFor(ServerTLS& tls) {
     SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
     if (tls.latestVersion) {
         // Versions this old are below the default security level.
@@ -67,7 +70,7 @@ SSL_CTX* contextFor(const ServerTLS& tls) {
         SSL_CTX_set_min_proto_version(context, TLS1_VERSION);
         SSL_CTX_set_max_proto_version(context, *tls.latestVersion);
     }
-    SSL_CTX_set_alpn_select_cb(context, &agreeToHTTP11, nullptr);
+    SSL_CTX_set_alpn_select_cb(context, &agreeTo, &tls.protocol);
     if (SSL_CTX_use_certificate_chain_file(context, tls.certificateFile.c_str()) != 1 ||
         SSL_CTX_use_PrivateKey_file(context, tls.keyFile.c_str(), SSL_FILETYPE_PEM) != 1)
         throw std::runtime_error("the test server cannot use its certificate");
@@ -120,13 +123,17 @@ std::optional<std::string> RawConnection::readRequest() {
     std::size_t end = std::string::npos;
     while ((end = unread_.find("\r\n\r\n")) == std::string::npos)
         if (!receive()) return std::nullopt;
-    const std::size_t size = end + 4 + announcedLength(unread_.substr(0, end + 2));
+    auto request = read(end + 4 + announcedLength(unread_.substr(0, end + 2)));
+    if (request) server_.add(*request);
+    return request;
+}
+
+std::optional<std::string> RawConnection::read(std::size_t size) {
     while (unread_.size() < size)
         if (!receive()) return std::nullopt;
-    std::string request = unread_.substr(0, size);
+    std::string bytes = unread_.substr(0, size);
     unread_.erase(0, size);
-    server_.add(request);
-    return request;
+    return bytes;
 }
 
 bool RawConnection::send(std::string_view bytes) {
@@ -170,8 +177,9 @@ void RawServer::ContextFree::operator()(void* context) const noexcept {
     SSL_CTX_free(static_cast<SSL_CTX*>(context));
 }
 
-RawServer::RawServer(Script script, std::optional<ServerTLS> tls) : script_(std::move(script)) {
-    if (tls) context_.reset(contextFor(*tls));
+RawServer::RawServer(Script script, std::optional<ServerTLS> tls)
+    : script_(std::move(script)), tls_(std::move(tls)) {
+    if (tls_) context_.reset(contextFor(*tls_));
     listener_ = listenOnLoopback(port_);
     acceptor_ = std::thread([this] { accept(); });
 }

@@ -18,10 +18,12 @@ namespace TestSupport {
 
 class RawServer;
 
-/// How a `RawServer` speaks TLS; see Certificates.hpp for the files. It agrees to HTTP/1.1.
+/// How a `RawServer` speaks TLS; see Certificates.hpp for the files.
 struct ServerTLS {
     std::string certificateFile;
     std::string keyFile;
+    /// The one protocol it agrees to (ALPN, RFC 7301), "http/1.1" or "h2".
+    std::string protocol = "http/1.1";
     /// The latest protocol version it offers, by OpenSSL's constants (0x0302 is TLS
     /// 1.1, 0x0303 is TLS 1.2); absent: whatever OpenSSL offers.
     std::optional<int> latestVersion{};
@@ -42,6 +44,9 @@ class RawConnection {
     /// Reads one request: its head, and as much of a body as "Content-Length" announces. It is
     /// added to `RawServer::requests`. Absent where the peer has closed.
     std::optional<std::string> readRequest();
+
+    /// Reads so many bytes; absent where the peer has closed before.
+    std::optional<std::string> read(std::size_t size);
 
     /// False where the peer has closed.
     bool send(std::string_view bytes);
@@ -123,6 +128,7 @@ class RawServer {
     void addClosed();
 
     Script script_;
+    std::optional<ServerTLS> tls_;
     std::unique_ptr<void, ContextFree> context_;
     int listener_ = -1;
     std::uint16_t port_ = 0;
