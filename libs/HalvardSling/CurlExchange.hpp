@@ -89,6 +89,8 @@ class CurlExchange {
     void setCallbacks(CurlOptions& set);
     void setRequest(CurlOptions& set);
 
+    /// Only between `prepare` and `clear`.
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access)
     [[nodiscard]] const TransportRequest& current() const noexcept { return **request_; }
     [[nodiscard]] bool takeHeaderLine(std::string_view line);
     void takeField(std::string_view line);

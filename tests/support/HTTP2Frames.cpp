@@ -45,8 +45,7 @@ std::optional<std::uint32_t> HTTP2Connection::readRequest() {
         if (!connection_.read(numberOf(fields.substr(0, 3)))) return std::nullopt;
         const auto type = static_cast<Type>(fields[3]);
         if (type == headersType) return numberOf(fields.substr(5));
-        if (type == settingsType && fields[4] != ackFlag)
-            send(frame(settingsType, ackFlag, 0, ""));
+        if (type == settingsType && fields[4] != ackFlag) send(frame(settingsType, ackFlag, 0, ""));
     }
     return std::nullopt;
 }
