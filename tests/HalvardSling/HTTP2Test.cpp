@@ -107,6 +107,7 @@ class HTTP2OrderTest : public testing::Test {
     static constexpr std::chrono::milliseconds patience = 10s;
     static constexpr std::size_t readAtOnce = 256UL * 1024;
     static constexpr std::size_t frameSize = 8192;
+    /// Less than the window that libcurl opens from the start, for the server counts none.
     static constexpr std::size_t warmUpSize = 8'000'000;
     /// The last `frameSize` bytes do not fit into what is read at once.
     static constexpr std::size_t largeSize = readAtOnce + frameSize / 2;
