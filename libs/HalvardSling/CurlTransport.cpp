@@ -255,7 +255,7 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
     [[nodiscard]] bool follow(Transfer& transfer, TransportResult& result);
     void drop(TransferID transfer);
     [[nodiscard]] Flight::node_type takeFromFlight(TransferID transfer, bool isWhole = false);
-    [[nodiscard]] bool readsOn();
+    [[nodiscard]] bool readOn();
     [[nodiscard]] bool maySleep();
     void poll();
     void endOpenTransfers();
@@ -355,7 +355,7 @@ void CurlTransport::Loop::run() noexcept {
         int running = 0;
         curl_multi_perform(multi_.get(), &running);
         finishTransfers();
-        if (!readsOn() && maySleep()) poll();
+        if (!readOn() && maySleep()) poll();
     }
     endOpenTransfers();
     Orphans::instance().noteEnd();
@@ -447,15 +447,17 @@ Flight::node_type CurlTransport::Loop::takeFromFlight(TransferID transfer, bool 
     return node;
 }
 
-/// Whether libcurl may have replies in hand that it would not hand out while the thread sleeps.
-bool CurlTransport::Loop::readsOn() {
+/// Sees to it that libcurl hands out what it may have in hand, and would keep while the thread
+/// sleeps.
+/// @return whether it takes another round
+bool CurlTransport::Loop::readOn() {
     const bool left = std::exchange(leavesMore_, false);
-    bool result = left;
+    bool again = left;
     for (const auto& [id, transfer] : inFlight_) {
         if (left) transfer.exchange->readOn();
-        result |= transfer.exchange->mayHaveMore();
+        again |= transfer.exchange->mayHaveMore();
     }
-    return result;
+    return again;
 }
 
 void CurlTransport::Loop::finish(Transfer& transfer, CURLcode code) {

@@ -8,9 +8,11 @@
 
 #include <gmock/gmock.h>
 
+#include <HalvardSling/CurlHandle.hpp>
+
 #include "Transfers.hpp"
 #include "support/Certificates.hpp"
-#include "support/HTTP2Frames.hpp"
+#include "support/HTTP2Connection.hpp"
 #include "support/Ports.hpp"
 #include "support/Program.hpp"
 
@@ -101,11 +103,11 @@ TEST_F(HTTP2Test, LargeAndSmallRepliesAreWhole) {
 }
 
 /// Four requests over one connection, and replies that come in an order that nghttpd would not
-/// choose. libcurl reads 256 KiB at once and keeps what it read for other streams.
+/// choose. libcurl has a buffer for each reply and fills all of them while it reads for one.
 class HTTP2OrderTest : public testing::Test {
   protected:
     static constexpr std::chrono::milliseconds patience = 10s;
-    static constexpr std::size_t readAtOnce = 256UL * 1024;
+    static constexpr std::size_t readAtOnce = CurlHandle::receiveBufferBytes;
     static constexpr std::size_t frameSize = 8192;
     /// Less than the window that libcurl opens from the start, for the server counts none.
     static constexpr std::size_t warmUpSize = 8'000'000;

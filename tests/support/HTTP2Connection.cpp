@@ -1,4 +1,4 @@
-#include "support/HTTP2Frames.hpp"
+#include "support/HTTP2Connection.hpp"
 
 namespace TestSupport {
 
