@@ -49,8 +49,9 @@ function(kestrin_add_library name)
         ${name} PUBLIC $<BUILD_INTERFACE:${root}>
                        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
     target_link_libraries(${name} PUBLIC ${arg_LINK}
-                                  PRIVATE $<BUILD_INTERFACE:kestrin_warnings> ${arg_PRIVATE_LINK})
+                                  PRIVATE $<BUILD_INTERFACE:kestrin_warnings>
+                                          $<BUILD_INTERFACE:kestrin_internal> ${arg_PRIVATE_LINK})
     install(TARGETS ${name} EXPORT ${name}Targets)
     install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${name}
-            FILES_MATCHING PATTERN "*.hpp")
+            FILES_MATCHING PATTERN "*.hpp" PATTERN "internal" EXCLUDE)
 endfunction()

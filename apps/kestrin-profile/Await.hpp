@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include <HalvardSling/Observable.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 
 #include "ExitCode.hpp"
 #include "Interruption.hpp"

@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 #include "Format.hpp"
 

@@ -6,9 +6,9 @@
 
 #include <fmt/format.h>
 
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
-#include <KestrinProfile/params/RequestSupport.hpp>
+#include <KestrinProfile/params/internal/RequestSupport.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
 #include "CurlCommand.hpp"

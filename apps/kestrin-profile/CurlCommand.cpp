@@ -7,7 +7,7 @@
 
 #include <fmt/format.h>
 
-#include <HalvardSling/CurlTransport.hpp>
+#include <HalvardSling/curl/CurlTransport.hpp>
 
 #include "PublicHeaders.hpp"
 #include "Text.hpp"

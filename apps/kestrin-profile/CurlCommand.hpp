@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include <HalvardSling/Transport.hpp>
+#include <HalvardSling/transport/Transport.hpp>
 
 namespace KestrinProfileCLI {
 

@@ -1,6 +1,6 @@
 #include "DryRun.hpp"
 
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 
 #include "CurlCommand.hpp"
 

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include <HalvardSling/Transport.hpp>
+#include <HalvardSling/transport/Transport.hpp>
 
 namespace KestrinProfileCLI {
 

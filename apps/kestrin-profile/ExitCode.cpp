@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include <HalvardSling/JSONDictionary.hpp>
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 
 namespace KestrinProfileCLI {
 

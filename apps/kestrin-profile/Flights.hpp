@@ -4,8 +4,8 @@
 #include <exception>
 #include <functional>
 
-#include <HalvardSling/Observable.hpp>
-#include <HalvardSling/Response.hpp>
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 
 #include "Interruption.hpp"
 

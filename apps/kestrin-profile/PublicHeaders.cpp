@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include <HalvardSling/Headers.hpp>
+#include <HalvardSling/http/Headers.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
 
 namespace KestrinProfileCLI {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include <HalvardSling/Response.hpp>
+#include <HalvardSling/http/Response.hpp>
 #include <KestrinProfile/model/User.hpp>
 #include <KestrinProfile/model/UserProfile.hpp>
 

@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include <HalvardSling/CurlTransport.hpp>
+#include <HalvardSling/curl/CurlTransport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 
 #include "Paths.hpp"

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include <HalvardSling/Observable.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
 
 #include "Await.hpp"

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 #include "Text.hpp"
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include <HalvardSling/Response.hpp>
+#include <HalvardSling/http/Response.hpp>
 #include <KestrinProfile/model/UserProfile.hpp>
 
 namespace Bench {

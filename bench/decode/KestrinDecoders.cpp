@@ -3,7 +3,7 @@
 
 #include <rxcpp/rx-lite.hpp>
 
-#include <HalvardSling/JSON.hpp>
+#include <HalvardSling/rx/JSON.hpp>
 
 #include "decode/Decoders.hpp"
 

@@ -15,7 +15,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <HalvardSling/Sling.hpp>
+#include <HalvardSling/rx/Sling.hpp>
 
 #include "http/HistoryService.hpp"
 #include "http/InFlight.hpp"

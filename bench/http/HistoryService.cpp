@@ -6,7 +6,7 @@
 #include <utility>
 #include <variant>
 
-#include <HalvardSling/Transport.hpp>
+#include <HalvardSling/transport/Transport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 

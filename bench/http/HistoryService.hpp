@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include <HalvardSling/CurlTransport.hpp>
-#include <HalvardSling/Observable.hpp>
+#include <HalvardSling/curl/CurlTransport.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 #include <KestrinProfile/model/UserProfile.hpp>
 #include <KestrinProfile/params/ProfileParams.hpp>
 

@@ -11,7 +11,7 @@
 #include <rxcpp/operators/rx-tap.hpp>
 #include <rxcpp/rx-lite.hpp>
 
-#include <HalvardSling/Transport.hpp>
+#include <HalvardSling/transport/Transport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 

@@ -11,7 +11,7 @@
 #include <curl/curl.h>
 
 #include <KestrinConfigManager/URLTemplate.hpp>
-#include <KestrinProfile/params/PercentEncoding.hpp>
+#include <KestrinProfile/params/internal/PercentEncoding.hpp>
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <concepts>
 #include <optional>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 namespace KestrinConfigManager {
 

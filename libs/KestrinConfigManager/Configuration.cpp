@@ -11,9 +11,9 @@
 #include <system_error>
 #include <utility>
 
-#include <HalvardSling/Headers.hpp>
-#include <HalvardSling/JSONDictionary.hpp>
-#include <HalvardSling/URL.hpp>
+#include <HalvardSling/http/Headers.hpp>
+#include <HalvardSling/http/URL.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/URLTemplate.hpp>
 #include <KestrinConfigManager/WebService.hpp>

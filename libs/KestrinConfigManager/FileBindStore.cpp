@@ -14,7 +14,7 @@
 #include <variant>
 #include <vector>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
 
 namespace KestrinConfigManager {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include <HalvardSling/URL.hpp>
+#include <HalvardSling/http/URL.hpp>
 #include <KestrinConfigManager/SlingBuild.hpp>
 
 namespace KestrinConfigManager {

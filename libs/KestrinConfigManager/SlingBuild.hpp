@@ -1,6 +1,6 @@
 #pragma once
 
-#include <HalvardSling/Sling.hpp>
+#include <HalvardSling/rx/Sling.hpp>
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
-#include <HalvardSling/Headers.hpp>
-#include <HalvardSling/Observable.hpp>
-#include <HalvardSling/Response.hpp>
+#include <HalvardSling/http/Headers.hpp>
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/URLTemplate.hpp>
 

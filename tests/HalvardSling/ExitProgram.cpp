@@ -11,8 +11,8 @@
 #include <string>
 #include <thread>
 
-#include <HalvardSling/CurlTransport.hpp>
-#include <HalvardSling/Sling.hpp>
+#include <HalvardSling/curl/CurlTransport.hpp>
+#include <HalvardSling/rx/Sling.hpp>
 
 using namespace HalvardSling;
 

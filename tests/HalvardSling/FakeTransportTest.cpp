@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/FakeTransport.hpp>
+#include <HalvardSling/testing/FakeTransport.hpp>
 
 using namespace HalvardSling;
 using testing::ElementsAre;

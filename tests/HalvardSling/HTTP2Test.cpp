@@ -8,7 +8,7 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/CurlHandle.hpp>
+#include <HalvardSling/curl/internal/CurlHandle.hpp>
 
 #include "Transfers.hpp"
 #include "support/Certificates.hpp"

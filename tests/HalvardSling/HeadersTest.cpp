@@ -3,9 +3,9 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/Headers.hpp>
-#include <HalvardSling/Response.hpp>
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/Headers.hpp>
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 
 using namespace HalvardSling;
 using testing::ElementsAre;

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include <HalvardSling/Redirect.hpp>
+#include <HalvardSling/http/internal/Redirect.hpp>
 
 #include "Transfers.hpp"
 

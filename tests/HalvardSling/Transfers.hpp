@@ -11,8 +11,8 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/CurlTransport.hpp>
-#include <HalvardSling/Sling.hpp>
+#include <HalvardSling/curl/CurlTransport.hpp>
+#include <HalvardSling/rx/Sling.hpp>
 
 #include "support/Observed.hpp"
 #include "support/RawServer.hpp"

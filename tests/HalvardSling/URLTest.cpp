@@ -4,7 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/URL.hpp>
+#include <HalvardSling/http/URL.hpp>
 
 using namespace HalvardSling;
 using testing::HasSubstr;

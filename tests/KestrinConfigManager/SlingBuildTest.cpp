@@ -8,7 +8,7 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/FakeTransport.hpp>
+#include <HalvardSling/testing/FakeTransport.hpp>
 #include <KestrinConfigManager/SlingBuild.hpp>
 
 #include "Support.hpp"

@@ -1,7 +1,7 @@
 #include <csignal>
 #include <string>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 #include "CommandLineFixture.hpp"
 #include "support/RawServer.hpp"

@@ -7,7 +7,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 #include "CommandLineFixture.hpp"
 #include "support/RawServer.hpp"

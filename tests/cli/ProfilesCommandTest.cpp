@@ -1,6 +1,6 @@
 #include <string>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 #include "CommandLineFixture.hpp"
 #include "support/RawServer.hpp"

@@ -11,7 +11,7 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/CurlTransport.hpp>
+#include <HalvardSling/curl/CurlTransport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>

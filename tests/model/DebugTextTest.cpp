@@ -7,7 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include <KestrinProfile/model/DebugText.hpp>
+#include <KestrinProfile/model/internal/DebugText.hpp>
 
 #include "model/RecordSupport.hpp"
 

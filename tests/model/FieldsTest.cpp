@@ -7,7 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include <KestrinProfile/model/Fields.hpp>
+#include <KestrinProfile/model/internal/Fields.hpp>
 
 #include "model/RecordSupport.hpp"
 

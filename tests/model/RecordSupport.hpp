@@ -8,7 +8,7 @@
 #include <utility>
 #include <variant>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinProfile/model/User.hpp>
 #include <KestrinProfile/model/UserProfile.hpp>
 #include <KestrinProfile/model/UserProfileElement.hpp>

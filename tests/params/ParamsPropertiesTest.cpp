@@ -6,10 +6,10 @@
 #include <gmock/gmock.h>
 #include <rapidcheck/gtest.h>
 
-#include <KestrinProfile/params/PercentEncoding.hpp>
 #include <KestrinProfile/params/ProfileParams.hpp>
 #include <KestrinProfile/params/SearchParams.hpp>
 #include <KestrinProfile/params/UserParams.hpp>
+#include <KestrinProfile/params/internal/PercentEncoding.hpp>
 
 #include "model/Generators.hpp"
 #include "params/ParamsFixture.hpp"

@@ -4,7 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include <KestrinProfile/params/PercentEncoding.hpp>
+#include <KestrinProfile/params/internal/PercentEncoding.hpp>
 
 namespace KestrinProfile {
 namespace {

@@ -1,7 +1,7 @@
 #include <string>
 #include <vector>
 
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 
 #include "ServiceFixture.hpp"

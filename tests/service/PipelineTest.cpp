@@ -3,7 +3,7 @@
 
 #include <rxcpp/rx-lite.hpp>
 
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 #include <KestrinProfile/params/AnonymousBindParams.hpp>

@@ -3,7 +3,7 @@
 #include <type_traits>
 #include <vector>
 
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 
 #include "ServiceFixture.hpp"

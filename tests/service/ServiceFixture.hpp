@@ -7,7 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/FakeTransport.hpp>
+#include <HalvardSling/testing/FakeTransport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinConfigManager/WebService.hpp>

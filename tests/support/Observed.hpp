@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include <HalvardSling/Observable.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 
 namespace TestSupport {
 

@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 

@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 

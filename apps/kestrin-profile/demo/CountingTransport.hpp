@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <memory>
 
-#include <HalvardSling/Transport.hpp>
+#include <HalvardSling/transport/Transport.hpp>
 
 namespace KestrinProfileCLI {
 

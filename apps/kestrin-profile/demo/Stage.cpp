@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 
 #include "../Flights.hpp"

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include <HalvardSling/Observable.hpp>
-#include <HalvardSling/Response.hpp>
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 
 #include "../ExitCode.hpp"
 #include "../Session.hpp"

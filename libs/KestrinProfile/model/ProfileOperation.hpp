@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include <KestrinProfile/model/RawValues.hpp>
+#include <KestrinProfile/model/internal/RawValues.hpp>
 
 namespace KestrinProfile {
 

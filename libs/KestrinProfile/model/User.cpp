@@ -1,8 +1,8 @@
 #include <utility>
 
 #include <KestrinConfigManager/Archivable.hpp>
-#include <KestrinProfile/model/Fields.hpp>
 #include <KestrinProfile/model/User.hpp>
+#include <KestrinProfile/model/internal/Fields.hpp>
 
 namespace KestrinProfile {
 

@@ -2,9 +2,9 @@
 
 #include <HalvardMorrow/OptionalSequences.hpp>
 #include <KestrinConfigManager/Archivable.hpp>
-#include <KestrinProfile/model/DebugText.hpp>
-#include <KestrinProfile/model/Fields.hpp>
 #include <KestrinProfile/model/UserProfile.hpp>
+#include <KestrinProfile/model/internal/DebugText.hpp>
+#include <KestrinProfile/model/internal/Fields.hpp>
 
 namespace KestrinProfile {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Serializable.hpp>
 #include <KestrinProfile/model/UserProfileElement.hpp>
 

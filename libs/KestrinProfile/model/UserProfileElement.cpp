@@ -1,9 +1,9 @@
 #include <utility>
 
 #include <KestrinConfigManager/Archivable.hpp>
-#include <KestrinProfile/model/DebugText.hpp>
-#include <KestrinProfile/model/Fields.hpp>
 #include <KestrinProfile/model/UserProfileElement.hpp>
+#include <KestrinProfile/model/internal/DebugText.hpp>
+#include <KestrinProfile/model/internal/Fields.hpp>
 
 namespace KestrinProfile {
 

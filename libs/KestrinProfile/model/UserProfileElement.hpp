@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Serializable.hpp>
 #include <KestrinProfile/model/DateFormatter.hpp>
 #include <KestrinProfile/model/Types.hpp>

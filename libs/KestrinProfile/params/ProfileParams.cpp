@@ -1,11 +1,11 @@
 #include <tuple>
 #include <utility>
 
-#include <KestrinProfile/model/Fields.hpp>
-#include <KestrinProfile/params/OperationRules.hpp>
-#include <KestrinProfile/params/PercentEncoding.hpp>
+#include <KestrinProfile/model/internal/Fields.hpp>
 #include <KestrinProfile/params/ProfileParams.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
+#include <KestrinProfile/params/internal/OperationRules.hpp>
+#include <KestrinProfile/params/internal/PercentEncoding.hpp>
 
 namespace KestrinProfile {
 

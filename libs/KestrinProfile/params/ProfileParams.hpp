@@ -10,7 +10,7 @@
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/model/Types.hpp>
 #include <KestrinProfile/model/UserProfileElement.hpp>
-#include <KestrinProfile/params/RequestSupport.hpp>
+#include <KestrinProfile/params/internal/RequestSupport.hpp>
 
 namespace KestrinProfile {
 

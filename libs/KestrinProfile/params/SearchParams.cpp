@@ -1,9 +1,9 @@
 #include <tuple>
 #include <utility>
 
-#include <KestrinProfile/params/PercentEncoding.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
 #include <KestrinProfile/params/SearchParams.hpp>
+#include <KestrinProfile/params/internal/PercentEncoding.hpp>
 
 namespace KestrinProfile {
 

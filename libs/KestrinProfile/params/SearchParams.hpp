@@ -7,7 +7,7 @@
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/model/Types.hpp>
-#include <KestrinProfile/params/RequestSupport.hpp>
+#include <KestrinProfile/params/internal/RequestSupport.hpp>
 
 namespace KestrinProfile {
 

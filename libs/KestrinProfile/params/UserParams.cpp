@@ -1,9 +1,9 @@
 #include <utility>
 
-#include <KestrinProfile/params/OperationRules.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
-#include <KestrinProfile/params/RequestSupport.hpp>
 #include <KestrinProfile/params/UserParams.hpp>
+#include <KestrinProfile/params/internal/OperationRules.hpp>
+#include <KestrinProfile/params/internal/RequestSupport.hpp>
 
 namespace KestrinProfile {
 

@@ -4,9 +4,9 @@
 #include <rxcpp/operators/rx-map.hpp>
 #include <rxcpp/operators/rx-tap.hpp>
 
-#include <HalvardSling/JSON.hpp>
-#include <HalvardSling/JSONDictionary.hpp>
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
+#include <HalvardSling/rx/JSON.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinConfigManager/SlingBuild.hpp>

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include <HalvardSling/Observable.hpp>
-#include <HalvardSling/Response.hpp>
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>

@@ -7,7 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 namespace {
 

@@ -5,10 +5,10 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/FakeTransport.hpp>
-#include <HalvardSling/JSON.hpp>
-#include <HalvardSling/Sling.hpp>
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/rx/JSON.hpp>
+#include <HalvardSling/rx/Sling.hpp>
+#include <HalvardSling/testing/FakeTransport.hpp>
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 

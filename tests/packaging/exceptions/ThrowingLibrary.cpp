@@ -1,6 +1,6 @@
 #include "ThrowingLibrary.hpp"
 
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/SlingError.hpp>
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 

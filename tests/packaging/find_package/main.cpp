@@ -2,7 +2,7 @@
 #include <exception>
 #include <memory>
 
-#include <HalvardSling/FakeTransport.hpp>
+#include <HalvardSling/testing/FakeTransport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinProfile/service/Profile.hpp>

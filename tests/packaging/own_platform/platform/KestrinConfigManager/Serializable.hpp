@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include <HalvardSling/JSONDictionary.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 namespace KestrinConfigManager {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <HalvardSling/Observable.hpp>
-#include <HalvardSling/Response.hpp>
-#include <HalvardSling/SlingError.hpp>
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 

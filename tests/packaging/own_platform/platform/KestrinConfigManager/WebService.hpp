@@ -3,8 +3,8 @@
 #include <optional>
 #include <string_view>
 
-#include <HalvardSling/Observable.hpp>
-#include <HalvardSling/Response.hpp>
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/APIParams.hpp>
 
 namespace KestrinConfigManager {

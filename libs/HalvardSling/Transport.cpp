@@ -1,7 +1,0 @@
-#include <HalvardSling/Transport.hpp>
-
-namespace HalvardSling {
-
-Transport::~Transport() = default;
-
-}  // namespace HalvardSling

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/transport/Transport.hpp>
+
+namespace HalvardSling {
+
+/// What a log may know of one transfer that has ended. It holds no header, no body, and of the URL
+/// only the origin and the path with its placeholders unfilled.
+struct TransferLog {
+    TransferID transfer = 0;    ///< what `send` returned
+    std::string method;         ///< of the last request that was sent, after redirects
+    std::string origin;         ///< whom it was sent to, e.g. "https://api.example.com:443"
+    std::string pathTemplate;   ///< `TransportRequest::pathTemplate`
+    std::optional<int> status;  ///< absent where there was no reply
+    std::optional<SlingErrorKind> error;  ///< absent where the transfer ended with a reply
+    std::uint64_t bytesSent = 0;          ///< of the last request's body
+    std::uint64_t bytesReceived = 0;      ///< of the last reply's body, before decoding
+    std::chrono::microseconds waited{0};  ///< for a free place among the transfers in flight
+    Timings timings;                      ///< counted from the end of the wait
+    int redirects = 0;                    ///< how many were followed
+    bool reusedConnection = false;        ///< whether it went over a connection that was there
+    std::string httpVersion;              ///< "1.0", "1.1" or "2"; empty where there was no reply
+};
+
+/// Receives one record for each transfer that ends, cancelled ones included, on the transport's
+/// thread, before the completion and with no lock held. It must neither block nor throw.
+using TransferLogHook = std::function<void(const TransferLog&)>;
+
+/// Sends requests with libcurl, all on one thread of its own that starts with the first request
+/// and sleeps without any wake-up while nothing is open.
+///
+/// Connections are kept and used again; over TLS, HTTP/2 puts the requests for one host onto one
+/// connection. Peers are verified, TLS is 1.2 or later, the proxy and netrc settings of the
+/// environment are ignored. gzip is decoded; a gzip text that ends too early within a whole message
+/// goes unnoticed by libcurl, so what reads the body must notice where it matters.
+///
+/// Beyond the contract of `Transport`:
+///  - Completions are called one after the other on that thread. One that throws ends the program,
+///    like any exception that leaves a thread.
+///  - A request that is not idempotent reaches the service at most once. Any other is sent again
+///    when a kept connection turns out to be closed before a byte of the reply has come.
+///  - Of a reply with an error status no more than `ErrorReply::maxBodyBytes` of the body are read.
+///  - Content-Length, Transfer-Encoding and Expect of a request's headers are not sent: the framing
+///    is the transport's business. The body of a HEAD request is not sent either.
+///  - A redirect is followed by GET after 303, and after 301 and 302 where the method was POST,
+///    otherwise by the same method and body. To another origin only GET and HEAD follow, with none
+///    but the headers that `TransportRequest::maxRedirects` names; never from https to http.
+///  - It may be destroyed from inside a completion: the open transfers still end with `cancelled`,
+///    on its thread, which then ends by itself; the exit of the process waits for that.
+class CurlTransport final : public Transport {
+  public:
+    struct Options {
+        /// How many transfers are in flight at most; the others wait in the order they came.
+        std::size_t maxInFlight = 64;
+        /// A file of certificates (PEM) to trust instead of the system's; empty: the system's.
+        std::string caBundleFile{};
+        /// The proxy to use, e.g. "http://proxy.example:3128"; empty: none.
+        std::string proxy{};
+        /// What "User-Agent" says where a request does not; empty: nothing is sent.
+        std::string userAgent = defaultUserAgent();
+        /// Told of every transfer that ends; empty: nobody is.
+        TransferLogHook log{};
+    };
+
+    /// @throws std::system_error, std::runtime_error, std::bad_alloc where the process has no file
+    /// or
+    ///         no memory left for it, or libcurl cannot be set up
+    CurlTransport();
+    explicit CurlTransport(Options options);
+    ~CurlTransport() override;
+
+    TransferID send(CheckedRequest request, TransportCompletion completion) override;
+    void cancel(TransferID transfer) noexcept override;
+
+    /// Ends without a word, for the exit of a process: aborts what is open, begins no completion
+    /// any more, neither of an open transfer nor of a later one, and waits for the one that is
+    /// running, unless called from inside it.
+    void abandon() noexcept;
+
+    /// "KestrinProfile/" and the version.
+    [[nodiscard]] static std::string defaultUserAgent();
+
+  private:
+    class Loop;
+
+    std::shared_ptr<Loop> loop_;
+};
+
+}  // namespace HalvardSling

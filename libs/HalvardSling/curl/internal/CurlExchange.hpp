@@ -1,0 +1,125 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include <curl/curl.h>
+
+#include <HalvardSling/curl/CurlTransport.hpp>
+#include <HalvardSling/curl/internal/CurlHandle.hpp>
+#include <HalvardSling/curl/internal/CurlHeaderLines.hpp>
+#include <HalvardSling/transport/Transport.hpp>
+
+namespace HalvardSling {
+
+class CurlOptions;
+
+/// Sends requests to one origin, one after the other, with one of libcurl's easy handles, and takes
+/// in what comes back: the part of `CurlTransport` that knows what libcurl is told of a request,
+/// and its error codes. Used on one thread.
+class CurlExchange {
+  public:
+    /// @param handle     may hold none of libcurl's; then every request is refused
+    /// @param userAgent  what "User-Agent" says where a request does not; empty: nothing is sent.
+    ///                   Referred to.
+    CurlExchange(CurlHandle handle, std::string_view userAgent);
+    CurlExchange(const CurlExchange&) = delete;
+    CurlExchange(CurlExchange&&) = delete;
+    CurlExchange& operator=(const CurlExchange&) = delete;
+    CurlExchange& operator=(CurlExchange&&) = delete;
+    ~CurlExchange() = default;
+
+    struct Span {
+        std::chrono::steady_clock::time_point started;
+        std::chrono::steady_clock::time_point deadline;
+    };
+
+    /// See `CurlHandle::origin`.
+    [[nodiscard]] const std::string& origin() const noexcept { return handle_.origin(); }
+
+    /// libcurl's handle; null where there is none.
+    [[nodiscard]] CURL* easy() const noexcept { return handle_.easy(); }
+
+    /// Makes the handle ready for a request. Whatever differs between two requests is set. The
+    /// exchange is new, or cleared.
+    /// @param request   one to the handle's origin; kept until the exchange is over
+    /// @param span      when the transfer began and when it gives up
+    /// @param transfer  what `transferOf` tells of this handle
+    /// @return why the request cannot be sent, or absent
+    [[nodiscard]] std::optional<SlingError> prepare(CheckedRequest request, Span span,
+                                                    TransferID transfer);
+
+    /// The transfer that an exchange's handle is busy with.
+    [[nodiscard]] static TransferID transferOf(CURL* easy);
+
+    /// The outcome, once libcurl is done with the handle. Called once.
+    /// @param code  libcurl's result
+    [[nodiscard]] TransportResult result(CURLcode code);
+
+    // libcurl 7.88.1 does not see by itself that it has read more over an HTTP/2 connection than it
+    // has handed out, where a reply that filled its buffer had held it up.
+
+    /// Whether it may have more in hand: since the last call it handed out a piece of a reply that
+    /// was large enough for that.
+    [[nodiscard]] bool mayHaveMore() noexcept { return std::exchange(hasMore_, false); }
+
+    /// Whether libcurl may have more in hand for the others, now that this one has left the
+    /// connection.
+    /// @param isWhole  whether it left because its reply was whole
+    [[nodiscard]] bool leavesMore(bool isWhole) const;
+
+    /// Has libcurl go on with the reply although nothing more has come.
+    void readOn() const noexcept;
+
+    /// Fills in what a log may know of the request that was sent last.
+    void describe(TransferLog& log) const;
+
+    /// Lets go of the request that is over.
+    void clear();
+
+  private:
+    static std::size_t onHeader(char* data, std::size_t, std::size_t size, void* self);
+    static std::size_t onBody(char* data, std::size_t, std::size_t size, void* self);
+    static int onSend(void* self, char*, char*, int, int);
+
+    void setCallbacks(CurlOptions& set);
+    void setRequest(CurlOptions& set);
+
+    /// Only between `prepare` and `clear`.
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access)
+    [[nodiscard]] const TransportRequest& current() const noexcept { return **request_; }
+    [[nodiscard]] bool takeHeaderLine(std::string_view line);
+    void takeField(std::string_view line);
+    [[nodiscard]] bool takeBody(std::string_view data);
+    [[nodiscard]] bool sharesConnection() const;
+    [[nodiscard]] bool hasFilledBuffer() const;
+    [[nodiscard]] Timings timings() const;
+    [[nodiscard]] SlingErrorKind kindOf(CURLcode code) const;
+    [[nodiscard]] SlingError failure(CURLcode code) const;
+
+    std::string_view userAgent_;
+    CurlHeaderLines headerLines_;
+
+    // Of the request that was sent last:
+    std::optional<CheckedRequest> request_;
+    TransferID transfer_ = 0;
+    std::chrono::steady_clock::time_point deadline_;
+    std::chrono::microseconds offset_{0};  ///< from the start of the transfer to this request
+
+    enum class Reading { statusLine, fields, body };
+    Reading reading_ = Reading::statusLine;
+    bool begun_ = false;     ///< whether the request was handed to a connection
+    bool tooLarge_ = false;  ///< whether the reply broke a cap
+    bool cut_ = false;       ///< whether the rest of an error's body was left unread
+    bool hasMore_ = false;   ///< see `mayHaveMore`
+    std::size_t headerBytes_ = 0;
+    ResponseParts parts_;
+
+    CurlHandle handle_;  // goes first, for it refers to the others
+};
+
+}  // namespace HalvardSling

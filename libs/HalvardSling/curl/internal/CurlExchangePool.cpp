@@ -1,0 +1,29 @@
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include <HalvardSling/curl/internal/CurlExchangePool.hpp>
+#include <HalvardSling/curl/internal/CurlHandle.hpp>
+#include <HalvardSling/http/URL.hpp>
+
+namespace HalvardSling {
+
+std::unique_ptr<CurlExchange> CurlExchangePool::take(std::string_view url) {
+    const std::string_view origin = writtenOriginOf(url);
+    const auto found =
+        std::ranges::find_if(waiting_.rbegin(), waiting_.rend(),
+                             [origin](const auto& each) { return each->origin() == origin; });
+    if (found == waiting_.rend())
+        return std::make_unique<CurlExchange>(CurlHandle(origin, options_), options_.userAgent);
+    auto exchange = std::move(*found);
+    waiting_.erase(std::next(found).base());
+    return exchange;
+}
+
+void CurlExchangePool::keep(std::unique_ptr<CurlExchange> exchange) {
+    if (waiting_.size() >= kept_) waiting_.erase(waiting_.begin());
+    exchange->clear();
+    waiting_.push_back(std::move(exchange));
+}
+
+}  // namespace HalvardSling

@@ -1,0 +1,67 @@
+#include <HalvardSling/curl/internal/CurlHandle.hpp>
+#include <HalvardSling/curl/internal/CurlOptions.hpp>
+#include <HalvardSling/http/URL.hpp>
+
+namespace HalvardSling {
+
+namespace {
+
+void setSafety(CurlOptions& set, bool isSecure, const CurlTransport::Options& options) {
+    set(CURLOPT_PROTOCOLS_STR, isSecure ? "https" : "http");
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PATH_AS_IS, 1L);
+    set(CURLOPT_HTTP09_ALLOWED, 0L);
+    set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    if (!options.caBundleFile.empty()) {
+        set(CURLOPT_CAINFO, options.caBundleFile.c_str());
+        set.ifAvailable(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    }
+    // An empty text, unlike none at all, keeps libcurl from asking the environment.
+    set(CURLOPT_PROXY, options.proxy.c_str());
+    set(CURLOPT_NOPROXY, "");
+    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+}
+
+void setConnection(CurlOptions& set, bool isSecure) {
+    set(CURLOPT_NOSIGNAL, 1L);
+    set.ifAvailable(CURLOPT_BUFFERSIZE, static_cast<long>(CurlHandle::receiveBufferBytes));
+    // Without it, aborting a transfer would wait for the system's name lookup.
+    set.ifAvailable(CURLOPT_QUICK_EXIT, 1L);
+    set.ifAvailable(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    // Wait for a connection that is being made: HTTP/2 may put this request onto it. In cleartext,
+    // where that cannot be, libcurl would wait for the connection's first reply.
+    set.ifAvailable(CURLOPT_PIPEWAIT, isSecure ? 1L : 0L);
+    set.ifAvailable(CURLOPT_ACCEPT_ENCODING, "gzip");
+}
+
+}  // namespace
+
+CurlHandle::CurlHandle(std::string_view origin, const CurlTransport::Options& options)
+    : origin_(origin),
+      // A proxy is asked for the whole URL where the request is not tunnelled through it.
+      takesWholeURL_(!options.proxy.empty()),
+      parts_(curl_url()),
+      easy_(curl_easy_init()) {
+    const bool isSecure = !Headers::sameName(origin.substr(0, origin.find(':')), "http");
+    CurlOptions set(easy_.get());
+    setSafety(set, isSecure, options);
+    setConnection(set, isSecure);
+    if (!takesWholeURL_) set(CURLOPT_CURLU, parts_.get());
+    const auto parsed =
+        curl_url_set(parts_.get(), CURLUPART_URL,
+                     escapedForRequestLine(std::string(origin)).c_str(), CURLU_DISALLOW_USER);
+    if (parsed != CURLUE_OK || set.result() != CURLE_OK) easy_.reset();
+}
+
+void CurlHandle::setURL(CurlOptions& set, std::string_view url) const {
+    if (takesWholeURL_)
+        set(CURLOPT_URL, escapedForRequestLine(std::string(url)).c_str());
+    else
+        set(CURLOPT_REQUEST_TARGET, requestTargetOf(url).c_str());
+}
+
+}  // namespace HalvardSling

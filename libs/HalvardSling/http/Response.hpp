@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <HalvardSling/http/Headers.hpp>
+
+namespace HalvardSling {
+
+/// How long the stages of a transfer took, each counted from its start. A stage that did not take
+/// place (a connection that was reused, no TLS) is zero.
+struct Timings {
+    std::chrono::microseconds nameLookup{0};
+    std::chrono::microseconds connect{0};
+    std::chrono::microseconds tlsHandshake{0};
+    std::chrono::microseconds firstByte{0};
+    std::chrono::microseconds total{0};
+};
+
+/// What a reply consists of; the input of `Response`.
+struct ResponseParts {
+    int status = 0;            ///< the status code, e.g. 200
+    Headers headers;           ///< the header fields of the final reply
+    std::string body;          ///< the body, after content decoding (gzip)
+    std::string effectiveURL;  ///< the URL that was answered, after redirects
+    Timings timings;
+};
+
+/// The reply to one request. An immutable value: copies share one body and may be read from any
+/// number of threads.
+class Response {
+  public:
+    explicit Response(ResponseParts parts);
+
+    [[nodiscard]] int status() const noexcept { return parts_->status; }
+    [[nodiscard]] const Headers& headers() const noexcept { return parts_->headers; }
+    [[nodiscard]] std::string_view body() const noexcept { return parts_->body; }
+    [[nodiscard]] const std::string& effectiveURL() const noexcept { return parts_->effectiveURL; }
+    [[nodiscard]] const Timings& timings() const noexcept { return parts_->timings; }
+
+    /// The body as a shared text, for a reader that keeps views into it without a copy.
+    [[nodiscard]] std::shared_ptr<const std::string> sharedBody() const noexcept;
+
+  private:
+    std::shared_ptr<const ResponseParts> parts_;
+};
+
+}  // namespace HalvardSling

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <HalvardSling/http/Headers.hpp>
+
+namespace HalvardSling {
+
+/// Why a request failed. The order is not part of the interface.
+enum class SlingErrorKind {
+    /// The service answered with a status of 400 or above. Look at `statusCode()`: 401 and 403 ask
+    /// for a new bind, 404 and 422 for other input, 429 and 5xx may be tried again later.
+    httpStatus,
+    /// No connection to the host could be made. Nothing was sent; it may be tried again.
+    cannotConnect,
+    /// The host's name could not be resolved: the device is offline, or the configuration names a
+    /// wrong host. Nothing was sent; it may be tried again.
+    nameNotResolved,
+    /// The TLS handshake or the check of the peer's certificate failed. Do not try again blindly:
+    /// somebody may be in between, or the device's clock or trust store is wrong.
+    tls,
+    /// Connecting took longer than the request's connect timeout. Nothing was sent.
+    connectTimeout,
+    /// The whole request took longer than its total timeout. It may have taken effect: read the
+    /// state before repeating a change.
+    totalTimeout,
+    /// The connection was lost after the request had begun and before the reply was whole. It may
+    /// have taken effect: read the state before repeating a change.
+    connectionLost,
+    /// The reply's headers or its decoded body exceed the request's caps. Ask for less, or raise
+    /// the cap in the configuration.
+    tooLarge,
+    /// The URL is not one that may be sent (see URL.hpp), or cleartext is not allowed for its
+    /// host. A mistake in the configuration or in an identifier; nothing was sent.
+    malformedURL,
+    /// A header's name or value holds a character that no header may carry. Nothing was sent; the
+    /// value is never shown.
+    forbiddenHeader,
+    /// The reply is not what was agreed: broken HTTP or content coding, not JSON, or JSON whose
+    /// top is not an object. A fault of the service, or of something between.
+    malformedReply,
+    /// More redirects than the service allows, or one to a place that may not be followed.
+    redirect,
+    /// The transport was shut down while the request was on its way.
+    cancelled,
+};
+
+/// The name of a kind, e.g. "connectTimeout".
+[[nodiscard]] std::string_view name(SlingErrorKind kind) noexcept;
+
+/// What the service sent with an error status, for diagnosis; bounded.
+struct ErrorReply {
+    /// At most this much of the body is kept.
+    static constexpr std::size_t maxBodyBytes = std::size_t{64} * 1024;
+
+    Headers headers;
+    std::string body;  ///< cut to `maxBodyBytes`
+};
+
+/// The error of the networking library. It arrives through the observable and is never thrown to
+/// the caller of a method. Copies are cheap and share what they hold. Its text never holds a
+/// header's value, a body, or a URL's query.
+class [[gnu::visibility("default")]] SlingError final : public std::exception {
+  public:
+    /// @param kind    why the request failed
+    /// @param detail  one sentence for people: what, where, what to do; no secrets
+    SlingError(SlingErrorKind kind, std::string detail);
+
+    /// An error status.
+    /// @param statusCode  400 or above
+    /// @param origin      scheme, host and port of the service, for the text
+    /// @param reply       what the service sent; cut to `ErrorReply::maxBodyBytes`
+    [[nodiscard]] static SlingError httpStatus(int statusCode, std::string_view origin,
+                                               ErrorReply reply);
+
+    SlingError(const SlingError&) = default;
+    SlingError(SlingError&&) = default;
+    SlingError& operator=(const SlingError&) = default;
+    SlingError& operator=(SlingError&&) = default;
+    ~SlingError() override;
+
+    [[nodiscard]] SlingErrorKind kind() const noexcept;
+
+    /// The reply's status; absent unless `kind()` is `httpStatus`.
+    [[nodiscard]] std::optional<int> statusCode() const noexcept;
+
+    /// What came with the error status; null unless `kind()` is `httpStatus`.
+    [[nodiscard]] const ErrorReply* reply() const noexcept;
+
+    [[nodiscard]] const char* what() const noexcept override;
+
+  private:
+    struct Content;
+    explicit SlingError(std::shared_ptr<const Content> content);
+
+    std::shared_ptr<const Content> content_;
+};
+
+}  // namespace HalvardSling

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/json/JSONDictionary.hpp>
+#include <HalvardSling/rx/Observable.hpp>
+
+namespace HalvardSling {
+
+/// Decodes the body of each response into a JSON dictionary.
+///
+/// Fails with `SlingErrorKind::malformedReply` where the body is not JSON (RFC 8259) or its top is
+/// not an object; the error's text says at which line and column, and never quotes the body. Errors
+/// of the source pass through unchanged. The dictionary keeps the response's body and reads from
+/// it without a copy.
+[[nodiscard]] Observable<JSONDictionary> json(const Observable<Response>& responses);
+
+}  // namespace HalvardSling

@@ -1,0 +1,83 @@
+#include <exception>
+#include <string>
+#include <utility>
+
+#include <HalvardSling/http/URL.hpp>
+#include <HalvardSling/rx/Sling.hpp>
+
+namespace HalvardSling {
+
+namespace {
+
+constexpr int firstErrorStatus = 400;
+
+SlingError statusError(const Response& response) {
+    const auto origin = originOf(response.effectiveURL());
+    return SlingError::httpStatus(
+        response.status(), origin ? origin->text() : "an unknown origin",
+        {.headers = response.headers(),
+         .body = std::string(response.body().substr(0, ErrorReply::maxBodyBytes))});
+}
+
+/// The process has no file or no thread left for a transport.
+SlingError noTransport(const std::exception& reason) {
+    return {SlingErrorKind::cannotConnect,
+            std::string("no transport could be set up: ") + reason.what()};
+}
+
+void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) {
+    // In a statement of its own: as an argument the error, and the reply in it, would live here as
+    // long as the handler runs.
+    const auto exception = std::make_exception_ptr(std::move(error));
+    subscriber.on_error(exception);
+}
+
+void deliver(const rxcpp::subscriber<Response>& subscriber, TransportResult result) {
+    if (auto* const error = std::get_if<SlingError>(&result))
+        return fail(subscriber, std::move(*error));
+    auto& response = std::get<Response>(result);
+    if (response.status() >= firstErrorStatus) return fail(subscriber, statusError(response));
+    subscriber.on_next(std::move(response));
+    subscriber.on_completed();
+}
+
+void send(const CheckedRequest& request, const std::shared_ptr<Transport>& transport,
+          const rxcpp::subscriber<Response>& subscriber) {
+    const TransferID transfer = transport->send(
+        request,
+        [subscriber](TransportResult result) noexcept { deliver(subscriber, std::move(result)); });
+    // Where the subscription has ended in the meantime this runs at once. It names the transfer and
+    // holds nothing, for whatever it held would live in a cycle with the subscription.
+    subscriber.add([weak = std::weak_ptr(transport), transfer] {
+        if (const auto alive = weak.lock()) alive->cancel(transfer);
+    });
+}
+
+}  // namespace
+
+Sling::Sling(TransportRequest request) : content_(CheckedRequest::of(std::move(request))) {}
+
+Sling::Sling(SlingError problem) : content_(std::move(problem)) {}
+
+const TransportRequest* Sling::request() const noexcept {
+    const auto* const request = std::get_if<CheckedRequest>(&content_);
+    return request != nullptr ? &**request : nullptr;
+}
+
+Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) const {
+    return rxcpp::observable<>::create<Response>(
+        [content = content_,
+         transport = std::move(transport)](const rxcpp::subscriber<Response>& subscriber) {
+            if (const auto* const error = std::get_if<SlingError>(&content))
+                return fail(subscriber, *error);
+            if (!subscriber.is_subscribed()) return;
+            try {
+                send(std::get<CheckedRequest>(content), transport ? transport : defaultTransport(),
+                     subscriber);
+            } catch (const std::exception& error) {
+                fail(subscriber, noTransport(error));
+            }
+        });
+}
+
+}  // namespace HalvardSling

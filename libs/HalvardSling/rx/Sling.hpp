@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <variant>
+
+#include <HalvardSling/rx/Observable.hpp>
+#include <HalvardSling/transport/Transport.hpp>
+
+namespace HalvardSling {
+
+/// One request, ready to be sent any number of times. A value; copies are cheap.
+class Sling {
+  public:
+    /// A request to send. Where it may not be sent (its URL, its method or a header, see URL.hpp)
+    /// it is a request that cannot be made.
+    explicit Sling(TransportRequest request);
+
+    /// A request that cannot be made; its response sequence fails with this error.
+    explicit Sling(SlingError problem);
+
+    /// What would be sent; null where the request cannot be made.
+    [[nodiscard]] const TransportRequest* request() const noexcept;
+
+    /// The response sequence. Cold: each subscription sends the request once, emits one `Response`
+    /// with a status below 400 and completes, or fails with one `SlingError`. A request that cannot
+    /// be made fails in the same way and sends nothing.
+    ///
+    /// Unsubscribing aborts the transfer. Events are delivered on the transport's thread, one
+    /// after the other; a subscriber that blocks there holds up every other transfer. An exception
+    /// that a subscriber lets out of its own functions ends the program, as it would in any thread:
+    /// `std::terminate` is called where it was thrown, and shows its text.
+    ///
+    /// @param transport  who sends; null: the default transport at the time of subscription. The
+    ///                   observable keeps it, a subscription does not: where nobody else does, the
+    ///                   transport is destroyed and the sequence fails with `cancelled`.
+    [[nodiscard]] Observable<Response> responses(std::shared_ptr<Transport> transport = {}) const;
+
+  private:
+    std::variant<CheckedRequest, SlingError> content_;
+};
+
+}  // namespace HalvardSling

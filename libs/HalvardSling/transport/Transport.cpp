@@ -1,0 +1,7 @@
+#include <HalvardSling/transport/Transport.hpp>
+
+namespace HalvardSling {
+
+Transport::~Transport() = default;
+
+}  // namespace HalvardSling

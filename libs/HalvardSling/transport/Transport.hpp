@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <variant>
+
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/http/TransportRequest.hpp>
+
+namespace HalvardSling {
+
+/// The outcome of a transfer: a reply of any status, or the reason why there is none.
+using TransportResult = std::variant<Response, SlingError>;
+using TransportCompletion = std::function<void(TransportResult)>;
+
+/// Names a transfer of one transport. Never used twice.
+using TransferID = std::uint64_t;
+
+/// Sends requests. The default is `CurlTransport`; tests use `FakeTransport`.
+///
+/// Contract, for those who write one:
+///  - `send` and `cancel` may be called from any thread at any time, also from inside a
+///    completion. Neither blocks, and neither throws for anything that goes wrong with the
+///    request: that arrives through the completion.
+///  - The completion is called once, on a thread of the transport's choice; that may be the
+///    caller's, before `send` has returned. No lock is held while it runs. It must not block, for
+///    other transfers may wait behind it. It does not throw.
+///  - After `cancel` the completion is not begun any more; one that is running on another thread
+///    runs to its end. `cancel` aborts the transfer promptly, at whatever stage it is, and does
+///    not wait for it. Cancelling a transfer that has ended does nothing.
+///  - A transport that is destroyed ends every open transfer with `SlingErrorKind::cancelled`. Only
+///    the default transport, at the exit of the process, drops them without a word.
+class Transport {
+  public:
+    Transport() = default;
+    Transport(const Transport&) = delete;
+    Transport(Transport&&) = delete;
+    Transport& operator=(const Transport&) = delete;
+    Transport& operator=(Transport&&) = delete;
+    virtual ~Transport();
+
+    /// Begins a transfer.
+    /// @param request     what to send
+    /// @param completion  called with the outcome, as described above
+    /// @return the transfer's name for `cancel`
+    virtual TransferID send(CheckedRequest request, TransportCompletion completion) = 0;
+
+    /// Aborts a transfer.
+    virtual void cancel(TransferID transfer) noexcept = 0;
+};
+
+/// The transport of every request for which no other is named: a `CurlTransport` that is made on
+/// first use, unless `setDefaultTransport` came before. Any thread.
+///
+/// At the exit of the process it drops its transfers and waits for the completion that runs. That
+/// is after the destructors of static objects that were made after the first use: what completions
+/// need must be made before.
+[[nodiscard]] std::shared_ptr<Transport> defaultTransport();
+
+/// Replaces the default transport for all requests subscribed to from now on; null brings back a
+/// new `CurlTransport` on next use. The former one goes on with its transfers if somebody else
+/// still holds it; otherwise it is destroyed, and they end with `cancelled`. Any thread.
+void setDefaultTransport(std::shared_ptr<Transport> transport);
+
+}  // namespace HalvardSling

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+namespace KestrinInternal {
+
+/// The small letter of an ASCII capital; every other character as it is. Unlike `std::tolower` it
+/// does not depend on the locale.
+[[nodiscard]] constexpr char lowered(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+[[nodiscard]] inline std::string loweredText(std::string_view text) {
+    std::string result(text);
+    std::ranges::transform(result, result.begin(), lowered);
+    return result;
+}
+
+[[nodiscard]] constexpr bool equalsIgnoringCase(std::string_view left,
+                                                std::string_view right) noexcept {
+    return std::ranges::equal(left, right, {}, lowered, lowered);
+}
+
+[[nodiscard]] constexpr bool isDigit(char c) noexcept {
+    return c >= '0' && c <= '9';
+}
+
+[[nodiscard]] constexpr bool isLetter(char c) noexcept {
+    return lowered(c) >= 'a' && lowered(c) <= 'z';
+}
+
+}  // namespace KestrinInternal
