@@ -6,10 +6,12 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include <HalvardSling/rx/Observable.hpp>
+#include <HalvardSling/transport/Transport.hpp>
 
 namespace TestSupport {
 
@@ -31,8 +33,11 @@ class Observed {
             [state = state_] { state->end([&] { ++state->completions; }); });
     }
 
-    /// Waits until the sequence has ended; false where it did not within 20 seconds.
+    /// Waits until the sequence has ended; false if it did not within 20 seconds.
+    /// @throws std::logic_error on a transport's thread, where the end could never come
     [[nodiscard]] bool ended() const {
+        if (HalvardSling::isTransportThread() && !endedAtOnce())
+            throw std::logic_error("a handler on the network thread must not wait for a request");
         std::unique_lock lock(state_->mutex);
         return state_->changed.wait_for(lock, std::chrono::seconds(20),
                                         [&] { return state_->ends > 0; });

@@ -348,6 +348,7 @@ void CurlTransport::Loop::end(Ending ending) noexcept {
 }
 
 void CurlTransport::Loop::run() noexcept {
+    const TransportThreadScope scope;
     blockBrokenPipeSignal();
     while (takeInbox()) {
         expireWaiting();

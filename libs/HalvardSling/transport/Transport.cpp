@@ -1,7 +1,26 @@
+#include <utility>
+
 #include <HalvardSling/transport/Transport.hpp>
 
 namespace HalvardSling {
 
+namespace {
+
+thread_local bool isWithinTransport = false;
+
+}  // namespace
+
 Transport::~Transport() = default;
+
+bool isTransportThread() noexcept {
+    return isWithinTransport;
+}
+
+TransportThreadScope::TransportThreadScope() noexcept
+    : former_(std::exchange(isWithinTransport, true)) {}
+
+TransportThreadScope::~TransportThreadScope() {
+    isWithinTransport = former_;
+}
 
 }  // namespace HalvardSling

@@ -26,7 +26,8 @@ using TransferID = std::uint64_t;
 ///    request: that arrives through the completion.
 ///  - The completion is called once, on a thread of the transport's choice; that may be the
 ///    caller's, before `send` has returned. No lock is held while it runs. It must not block, for
-///    other transfers may wait behind it. It does not throw.
+///    other transfers may wait behind it. It does not throw. A thread that belongs to the transport
+///    says so with a `TransportThreadScope`.
 ///  - After `cancel` the completion is not begun any more; one that is running on another thread
 ///    runs to its end. `cancel` aborts the transfer promptly, at whatever stage it is, and does
 ///    not wait for it. Cancelling a transfer that has ended does nothing.
@@ -49,6 +50,26 @@ class Transport {
 
     /// Aborts a transfer.
     virtual void cancel(TransferID transfer) noexcept = 0;
+};
+
+/// Whether a transport delivers its events on the calling thread. A wait there for another request
+/// never ends: its reply and its time limits come on the same thread. So a function that waits asks
+/// this first, and refuses. Any thread.
+[[nodiscard]] bool isTransportThread() noexcept;
+
+/// Makes the calling thread one of a transport's while this lives. A transport that calls
+/// completions on a thread of its own creates one at the top of that thread.
+class TransportThreadScope {
+  public:
+    TransportThreadScope() noexcept;
+    TransportThreadScope(const TransportThreadScope&) = delete;
+    TransportThreadScope(TransportThreadScope&&) = delete;
+    TransportThreadScope& operator=(const TransportThreadScope&) = delete;
+    TransportThreadScope& operator=(TransportThreadScope&&) = delete;
+    ~TransportThreadScope();
+
+  private:
+    bool former_;
 };
 
 /// The transport of every request for which no other is named: a `CurlTransport` that is made on
