@@ -49,12 +49,6 @@ class URLTemplate {
         std::size_t length;
     };
 
-    /// The token of one slot among all tokens in order.
-    struct Token {
-        std::size_t slot;
-        bool again;  ///< whether it is the same as the one before
-    };
-
     [[nodiscard]] std::string_view token(const Slot& slot) const noexcept {
         return {text_.data() + slot.begin, slot.length};
     }
@@ -64,7 +58,7 @@ class URLTemplate {
     std::string text_;
     std::string path_ = "/";
     std::vector<Slot> slots_;
-    std::vector<Token> tokens_;  ///< of the slots, sorted
+    std::vector<std::size_t> slotsByToken_;  ///< indices of the slots, sorted by their tokens
 };
 
 }  // namespace KestrinConfigManager
