@@ -25,7 +25,7 @@ namespace {
 using Row = std::vector<std::string>;
 
 std::string jsonLine(const JSONDictionary& document) {
-    return printableJSON(document.written());
+    return printableJSON(document.toJSON());
 }
 
 std::string shown(const std::optional<std::string>& text) {

@@ -74,7 +74,7 @@ void Terminal::line(std::string_view text) const {
 }
 
 void Terminal::json(const HalvardSling::JSONDictionary& document) const {
-    line(printableJSON(document.written()));
+    line(printableJSON(document.toJSON()));
 }
 
 void Terminal::redraw(const std::vector<std::string>& lines) const {

@@ -81,7 +81,7 @@ std::string contentOf(const HeldBinds& held) {
     content.setInteger("revision", static_cast<std::int64_t>(held.revision));
     if (held.selectedProfileID) content.setText("selectedProfileID", *held.selectedProfileID);
     content.setDictionaries("binds", binds);
-    return content.written();
+    return content.toJSON();
 }
 
 using Decoded = std::variant<HeldBinds, std::string>;

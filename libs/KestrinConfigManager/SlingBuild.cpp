@@ -106,7 +106,7 @@ struct Body {
 std::optional<Body> bodyOf(const APIParams& params, BodyForm form) {
     if (form == BodyForm::json)
         if (const auto dictionary = params.dictionaryRepresentation())
-            return Body{dictionary->written(), "application/json"};
+            return Body{dictionary->toJSON(), "application/json"};
     if (form == BodyForm::form)
         if (auto text = params.urlEncodedString())
             return Body{*std::move(text), "application/x-www-form-urlencoded"};

@@ -64,7 +64,7 @@ TEST(AnonymousBind, IsAbsentWhereATextIsMissingOrNoText) {
 TEST(AnonymousBind, SurvivesItsArchive) {
     const AnonymousBind bind("pröfile \"1\"", "to\nken");
     EXPECT_EQ(AnonymousBind::fromEncoded(bind.encode()), bind);
-    EXPECT_EQ(AnonymousBind("p", "t").encode().written(), R"({"profileId":"p","token":"t"})");
+    EXPECT_EQ(AnonymousBind("p", "t").encode().toJSON(), R"({"profileId":"p","token":"t"})");
 }
 
 TEST(AnonymousBind, IsNeverSentAsARecord) {

@@ -52,7 +52,7 @@ std::string shown(const AnonymousBind& bind) {
 }
 
 std::string shown(const User& user) {
-    return user.encode().written() + "\n";
+    return user.encode().toJSON() + "\n";
 }
 
 std::string shown(const std::vector<User>& users) {
@@ -63,7 +63,7 @@ std::string shown(const std::vector<User>& users) {
 }
 
 std::string shown(const UserProfile& list) {
-    return list.encode().written() + "\n";
+    return list.encode().toJSON() + "\n";
 }
 
 std::string shown(const Response& response) {

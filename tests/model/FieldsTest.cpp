@@ -114,7 +114,7 @@ TEST(FieldWriterTest, WritesPresentFieldsInOrder) {
     write("boolean", std::optional<bool>(false));
     write("flag", true);
     write("date", std::optional<Date>(someDate), DateFormatter::iso8601());
-    EXPECT_EQ(to.written(),
+    EXPECT_EQ(to.toJSON(),
               R"({"text":"a\"b","integer":-9223372036854775808,"boolean":false,"flag":true,)"
               R"("date":"2017-03-09T18:25:43.511Z"})");
 }
@@ -137,7 +137,7 @@ TEST(FieldWriterTest, LeavesNoKeyForAbsentFields) {
     write("integer", integer);
     write("boolean", boolean);
     write("date", date, DateFormatter::iso8601());
-    EXPECT_TRUE(to.empty()) << to.written();
+    EXPECT_TRUE(to.empty()) << to.toJSON();
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ const DateFormatter& iso8601 = DateFormatter::iso8601();
 
 /// The dictionary after a journey as text.
 JSONDictionary sent(const JSONDictionary& original) {
-    return dictionary(original.written());
+    return dictionary(original.toJSON());
 }
 
 /// The entry with the time stamp that a text can carry.

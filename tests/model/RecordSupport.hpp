@@ -23,7 +23,7 @@ inline void PrintTo(const UserProfile& list, std::ostream* out) {
     *out << list.description();
 }
 inline void PrintTo(const User& user, std::ostream* out) {
-    *out << user.encode().written();
+    *out << user.encode().toJSON();
 }
 
 }  // namespace KestrinProfile

@@ -87,7 +87,7 @@ TEST(UserProfileElementTest, KeepsTheWireFormOfAKind) {
     EXPECT_EQ(UserProfileElement("1", Types::collection).type, "COLLECTION");
     EXPECT_EQ(UserProfileElement("1", Types::none).type, "none");
     EXPECT_EQ(UserProfileElement("1", std::nullopt).type, std::nullopt);
-    EXPECT_EQ(UserProfileElement(std::nullopt, Types::none).serialized()->written(),
+    EXPECT_EQ(UserProfileElement(std::nullopt, Types::none).serialized()->toJSON(),
               R"({"type":"none"})");
 }
 
@@ -134,7 +134,7 @@ TEST(UserProfileElementTest, WritesAnOffsetBackInUTC) {
     const auto entry = UserProfileElement::fromJSON(from, iso8601);
     ASSERT_TRUE(entry);
     EXPECT_EQ(entry->autoAddTimestamp, someDate);
-    EXPECT_EQ(entry->encode(iso8601).written(),
+    EXPECT_EQ(entry->encode(iso8601).toJSON(),
               R"({"autoAddTimestamp":"2017-03-09T18:25:43.511Z"})");
 }
 
@@ -153,37 +153,37 @@ TEST(UserProfileElementTest, UsesTheGivenFormatter) {
     const SecondsFormatter formatter;
     const Date date(std::chrono::seconds(1489083943));
     const UserProfileElement entry("1", std::nullopt, std::nullopt, std::nullopt, date);
-    EXPECT_EQ(entry.encode(formatter).written(), R"({"id":"1","autoAddTimestamp":"1489083943"})");
+    EXPECT_EQ(entry.encode(formatter).toJSON(), R"({"id":"1","autoAddTimestamp":"1489083943"})");
     EXPECT_EQ(UserProfileElement::fromJSON(entry.encode(formatter), formatter), entry);
     EXPECT_EQ(UserProfileElement::fromEncoded(entry.encode(formatter), formatter), entry);
 }
 
 TEST(UserProfileElementTest, WritesItsThreeForms) {
     const auto entry = fullEntry();
-    EXPECT_EQ(entry.serialized()->written(), R"({"id":"123","type":"VIDEO"})");
-    EXPECT_EQ(entry.encode().written(),
+    EXPECT_EQ(entry.serialized()->toJSON(), R"({"id":"123","type":"VIDEO"})");
+    EXPECT_EQ(entry.encode().toJSON(),
               R"({"id":"123","type":"VIDEO","progress":10,"isCompleted":false})");
-    EXPECT_EQ(entry.encode(iso8601).written(), fullJSON);
+    EXPECT_EQ(entry.encode(iso8601).toJSON(), fullJSON);
 }
 
 TEST(UserProfileElementTest, LeavesAbsentFieldsOutOfEveryForm) {
     const UserProfileElement nothing;
     ASSERT_TRUE(nothing.serialized());
-    EXPECT_EQ(nothing.serialized()->written(), "{}");
-    EXPECT_EQ(nothing.encode().written(), "{}");
-    EXPECT_EQ(nothing.encode(iso8601).written(), "{}");
+    EXPECT_EQ(nothing.serialized()->toJSON(), "{}");
+    EXPECT_EQ(nothing.encode().toJSON(), "{}");
+    EXPECT_EQ(nothing.encode(iso8601).toJSON(), "{}");
 
     const UserProfileElement watched(std::nullopt, std::nullopt, 0, true);
-    EXPECT_EQ(watched.serialized()->written(), "{}");
-    EXPECT_EQ(watched.encode().written(), R"({"progress":0,"isCompleted":true})");
-    EXPECT_EQ(watched.encode(iso8601).written(), watched.encode().written());
+    EXPECT_EQ(watched.serialized()->toJSON(), "{}");
+    EXPECT_EQ(watched.encode().toJSON(), R"({"progress":0,"isCompleted":true})");
+    EXPECT_EQ(watched.encode(iso8601).toJSON(), watched.encode().toJSON());
 }
 
 TEST(UserProfileElementTest, CarriesAllOf64Bits) {
     for (const auto progress :
          {std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()}) {
         const UserProfileElement entry("1", Types::video, progress);
-        EXPECT_EQ(UserProfileElement::fromEncoded(dictionary(entry.encode().written())), entry);
+        EXPECT_EQ(UserProfileElement::fromEncoded(dictionary(entry.encode().toJSON())), entry);
     }
 }
 

@@ -72,7 +72,7 @@ TEST(UserProfileTest, ReadsAnEntryWhateverIsInIt) {
 TEST(UserProfileTest, AnEmptyListIsPresent) {
     const auto list = listOf(R"({"elements": []})");
     EXPECT_THAT(list.elements, Optional(IsEmpty()));
-    EXPECT_EQ(list.encode().written(), R"({"elements":[]})");
+    EXPECT_EQ(list.encode().toJSON(), R"({"elements":[]})");
 }
 
 TEST(UserProfileTest, OneItemThatIsNoObjectDropsTheWholeList) {
@@ -82,7 +82,7 @@ TEST(UserProfileTest, OneItemThatIsNoObjectDropsTheWholeList) {
         const auto list =
             listOf(R"({"id": "h1", "elements": )" + std::string(elements) + R"(, "maxSize": 5})");
         EXPECT_EQ(list.elements, std::nullopt) << elements;
-        EXPECT_EQ(list.encode().written(), R"({"id":"h1","maxSize":5})");
+        EXPECT_EQ(list.encode().toJSON(), R"({"id":"h1","maxSize":5})");
     }
 }
 
@@ -96,15 +96,15 @@ TEST(UserProfileTest, LeavesOutWhatHasTheWrongKind) {
 
 TEST(UserProfileTest, ArchivesWithTimestamps) {
     const auto list = listOf(fullJSON);
-    EXPECT_EQ(list.encode().written(), fullJSON);
+    EXPECT_EQ(list.encode().toJSON(), fullJSON);
     EXPECT_EQ(UserProfile::fromEncoded(list.encode()), list);
     EXPECT_EQ(UserProfile::fromEncoded(list.encode())->elements->front().autoAddTimestamp,
               someDate);
 }
 
 TEST(UserProfileTest, ArchivesNoKeyForAbsentFields) {
-    EXPECT_EQ(UserProfile::fromJSON({})->encode().written(), "{}");
-    EXPECT_EQ(listOf(R"({"maxSize": -1})").encode().written(), R"({"maxSize":-1})");
+    EXPECT_EQ(UserProfile::fromJSON({})->encode().toJSON(), "{}");
+    EXPECT_EQ(listOf(R"({"maxSize": -1})").encode().toJSON(), R"({"maxSize":-1})");
 }
 
 TEST(UserProfileTest, IsNeverSentAsAWhole) {

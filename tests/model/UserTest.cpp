@@ -106,21 +106,21 @@ TEST(UserTest, OneWrongFieldLeavesTheOthers) {
 }
 
 TEST(UserTest, WritesItsTwoForms) {
-    EXPECT_EQ(fullUser().serialized()->written(),
+    EXPECT_EQ(fullUser().serialized()->toJSON(),
               R"({"username":"Ada","avatar":"owl","group":"kids","default":true})");
     EXPECT_EQ(
-        fullUser().encode().written(),
+        fullUser().encode().toJSON(),
         R"({"profileId":"p1","username":"Ada","avatar":"owl","group":"kids","default":true})");
 }
 
 TEST(UserTest, LeavesAbsentTextsOutOfBothForms) {
     const User user("p1", "Ada", std::nullopt, std::nullopt, true);
-    EXPECT_EQ(user.serialized()->written(), R"({"username":"Ada","default":true})");
-    EXPECT_EQ(user.encode().written(), R"({"profileId":"p1","username":"Ada","default":true})");
+    EXPECT_EQ(user.serialized()->toJSON(), R"({"username":"Ada","default":true})");
+    EXPECT_EQ(user.encode().toJSON(), R"({"profileId":"p1","username":"Ada","default":true})");
 
     const User nobody = *User::fromJSON({});
-    EXPECT_EQ(nobody.serialized()->written(), R"({"default":false})");
-    EXPECT_EQ(nobody.encode().written(), R"({"default":false})");
+    EXPECT_EQ(nobody.serialized()->toJSON(), R"({"default":false})");
+    EXPECT_EQ(nobody.encode().toJSON(), R"({"default":false})");
 }
 
 TEST(UserTest, OnlyTheArchiveKeepsTheIdentifier) {

@@ -18,7 +18,7 @@
 namespace KestrinConfigManager {
 
 inline void PrintTo(const AnonymousBind& bind, std::ostream* out) {
-    *out << bind.encode().written();
+    *out << bind.encode().toJSON();
 }
 
 }  // namespace KestrinConfigManager
@@ -55,7 +55,7 @@ inline std::string nameOf(std::optional<KestrinProfile::ProfileOperation> operat
 /// A body as text; "absent" where there is none.
 inline std::string bodyText(const KestrinConfigManager::APIParams& params) {
     const auto body = params.dictionaryRepresentation();
-    return body ? body->written() : "absent";
+    return body ? body->toJSON() : "absent";
 }
 
 /// A shared configuration manager that is configured with the brand "acme", has "parent" for the

@@ -662,7 +662,7 @@ void JSONDictionary::setTexts(std::string_view key, const std::vector<std::strin
     endMember(document);
 }
 
-std::string JSONDictionary::written() const {
+std::string JSONDictionary::toJSON() const {
     std::string out;
     write(out, document(), node_);
     return out;

@@ -108,7 +108,7 @@ class JSONDictionary {
 
     /// The dictionary as compact JSON text, keys in their order. Texts are written as they are;
     /// only what JSON requires is escaped.
-    [[nodiscard]] std::string written() const;
+    [[nodiscard]] std::string toJSON() const;
 
     /// Equal when both hold the same keys with equal values, whatever the order of the keys. An
     /// integer never equals another kind of number.

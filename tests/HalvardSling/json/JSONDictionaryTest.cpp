@@ -158,7 +158,7 @@ TEST(JSONDictionary, AnEmptyOneHasNoKeys) {
     const JSONDictionary empty;
     EXPECT_TRUE(empty.empty());
     EXPECT_THAT(empty.keys(), IsEmpty());
-    EXPECT_EQ(empty.written(), "{}");
+    EXPECT_EQ(empty.toJSON(), "{}");
     EXPECT_EQ(empty, parsed(" { } "));
 }
 
@@ -171,7 +171,7 @@ TEST(JSONDictionary, IsBuiltAndWrittenInOrder) {
     outer.setDictionary("d", inner);
     outer.setDictionaries("l", {inner, {}, inner});
     outer.setTexts("s", {"p", "q"});
-    EXPECT_EQ(outer.written(),
+    EXPECT_EQ(outer.toJSON(),
               R"({"t":"x","b":false,"d":{"n":-5},"l":[{"n":-5},{},{"n":-5}],"s":["p","q"]})");
     EXPECT_EQ(outer.dictionaries("l")->size(), 3U);
     EXPECT_EQ(outer.dictionary("d")->integer("n"), -5);
@@ -181,7 +181,7 @@ TEST(JSONDictionary, IsBuiltAndWrittenInOrder) {
 TEST(JSONDictionary, SettingAKeyAgainReplacesItsValue) {
     JSONDictionary dictionary = parsed(R"({"a":{"deep":[1,{"x":2}]},"b":1,"a":"twice"})");
     dictionary.setText("a", "new");
-    EXPECT_EQ(dictionary.written(), R"({"b":1,"a":"new"})");
+    EXPECT_EQ(dictionary.toJSON(), R"({"b":1,"a":"new"})");
     EXPECT_EQ(dictionary.size(), 2U);
 }
 
@@ -189,7 +189,7 @@ TEST(JSONDictionary, RemovingAKeyLeavesTheOthers) {
     JSONDictionary dictionary = parsed(R"({"a":[{"x":1},{"y":[2]}],"b":{"z":3},"c":"t"})");
     dictionary.remove("a");
     dictionary.remove("missing");
-    EXPECT_EQ(dictionary.written(), R"({"b":{"z":3},"c":"t"})");
+    EXPECT_EQ(dictionary.toJSON(), R"({"b":{"z":3},"c":"t"})");
     dictionary.remove("c");
     dictionary.remove("b");
     EXPECT_EQ(dictionary, JSONDictionary());
@@ -209,7 +209,7 @@ TEST(JSONDictionary, CanHoldItself) {
     JSONDictionary dictionary;
     dictionary.setText("a", "b");
     dictionary.setDictionary("self", dictionary);
-    EXPECT_EQ(dictionary.written(), R"({"a":"b","self":{"a":"b"}})");
+    EXPECT_EQ(dictionary.toJSON(), R"({"a":"b","self":{"a":"b"}})");
 }
 
 TEST(JSONDictionary, CanBeAssignedToItself) {
@@ -225,19 +225,19 @@ TEST(JSONDictionary, EscapesWhatJSONRequiresAndNothingElse) {
         all += static_cast<char>(c);
     all += "\u00e9/<>\U0001F600";
     dictionary.setText("a", all);
-    EXPECT_THAT(dictionary.written(), HasSubstr("\u00e9/<>\U0001F600"));
-    EXPECT_THAT(dictionary.written(), HasSubstr(R"(\u0000\u0001)"));
-    EXPECT_THAT(dictionary.written(), HasSubstr(R"(\b\t\n\u000b\f\r)"));
-    EXPECT_EQ(nlohmann::json::parse(dictionary.written())["a"], all);
-    EXPECT_EQ(parsed(dictionary.written()).text("a"), all);
+    EXPECT_THAT(dictionary.toJSON(), HasSubstr("\u00e9/<>\U0001F600"));
+    EXPECT_THAT(dictionary.toJSON(), HasSubstr(R"(\u0000\u0001)"));
+    EXPECT_THAT(dictionary.toJSON(), HasSubstr(R"(\b\t\n\u000b\f\r)"));
+    EXPECT_EQ(nlohmann::json::parse(dictionary.toJSON())["a"], all);
+    EXPECT_EQ(parsed(dictionary.toJSON()).text("a"), all);
 }
 
 TEST(JSONDictionary, WritesEveryNumberSoThatItIsReadBackTheSame) {
     const auto dictionary = parsed(
         R"({"i":-9223372036854775808,"u":18446744073709551615,"d":0.1,"s":5e-324,"b":1.7976931348623157e308,"n":null,"w":3.0})");
-    EXPECT_EQ(parsed(dictionary.written()).written(), dictionary.written());
-    EXPECT_EQ(nlohmann::json::parse(dictionary.written())["d"], 0.1);
-    EXPECT_EQ(nlohmann::json::parse(dictionary.written())["u"], 18446744073709551615ULL);
+    EXPECT_EQ(parsed(dictionary.toJSON()).toJSON(), dictionary.toJSON());
+    EXPECT_EQ(nlohmann::json::parse(dictionary.toJSON())["d"], 0.1);
+    EXPECT_EQ(nlohmann::json::parse(dictionary.toJSON())["u"], 18446744073709551615ULL);
 }
 
 TEST(JSONDictionary, EqualityLooksAtKeysAndValuesNotAtTheirOrder) {
