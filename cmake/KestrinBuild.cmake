@@ -36,6 +36,25 @@ function(kestrin_include_root name result)
     set(${result} ${root} PARENT_SCOPE)
 endfunction()
 
+# Where installed programs and shared libraries look for the shared libraries beside them: wherever
+# the whole tree is moved to.
+if(NOT DEFINED CMAKE_INSTALL_RPATH)
+    file(RELATIVE_PATH from_programs ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    if(APPLE)
+        set(CMAKE_INSTALL_RPATH @loader_path @loader_path/${from_programs})
+    else()
+        set(CMAKE_INSTALL_RPATH $ORIGIN $ORIGIN/${from_programs})
+    endif()
+    set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
+endif()
+
+# A library that may be shared. Before 1.0 a minor version may change the binary interface.
+function(kestrin_version_library name)
+    set_target_properties(
+        ${name} PROPERTIES VERSION ${PROJECT_VERSION}
+                           SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+endfunction()
+
 # kestrin_add_library(<name> SOURCES … LINK … [PRIVATE_LINK …])
 # A library of libs/: target <name>, alias <name>::<name>, include root libs/, installed with its
 # headers.
@@ -43,11 +62,16 @@ function(kestrin_add_library name)
     cmake_parse_arguments(arg "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
     add_library(${name} ${arg_SOURCES})
     add_library(${name}::${name} ALIAS ${name})
+    kestrin_version_library(${name})
     target_compile_features(${name} PUBLIC cxx_std_20)
     kestrin_include_root(${name} root)
     target_include_directories(
         ${name} PUBLIC $<BUILD_INTERFACE:${root}>
                        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    if(BUILD_SHARED_LIBS)
+        # Linked once and for all: nobody who uses the installed library has to find these.
+        list(TRANSFORM arg_PRIVATE_LINK REPLACE "(.+)" "$<BUILD_INTERFACE:\\1>")
+    endif()
     target_link_libraries(${name} PUBLIC ${arg_LINK}
                                   PRIVATE $<BUILD_INTERFACE:kestrin_warnings>
                                           $<BUILD_INTERFACE:kestrin_internal> ${arg_PRIVATE_LINK})
