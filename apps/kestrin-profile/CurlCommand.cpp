@@ -71,11 +71,11 @@ void addHeaders(Words& words, const TransportRequest& request) {
 
 void addRules(Words& words, const TransportRequest& request) {
     words.insert(words.end(), {"--globoff", "--path-as-is", "--compressed", "--noproxy", "'*'",
-                               "--connect-timeout", seconds(request.connectTimeout), "--max-time",
-                               seconds(request.totalTimeout)});
-    if (request.maxRedirects > 0)
+                               "--connect-timeout", seconds(request.policy.connectTimeout),
+                               "--max-time", seconds(request.policy.totalTimeout)});
+    if (request.policy.maxRedirects > 0)
         words.insert(words.end(),
-                     {"--location", "--max-redirs", std::to_string(request.maxRedirects)});
+                     {"--location", "--max-redirs", std::to_string(request.policy.maxRedirects)});
 }
 
 }  // namespace

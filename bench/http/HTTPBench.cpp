@@ -100,7 +100,7 @@ void oursUndecoded(State& state, const std::string& url, Work work) {
     const HistoryService service(url);
     HalvardSling::TransportRequest request;
     request.url = url;
-    request.allowsCleartext = true;
+    request.policy.allowsCleartext = true;
     const auto responses = HalvardSling::Sling(request).responses();
     const auto start = [&](const InFlight::Done& done) {
         responses.subscribe(

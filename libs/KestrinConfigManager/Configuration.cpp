@@ -355,20 +355,20 @@ template <class Target>
 constexpr Key<Target> connectTimeoutKey{
     "connectTimeoutMilliseconds",
     Integer<Target>{1, longestTimeout, [](Target& target, std::int64_t value) {
-                        serviceOf(target).connectTimeout = std::chrono::milliseconds(value);
+                        serviceOf(target).policy.connectTimeout = std::chrono::milliseconds(value);
                     }}};
 
 template <class Target>
 constexpr Key<Target> totalTimeoutKey{
     "totalTimeoutMilliseconds",
     Integer<Target>{1, longestTimeout, [](Target& target, std::int64_t value) {
-                        serviceOf(target).totalTimeout = std::chrono::milliseconds(value);
+                        serviceOf(target).policy.totalTimeout = std::chrono::milliseconds(value);
                     }}};
 
 template <class Target>
 constexpr Key<Target> maxBodyKey{
     "maxBodyBytes", Integer<Target>{1, largestBody, [](Target& target, std::int64_t value) {
-                                        serviceOf(target).maxBodyBytes =
+                                        serviceOf(target).policy.maxBodyBytes =
                                             static_cast<std::size_t>(value);
                                     }}};
 
@@ -412,7 +412,7 @@ Refusal storeURL(Service& target, std::string_view text) {
     if (!origin) return notAURL();
     if (auto refusal = cleartextRefusal(*origin, target.top)) return refusal;
 
-    target.service.allowsCleartext = origin->scheme == "http";
+    target.service.policy.allowsCleartext = origin->scheme == "http";
     target.service.url = std::move(url);
     return std::nullopt;
 }
@@ -463,7 +463,8 @@ constexpr std::array<Key<Service>, 10> serviceKeys{{
     maxBodyKey<Service>,
     {"maxRedirects", Integer<Service>{0, 20,
                                       [](Service& target, std::int64_t value) {
-                                          target.service.maxRedirects = static_cast<int>(value);
+                                          target.service.policy.maxRedirects =
+                                              static_cast<int>(value);
                                       }}},
     {"enabled", Flag<Service>{[](Service& target, bool value) { target.service.enabled = value; }}},
 }};

@@ -124,12 +124,8 @@ HalvardSling::Sling build(const APIParams& params, const WebService& service) {
         setDefault(request.headers, "Content-Type", body->type);
         request.body = std::make_shared<const std::string>(std::move(body->text));
     }
-    request.connectTimeout = service.connectTimeout;
-    request.totalTimeout = service.totalTimeout;
-    request.maxRedirects = service.maxRedirects;
-    request.allowsCleartext = service.allowsCleartext;
+    request.policy = service.policy;
     request.sendsUserAgent = !params.removeUserAgent();
-    request.maxBodyBytes = service.maxBodyBytes;
     request.pathTemplate = service.url.path();
 
     HalvardSling::Sling sling(std::move(request));

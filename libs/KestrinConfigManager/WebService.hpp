@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -9,6 +8,7 @@
 #include <string_view>
 
 #include <HalvardSling/http/Headers.hpp>
+#include <HalvardSling/http/RequestPolicy.hpp>
 #include <HalvardSling/http/Response.hpp>
 #include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/APIParams.hpp>
@@ -36,11 +36,7 @@ struct WebService {
     HalvardSling::Headers headers;  ///< sent with every request of this service
     TextMap query;                  ///< appended to every URL of this service, not yet encoded
 
-    std::chrono::milliseconds connectTimeout = std::chrono::seconds(10);
-    std::chrono::milliseconds totalTimeout = std::chrono::seconds(30);
-    std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
-    int maxRedirects = 0;          ///< 0: redirects are not followed
-    bool allowsCleartext = false;  ///< whether the URL may have the scheme "http"
+    HalvardSling::RequestPolicy policy;
     /// Whether values with `?`, `#` or `/` are refused, except where they are percent-encoded.
     bool strictIdentifiers = false;
     bool enabled = true;

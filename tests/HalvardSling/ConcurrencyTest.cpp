@@ -114,7 +114,7 @@ TEST(Concurrency, TimeSpentWaitingCounts) {
     auto request = requestTo(server.url("/waits"));
     const auto start = std::chrono::steady_clock::now();
     for (const auto time : {300ms, 100ms, 200ms}) {
-        request.totalTimeout = time;
+        request.policy.totalTimeout = time;
         const Responses waiting = sent(request, transport);
         if (time == 200ms) {
             EXPECT_THAT(waiting, FailsWith(SlingErrorKind::totalTimeout));
@@ -134,7 +134,7 @@ TEST(Concurrency, WaitingRequestsTimeOutInTheOrderOfTheirDeadlines) {
     std::condition_variable changed;
     for (const int time : {150, 50, 100}) {
         auto request = requestTo(server.url());
-        request.totalTimeout = std::chrono::milliseconds(time);
+        request.policy.totalTimeout = std::chrono::milliseconds(time);
         transport->send(checked(request), [&, time](const TransportResult&) {
             const std::scoped_lock lock(mutex);
             order.push_back(time);

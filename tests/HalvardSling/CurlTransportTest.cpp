@@ -19,7 +19,7 @@ std::string received(const TransportRequest& request, CurlTransport::Options opt
     const RawServer server(RawServer::answering(httpReply(200, "")));
     TransportRequest there = request;
     there.url = server.url(request.url);
-    there.allowsCleartext = true;
+    there.policy.allowsCleartext = true;
     const Responses responses = sent(there, curlTransport(std::move(options)));
     EXPECT_TRUE(responses.completed());
     const auto requests = server.requests();

@@ -23,7 +23,7 @@ std::string url;
 TransportRequest request() {
     TransportRequest result;
     result.url = url;
-    result.allowsCleartext = true;
+    result.policy.allowsCleartext = true;
     return result;
 }
 

@@ -117,7 +117,7 @@ class HTTP2OrderTest : public testing::Test {
     [[nodiscard]] TransportRequest request() const {
         TransportRequest result;
         result.url = server.url();
-        result.totalTimeout = patience;
+        result.policy.totalTimeout = patience;
         return result;
     }
 
@@ -207,7 +207,7 @@ TEST_F(HTTP2OrderTest, ALargeReplyIsReadOnAfterItWasTooLongForTheBuffer) {
 
 TEST_F(HTTP2OrderTest, AReplyIsReadThatCameBehindOneThatIsTooLarge) {
     auto capped = request();
-    capped.maxBodyBytes = readAtOnce;
+    capped.policy.maxBodyBytes = readAtOnce;
     const auto [large, waiting] = received(capped);
     EXPECT_THAT(large, FailsWith(SlingErrorKind::tooLarge));
     EXPECT_THAT(waiting, Answers(200, "last"));
@@ -216,9 +216,9 @@ TEST_F(HTTP2OrderTest, AReplyIsReadThatCameBehindOneThatIsTooLarge) {
 TEST_F(HTTP2Test, ErrorsAndCapsAreAsInHTTP1) {
     EXPECT_EQ(sent(request("/none"), transport).error<SlingError>()->statusCode(), 404);
     auto capped = request("/large");
-    capped.maxBodyBytes = 1000;
+    capped.policy.maxBodyBytes = 1000;
     EXPECT_THAT(sent(capped, transport), FailsWith(SlingErrorKind::tooLarge));
-    capped.maxHeaderBytes = 10;
+    capped.policy.maxHeaderBytes = 10;
     EXPECT_THAT(sent(capped, transport), FailsWith(SlingErrorKind::tooLarge));
     EXPECT_THAT(sent(request("/small"), transport), Answers(200, "small"));
 }

@@ -104,7 +104,7 @@ class FullPort {
 TEST(MisbehavingServer, ConnectingTakesTooLong) {
     const FullPort port;
     auto request = requestTo(port.url());
-    request.connectTimeout = 150ms;
+    request.policy.connectTimeout = 150ms;
     const auto start = std::chrono::steady_clock::now();
     EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::connectTimeout));
     EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
@@ -113,7 +113,7 @@ TEST(MisbehavingServer, ConnectingTakesTooLong) {
 TEST(MisbehavingServer, TheTotalTimeIsUpWhileConnecting) {
     const FullPort port;
     auto request = requestTo(port.url());
-    request.totalTimeout = 150ms;
+    request.policy.totalTimeout = 150ms;
     EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::totalTimeout));
 }
 
@@ -123,7 +123,7 @@ TEST(MisbehavingServer, ItNeverAnswers) {
         connection.awaitClose();
     });
     auto request = requestTo(server.url());
-    request.totalTimeout = 200ms;
+    request.policy.totalTimeout = 200ms;
     const auto start = std::chrono::steady_clock::now();
     EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::totalTimeout));
     EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms);
@@ -141,7 +141,7 @@ TEST(MisbehavingServer, ItTricklesOneByteAtATime) {
             }
         });
         auto request = requestTo(server.url());
-        request.totalTimeout = 200ms;
+        request.policy.totalTimeout = 200ms;
         const auto failure = failureOf(sent(request, curlTransport()));
         // A line of one letter after the other may also be found to be no HTTP at once.
         if (beginning[0] == 0 && failure == SlingErrorKind::malformedReply) continue;
@@ -205,7 +205,7 @@ TEST(MisbehavingServer, ItsChunksAreBroken) {
 
 TEST(MisbehavingServer, ItsBodyIsLargerThanAllowed) {
     auto request = requestTo("");
-    request.maxBodyBytes = 1000;
+    request.policy.maxBodyBytes = 1000;
     const auto outcome = [&](const std::string& reply) {
         const RawServer server(sending(reply));
         request.url = server.url();
@@ -246,7 +246,7 @@ TEST(MisbehavingServer, ItsHeadersAreLargerThanAllowed) {
         const RawServer server(
             sending(start + std::string(headBytes - start.size() - 4, 'x') + "\r\n\r\n"));
         request.url = server.url();
-        request.maxHeaderBytes = 2000;
+        request.policy.maxHeaderBytes = 2000;
         const Responses responses = sent(request, curlTransport());
         EXPECT_TRUE(responses.ended());
         return responses;

@@ -26,7 +26,7 @@ TransportRequest secretRequest(std::string method = "GET") {
                        {"Accept-Language", "l"},
                        {"Content-Type", "c"},
                        {"User-Agent", "u"}};
-    request.maxRedirects = 3;
+    request.policy.maxRedirects = 3;
     return request;
 }
 
@@ -61,7 +61,7 @@ TEST(Redirect, RefusesWhatMayNotBeSent) {
 
 TEST(Redirect, CleartextStaysWhereItIs) {
     auto request = secretRequest();
-    request.allowsCleartext = true;
+    request.policy.allowsCleartext = true;
     EXPECT_EQ(target("http://a.example/", request), "refused");
     request.url = "http://a.example/";
     EXPECT_EQ(target("http://a.example/x", request), "http://a.example/x");
@@ -70,11 +70,11 @@ TEST(Redirect, CleartextStaysWhereItIs) {
 
 TEST(Redirect, OneMoreThanAllowedIsRefused) {
     auto request = secretRequest();
-    request.maxRedirects = 0;
+    request.policy.maxRedirects = 0;
     EXPECT_EQ(target("/x", request), "refused");
-    request.maxRedirects = 1;
+    request.policy.maxRedirects = 1;
     const auto next = redirected(request, 302, "/x");
-    EXPECT_EQ(std::get<TransportRequest>(next).maxRedirects, 0);
+    EXPECT_EQ(std::get<TransportRequest>(next).policy.maxRedirects, 0);
 }
 
 TEST(Redirect, TheMethodFollowsTheStatus) {
@@ -147,7 +147,7 @@ TEST(Redirect, IsFollowedOnTheSameConnection) {
                                                               : redirectTo("/end"));
     });
     auto request = requestTo(server.url("/start"));
-    request.maxRedirects = 1;
+    request.policy.maxRedirects = 1;
     request.headers = {{"Authorization", "mine"}};
     const auto reply = replyOf(sent(request, curlTransport()));
     ASSERT_TRUE(reply);
@@ -164,7 +164,7 @@ TEST(Redirect, SendsABodyAgainAfter307) {
                                                                : redirectTo("/end", 307));
     });
     auto request = requestTo(server.url("/start"), "POST");
-    request.maxRedirects = 1;
+    request.policy.maxRedirects = 1;
     request.body = bodyOf("content");
     EXPECT_THAT(sent(request, curlTransport()), Answers(200, "end"));
     EXPECT_THAT(server.requests().at(1), EndsWith("\r\n\r\ncontent"));
@@ -174,7 +174,7 @@ TEST(Redirect, TakesNoSecretToAnotherOrigin) {
     const RawServer other(RawServer::answering(httpReply(200, "other")));
     const RawServer server(RawServer::answering(redirectTo(other.url("/there"), 303)));
     auto request = requestTo(server.url(), "POST");
-    request.maxRedirects = 1;
+    request.policy.maxRedirects = 1;
     request.body = bodyOf("secret body");
     request.headers = {
         {"Authorization", "secret"}, {"PXRO-PROFILE-ID", "secret"}, {"Accept", "a/b"}};
@@ -198,7 +198,7 @@ TEST(Redirect, KeepsSecretsFromAnOriginThatSendsBack) {
     });
     back = server.url("/back");
     auto request = requestTo(server.url());
-    request.maxRedirects = 2;
+    request.policy.maxRedirects = 2;
     request.headers = {{"Authorization", "secret"}};
     EXPECT_THAT(sent(request, curlTransport()), Answers(200, "back"));
     EXPECT_THAT(server.requests().at(1), Not(HasSubstr("secret")));
@@ -207,7 +207,7 @@ TEST(Redirect, KeepsSecretsFromAnOriginThatSendsBack) {
 TEST(Redirect, TooManyAreAnError) {
     const RawServer server(RawServer::answering(redirectTo("/again")));
     auto request = requestTo(server.url());
-    request.maxRedirects = 3;
+    request.policy.maxRedirects = 3;
     EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::redirect));
     EXPECT_EQ(server.requests().size(), 4U);
 }
@@ -215,7 +215,7 @@ TEST(Redirect, TooManyAreAnError) {
 TEST(Redirect, WithoutALocationIsTheAnswer) {
     const RawServer server(RawServer::answering(httpReply(302, "where?")));
     auto request = requestTo(server.url());
-    request.maxRedirects = 3;
+    request.policy.maxRedirects = 3;
     EXPECT_THAT(sent(request, curlTransport()), Answers(302, "where?"));
 }
 
@@ -225,8 +225,8 @@ TEST(Redirect, TheTimeForAllOfThemIsLimited) {
             connection.send(redirectTo("/again"));
     });
     auto request = requestTo(server.url());
-    request.maxRedirects = 1000;
-    request.totalTimeout = std::chrono::milliseconds(200);
+    request.policy.maxRedirects = 1000;
+    request.policy.totalTimeout = std::chrono::milliseconds(200);
     EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::totalTimeout));
 }
 

@@ -88,7 +88,7 @@ TEST_F(SlingTest, ARequestThatMayNotBeSentFailsAndSendsNothing) {
     request.url = "https://api.example.com/../x";
     EXPECT_THAT(sent(request, fake), FailsWith(SlingErrorKind::malformedURL));
     request = requestTo("http://api.example.com/");
-    request.allowsCleartext = false;
+    request.policy.allowsCleartext = false;
     EXPECT_THAT(sent(request, fake), FailsWith(SlingErrorKind::malformedURL));
     request = requestTo("https://api.example.com/");
     request.headers = {{"X", "\r\n"}};

@@ -90,7 +90,7 @@ TEST_F(TLSTest, AServerWithoutTLSIsRefused) {
 TEST_F(TLSTest, AHandshakeThatNeverEndsIsAConnectTimeout) {
     const RawServer server([](RawConnection& connection) { connection.awaitClose(); });
     auto request = secureRequestTo("https://127.0.0.1:" + std::to_string(server.port()) + "/");
-    request.connectTimeout = 150ms;
+    request.policy.connectTimeout = 150ms;
     EXPECT_THAT(sent(request, curlTransport(trusting)), FailsWith(SlingErrorKind::connectTimeout));
 }
 

@@ -89,7 +89,7 @@ TEST_F(TransferLogTest, TellsOfRedirects) {
                                 : httpReply(303, "", "Location: /b\r\n"));
     });
     auto request = requestTo(server.url("/a"), "POST");
-    request.maxRedirects = 5;
+    request.policy.maxRedirects = 5;
     ASSERT_TRUE(sent(request, transport).completed());
     const auto all = records(1);
     ASSERT_EQ(all.size(), 1U);

@@ -41,7 +41,7 @@ inline HalvardSling::TransportRequest requestTo(std::string url, std::string met
     HalvardSling::TransportRequest request;
     request.method = std::move(method);
     request.url = std::move(url);
-    request.allowsCleartext = true;
+    request.policy.allowsCleartext = true;
     return request;
 }
 

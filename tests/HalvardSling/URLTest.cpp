@@ -211,9 +211,9 @@ TEST(Request, CleartextMustBeAllowed) {
     request.url = "HTTP://localhost/";
     ASSERT_TRUE(problemOfRequest(request));
     EXPECT_EQ(problemOfRequest(request)->kind(), SlingErrorKind::malformedURL);
-    request.allowsCleartext = true;
+    request.policy.allowsCleartext = true;
     EXPECT_EQ(problemOfRequest(request), std::nullopt);
-    request.allowsCleartext = false;
+    request.policy.allowsCleartext = false;
     request.url = "https://localhost/";
     EXPECT_EQ(problemOfRequest(request), std::nullopt);
 }

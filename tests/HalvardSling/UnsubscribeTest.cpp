@@ -176,7 +176,7 @@ TEST_F(Unsubscribe, DuringASlowNameLookupHoldsUpNobody) {
 TEST_F(Unsubscribe, ASlowNameLookupHoldsUpNobodyWhenItTimesOut) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
     auto slow = requestTo("http://slow.test/");
-    slow.connectTimeout = 100ms;
+    slow.policy.connectTimeout = 100ms;
     const auto start = std::chrono::steady_clock::now();
     EXPECT_THAT(sent(slow, transport), FailsWith(SlingErrorKind::connectTimeout));
     EXPECT_THAT(sent(requestTo(server.url()), transport), Answers(200, "x"));

@@ -133,13 +133,13 @@ TEST(Configuration, EverythingInItReachesTheSnapshot) {
     EXPECT_THAT(std::vector(service->headers.begin(), service->headers.end()),
                 ElementsAre(Pair("X-App", "tv"), Pair("Accept", "text/plain")));
     EXPECT_EQ(service->query, (TextMap{{"lang", "en"}, {"page size", "20"}}));
-    EXPECT_EQ(service->connectTimeout, milliseconds(10));
-    EXPECT_EQ(service->totalTimeout, milliseconds(20));
-    EXPECT_EQ(service->maxBodyBytes, 30U);
-    EXPECT_EQ(service->maxRedirects, 5);
+    EXPECT_EQ(service->policy.connectTimeout, milliseconds(10));
+    EXPECT_EQ(service->policy.totalTimeout, milliseconds(20));
+    EXPECT_EQ(service->policy.maxBodyBytes, 30U);
+    EXPECT_EQ(service->policy.maxRedirects, 5);
     EXPECT_FALSE(service->enabled);
     EXPECT_TRUE(service->strictIdentifiers);
-    EXPECT_FALSE(service->allowsCleartext);
+    EXPECT_FALSE(service->policy.allowsCleartext);
     EXPECT_FALSE(service->guard);
 }
 
@@ -150,11 +150,11 @@ TEST(Configuration, LimitsAtTheTopHoldForServicesThatNameNone) {
     ASSERT_NE(service, nullptr);
     EXPECT_EQ(service->method, "POST");
     EXPECT_EQ(service->body, BodyForm::json);
-    EXPECT_EQ(service->connectTimeout, milliseconds(1000));
-    EXPECT_EQ(service->totalTimeout, milliseconds(2000));
-    EXPECT_EQ(service->maxBodyBytes, 3000U);
+    EXPECT_EQ(service->policy.connectTimeout, milliseconds(1000));
+    EXPECT_EQ(service->policy.totalTimeout, milliseconds(2000));
+    EXPECT_EQ(service->policy.maxBodyBytes, 3000U);
     EXPECT_TRUE(service->strictIdentifiers);
-    EXPECT_TRUE(service->allowsCleartext);
+    EXPECT_TRUE(service->policy.allowsCleartext);
 }
 
 TEST(Configuration, AServiceWithOnlyAUrlHasTheDefaults) {
@@ -165,13 +165,13 @@ TEST(Configuration, AServiceWithOnlyAUrlHasTheDefaults) {
     EXPECT_EQ(service->body, BodyForm::none);
     EXPECT_TRUE(service->headers.empty());
     EXPECT_TRUE(service->query.empty());
-    EXPECT_EQ(service->connectTimeout, defaults.connectTimeout);
-    EXPECT_EQ(service->totalTimeout, defaults.totalTimeout);
-    EXPECT_EQ(service->maxBodyBytes, defaults.maxBodyBytes);
-    EXPECT_EQ(service->maxRedirects, 0);
+    EXPECT_EQ(service->policy.connectTimeout, defaults.policy.connectTimeout);
+    EXPECT_EQ(service->policy.totalTimeout, defaults.policy.totalTimeout);
+    EXPECT_EQ(service->policy.maxBodyBytes, defaults.policy.maxBodyBytes);
+    EXPECT_EQ(service->policy.maxRedirects, 0);
     EXPECT_TRUE(service->enabled);
     EXPECT_FALSE(service->strictIdentifiers);
-    EXPECT_FALSE(service->allowsCleartext);
+    EXPECT_FALSE(service->policy.allowsCleartext);
 }
 
 TEST(Configuration, TheOrderOfKeysDoesNotMatter) {
@@ -179,8 +179,8 @@ TEST(Configuration, TheOrderOfKeysDoesNotMatter) {
         R"({"services": {"op": {"url": "http://127.0.0.1/"}}, "totalTimeoutMilliseconds": 7,
             "development": true, "parentProfileID": "p", "version": 1})");
     ASSERT_TRUE(service.has_value());
-    EXPECT_EQ(service->totalTimeout, milliseconds(7));
-    EXPECT_TRUE(service->allowsCleartext);
+    EXPECT_EQ(service->policy.totalTimeout, milliseconds(7));
+    EXPECT_TRUE(service->policy.allowsCleartext);
 }
 
 TEST(Configuration, EveryMethodAndBodyFormIsKnown) {
@@ -406,7 +406,7 @@ TEST(Configuration, CleartextIsAllowedForNamedHostsAndInDevelopmentForThisMachin
     for (const auto& [url, members] : allowed) {
         const auto service = serviceOf(withURL(url, members));
         ASSERT_TRUE(service.has_value()) << url;
-        EXPECT_TRUE(service->allowsCleartext) << url;
+        EXPECT_TRUE(service->policy.allowsCleartext) << url;
     }
 }
 
@@ -414,7 +414,7 @@ TEST(Configuration, AnEncryptedServiceNeverAllowsCleartext) {
     const auto service = serviceOf(
         withURL("https://localhost/", R"("development": true, "cleartextHosts": ["localhost"])"));
     ASSERT_TRUE(service.has_value());
-    EXPECT_FALSE(service->allowsCleartext);
+    EXPECT_FALSE(service->policy.allowsCleartext);
 }
 
 TEST(Configuration, TheBordersOfEveryRangeAreInside) {

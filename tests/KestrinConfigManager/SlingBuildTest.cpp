@@ -103,19 +103,19 @@ TEST(SlingBuild, ARequestWithEverything) {
 
 TEST(SlingBuild, TheRulesOfTheServiceAreCopied) {
     WebService rules = service("http://localhost:8080/v1/%UXID%?a=%UXID%");
-    rules.connectTimeout = milliseconds(123);
-    rules.totalTimeout = milliseconds(4567);
-    rules.maxBodyBytes = 89;
-    rules.maxRedirects = 3;
-    rules.allowsCleartext = true;
+    rules.policy.connectTimeout = milliseconds(123);
+    rules.policy.totalTimeout = milliseconds(4567);
+    rules.policy.maxBodyBytes = 89;
+    rules.policy.maxRedirects = 3;
+    rules.policy.allowsCleartext = true;
     const auto sling = build(profile(), rules);
     ASSERT_NE(sling.request(), nullptr);
     const TransportRequest& request = *sling.request();
-    EXPECT_EQ(request.connectTimeout, milliseconds(123));
-    EXPECT_EQ(request.totalTimeout, milliseconds(4567));
-    EXPECT_EQ(request.maxBodyBytes, 89U);
-    EXPECT_EQ(request.maxRedirects, 3);
-    EXPECT_TRUE(request.allowsCleartext);
+    EXPECT_EQ(request.policy.connectTimeout, milliseconds(123));
+    EXPECT_EQ(request.policy.totalTimeout, milliseconds(4567));
+    EXPECT_EQ(request.policy.maxBodyBytes, 89U);
+    EXPECT_EQ(request.policy.maxRedirects, 3);
+    EXPECT_TRUE(request.policy.allowsCleartext);
     EXPECT_TRUE(request.sendsUserAgent);
     EXPECT_EQ(request.pathTemplate, "/v1/%UXID%");
 }
@@ -123,8 +123,8 @@ TEST(SlingBuild, TheRulesOfTheServiceAreCopied) {
 TEST(SlingBuild, CleartextAndRedirectsAreOffByDefault) {
     const auto sling = build(profile(), service());
     ASSERT_NE(sling.request(), nullptr);
-    EXPECT_FALSE(sling.request()->allowsCleartext);
-    EXPECT_EQ(sling.request()->maxRedirects, 0);
+    EXPECT_FALSE(sling.request()->policy.allowsCleartext);
+    EXPECT_EQ(sling.request()->policy.maxRedirects, 0);
 }
 
 TEST(SlingBuild, TheQueryIsAppendedWithTheRightSeparatorAndBeforeTheFragment) {

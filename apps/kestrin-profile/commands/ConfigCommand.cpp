@@ -90,10 +90,10 @@ JSONDictionary inJSON(const WebService& service) {
     result.setText("body", nameOf(service.body));
     result.setDictionary("headers", headersOf(service));
     result.setDictionary("query", queryOf(service));
-    result.setInteger("connectTimeoutMilliseconds", service.connectTimeout.count());
-    result.setInteger("totalTimeoutMilliseconds", service.totalTimeout.count());
-    result.setInteger("maxBodyBytes", static_cast<std::int64_t>(service.maxBodyBytes));
-    result.setInteger("maxRedirects", service.maxRedirects);
+    result.setInteger("connectTimeoutMilliseconds", service.policy.connectTimeout.count());
+    result.setInteger("totalTimeoutMilliseconds", service.policy.totalTimeout.count());
+    result.setInteger("maxBodyBytes", static_cast<std::int64_t>(service.policy.maxBodyBytes));
+    result.setInteger("maxRedirects", service.policy.maxRedirects);
     result.setBoolean("enabled", service.enabled);
     return result;
 }

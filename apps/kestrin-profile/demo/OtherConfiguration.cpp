@@ -17,7 +17,7 @@ namespace {
 
 WebService at(const std::string& origin, WebService service) {
     service.url = URLTemplate(origin + service.url.text().substr(service.url.pathBegin()));
-    service.allowsCleartext = true;
+    service.policy.allowsCleartext = true;
     return service;
 }
 

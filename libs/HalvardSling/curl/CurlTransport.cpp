@@ -121,7 +121,7 @@ TransferLog logOf(const Waiting& order, const TransportResult& result, const Tra
 }
 
 Clock::time_point deadlineOf(const TransportRequest& request, Clock::time_point from) {
-    return from + std::clamp(request.totalTimeout, milliseconds(0), milliseconds(maxInt));
+    return from + std::clamp(request.policy.totalTimeout, milliseconds(0), milliseconds(maxInt));
 }
 
 milliseconds until(Clock::time_point moment, Clock::time_point now) {
@@ -476,7 +476,7 @@ bool CurlTransport::Loop::follow(Transfer& transfer, TransportResult& result) {
     if (response == nullptr || !isRedirect(response->status())) return false;
     const auto& request = *transfer.order.request;
     const auto location = response->headers().value("Location");
-    const bool follows = request.maxRedirects > 0 || transfer.redirects > 0;
+    const bool follows = request.policy.maxRedirects > 0 || transfer.redirects > 0;
     if (!location || !follows) return false;
     auto next = following(request, response->status(), *location);
     if (auto* const error = std::get_if<SlingError>(&next)) {

@@ -54,7 +54,7 @@ using TransferLogHook = std::function<void(const TransferLog&)>;
 ///    is the transport's business. The body of a HEAD request is not sent either.
 ///  - A redirect is followed by GET after 303, and after 301 and 302 where the method was POST,
 ///    otherwise by the same method and body. To another origin only GET and HEAD follow, with none
-///    but the headers that `TransportRequest::maxRedirects` names; never from https to http.
+///    but the headers that `RequestPolicy::maxRedirects` names; never from https to http.
 ///  - It may be destroyed from inside a completion: the open transfers still end with `cancelled`,
 ///    on its thread, which then ends by itself; the exit of the process waits for that.
 class CurlTransport final : public Transport {

@@ -7,28 +7,55 @@ namespace HalvardSling {
 
 namespace {
 
-constexpr std::array<std::pair<SlingErrorKind, std::string_view>, 13> names{{
-    {SlingErrorKind::httpStatus, "httpStatus"},
-    {SlingErrorKind::cannotConnect, "cannotConnect"},
-    {SlingErrorKind::nameNotResolved, "nameNotResolved"},
-    {SlingErrorKind::tls, "tls"},
-    {SlingErrorKind::connectTimeout, "connectTimeout"},
-    {SlingErrorKind::totalTimeout, "totalTimeout"},
-    {SlingErrorKind::connectionLost, "connectionLost"},
-    {SlingErrorKind::tooLarge, "tooLarge"},
-    {SlingErrorKind::malformedURL, "malformedURL"},
-    {SlingErrorKind::forbiddenHeader, "forbiddenHeader"},
-    {SlingErrorKind::malformedReply, "malformedReply"},
-    {SlingErrorKind::redirect, "redirect"},
-    {SlingErrorKind::cancelled, "cancelled"},
+struct Wording {
+    SlingErrorKind kind;
+    std::string_view name;
+    std::string_view advice;
+};
+
+using enum SlingErrorKind;
+
+constexpr std::array<Wording, 14> wordings{{
+    {httpStatus, "httpStatus",
+     "look at the status: 401 and 403 ask for a new bind, 404 and 422 for other input, 429 and 5xx "
+     "may be tried again later"},
+    {cannotConnect, "cannotConnect", "try again"},
+    {nameNotResolved, "nameNotResolved",
+     "check that the device is online and the configuration's host is right, then try again"},
+    {tls, "tls", "check the service's certificate, and the device's clock and trust store"},
+    {connectTimeout, "connectTimeout", "try again"},
+    {totalTimeout, "totalTimeout", "read the state before repeating a change"},
+    {connectionLost, "connectionLost", "read the state before repeating a change"},
+    {tooLarge, "tooLarge", "ask for less, or raise the cap in the configuration"},
+    {malformedURL, "malformedURL",
+     "correct the service's URL in the configuration, or the identifier"},
+    {forbiddenHeader, "forbiddenHeader",
+     "correct the service's headers in the configuration, or bind anew"},
+    {malformedReply, "malformedReply", "check that the configuration's URL is the service's"},
+    {redirect, "redirect", "allow redirects in the configuration if this one is wanted"},
+    {cancelled, "cancelled", "send it again if it is still wanted"},
+    {outOfMemory, "outOfMemory", "free memory, and read the state before repeating a change"},
 }};
+
+constexpr bool areInOrder() {
+    for (std::size_t at = 0; at < wordings.size(); ++at)
+        if (static_cast<std::size_t>(wordings[at].kind) != at) return false;
+    return true;
+}
+static_assert(areInOrder());
+
+const Wording& wordingOf(SlingErrorKind kind) noexcept {
+    return wordings[static_cast<std::size_t>(kind)];
+}
 
 }  // namespace
 
 std::string_view name(SlingErrorKind kind) noexcept {
-    for (const auto& [each, text] : names)
-        if (each == kind) return text;
-    return "unknown";
+    return wordingOf(kind).name;
+}
+
+std::string_view advice(SlingErrorKind kind) noexcept {
+    return wordingOf(kind).advice;
 }
 
 struct SlingError::Content {

@@ -10,7 +10,7 @@
 
 namespace HalvardSling {
 
-/// Why a request failed. The order is not part of the interface.
+/// Why a request failed. The position is the error's code.
 enum class SlingErrorKind {
     /// The service answered with a status of 400 or above. Look at `statusCode()`: 401 and 403 ask
     /// for a new bind, 404 and 422 for other input, 429 and 5xx may be tried again later.
@@ -23,7 +23,8 @@ enum class SlingErrorKind {
     /// The TLS handshake or the check of the peer's certificate failed. Do not try again blindly:
     /// somebody may be in between, or the device's clock or trust store is wrong.
     tls,
-    /// Connecting took longer than the request's connect timeout. Nothing was sent.
+    /// Connecting took longer than the request's connect timeout. Nothing was sent; it may be tried
+    /// again.
     connectTimeout,
     /// The whole request took longer than its total timeout. It may have taken effect: read the
     /// state before repeating a change.
@@ -47,10 +48,17 @@ enum class SlingErrorKind {
     redirect,
     /// The transport was shut down while the request was on its way.
     cancelled,
+    /// The process has no memory left for the transfer. It may have taken effect: free memory, and
+    /// read the state before repeating a change.
+    outOfMemory,
 };
 
 /// The name of a kind, e.g. "connectTimeout".
 [[nodiscard]] std::string_view name(SlingErrorKind kind) noexcept;
+
+/// What the caller should do about an error of a kind, in one sentence without its full stop, e.g.
+/// "try again".
+[[nodiscard]] std::string_view advice(SlingErrorKind kind) noexcept;
 
 /// What the service sent with an error status, for diagnosis; bounded.
 struct ErrorReply {

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <chrono>
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <utility>
 #include <variant>
 
 #include <HalvardSling/http/Headers.hpp>
+#include <HalvardSling/http/RequestPolicy.hpp>
 #include <HalvardSling/http/SlingError.hpp>
 
 namespace HalvardSling {
@@ -19,25 +18,9 @@ struct TransportRequest {
     Headers headers;
     std::shared_ptr<const std::string> body;  ///< null: the request has no body
 
-    /// How long connecting (name lookup and TLS included) may take.
-    std::chrono::milliseconds connectTimeout = std::chrono::seconds(10);
-    /// How long everything from the start of the transfer to the last byte may take. Time spent
-    /// waiting for a free place among the transfers in flight is included.
-    std::chrono::milliseconds totalTimeout = std::chrono::seconds(30);
-
-    /// How many redirects are followed; 0: none, a 3xx reply is the answer. Whatever the number,
-    /// a redirect to another origin carries no header but Accept, Accept-Language, Content-Type
-    /// and User-Agent.
-    int maxRedirects = 0;
-    /// Whether the URL may have the scheme "http".
-    bool allowsCleartext = false;
+    RequestPolicy policy;
     /// Whether a "User-Agent" header is sent where `headers` has none.
     bool sendsUserAgent = true;
-
-    /// Cap of the reply's body, counted after content decoding.
-    std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
-    /// Cap of the reply's headers.
-    std::size_t maxHeaderBytes = std::size_t{64} * 1024;
 
     /// The path with its placeholders, e.g. "/v1/history": what a log may show of the URL.
     std::string pathTemplate;

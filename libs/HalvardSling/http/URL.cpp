@@ -366,7 +366,7 @@ std::optional<SlingError> problemOfHeaders(const Headers& headers) {
 
 std::optional<SlingError> problemOfRequest(const TransportRequest& request) {
     if (auto problem = problemOfURL(request.url)) return problem;
-    if (!request.allowsCleartext && startsWithIgnoringCase(request.url, "http:"))
+    if (!request.policy.allowsCleartext && startsWithIgnoringCase(request.url, "http:"))
         return malformed(request.url, "is not https, and cleartext is not allowed for it");
     if (!isToken(request.method))
         return SlingError(SlingErrorKind::forbiddenHeader,

@@ -153,7 +153,7 @@ std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span spa
     CurlOptions set(easy());
     set(CURLOPT_TIMEOUT_MS,
         milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span.deadline - now)));
-    set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(current().connectTimeout));
+    set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(current().policy.connectTimeout));
     setRequest(set);
     handle_.setURL(set, current().url);
     if (set.result() != CURLE_OK) return failure(set.result());
@@ -208,7 +208,7 @@ std::size_t CurlExchange::onBody(char* data, std::size_t, std::size_t size, void
 
 bool CurlExchange::takeHeaderLine(std::string_view line) {
     headerBytes_ += line.size();
-    tooLarge_ = headerBytes_ > current().maxHeaderBytes;
+    tooLarge_ = headerBytes_ > current().policy.maxHeaderBytes;
     if (tooLarge_) return false;
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
         line.remove_suffix(1);
@@ -240,8 +240,9 @@ void CurlExchange::takeField(std::string_view line) {
 
 bool CurlExchange::takeBody(std::string_view data) {
     const bool isError = parts_.status >= firstErrorStatus;
-    const std::size_t cap = isError ? std::min(current().maxBodyBytes, ErrorReply::maxBodyBytes)
-                                    : current().maxBodyBytes;
+    const std::size_t cap = isError
+                                ? std::min(current().policy.maxBodyBytes, ErrorReply::maxBodyBytes)
+                                : current().policy.maxBodyBytes;
     if (parts_.body.empty()) {
         const auto announced = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
         if (announced > 0) parts_.body.reserve(std::min(cap, static_cast<std::size_t>(announced)));

@@ -65,7 +65,7 @@ bool isRedirect(int status) noexcept {
 
 std::variant<TransportRequest, SlingError> redirected(const TransportRequest& request, int status,
                                                       std::string_view location) {
-    if (request.maxRedirects <= 0) return refused(request.url, "is one more than allowed");
+    if (request.policy.maxRedirects <= 0) return refused(request.url, "is one more than allowed");
     const auto url = resolved(request.url, location);
     const auto from = originOf(request.url);
     const auto to = url ? originOf(*url) : std::nullopt;
@@ -76,7 +76,7 @@ std::variant<TransportRequest, SlingError> redirected(const TransportRequest& re
 
     TransportRequest next = request;
     next.url = *url;
-    next.maxRedirects -= 1;
+    next.policy.maxRedirects -= 1;
     if (turnsIntoGet(status, next.method)) turnIntoGet(next);
     if (from == to) return next;
     if (next.method != "GET" && next.method != "HEAD")
