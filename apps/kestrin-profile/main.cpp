@@ -36,19 +36,7 @@ void addCommands(CLI::App& app, Command& chosen) {
     addListCommands(app, chosen);
     addSearchCommand(app, chosen);
     addConfigCommand(app, chosen);
-    addDemoCommand(app, chosen);
     addSelfDescriptions(app, chosen);
-}
-
-/// What may not stand together.
-void checkTogether(const CLI::App& app, const Options& options) {
-    if (!app.got_subcommand("demo")) return;
-    if (options.dryRun)
-        throw CommandError({ExitCode::usage, "the demo cannot be a dry run",
-                            "leave --dry-run out: the demo shows what replies do"});
-    if (options.profile)
-        throw CommandError({ExitCode::usage, "the demo has a cast of its own",
-                            "leave --profile out: the parent and two new profiles play"});
 }
 
 /// Does what was chosen, to the last byte of its output.
@@ -86,7 +74,6 @@ int run(int argc, char** argv) {
     }
 
     try {
-        checkTogether(app, session.options);
         return static_cast<int>(play(session, chosen));
     } catch (...) {
         const Failure failure = describe(std::current_exception());

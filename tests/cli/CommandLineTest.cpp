@@ -37,7 +37,7 @@ TEST_F(CommandLine, OptionsThatContradictEachOtherAreAUsageError) {
 TEST_F(CommandLine, HelpAndVersionGoToStandardOutput) {
     const auto help = run({"--help"});
     EXPECT_EQ(help.code, 0);
-    for (const auto* const text : {"bind", "config", "demo", "--config", "--json", "130"})
+    for (const auto* const text : {"bind", "config", "--config", "--json", "130"})
         EXPECT_THAT(help.output, HasSubstr(text));
     EXPECT_EQ(run({"--version"}).code, 0);
     EXPECT_THAT(run({"--version"}).output, testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+\n"));

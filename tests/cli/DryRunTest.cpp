@@ -109,10 +109,6 @@ TEST_F(DryRun, NothingIsLookedUpAndNoBindIsKept) {
                 HasSubstr("looks nothing up"));
 }
 
-TEST_F(DryRun, TheDemoCannotBeOne) {
-    EXPECT_EQ(runConfigured({"demo", "--dry-run"}).code, 2);
-}
-
 /// With the service there.
 class DryRunCommand : public CommandLine {};
 

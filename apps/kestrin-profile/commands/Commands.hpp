@@ -29,9 +29,6 @@ void addSearchCommand(CLI::App& app, Command& chosen);
 /// config check|show: the configuration.
 void addConfigCommand(CLI::App& app, Command& chosen);
 
-/// demo: plays a household's evening against a development service.
-void addDemoCommand(CLI::App& app, Command& chosen);
-
 /// completion bash|zsh|fish, man: what is made from the command line itself.
 void addSelfDescriptions(CLI::App& app, Command& chosen);
 
