@@ -8,7 +8,6 @@
 
 #include <HalvardSling/http/SlingError.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
-#include <KestrinProfile/params/internal/RequestSupport.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
 #include "CurlCommand.hpp"
@@ -130,9 +129,9 @@ std::string callersID(Session& session) {
 }
 
 std::string brandOf(const Session& session) {
-    const auto configured = KestrinProfile::currentBrandID();
     if (session.options.brand) return *session.options.brand;
-    if (configured) return *configured;
+    const auto configuration = ConfigurationManager::sharedInstance().currentConfiguration();
+    if (configuration && configuration->brand) return configuration->brand->rawValue;
     throw CommandError({ExitCode::usage, "the configuration names no brand",
                         "name one with --brand ID, or in the configuration"});
 }

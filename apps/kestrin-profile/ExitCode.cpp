@@ -68,14 +68,16 @@ constexpr std::array refusalRules{
         "name another identifier, or set \"strictIdentifiers\" to false in the configuration"},
 };
 
-constexpr Rule<int> anyOtherProfileError{-1, ExitCode::serviceError, ""};
+constexpr Rule<ProfileError::Case> anyOtherProfileError{
+    ProfileError::Case::parameterOperationMismatch, ExitCode::serviceError, ""};
 
 constexpr std::array profileRules{
-    Rule<int>{ProfileError::profileIDValdationFailure, ExitCode::usage, "name a profile"},
-    Rule<int>{ProfileError::userInvalidForOperation, ExitCode::validation,
-              "name a profile that exists"},
-    Rule<int>{ProfileError::parentInvalidForOperation, ExitCode::validation,
-              "name another profile"},
+    Rule<ProfileError::Case>{ProfileError::Case::profileIDValdationFailure, ExitCode::usage,
+                             "name a profile"},
+    Rule<ProfileError::Case>{ProfileError::Case::userInvalidForOperation, ExitCode::validation,
+                             "name a profile that exists"},
+    Rule<ProfileError::Case>{ProfileError::Case::parentInvalidForOperation, ExitCode::validation,
+                             "name another profile"},
 };
 
 template <class Key, std::size_t Count>
@@ -130,7 +132,7 @@ Failure describe(const std::exception_ptr& error) {
         const auto& rule = ruleFor(refusalRules, refusal.code(), anyOtherRefusal);
         return {rule.code, refusal.what(), rule.advice};
     } catch (const ProfileError& refusal) {
-        const auto& rule = ruleFor(profileRules, refusal.code(), anyOtherProfileError);
+        const auto& rule = ruleFor(profileRules, refusal.value(), anyOtherProfileError);
         return {rule.code, refusal.what(), rule.advice};
     } catch (const std::exception& other) {
         return {ExitCode::serviceError, other.what(), {}};

@@ -24,7 +24,7 @@ void encodeKestrin(benchmark::State& state) {
     for (auto _ : state) {
         std::string_view text = freeText;
         benchmark::DoNotOptimize(text);
-        benchmark::DoNotOptimize(KestrinProfile::percentEncoded(text));
+        benchmark::DoNotOptimize(KestrinProfile::internal::percentEncoded(text));
     }
     state.SetItemsProcessed(state.iterations());
 }

@@ -14,6 +14,7 @@
 namespace KestrinProfile {
 namespace {
 
+using internal::debugText;
 using TestSupport::someDate;
 
 const std::map<unsigned, std::string> escapedBytes{

@@ -15,6 +15,8 @@ namespace KestrinProfile {
 namespace {
 
 using HalvardSling::JSONDictionary;
+using internal::FieldReader;
+using internal::FieldWriter;
 using TestSupport::dictionary;
 using TestSupport::someDate;
 

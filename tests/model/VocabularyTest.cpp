@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <exception>
 #include <set>
 #include <string>
@@ -135,9 +136,21 @@ TEST(ListTypesTest, GivesTheServicesNames) {
 }
 
 TEST(ListTypesTest, KeepsAFreeNameAsItIs) {
-    for (const std::string name : {"", "my list", "watchlist", "\xC3\xA9t\xC3\xA9"})
+    for (const std::string name : {"", "my list", "watchlist", "\xC3\xA9t\xC3\xA9"}) {
         EXPECT_EQ(ListTypes::list(name).rawValue(), name);
+        EXPECT_EQ(ListTypes::list(name).value(), ListTypes::Case::list);
+    }
 }
+
+TEST(ListTypesTest, KnowsItsCase) {
+    EXPECT_EQ(ListTypes::watchList().value(), ListTypes::Case::watchList);
+    EXPECT_EQ(ListTypes::history().value(), ListTypes::Case::history);
+    EXPECT_EQ(ListTypes::favorites().value(), ListTypes::Case::favorites);
+    EXPECT_EQ(ListTypes::searchHistory().value(), ListTypes::Case::searchHistory);
+}
+
+static_assert(std::is_same_v<decltype(ListTypes::history().rawValue()), std::string>,
+              "the name outlives the list that gave it");
 
 template <class Value>
 concept Comparable = requires(const Value& value) { value == value; };
@@ -145,51 +158,79 @@ static_assert(!Comparable<ListTypes>, "a free name may be the same text as one o
 static_assert(!std::is_constructible_v<ListTypes, std::string>);
 
 struct ErrorRow {
+    ProfileError error;
     ProfileError::Case value;
     std::string name;
 };
 
 const std::array<ErrorRow, 8> errors{{
-    {ProfileError::parameterOperationMismatch, "parameterOperationMismatch"},
-    {ProfileError::anonymousBindUninitialized, "anonymousBindUninitialized"},
-    {ProfileError::profileIDValdationFailure, "profileIDValdationFailure"},
-    {ProfileError::userInvalidForOperation, "userInvalidForOperation"},
-    {ProfileError::parentInvalidForOperation, "parentInvalidForOperation"},
-    {ProfileError::anonymousBindSerializationError, "anonymousBindSerializationError"},
-    {ProfileError::userProfileSerializationError, "userProfileSerializationError"},
-    {ProfileError::userSerializationError, "userSerializationError"},
+    {ProfileError::parameterOperationMismatch, ProfileError::Case::parameterOperationMismatch,
+     "parameterOperationMismatch"},
+    {ProfileError::anonymousBindUninitialized, ProfileError::Case::anonymousBindUninitialized,
+     "anonymousBindUninitialized"},
+    {ProfileError::profileIDValdationFailure, ProfileError::Case::profileIDValdationFailure,
+     "profileIDValdationFailure"},
+    {ProfileError::userInvalidForOperation, ProfileError::Case::userInvalidForOperation,
+     "userInvalidForOperation"},
+    {ProfileError::parentInvalidForOperation, ProfileError::Case::parentInvalidForOperation,
+     "parentInvalidForOperation"},
+    {ProfileError::anonymousBindSerializationError,
+     ProfileError::Case::anonymousBindSerializationError, "anonymousBindSerializationError"},
+    {ProfileError::userProfileSerializationError, ProfileError::Case::userProfileSerializationError,
+     "userProfileSerializationError"},
+    {ProfileError::userSerializationError, ProfileError::Case::userSerializationError,
+     "userSerializationError"},
 }};
 
 static_assert(ProfileError::caseCount == errors.size());
 
+// What a name gives is the error itself: nobody throws or converts a bare enumerator by mistake.
+static_assert(std::is_same_v<decltype(ProfileError::userSerializationError), const ProfileError>);
+static_assert(!std::is_convertible_v<ProfileError::Case, int>);
+static_assert(!std::is_convertible_v<ProfileError::Case, ProfileError>);
+static_assert(!std::is_convertible_v<ProfileError, int>);
+static_assert(!std::is_convertible_v<int, ProfileError>);
+
+/// Whether `raise` with an error finds a function: that of the C library, which ends the process.
+template <class Error>
+concept IsRaisedAsASignal = requires(Error error) { ::raise(error); };
+static_assert(IsRaisedAsASignal<int>);
+static_assert(!IsRaisedAsASignal<ProfileError> && !IsRaisedAsASignal<ProfileError::Case>);
+
 TEST(ProfileErrorTest, CodeIsThePosition) {
     for (std::size_t position = 0; position < errors.size(); ++position) {
-        const ProfileError error = errors[position].value;
+        const auto& [error, value, name] = errors[position];
         EXPECT_EQ(error.code(), static_cast<int>(position));
-        EXPECT_EQ(error.value(), errors[position].value);
+        EXPECT_EQ(error.value(), value);
         EXPECT_EQ(std::hash<ProfileError>()(error), position);
         EXPECT_EQ(ProfileError::domain(), "KestrinProfile.ProfileError");
-        EXPECT_THAT(error.what(), StartsWith(errors[position].name + ": "));
+        EXPECT_THAT(error.what(), StartsWith(name + ": "));
+        EXPECT_NE(error.advice(), "");
     }
-    EXPECT_EQ(ProfileError(ProfileError::userSerializationError).code(), 7);
-    EXPECT_EQ(ProfileError(ProfileError::parameterOperationMismatch).code(), 0);
+    EXPECT_EQ(ProfileError::userSerializationError.code(), 7);
+    EXPECT_EQ(ProfileError::parameterOperationMismatch.code(), 0);
 }
 
 TEST(ProfileErrorTest, EqualsOnlyItself) {
     for (const auto& left : errors)
         for (const auto& right : errors)
-            EXPECT_EQ(ProfileError(left.value) == ProfileError(right.value), &left == &right);
+            EXPECT_EQ(left.error == ProfileError(right.value), &left == &right);
 }
 
-TEST(ProfileErrorTest, IsThrownAsAnException) {
-    for (const auto& row : errors) {
-        try {
-            raise(row.value);
-        } catch (const std::exception& error) {
-            EXPECT_STREQ(error.what(), ProfileError(row.value).what());
-        }
-        EXPECT_THROW(raise(row.value), ProfileError);
+TEST(ProfileErrorTest, IsThrownByItsNameAsAnException) {
+    try {
+        throw ProfileError::parentInvalidForOperation;
+    } catch (const std::exception& error) {
+        EXPECT_STREQ(error.what(), ProfileError::parentInvalidForOperation.what());
     }
+    EXPECT_THROW(throw ProfileError::userSerializationError, ProfileError);
+}
+
+/// Initialised before any function runs.
+const ProfileError early = ProfileError::userProfileSerializationError;
+
+TEST(ProfileErrorTest, IsThereWhileTheProgramStarts) {
+    EXPECT_EQ(early.value(), ProfileError::Case::userProfileSerializationError);
 }
 
 }  // namespace

@@ -15,6 +15,8 @@
 #include <KestrinProfile/params/ProfileParams.hpp>
 #include <KestrinProfile/params/SearchParams.hpp>
 
+#include "support/PrivateMember.hpp"
+
 namespace KestrinConfigManager {
 
 inline void PrintTo(const AnonymousBind& bind, std::ostream* out) {
@@ -23,22 +25,57 @@ inline void PrintTo(const AnonymousBind& bind, std::ostream* out) {
 
 }  // namespace KestrinConfigManager
 
-namespace KestrinProfile {
-
-/// Sets what only the library may set.
-struct ParamsTestAccess {
-    static void setOperation(auto& params, std::optional<ProfileOperation> operation) {
-        params.operation_ = operation;
-    }
-    static void setType(ProfileParams& params, std::optional<Types> type) { params.type_ = type; }
-    static void setBind(auto& params, std::optional<KestrinConfigManager::AnonymousBind> bind) {
-        params.bind_ = std::move(bind);
-    }
-};
-
-}  // namespace KestrinProfile
-
 namespace TestSupport {
+
+// The members that only the library may set.
+struct ListOperation {
+    using Member = std::optional<KestrinProfile::ProfileOperation> KestrinProfile::ProfileParams::*;
+    friend Member opened(ListOperation);
+};
+struct ListBind {
+    using Member =
+        std::optional<KestrinConfigManager::AnonymousBind> KestrinProfile::ProfileParams::*;
+    friend Member opened(ListBind);
+};
+struct ListType {
+    using Member = std::optional<KestrinProfile::Types> KestrinProfile::ProfileParams::*;
+    friend Member opened(ListType);
+};
+struct SearchOperation {
+    using Member = std::optional<KestrinProfile::ProfileOperation> KestrinProfile::SearchParams::*;
+    friend Member opened(SearchOperation);
+};
+struct SearchBind {
+    using Member =
+        std::optional<KestrinConfigManager::AnonymousBind> KestrinProfile::SearchParams::*;
+    friend Member opened(SearchBind);
+};
+template struct Opens<ListOperation, &KestrinProfile::ProfileParams::operation_>;
+template struct Opens<ListBind, &KestrinProfile::ProfileParams::bind_>;
+template struct Opens<ListType, &KestrinProfile::ProfileParams::type_>;
+template struct Opens<SearchOperation, &KestrinProfile::SearchParams::operation_>;
+template struct Opens<SearchBind, &KestrinProfile::SearchParams::bind_>;
+
+inline void setOperation(KestrinProfile::ProfileParams& params,
+                         std::optional<KestrinProfile::ProfileOperation> operation) {
+    params.*opened(ListOperation()) = operation;
+}
+inline void setOperation(KestrinProfile::SearchParams& params,
+                         std::optional<KestrinProfile::ProfileOperation> operation) {
+    params.*opened(SearchOperation()) = operation;
+}
+inline void setBind(KestrinProfile::ProfileParams& params,
+                    std::optional<KestrinConfigManager::AnonymousBind> bind) {
+    params.*opened(ListBind()) = std::move(bind);
+}
+inline void setBind(KestrinProfile::SearchParams& params,
+                    std::optional<KestrinConfigManager::AnonymousBind> bind) {
+    params.*opened(SearchBind()) = std::move(bind);
+}
+inline void setType(KestrinProfile::ProfileParams& params,
+                    std::optional<KestrinProfile::Types> type) {
+    params.*opened(ListType()) = type;
+}
 
 /// Every operation, and an absent one.
 inline std::vector<std::optional<KestrinProfile::ProfileOperation>> allOperations() {

@@ -17,6 +17,7 @@
 namespace KestrinProfile {
 namespace {
 
+using internal::percentEncoded;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::TextMap;
 using TestSupport::arbitraryUser;
@@ -57,7 +58,7 @@ RC_GTEST_FIXTURE_PROP(ParamsProperties, AListsMappingHoldsExactlyThePresentValue
     params.videoID = *maybe(text());
     params.showID = *maybe(text());
     params.userName = *maybe(text());
-    ParamsTestAccess::setOperation(params, arbitraryOperation());
+    TestSupport::setOperation(params, arbitraryOperation());
 
     const auto mapping = params.URLMapping();
     RC_ASSERT(mapping);
@@ -72,7 +73,7 @@ RC_GTEST_FIXTURE_PROP(ParamsProperties, AListsMappingHoldsExactlyThePresentValue
 
 RC_GTEST_FIXTURE_PROP(ParamsProperties, ASearchsMappingHoldsExactlyThePresentValues, ()) {
     SearchParams params(*text(), Types::none, arbitraryBind(), *maybe(text()));
-    ParamsTestAccess::setOperation(params, arbitraryOperation());
+    TestSupport::setOperation(params, arbitraryOperation());
 
     const auto mapping = params.URLMapping();
     RC_ASSERT(mapping);
@@ -101,7 +102,7 @@ RC_GTEST_FIXTURE_PROP(ParamsProperties, TheBodyOfAWatchedVideoHoldsOnlyTexts, ()
     ProfileParams params(arbitraryBind());
     params.progress = *maybe(rc::gen::arbitrary<std::intptr_t>());
     params.isComplete = *maybe(rc::gen::arbitrary<bool>());
-    ParamsTestAccess::setOperation(params, ProfileOperation::addVideoToHistory);
+    TestSupport::setOperation(params, ProfileOperation::addVideoToHistory);
 
     const auto body = params.dictionaryRepresentation();
     RC_ASSERT(body);

@@ -9,6 +9,8 @@
 namespace KestrinProfile {
 namespace {
 
+using internal::percentEncoded;
+
 /// What the bytes become that do not stay as they are.
 const std::map<char, std::string> encodedForms{
     {' ', "%20"},  {'!', "%21"},  {'#', "%23"}, {'$', "%24"}, {'%', "%25"}, {'&', "%26"},

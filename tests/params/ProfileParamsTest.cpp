@@ -24,6 +24,9 @@ using KestrinConfigManager::TextMap;
 using TestSupport::allOperations;
 using TestSupport::bodyText;
 using TestSupport::nameOf;
+using TestSupport::setBind;
+using TestSupport::setOperation;
+using TestSupport::setType;
 using enum ProfileOperation;
 
 static_assert(std::is_same_v<decltype(ProfileParams::progress), std::optional<std::intptr_t>>);
@@ -64,10 +67,6 @@ static_assert(!ClientWritesBind<ProfileParams>);
 
 class ProfileParamsTest : public TestSupport::ParamsFixture {
   protected:
-    static void setOperation(ProfileParams& params, std::optional<ProfileOperation> operation) {
-        ParamsTestAccess::setOperation(params, operation);
-    }
-
     /// Every field present.
     [[nodiscard]] ProfileParams full(std::optional<ProfileOperation> operation) const {
         ProfileParams params(
@@ -78,7 +77,7 @@ class ProfileParamsTest : public TestSupport::ParamsFixture {
         params.progress = 120;
         params.isComplete = true;
         params.userName = "x y/z";
-        ParamsTestAccess::setType(params, Types::video);
+        setType(params, Types::video);
         setOperation(params, operation);
         return params;
     }
@@ -149,7 +148,7 @@ TEST_F(ProfileParamsTest, HeadersAreThoseOfTheBind) {
 TEST_F(ProfileParamsTest, WithoutABindNothingIsAuthorised) {
     for (const auto operation : allOperations()) {
         auto params = full(operation);
-        ParamsTestAccess::setBind(params, std::nullopt);
+        setBind(params, std::nullopt);
         EXPECT_EQ(params.headers(), TextMap());
         EXPECT_FALSE(params.URLMapping()->contains("%UXID%"));
         EXPECT_FALSE(params.hasValidParams()) << nameOf(operation);
@@ -226,9 +225,9 @@ TEST_F(ProfileParamsTest, WritesProgressAndCompletionAsTexts) {
     params.isComplete = false;
     EXPECT_EQ(bodyText(params), R"({"isCompleted":"false"})");
     params.isComplete.reset();
-    ParamsTestAccess::setType(params, Types::none);
+    setType(params, Types::none);
     EXPECT_EQ(bodyText(params), R"({"type":"none"})");
-    ParamsTestAccess::setType(params, std::nullopt);
+    setType(params, std::nullopt);
     const auto limits = {std::numeric_limits<std::intptr_t>::min(), std::intptr_t{-1},
                          std::intptr_t{0}, std::intptr_t{42},
                          std::numeric_limits<std::intptr_t>::max()};
@@ -247,7 +246,7 @@ TEST_F(ProfileParamsTest, WritesTheKindOfEveryType) {
     for (const auto operation : {addVideoToHistory, addFavoriteShow, addVideoToWatchList})
         for (const auto& [type, kind] : kinds) {
             auto params = bare(operation);
-            ParamsTestAccess::setType(params, type);
+            setType(params, type);
             EXPECT_EQ(bodyText(params), R"({"type":")" + kind + R"("})");
         }
 }
@@ -296,9 +295,9 @@ const std::vector<Fault> faults{
      [](auto& params) { params.elements->clear(); },
      {addFavoriteShows}},
     {"no completion", [](auto& params) { params.isComplete.reset(); }, {}},
-    {"no content kind", [](auto& params) { ParamsTestAccess::setType(params, std::nullopt); }, {}},
+    {"no content kind", [](auto& params) { setType(params, std::nullopt); }, {}},
     {"an empty brand", [](auto& params) { params.brandID = ""; }, {}},
-    {"an empty bind", [](auto& params) { ParamsTestAccess::setBind(params, AnonymousBind()); }, {}},
+    {"an empty bind", [](auto& params) { setBind(params, AnonymousBind()); }, {}},
 };
 
 TEST_F(ProfileParamsTest, IsValidWithAllThatItsOperationNeeds) {
@@ -344,11 +343,11 @@ TEST_F(ProfileParamsTest, EqualityComparesEightFields) {
     EXPECT_EQ(params, full(getHistory));
 
     const std::vector<std::function<void(ProfileParams&)>> differences{
-        [](auto& other) { ParamsTestAccess::setBind(other, std::nullopt); },
-        [](auto& other) { ParamsTestAccess::setBind(other, AnonymousBind("p1", "t2")); },
-        [](auto& other) { ParamsTestAccess::setBind(other, AnonymousBind("p2", "t1")); },
-        [](auto& other) { ParamsTestAccess::setType(other, std::nullopt); },
-        [](auto& other) { ParamsTestAccess::setType(other, Types::show); },
+        [](auto& other) { setBind(other, std::nullopt); },
+        [](auto& other) { setBind(other, AnonymousBind("p1", "t2")); },
+        [](auto& other) { setBind(other, AnonymousBind("p2", "t1")); },
+        [](auto& other) { setType(other, std::nullopt); },
+        [](auto& other) { setType(other, Types::show); },
         [](auto& other) { setOperation(other, std::nullopt); },
         [](auto& other) { setOperation(other, getFavorites); },
         [](auto& other) { other.brandID.reset(); },

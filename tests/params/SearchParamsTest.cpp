@@ -17,6 +17,8 @@ using KestrinConfigManager::TextMap;
 using TestSupport::allOperations;
 using TestSupport::bodyText;
 using TestSupport::nameOf;
+using TestSupport::setBind;
+using TestSupport::setOperation;
 
 // What clients can and cannot write.
 template <class Params>
@@ -54,7 +56,7 @@ class SearchParamsTest : public TestSupport::ParamsFixture {
   protected:
     [[nodiscard]] SearchParams full(std::optional<ProfileOperation> operation) const {
         SearchParams params("x y/z", Types::video, bind, "acme");
-        ParamsTestAccess::setOperation(params, operation);
+        setOperation(params, operation);
         return params;
     }
 };
@@ -78,7 +80,7 @@ TEST_F(SearchParamsTest, IsInvalidUntilTheOperationIsSet) {
     holdBoth();
     SearchParams params;
     EXPECT_FALSE(params.hasValidParams());
-    ParamsTestAccess::setOperation(params, ProfileOperation::addSearchHistory);
+    setOperation(params, ProfileOperation::addSearchHistory);
     EXPECT_TRUE(params.hasValidParams());
 }
 
@@ -135,14 +137,14 @@ TEST_F(SearchParamsTest, NeedsBindAndBrandForEveryOperation) {
         params.brandID.reset();
         EXPECT_FALSE(params.hasValidParams()) << nameOf(operation);
         params = full(operation);
-        ParamsTestAccess::setBind(params, std::nullopt);
+        setBind(params, std::nullopt);
         EXPECT_FALSE(params.hasValidParams()) << nameOf(operation);
     }
 }
 
 TEST_F(SearchParamsTest, AnEmptySearchTextIsValidAndMapped) {
     SearchParams params("", Types::none, bind, "acme");
-    ParamsTestAccess::setOperation(params, ProfileOperation::deleteSearchHistory);
+    setOperation(params, ProfileOperation::deleteSearchHistory);
     EXPECT_TRUE(params.hasValidParams());
     EXPECT_EQ(params.URLMapping(),
               (TextMap{{"%SEARCH%", ""}, {"%BRANDNAME%", "acme"}, {"%UXID%", "p1"}}));
@@ -172,10 +174,10 @@ TEST_F(SearchParamsTest, EqualityComparesFiveFields) {
     EXPECT_EQ(params, full(ProfileOperation::addSearchHistory));
 
     std::vector<SearchParams> others(7, params);
-    ParamsTestAccess::setOperation(others[0], std::nullopt);
-    ParamsTestAccess::setOperation(others[1], ProfileOperation::deleteSearchHistory);
-    ParamsTestAccess::setBind(others[2], std::nullopt);
-    ParamsTestAccess::setBind(others[3], AnonymousBind("p1", "t2"));
+    setOperation(others[0], std::nullopt);
+    setOperation(others[1], ProfileOperation::deleteSearchHistory);
+    setBind(others[2], std::nullopt);
+    setBind(others[3], AnonymousBind("p1", "t2"));
     others[4].search = "";
     others[5].brandID.reset();
     others[6].brandID = "other";

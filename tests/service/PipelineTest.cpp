@@ -9,6 +9,20 @@
 #include <KestrinProfile/params/AnonymousBindParams.hpp>
 
 #include "ServiceFixture.hpp"
+#include "support/PrivateMember.hpp"
+
+namespace TestSupport {
+
+/// What all operations of `Profile` go through, and no client can call.
+struct CreateProfileRequest {
+    using Member = HalvardSling::Observable<HalvardSling::Response> (KestrinProfile::Profile::*)(
+        const KestrinConfigManager::APIParams&, std::optional<KestrinProfile::ProfileOperation>,
+        bool) const;
+    friend Member opened(CreateProfileRequest);
+};
+template struct Opens<CreateProfileRequest, &KestrinProfile::Profile::createProfileRequest>;
+
+}  // namespace TestSupport
 
 namespace {
 
@@ -21,9 +35,9 @@ using KestrinConfigManager::ConfigurationManagerError;
 using KestrinConfigManager::ServiceTable;
 using KestrinConfigManager::WebService;
 using KestrinProfile::AnonymousBindParams;
+using KestrinProfile::Profile;
 using KestrinProfile::ProfileError;
 using KestrinProfile::ProfileOperation;
-using KestrinProfile::ProfileTestAccess;
 using TestSupport::Observed;
 using TestSupport::ServiceFixture;
 
@@ -32,7 +46,8 @@ class Pipeline : public ServiceFixture {
     static Observable<Response> request(
         std::optional<ProfileOperation> operation = ProfileOperation::validate,
         bool requireBind = false) {
-        return ProfileTestAccess::createProfileRequest(
+        const auto createProfileRequest = opened(TestSupport::CreateProfileRequest());
+        return (Profile().*createProfileRequest)(
             AnonymousBindParams("p1", ProfileOperation::validate), operation, requireBind);
     }
 

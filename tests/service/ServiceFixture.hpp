@@ -16,19 +16,6 @@
 
 #include "support/Observed.hpp"
 
-namespace KestrinProfile {
-
-/// Lets tests call what is private to `Profile`.
-struct ProfileTestAccess {
-    static HalvardSling::Observable<HalvardSling::Response> createProfileRequest(
-        const KestrinConfigManager::APIParams& params, std::optional<ProfileOperation> operation,
-        bool requireBind = false) {
-        return Profile().createProfileRequest(params, operation, requireBind);
-    }
-};
-
-}  // namespace KestrinProfile
-
 namespace TestSupport {
 
 /// A configured shared instance without binds, a transport that sends nothing, and a count of the

@@ -5,6 +5,37 @@
 
 namespace KestrinProfile {
 
+namespace {
+
+struct Text {
+    const char* what;
+    const char* advice;
+};
+
+constexpr std::array<Text, ProfileError::caseCount> texts{{
+    {"parameterOperationMismatch: the request's parameters name no operation",
+     "call an operation of Profile, which names it"},
+    {"anonymousBindUninitialized: there is no anonymous bind", "request an anonymous bind"},
+    {"profileIDValdationFailure: a bind was requested without a profile identifier",
+     "name the profile"},
+    {"userInvalidForOperation: the user has no profile identifier",
+     "use a user that came as a reply"},
+    {"parentInvalidForOperation: the parent profile can be neither edited nor deleted",
+     "choose another profile"},
+    {"anonymousBindSerializationError: the service's reply holds no valid anonymous bind",
+     "check the device's clock and the URL of the service"},
+    {"userProfileSerializationError: the service's reply is no list",
+     "check the URL of the service"},
+    {"userSerializationError: the service's reply is no profile or no list of profiles",
+     "check the URL of the service"},
+}};
+
+const Text& textOf(ProfileError::Case value) noexcept {
+    return texts.at(static_cast<std::size_t>(value));
+}
+
+}  // namespace
+
 // Out of line: it keeps the class's type information in this library alone, so that a handler in
 // another shared library recognises the type also with libc++ and hidden visibility.
 ProfileError::~ProfileError() = default;
@@ -13,22 +44,12 @@ std::string_view ProfileError::domain() noexcept {
     return "KestrinProfile.ProfileError";
 }
 
-const char* ProfileError::what() const noexcept {
-    static constexpr std::array<const char*, caseCount> texts{
-        "parameterOperationMismatch: the request's parameters name no operation",
-        "anonymousBindUninitialized: there is no anonymous bind",
-        "profileIDValdationFailure: a bind was requested without a profile identifier",
-        "userInvalidForOperation: the user has no profile identifier; use one that came as a reply",
-        "parentInvalidForOperation: the parent profile can be neither edited nor deleted",
-        "anonymousBindSerializationError: the service's reply holds no valid anonymous bind",
-        "userProfileSerializationError: the service's reply is no list",
-        "userSerializationError: the service's reply is no profile or no list of profiles",
-    };
-    return texts.at(static_cast<std::size_t>(value_));
+std::string_view ProfileError::advice() const noexcept {
+    return textOf(value_).advice;
 }
 
-void raise(ProfileError error) {
-    throw error;
+const char* ProfileError::what() const noexcept {
+    return textOf(value_).what;
 }
 
 }  // namespace KestrinProfile

@@ -1,18 +1,22 @@
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <functional>
 #include <string_view>
 
 namespace KestrinProfile {
 
-/// The library's error. In use it is an enumeration (`error ==
-/// ProfileError::userSerializationError`, `switch (error.value())`), in flight an exception: it
-/// arrives as an observable's error and is never thrown to the caller of an operation.
+/// The library's error. It arrives as an observable's error and is never thrown to the caller of an
+/// operation.
+///
+///     throw ProfileError::userSerializationError;
+///     if (error == ProfileError::userSerializationError) …
+///     switch (error.value()) { case ProfileError::Case::userSerializationError: …
 class [[gnu::visibility("default")]] ProfileError final : public std::exception {
   public:
     /// The cases; the position is the error's code.
-    enum Case {
+    enum class Case {
         /// A request was made of a record without an operation. A mistake in the library's use.
         parameterOperationMismatch,
         /// Reserved: no operation raises it.
@@ -37,13 +41,22 @@ class [[gnu::visibility("default")]] ProfileError final : public std::exception 
     /// How many cases there are.
     static constexpr int caseCount = 8;
 
-    // NOLINTNEXTLINE(google-explicit-constructor): an enumerator in use is the error in flight.
-    ProfileError(Case value) noexcept : value_(value) {}
+    explicit ProfileError(Case value) noexcept : value_(value) {}
     ProfileError(const ProfileError&) = default;
     ProfileError(ProfileError&&) = default;
     ProfileError& operator=(const ProfileError&) = default;
     ProfileError& operator=(ProfileError&&) = default;
     ~ProfileError() override;
+
+    // The errors by name, to throw and to compare with.
+    static const ProfileError parameterOperationMismatch;
+    static const ProfileError anonymousBindUninitialized;
+    static const ProfileError profileIDValdationFailure;
+    static const ProfileError userInvalidForOperation;
+    static const ProfileError parentInvalidForOperation;
+    static const ProfileError anonymousBindSerializationError;
+    static const ProfileError userProfileSerializationError;
+    static const ProfileError userSerializationError;
 
     /// The case, for a `switch`.
     [[nodiscard]] Case value() const noexcept { return value_; }
@@ -53,6 +66,10 @@ class [[gnu::visibility("default")]] ProfileError final : public std::exception 
 
     /// "KestrinProfile.ProfileError", the same for all cases.
     [[nodiscard]] static std::string_view domain() noexcept;
+
+    /// What the caller should do about it, one sentence for people; it lives as long as the
+    /// process.
+    [[nodiscard]] std::string_view advice() const noexcept;
 
     /// The name of the case and what it means, for people.
     [[nodiscard]] const char* what() const noexcept override;
@@ -65,9 +82,19 @@ class [[gnu::visibility("default")]] ProfileError final : public std::exception 
     Case value_;
 };
 
-/// Throws the error. A plain `throw ProfileError::userSerializationError` would throw the bare
-/// enumerator, which no handler of errors recognises; use this.
-[[noreturn]] void raise(ProfileError error);
+// Here, so that they are there before whatever is initialised with them.
+inline const ProfileError ProfileError::parameterOperationMismatch(
+    Case::parameterOperationMismatch);
+inline const ProfileError ProfileError::anonymousBindUninitialized(
+    Case::anonymousBindUninitialized);
+inline const ProfileError ProfileError::profileIDValdationFailure(Case::profileIDValdationFailure);
+inline const ProfileError ProfileError::userInvalidForOperation(Case::userInvalidForOperation);
+inline const ProfileError ProfileError::parentInvalidForOperation(Case::parentInvalidForOperation);
+inline const ProfileError ProfileError::anonymousBindSerializationError(
+    Case::anonymousBindSerializationError);
+inline const ProfileError ProfileError::userProfileSerializationError(
+    Case::userProfileSerializationError);
+inline const ProfileError ProfileError::userSerializationError(Case::userSerializationError);
 
 }  // namespace KestrinProfile
 

@@ -1,10 +1,11 @@
 #include <KestrinProfile/model/ProfileOperation.hpp>
+#include <KestrinProfile/model/internal/RawValues.hpp>
 
 namespace KestrinProfile {
 
 namespace {
 
-constexpr RawValues<ProfileOperation, profileOperationCount> rawValues{{
+constexpr internal::RawValues<ProfileOperation, profileOperationCount> rawValues{{
     "test-operation-do-not-use",
     "personalization-bind-anonymous",
     "personalization-validator",

@@ -5,8 +5,6 @@
 #include <optional>
 #include <string_view>
 
-#include <KestrinProfile/model/internal/RawValues.hpp>
-
 namespace KestrinProfile {
 
 /// The operations of the personalization service. The ordinal of a case is its position.
@@ -49,5 +47,9 @@ inline constexpr std::size_t profileOperationCount = 23;
 }  // namespace KestrinProfile
 
 template <>
-struct std::hash<KestrinProfile::ProfileOperation>
-    : KestrinProfile::OrdinalHash<KestrinProfile::ProfileOperation> {};
+struct std::hash<KestrinProfile::ProfileOperation> {
+    /// The ordinal of the case.
+    [[nodiscard]] std::size_t operator()(KestrinProfile::ProfileOperation value) const noexcept {
+        return static_cast<std::size_t>(value);
+    }
+};

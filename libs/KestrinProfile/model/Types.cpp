@@ -1,10 +1,11 @@
 #include <KestrinProfile/model/Types.hpp>
+#include <KestrinProfile/model/internal/RawValues.hpp>
 
 namespace KestrinProfile {
 
 namespace {
 
-constexpr RawValues<Types, 5> rawValues{{"SHOW", "VIDEO", "GAME", "COLLECTION", "none"}};
+constexpr internal::RawValues<Types, 5> rawValues{{"SHOW", "VIDEO", "GAME", "COLLECTION", "none"}};
 
 }  // namespace
 

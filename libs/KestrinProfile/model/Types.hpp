@@ -1,10 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string_view>
-
-#include <KestrinProfile/model/internal/RawValues.hpp>
 
 namespace KestrinProfile {
 
@@ -22,4 +21,9 @@ enum class Types { show, video, game, collection, none };
 }  // namespace KestrinProfile
 
 template <>
-struct std::hash<KestrinProfile::Types> : KestrinProfile::OrdinalHash<KestrinProfile::Types> {};
+struct std::hash<KestrinProfile::Types> {
+    /// The ordinal of the case.
+    [[nodiscard]] std::size_t operator()(KestrinProfile::Types value) const noexcept {
+        return static_cast<std::size_t>(value);
+    }
+};

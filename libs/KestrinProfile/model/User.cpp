@@ -7,6 +7,8 @@
 namespace KestrinProfile {
 
 using HalvardSling::JSONDictionary;
+using internal::FieldReader;
+using internal::FieldWriter;
 
 static_assert(KestrinConfigManager::SerializableRecord<User>);
 static_assert(KestrinConfigManager::Archivable<User>);

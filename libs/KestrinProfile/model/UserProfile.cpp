@@ -9,6 +9,9 @@
 namespace KestrinProfile {
 
 using HalvardSling::JSONDictionary;
+using internal::debugText;
+using internal::FieldReader;
+using internal::FieldWriter;
 
 static_assert(KestrinConfigManager::SerializableRecord<UserProfile>);
 static_assert(KestrinConfigManager::Archivable<UserProfile>);

@@ -8,6 +8,9 @@
 namespace KestrinProfile {
 
 using HalvardSling::JSONDictionary;
+using internal::debugText;
+using internal::FieldReader;
+using internal::FieldWriter;
 
 static_assert(KestrinConfigManager::SerializableRecord<UserProfileElement>);
 static_assert(KestrinConfigManager::Archivable<UserProfileElement>);

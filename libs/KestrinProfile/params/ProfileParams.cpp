@@ -6,18 +6,20 @@
 #include <KestrinProfile/params/ProfileUtils.hpp>
 #include <KestrinProfile/params/internal/OperationRules.hpp>
 #include <KestrinProfile/params/internal/PercentEncoding.hpp>
+#include <KestrinProfile/params/internal/RequestSupport.hpp>
 
 namespace KestrinProfile {
 
 using HalvardSling::JSONDictionary;
+using internal::fill;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::TextMap;
 
 namespace {
 
 using Keys = ProfileParams::Keys;
-using Body = OperationRules::Body;
-using Need = OperationRules::Need;
+using Body = internal::OperationRules::Body;
+using Need = internal::OperationRules::Need;
 
 std::optional<JSONDictionary> typeBody(std::optional<Types> type) {
     if (!type) return std::nullopt;
@@ -49,18 +51,21 @@ std::optional<JSONDictionary> elementsBody(
 
 }  // namespace
 
+ProfileParams::ProfileParams(std::optional<AnonymousBind> bind)
+    : ProfileParams(std::move(bind), internal::currentBrandID()) {}
+
 ProfileParams::ProfileParams(std::optional<AnonymousBind> bind, std::optional<std::string> aBrandID,
                              std::optional<std::vector<UserProfileElement>> someElements)
     : brandID(std::move(aBrandID)),
       elements(std::move(someElements)),
-      bind_(givenOrHeld(std::move(bind), false)) {}
+      bind_(internal::givenOrHeld(std::move(bind), false)) {}
 
 std::optional<TextMap> ProfileParams::headers() const {
     return ProfileUtils::header(bind_);
 }
 
 std::optional<JSONDictionary> ProfileParams::dictionaryRepresentation() const {
-    switch (rules(operation_).body) {
+    switch (internal::rules(operation_).body) {
         case Body::type:
             return typeBody(type_);
         case Body::watchedVideo:
@@ -80,13 +85,13 @@ std::optional<TextMap> ProfileParams::URLMapping() const {
     fill(mapping, ProfileMapping::brand, brandID);
     fill(mapping, ProfileMapping::video, videoID);
     fill(mapping, bind_);
-    if (userName) fill(mapping, ProfileMapping::userName, percentEncoded(*userName));
+    if (userName) fill(mapping, ProfileMapping::userName, internal::percentEncoded(*userName));
     return mapping;
 }
 
 bool ProfileParams::hasValidParams() const {
     if (!bind_ || !brandID) return false;
-    switch (rules(operation_).need) {
+    switch (internal::rules(operation_).need) {
         case Need::userName:
             return userName && !userName->empty();
         case Need::video:

@@ -10,7 +10,6 @@
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/model/Types.hpp>
 #include <KestrinProfile/model/UserProfileElement.hpp>
-#include <KestrinProfile/params/internal/RequestSupport.hpp>
 
 namespace KestrinProfile {
 
@@ -27,13 +26,17 @@ class ProfileParams final : public KestrinConfigManager::APIParams {
         static constexpr const char* elements = "elements";
     };
 
-    /// @param bind      authorises the request; absent: the bind that the shared configuration
-    ///                  manager holds for the selected profile, if any
-    /// @param brandID   the brand; by default the configured one, as it is at the time of the call
+    /// Parameters for the configured brand, as it is at the time of the call.
+    /// @param bind  authorises the request; absent: the bind that the shared configuration manager
+    ///              holds for the selected profile, if any
+    explicit ProfileParams(std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt);
+
+    /// @param bind      as above
+    /// @param brandID   the brand; absent: none, and no request is valid
     /// @param elements  the entries for `addFavoriteShows`
-    explicit ProfileParams(std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt,
-                           std::optional<std::string> brandID = currentBrandID(),
-                           std::optional<std::vector<UserProfileElement>> elements = std::nullopt);
+    ProfileParams(std::optional<KestrinConfigManager::AnonymousBind> bind,
+                  std::optional<std::string> brandID,
+                  std::optional<std::vector<UserProfileElement>> elements = std::nullopt);
 
     std::optional<std::string> brandID;                       ///< fills "%BRANDNAME%"
     std::optional<std::string> videoID;                       ///< fills "%VIDEO%"
@@ -73,7 +76,6 @@ class ProfileParams final : public KestrinConfigManager::APIParams {
 
   private:
     friend class Profile;
-    friend struct ParamsTestAccess;
 
     std::optional<KestrinConfigManager::AnonymousBind> bind_;
     std::optional<Types> type_;

@@ -4,18 +4,23 @@
 #include <KestrinProfile/params/ProfileUtils.hpp>
 #include <KestrinProfile/params/SearchParams.hpp>
 #include <KestrinProfile/params/internal/PercentEncoding.hpp>
+#include <KestrinProfile/params/internal/RequestSupport.hpp>
 
 namespace KestrinProfile {
 
 using HalvardSling::JSONDictionary;
+using internal::fill;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::TextMap;
+
+SearchParams::SearchParams(std::string aSearch, Types type, std::optional<AnonymousBind> bind)
+    : SearchParams(std::move(aSearch), type, std::move(bind), internal::currentBrandID()) {}
 
 SearchParams::SearchParams(std::string aSearch, Types type, std::optional<AnonymousBind> bind,
                            std::optional<std::string> aBrandID)
     : search(std::move(aSearch)),
       brandID(std::move(aBrandID)),
-      bind_(givenOrHeld(std::move(bind), false)),
+      bind_(internal::givenOrHeld(std::move(bind), false)),
       type_(type) {}
 
 std::optional<TextMap> SearchParams::headers() const {
@@ -30,7 +35,7 @@ std::optional<JSONDictionary> SearchParams::dictionaryRepresentation() const {
 
 std::optional<TextMap> SearchParams::URLMapping() const {
     TextMap mapping;
-    fill(mapping, ProfileMapping::search, percentEncoded(search));
+    fill(mapping, ProfileMapping::search, internal::percentEncoded(search));
     fill(mapping, ProfileMapping::brand, brandID);
     fill(mapping, bind_);
     return mapping;

@@ -7,7 +7,6 @@
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/model/Types.hpp>
-#include <KestrinProfile/params/internal/RequestSupport.hpp>
 
 namespace KestrinProfile {
 
@@ -21,14 +20,19 @@ class SearchParams final : public KestrinConfigManager::APIParams {
         static constexpr const char* term = "TERM";
     };
 
-    /// @param search   the search text
-    /// @param type     the content kind; it is not sent
-    /// @param bind     authorises the request; absent: the bind that the shared configuration
-    ///                 manager holds for the selected profile, if any
-    /// @param brandID  the brand; by default the configured one, as it is at the time of the call
+    /// Parameters for the configured brand, as it is at the time of the call.
+    /// @param search  the search text
+    /// @param type    the content kind; it is not sent
+    /// @param bind    authorises the request; absent: the bind that the shared configuration
+    ///                manager holds for the selected profile, if any
     explicit SearchParams(std::string search = {}, Types type = Types::none,
-                          std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt,
-                          std::optional<std::string> brandID = currentBrandID());
+                          std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt);
+
+    /// The same for another brand.
+    /// @param brandID  the brand; absent: none, and no request is valid
+    SearchParams(std::string search, Types type,
+                 std::optional<KestrinConfigManager::AnonymousBind> bind,
+                 std::optional<std::string> brandID);
 
     std::string search;                  ///< fills "%SEARCH%"
     std::optional<std::string> brandID;  ///< fills "%BRANDNAME%"
@@ -60,7 +64,6 @@ class SearchParams final : public KestrinConfigManager::APIParams {
 
   private:
     friend class Profile;
-    friend struct ParamsTestAccess;
 
     std::optional<ProfileOperation> operation_;
     std::optional<KestrinConfigManager::AnonymousBind> bind_;

@@ -8,14 +8,16 @@
 namespace KestrinProfile {
 
 using HalvardSling::JSONDictionary;
+using internal::fill;
+using internal::rules;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::TextMap;
 
-using Body = OperationRules::Body;
-using Need = OperationRules::Need;
+using Body = internal::OperationRules::Body;
+using Need = internal::OperationRules::Need;
 
 UserParams::UserParams(std::optional<AnonymousBind> aBind, std::optional<User> aUser)
-    : bind(givenOrHeld(std::move(aBind), true)), user(std::move(aUser)) {}
+    : bind(internal::givenOrHeld(std::move(aBind), true)), user(std::move(aUser)) {}
 
 std::optional<TextMap> UserParams::headers() const {
     return ProfileUtils::header(bind);

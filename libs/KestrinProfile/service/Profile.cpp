@@ -56,13 +56,13 @@ Observable<T> reactingToForbiddenReply(const Observable<T>& source) {
 template <class Record, ProfileError::Case Failure>
 Record decoded(const JSONDictionary& reply) {
     auto record = Record::fromJSON(reply);
-    if (!record) raise(Failure);
+    if (!record) throw ProfileError(Failure);
     return std::move(*record);
 }
 
 std::vector<User> decodedUsers(const JSONDictionary& reply) {
     const auto entries = reply.dictionaries(Profile::Keys::getProfiles);
-    if (!entries) raise(ProfileError::userSerializationError);
+    if (!entries) throw ProfileError::userSerializationError;
     std::vector<User> users;
     users.reserve(entries->size());
     for (const auto& entry : *entries)
@@ -71,9 +71,9 @@ std::vector<User> decodedUsers(const JSONDictionary& reply) {
 }
 
 AnonymousBind storedBind(const JSONDictionary& reply) {
-    constexpr auto failure = ProfileError::anonymousBindSerializationError;
+    constexpr auto failure = ProfileError::Case::anonymousBindSerializationError;
     auto bind = decoded<AnonymousBind, failure>(reply);
-    if (!bind.isValid()) raise(failure);
+    if (!bind.isValid()) throw ProfileError(failure);
     auto& manager = ConfigurationManager::sharedInstance();
     manager.setBindProfileID(bind.profileID);
     manager.setBindToken(bind.token);
@@ -87,8 +87,7 @@ Observable<AnonymousBind> Profile::requestAnonymousBind(
     auto held = ConfigurationManager::profileBind(true);
     if (held && held->isValid() && profileID && held->profileID == *profileID)
         return rxcpp::observable<>::just(std::move(*held));
-    if (!profileID)
-        return failure<AnonymousBind>(ProfileError(ProfileError::profileIDValdationFailure));
+    if (!profileID) return failure<AnonymousBind>(ProfileError::profileIDValdationFailure);
 
     constexpr auto operation = ProfileOperation::anonymousBind;
     const AnonymousBindParams params(std::move(*profileID), operation);
@@ -102,7 +101,7 @@ Observable<Response> Profile::validateProfileName(ProfileParams params) const {
 
 Observable<User> Profile::createProfile(UserParams params) const {
     return HalvardSling::json(send(std::move(params), ProfileOperation::createProfile)) |
-           rxcpp::operators::map(&decoded<User, ProfileError::userSerializationError>);
+           rxcpp::operators::map(&decoded<User, ProfileError::Case::userSerializationError>);
 }
 
 Observable<std::vector<User>> Profile::getProfiles(std::optional<AnonymousBind> bind) const {
@@ -189,7 +188,7 @@ Observable<Response> Profile::deleteSearchHistory(std::string brandID) const {
 Observable<UserProfile> Profile::readList(ProfileParams params, ProfileOperation operation) const {
     return HalvardSling::json(send(std::move(params), operation)) |
            rxcpp::operators::map(
-               &decoded<UserProfile, ProfileError::userProfileSerializationError>);
+               &decoded<UserProfile, ProfileError::Case::userProfileSerializationError>);
 }
 
 Observable<Response> Profile::addItem(ProfileParams params, Types type,
@@ -216,17 +215,16 @@ Observable<Response> Profile::send(UserParams params, ProfileOperation operation
 Observable<Response> Profile::changeProfile(UserParams params, ProfileOperation operation) const {
     const auto& profileID = params.user ? params.user->profileID : std::nullopt;
     if (!profileID || profileID->empty())
-        return failure<Response>(ProfileError(ProfileError::userInvalidForOperation));
+        return failure<Response>(ProfileError::userInvalidForOperation);
     if (*profileID == ConfigurationManager::parentProfileID())
-        return failure<Response>(ProfileError(ProfileError::parentInvalidForOperation));
+        return failure<Response>(ProfileError::parentInvalidForOperation);
     return send(std::move(params), operation);
 }
 
 Observable<Response> Profile::createProfileRequest(const APIParams& params,
                                                    std::optional<ProfileOperation> operation,
                                                    bool /*requireBind*/) const {
-    if (!operation)
-        return failure<Response>(ProfileError(ProfileError::parameterOperationMismatch));
+    if (!operation) return failure<Response>(ProfileError::parameterOperationMismatch);
 
     const auto name = rawValue(*operation);
     const auto configuration = ConfigurationManager::sharedInstance().currentConfiguration();

@@ -133,8 +133,6 @@ class Profile {
     [[nodiscard]] Observable<Response> deleteSearchHistory(std::string brandID) const;
 
   private:
-    friend struct ProfileTestAccess;
-
     // The bodies that the operations share, by shape.
     [[nodiscard]] Observable<UserProfile> readList(ProfileParams params,
                                                    ProfileOperation operation) const;

@@ -50,8 +50,7 @@ TEST(ErrorsAcrossSharedLibraries, ASlingErrorIsCaughtAsItself) {
 }
 
 TEST(ErrorsAcrossSharedLibraries, AnErrorMadeHereIsCaughtHereToo) {
-    EXPECT_TRUE(
-        isCaughtAs<ProfileError>([] { throw ProfileError(ProfileError::userSerializationError); }));
+    EXPECT_TRUE(isCaughtAs<ProfileError>([] { throw ProfileError::userSerializationError; }));
 }
 
 }  // namespace

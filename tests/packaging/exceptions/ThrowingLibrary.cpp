@@ -5,7 +5,7 @@
 #include <KestrinProfile/model/ProfileError.hpp>
 
 void throwProfileError(int code) {
-    KestrinProfile::raise(static_cast<KestrinProfile::ProfileError::Case>(code));
+    throw KestrinProfile::ProfileError(static_cast<KestrinProfile::ProfileError::Case>(code));
 }
 
 void throwConfigurationManagerError() {

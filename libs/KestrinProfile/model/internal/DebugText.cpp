@@ -1,6 +1,6 @@
 #include <KestrinProfile/model/internal/DebugText.hpp>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 namespace {
 
@@ -41,4 +41,4 @@ std::string debugText(Date date) {
     return text.substr(0, separator) + " " + text.substr(separator + 1, 8) + " +0000";
 }
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal

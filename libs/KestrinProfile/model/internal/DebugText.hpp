@@ -8,7 +8,7 @@
 
 #include <KestrinProfile/model/DateFormatter.hpp>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 // The values of fields as descriptions show them: for people and logs, never read back.
 
@@ -34,4 +34,4 @@ template <class Value>
     return field ? "Optional(" + debugText(*field) + ")" : "nil";
 }
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal

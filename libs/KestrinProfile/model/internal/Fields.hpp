@@ -9,7 +9,7 @@
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinProfile/model/DateFormatter.hpp>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 // How the fields of every record are read and written. A record lists its fields once for each of
 // its forms, and hands the list one of these two.
@@ -74,4 +74,4 @@ class FieldWriter {
     HalvardSling::JSONDictionary& to_;
 };
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 /// The raw values of a text-valued enumeration, one for each case in declaration order. The one
 /// place from which both directions of the conversion are read.
@@ -25,12 +25,4 @@ struct RawValues {
     }
 };
 
-/// Hash of an enumeration: the ordinal of the case.
-template <class Enumeration>
-struct OrdinalHash {
-    [[nodiscard]] constexpr std::size_t operator()(Enumeration value) const noexcept {
-        return static_cast<std::size_t>(value);
-    }
-};
-
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal

@@ -3,7 +3,7 @@
 
 #include <KestrinProfile/params/internal/OperationRules.hpp>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 namespace {
 
@@ -51,4 +51,4 @@ const OperationRules& rules(std::optional<ProfileOperation> operation) {
     return table.at(static_cast<std::size_t>(operation.value_or(testOperation)));
 }
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal

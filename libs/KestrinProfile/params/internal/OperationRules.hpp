@@ -4,7 +4,7 @@
 
 #include <KestrinProfile/model/ProfileOperation.hpp>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 /// What the service expects of an operation's request. The one table from which the parameter
 /// records answer.
@@ -38,4 +38,4 @@ struct OperationRules {
 /// The rules of an operation; of an absent one, that there is no body and nothing is needed.
 [[nodiscard]] const OperationRules& rules(std::optional<ProfileOperation> operation);
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal

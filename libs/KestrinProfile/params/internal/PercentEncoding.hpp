@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 /// Percent-encodes free text (a profile name, a search text) for a URL: each of the 22 characters
 /// `!*'();:@&=+$,/?%#[]^\` and blank becomes a per cent sign and the two upper-case hexadecimal
@@ -11,4 +11,4 @@ namespace KestrinProfile {
 /// letters, quotes and angle brackets included.
 [[nodiscard]] std::string percentEncoded(std::string_view text);
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal

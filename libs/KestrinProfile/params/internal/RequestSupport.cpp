@@ -2,7 +2,7 @@
 #include <KestrinProfile/params/ProfileUtils.hpp>
 #include <KestrinProfile/params/internal/RequestSupport.hpp>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::ConfigurationManager;
@@ -28,4 +28,4 @@ void fill(TextMap& mapping, const std::optional<AnonymousBind>& bind) {
     if (bind) mapping.insert_or_assign(ProfileMapping::uxid, bind->profileID);
 }
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal

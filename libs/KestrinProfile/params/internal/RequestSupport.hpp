@@ -6,7 +6,7 @@
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinConfigManager/TextMap.hpp>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
 
 /// The bind that was given; where none was, the one that the shared configuration manager holds,
 /// which may be absent too.
@@ -26,4 +26,4 @@ void fill(KestrinConfigManager::TextMap& mapping, const char* placeholder,
 void fill(KestrinConfigManager::TextMap& mapping,
           const std::optional<KestrinConfigManager::AnonymousBind>& bind);
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal
