@@ -9,19 +9,27 @@ namespace KestrinProfile {
 /// free name may be the same text as one of the four.
 class ListTypes {
   public:
+    enum class Case { list, watchList, history, favorites, searchHistory };
+
     /// A list of any name.
-    [[nodiscard]] static ListTypes list(std::string name) { return ListTypes(std::move(name)); }
-    [[nodiscard]] static ListTypes watchList() { return ListTypes("watchlist"); }
-    [[nodiscard]] static ListTypes history() { return ListTypes("history"); }
-    [[nodiscard]] static ListTypes favorites() { return ListTypes("favorites"); }
-    [[nodiscard]] static ListTypes searchHistory() { return ListTypes("searchhistory"); }
+    [[nodiscard]] static ListTypes list(std::string name) { return {Case::list, std::move(name)}; }
+    [[nodiscard]] static ListTypes watchList() { return {Case::watchList, "watchlist"}; }
+    [[nodiscard]] static ListTypes history() { return {Case::history, "history"}; }
+    [[nodiscard]] static ListTypes favorites() { return {Case::favorites, "favorites"}; }
+    [[nodiscard]] static ListTypes searchHistory() {
+        return {Case::searchHistory, "searchhistory"};
+    }
+
+    /// The case, for a `switch`. A list of any name is `Case::list`, whatever the name.
+    [[nodiscard]] Case value() const noexcept { return value_; }
 
     /// The list's name: the given text unchanged, or the service's name of the list.
-    [[nodiscard]] const std::string& rawValue() const noexcept { return name_; }
+    [[nodiscard]] std::string rawValue() const { return name_; }
 
   private:
-    explicit ListTypes(std::string name) : name_(std::move(name)) {}
+    ListTypes(Case value, std::string name) : value_(value), name_(std::move(name)) {}
 
+    Case value_;
     std::string name_;
 };
 
