@@ -1,50 +1,45 @@
 #include <algorithm>
 #include <array>
-#include <cstddef>
 
 #include <KestrinProfile/params/internal/PercentEncoding.hpp>
+#include <internal/Hex.hpp>
 
-namespace KestrinProfile {
+namespace KestrinProfile::internal {
+
+using KestrinInternal::hexDigits;
+using KestrinInternal::upperHexDigits;
 
 namespace {
 
 constexpr std::string_view reserved = R"(!*'();:@&=+$,/?%#[]^\ )";
 static_assert(reserved.size() == 22);
 
-constexpr std::array<bool, 256> isReserved = [] {
-    std::array<bool, 256> table{};
+constexpr std::array<bool, 256> table = [] {
+    std::array<bool, 256> marks{};
     for (const char c : reserved)
-        table[static_cast<unsigned char>(c)] = true;
-    return table;
+        marks[static_cast<unsigned char>(c)] = true;
+    return marks;
 }();
 
-constexpr std::size_t blockSize = 128;
-
-/// Writes the encoded text.
-/// @return where it ends
-char* encode(std::string_view text, char* out) noexcept {
-    static constexpr std::string_view digits = "0123456789ABCDEF";
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (!isReserved[byte]) {
-            *out++ = c;
-            continue;
-        }
-        *out++ = '%';
-        *out++ = digits[byte >> 4];
-        *out++ = digits[byte & 15];
-    }
-    return out;
+bool isReserved(char c) {
+    return table[static_cast<unsigned char>(c)];
 }
 
 }  // namespace
 
 std::string percentEncoded(std::string_view text) {
-    std::array<char, 3 * blockSize> block;  // NOLINT(cppcoreguidelines-pro-type-member-init)
-    std::string result;
-    for (; !text.empty(); text.remove_prefix(std::min(text.size(), blockSize)))
-        result.append(block.data(), encode(text.substr(0, blockSize), block.data()));
+    std::string result(3 * text.size(), '\0');
+    auto out = result.begin();
+    for (const char c : text) {
+        if (!isReserved(c)) {
+            *out++ = c;
+            continue;
+        }
+        *out++ = '%';
+        out = std::ranges::copy(hexDigits(c, upperHexDigits), out).out;
+    }
+    result.erase(out, result.end());
     return result;
 }
 
-}  // namespace KestrinProfile
+}  // namespace KestrinProfile::internal
