@@ -379,7 +379,7 @@ Refusal notAURL() {
 /// The host of a URL for which cleartext is not allowed; absent where all is well.
 Refusal cleartextRefusal(const HalvardSling::Origin& origin, const Top& top) {
     if (origin.scheme != "http" || top.cleartextHosts.contains(origin.host)) return std::nullopt;
-    const bool loopback = HalvardSling::isLoopback(origin.host);
+    const bool loopback = origin.isLoopback();
     if (loopback && top.development) return std::nullopt;
     return "uses http, which is not allowed for the host " + inQuotes(origin.host) +
            "; use https, or name the host in \"cleartextHosts\"" +
@@ -403,24 +403,23 @@ Refusal storeURL(Service& target, std::string_view text) {
     if (front.find('@') != std::string_view::npos)
         return "holds user information, expected none; credentials belong in a header";
 
-    const std::string sample = HalvardSling::escapedForRequestLine(withPlaceholdersFilled(url));
     const std::string scheme = loweredText(front.substr(0, front.find("://")));
     if (scheme != "http" && scheme != "https") return notAURL();
-    if (const auto problem = HalvardSling::problemOfURL(sample))
-        return std::string("cannot be sent: ") + problem->what();
-    const auto origin = HalvardSling::originOf(sample);
-    if (!origin) return notAURL();
-    if (auto refusal = cleartextRefusal(*origin, target.top)) return refusal;
+    const auto sample = HalvardSling::URL::parse(withPlaceholdersFilled(url));
+    if (const auto* const error = std::get_if<HalvardSling::SlingError>(&sample))
+        return std::string("cannot be sent: ") + error->what();
+    const auto& origin = std::get<HalvardSling::URL>(sample).origin();
+    if (auto refusal = cleartextRefusal(origin, target.top)) return refusal;
 
-    target.service.policy.allowsCleartext = origin->scheme == "http";
+    target.service.policy.allowsCleartext = origin.scheme == "http";
     target.service.url = std::move(url);
     return std::nullopt;
 }
 
 Refusal storeHeader(Service& target, std::string_view name, std::string_view value) {
     Headers& headers = target.service.headers;
-    if (HalvardSling::problemOfHeaders({{name, ""}})) return "has a name that no header may have";
-    if (HalvardSling::problemOfHeaders({{"name", value}}))
+    if (!Headers::isValidName(name)) return "has a name that no header may have";
+    if (!Headers::isValidValue(value))
         return "has a character in its value that no header may carry";
     if (headers.value(name)) return "names a header that is there already in other letter case";
     headers.add(name, value);
@@ -435,8 +434,9 @@ Refusal storeQuery(Service& target, std::string_view name, std::string_view valu
 
 Refusal storeCleartextHost(Top& target, std::string_view host) {
     const std::string wanted = loweredText(host);
-    const auto origin = HalvardSling::originOf("http://" + wanted);
-    if (!origin || origin->host != wanted)
+    const auto url = HalvardSling::URL::parse("http://" + wanted);
+    const auto* const parsed = std::get_if<HalvardSling::URL>(&url);
+    if (parsed == nullptr || parsed->origin().host != wanted)
         return "is not a host, expected a name or address without scheme, port and path";
     target.cleartextHosts.insert(wanted);
     return std::nullopt;

@@ -5,14 +5,16 @@
 #include <string_view>
 #include <utility>
 
-#include <HalvardSling/http/URL.hpp>
 #include <KestrinConfigManager/SlingBuild.hpp>
 
 namespace KestrinConfigManager {
 
 namespace {
 
+using HalvardSling::CheckedRequest;
 using HalvardSling::Headers;
+using HalvardSling::Sling;
+using HalvardSling::SlingError;
 using HalvardSling::TransportRequest;
 
 // Accept and Content-Type.
@@ -68,7 +70,7 @@ std::string urlOf(const APIParams& params, const WebService& service) {
     TextMap query = params.queryParameters().value_or(TextMap());
     query.insert(service.query.begin(), service.query.end());
     appendQuery(url, query);
-    return HalvardSling::escapedForRequestLine(std::move(url));
+    return url;
 }
 
 void setDefault(Headers& headers, std::string_view name, std::string_view value) {
@@ -115,7 +117,7 @@ std::optional<Body> bodyOf(const APIParams& params, BodyForm form) {
 
 }  // namespace
 
-HalvardSling::Sling build(const APIParams& params, const WebService& service) {
+Sling build(const APIParams& params, const WebService& service) {
     TransportRequest request;
     request.method = service.method;
     request.url = urlOf(params, service);
@@ -128,11 +130,11 @@ HalvardSling::Sling build(const APIParams& params, const WebService& service) {
     request.sendsUserAgent = !params.removeUserAgent();
     request.pathTemplate = service.url.path();
 
-    HalvardSling::Sling sling(std::move(request));
-    const TransportRequest* const made = sling.request();
-    if (made == nullptr) return sling;
-    auto problem = HalvardSling::problemOfOrigin(service.url.text(), made->url);
-    return problem ? HalvardSling::Sling(*std::move(problem)) : sling;
+    auto checked = CheckedRequest::of(std::move(request));
+    if (auto* const error = std::get_if<SlingError>(&checked)) return Sling(std::move(*error));
+    auto& made = std::get<CheckedRequest>(checked);
+    if (auto error = made.url().validateOrigin(service.url.text())) return Sling(*std::move(error));
+    return Sling(std::move(made));
 }
 
 }  // namespace KestrinConfigManager

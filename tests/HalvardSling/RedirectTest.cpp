@@ -1,3 +1,9 @@
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
 #include <gmock/gmock.h>
 
 #include <HalvardSling/http/internal/Redirect.hpp>
@@ -30,6 +36,13 @@ TransportRequest secretRequest(std::string method = "GET") {
     return request;
 }
 
+std::variant<TransportRequest, SlingError> redirected(const TransportRequest& request, int status,
+                                                      std::string_view location) {
+    auto next = internal::redirected(checked(request), status, location);
+    if (auto* const error = std::get_if<SlingError>(&next)) return std::move(*error);
+    return *std::get<CheckedRequest>(next);
+}
+
 /// Where a redirect leads, or "refused".
 std::string target(std::string_view location, const TransportRequest& request = secretRequest()) {
     const auto next = redirected(request, 302, location);
@@ -49,6 +62,59 @@ TEST(Redirect, ResolvesItsLocation) {
     EXPECT_EQ(target("https://b.example:444/x"), "https://b.example:444/x");
     EXPECT_EQ(target("/\xC3\xA4"), "https://a.example/%C3%A4");
     EXPECT_EQ(target("/x y"), "https://a.example/x%20y");
+}
+
+TEST(Redirect, ReferencesAreResolvedAsInTheExamplesOfRFC3986) {
+    // Section 5.4, with its base.
+    for (const auto& [reference, meaning] : std::vector<std::pair<const char*, const char*>>{
+             {"g:h", "g:h"},
+             {"g", "http://a/b/c/g"},
+             {"./g", "http://a/b/c/g"},
+             {"g/", "http://a/b/c/g/"},
+             {"/g", "http://a/g"},
+             {"//g", "http://g"},
+             {"?y", "http://a/b/c/d;p?y"},
+             {"g?y", "http://a/b/c/g?y"},
+             {"#s", "http://a/b/c/d;p?q#s"},
+             {"g#s", "http://a/b/c/g#s"},
+             {"g?y#s", "http://a/b/c/g?y#s"},
+             {";x", "http://a/b/c/;x"},
+             {"g;x", "http://a/b/c/g;x"},
+             {"g;x?y#s", "http://a/b/c/g;x?y#s"},
+             {"", "http://a/b/c/d;p?q"},
+             {".", "http://a/b/c/"},
+             {"./", "http://a/b/c/"},
+             {"..", "http://a/b/"},
+             {"../", "http://a/b/"},
+             {"../g", "http://a/b/g"},
+             {"../..", "http://a/"},
+             {"../../", "http://a/"},
+             {"../../g", "http://a/g"},
+             {"../../../g", "http://a/g"},
+             {"../../../../g", "http://a/g"},
+             {"/./g", "http://a/g"},
+             {"/../g", "http://a/g"},
+             {"g.", "http://a/b/c/g."},
+             {".g", "http://a/b/c/.g"},
+             {"g..", "http://a/b/c/g.."},
+             {"..g", "http://a/b/c/..g"},
+             {"./../g", "http://a/b/g"},
+             {"./g/.", "http://a/b/c/g/"},
+             {"g/./h", "http://a/b/c/g/h"},
+             {"g/../h", "http://a/b/c/h"},
+             {"g;x=1/./y", "http://a/b/c/g;x=1/y"},
+             {"g;x=1/../y", "http://a/b/c/y"},
+             {"g?y/./x", "http://a/b/c/g?y/./x"},
+             {"g?y/../x", "http://a/b/c/g?y/../x"},
+             {"g#s/./x", "http://a/b/c/g#s/./x"},
+             {"g#s/../x", "http://a/b/c/g#s/../x"},
+             {"http:g", "http:g"},
+         })
+        EXPECT_EQ(internal::resolvedReference("http://a/b/c/d;p?q", reference), meaning)
+            << reference;
+    EXPECT_EQ(internal::resolvedReference("http://a", "g"), "http://a/g");
+    EXPECT_EQ(internal::resolvedReference("http://a?q", "?y"), "http://a?y");
+    EXPECT_EQ(internal::resolvedReference("http://a/b//c", "../d"), "http://a/b/d");
 }
 
 TEST(Redirect, RefusesWhatMayNotBeSent) {

@@ -17,7 +17,6 @@
 #include <HalvardSling/curl/CurlTransport.hpp>
 #include <HalvardSling/curl/internal/CurlExchange.hpp>
 #include <HalvardSling/curl/internal/CurlExchangePool.hpp>
-#include <HalvardSling/http/URL.hpp>
 #include <HalvardSling/http/internal/Redirect.hpp>
 #include <HalvardSling/transport/internal/WakePipe.hpp>
 
@@ -102,11 +101,10 @@ std::chrono::microseconds timeBetween(Clock::time_point from, Clock::time_point 
 /// What a log may know of a transfer.
 /// @param transfer  null: it was not in flight
 TransferLog logOf(const Waiting& order, const TransportResult& result, const Transfer* transfer) {
-    const auto origin = originOf(order.request->url);
     TransferLog log;
     log.transfer = order.transfer;
     log.method = order.request->method;
-    if (origin) log.origin = origin->text();
+    log.origin = order.request.url().origin().text();
     log.pathTemplate = order.request->pathTemplate;
     if (const auto* const response = std::get_if<Response>(&result))
         log.status = response->status();
@@ -135,13 +133,6 @@ SlingError cancelledError() {
 SlingError expiredError() {
     return {SlingErrorKind::totalTimeout,
             "the request's time was up while it waited for others to end; nothing was sent"};
-}
-
-std::variant<CheckedRequest, SlingError> following(const TransportRequest& request, int status,
-                                                   std::string_view location) {
-    auto next = redirected(request, status, location);
-    if (auto* const error = std::get_if<SlingError>(&next)) return std::move(*error);
-    return CheckedRequest::of(std::get<TransportRequest>(std::move(next)));
 }
 
 /// How many connections, and exchanges, are kept for the next request.
@@ -416,7 +407,7 @@ void CurlTransport::Loop::begin(Transfer begun) {
     const TransferID id = begun.order.transfer;
     Transfer& transfer = inFlight_.emplace(id, std::move(begun)).first->second;
     const auto& request = transfer.order.request;
-    transfer.exchange = exchanges_.take(request->url);
+    transfer.exchange = exchanges_.take(request.url().origin());
     auto problem = transfer.exchange->prepare(
         request, {.started = transfer.started, .deadline = transfer.order.deadline}, id);
     if (!problem && curl_multi_add_handle(multi_.get(), transfer.exchange->easy()) != CURLM_OK)
@@ -473,12 +464,12 @@ void CurlTransport::Loop::finish(Transfer& transfer, CURLcode code) {
 /// @return whether it was sent
 bool CurlTransport::Loop::follow(Transfer& transfer, TransportResult& result) {
     const auto* const response = std::get_if<Response>(&result);
-    if (response == nullptr || !isRedirect(response->status())) return false;
-    const auto& request = *transfer.order.request;
+    if (response == nullptr || !internal::isRedirect(response->status())) return false;
+    const auto& request = transfer.order.request;
     const auto location = response->headers().value("Location");
-    const bool follows = request.policy.maxRedirects > 0 || transfer.redirects > 0;
+    const bool follows = request->policy.maxRedirects > 0 || transfer.redirects > 0;
     if (!location || !follows) return false;
-    auto next = following(request, response->status(), *location);
+    auto next = internal::redirected(request, response->status(), *location);
     if (auto* const error = std::get_if<SlingError>(&next)) {
         result = std::move(*error);
         return false;

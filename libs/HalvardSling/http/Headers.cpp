@@ -1,19 +1,24 @@
 #include <algorithm>
 
 #include <HalvardSling/http/Headers.hpp>
+#include <internal/ASCII.hpp>
 
 namespace HalvardSling {
 
-namespace {
-
-constexpr char lowered(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+bool Headers::isValidName(std::string_view name) noexcept {
+    const auto isTokenCharacter = [](char c) {
+        return KestrinInternal::isLetter(c) || KestrinInternal::isDigit(c) ||
+               std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+    };
+    return !name.empty() && std::ranges::all_of(name, isTokenCharacter);
 }
 
-}  // namespace
+bool Headers::isValidValue(std::string_view value) noexcept {
+    return std::ranges::all_of(value, [](char c) { return (c >= 0x20 && c <= 0x7E) || c == '\t'; });
+}
 
 bool Headers::sameName(std::string_view left, std::string_view right) noexcept {
-    return std::ranges::equal(left, right, {}, lowered, lowered);
+    return KestrinInternal::equalsIgnoringCase(left, right);
 }
 
 Headers::Headers(std::initializer_list<Field> fields) {

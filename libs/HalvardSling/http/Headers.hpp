@@ -49,6 +49,12 @@ class Headers {
     [[nodiscard]] std::size_t size() const noexcept { return ends_.size(); }
     [[nodiscard]] bool empty() const noexcept { return ends_.empty(); }
 
+    /// Whether a field may have this name: a token (RFC 9110, section 5.6.2).
+    [[nodiscard]] static bool isValidName(std::string_view name) noexcept;
+
+    /// Whether a field may have this value: it holds only 0x20 to 0x7E and tab.
+    [[nodiscard]] static bool isValidValue(std::string_view value) noexcept;
+
     /// Whether two header names are the same name.
     [[nodiscard]] static bool sameName(std::string_view left, std::string_view right) noexcept;
 

@@ -1,12 +1,42 @@
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
 #include <HalvardSling/http/TransportRequest.hpp>
-#include <HalvardSling/http/URL.hpp>
 
 namespace HalvardSling {
+
+namespace {
+
+std::optional<SlingError> forbidden(std::string text) {
+    return SlingError(SlingErrorKind::forbiddenHeader, std::move(text));
+}
+
+std::optional<SlingError> validate(const Headers& headers) {
+    for (const auto& [name, value] : headers) {
+        if (!Headers::isValidName(name))
+            return forbidden("a header's name holds a character that no name may hold");
+        if (!Headers::isValidValue(value))
+            return forbidden("the value of the header " + std::string(name) +
+                             " holds a character that no value may hold");
+    }
+    return std::nullopt;
+}
+
+std::optional<SlingError> validate(const TransportRequest& request, const Origin& origin) {
+    if (origin.scheme == "http" && !request.policy.allowsCleartext)
+        return SlingError(SlingErrorKind::malformedURL,
+                          "the URL of a request to " + origin.text() +
+                              " is not https, and cleartext is not allowed for it");
+    if (!Headers::isValidName(request.method))
+        return forbidden("a request's method holds a character that no method may hold");
+    return validate(request.headers);
+}
+
+}  // namespace
 
 bool TransportRequest::isIdempotent() const noexcept {
     static constexpr std::array<std::string_view, 6> idempotent{"GET",    "HEAD",    "PUT",
@@ -15,8 +45,12 @@ bool TransportRequest::isIdempotent() const noexcept {
 }
 
 std::variant<CheckedRequest, SlingError> CheckedRequest::of(TransportRequest request) {
-    if (auto problem = problemOfRequest(request)) return *std::move(problem);
-    return CheckedRequest(std::make_shared<const TransportRequest>(std::move(request)));
+    auto url = URL::parse(request.url);
+    if (auto* const error = std::get_if<SlingError>(&url)) return std::move(*error);
+    auto& parsed = std::get<URL>(url);
+    if (auto error = validate(request, parsed.origin())) return *std::move(error);
+    request.url = parsed.text();
+    return CheckedRequest(Content{std::move(request), std::move(parsed)});
 }
 
 }  // namespace HalvardSling

@@ -8,6 +8,7 @@
 #include <HalvardSling/http/Headers.hpp>
 #include <HalvardSling/http/RequestPolicy.hpp>
 #include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/http/URL.hpp>
 
 namespace HalvardSling {
 
@@ -34,19 +35,27 @@ struct TransportRequest {
 /// An immutable value; copies share one request and may be read from any number of threads.
 class CheckedRequest {
   public:
-    /// Checks a request.
-    /// @return why it may not be sent where that is so: its URL, its method or a header, see
-    ///         `problemOfRequest`
+    /// Checks a request: its URL (see `URL`), whether cleartext is allowed if it is http, its
+    /// method, which must be a token, and its headers (see `Headers::isValidName` and
+    /// `isValidValue`).
+    /// @return why it may not be sent if that is so: `malformedURL` or `forbiddenHeader`
     [[nodiscard]] static std::variant<CheckedRequest, SlingError> of(TransportRequest request);
 
-    [[nodiscard]] const TransportRequest& operator*() const noexcept { return *request_; }
-    [[nodiscard]] const TransportRequest* operator->() const noexcept { return request_.get(); }
+    /// The request. Its `url` is the text of `url()`.
+    [[nodiscard]] const TransportRequest& operator*() const noexcept { return content_->request; }
+    [[nodiscard]] const TransportRequest* operator->() const noexcept { return &content_->request; }
+
+    [[nodiscard]] const URL& url() const noexcept { return content_->url; }
 
   private:
-    explicit CheckedRequest(std::shared_ptr<const TransportRequest> request) noexcept
-        : request_(std::move(request)) {}
+    struct Content {
+        TransportRequest request;
+        URL url;
+    };
+    explicit CheckedRequest(Content content)
+        : content_(std::make_shared<const Content>(std::move(content))) {}
 
-    std::shared_ptr<const TransportRequest> request_;
+    std::shared_ptr<const Content> content_;
 };
 
 }  // namespace HalvardSling

@@ -1,143 +1,138 @@
 #include <algorithm>
+#include <arpa/inet.h>
 #include <array>
 #include <charconv>
 #include <cstdint>
-#include <memory>
-
-#include <curl/curl.h>
+#include <netinet/in.h>
+#include <system_error>
 
 #include <HalvardSling/http/URL.hpp>
+#include <internal/ASCII.hpp>
+#include <internal/Hex.hpp>
 
 namespace HalvardSling {
 
 namespace {
 
-struct CurlFree {
-    void operator()(char* text) const noexcept { curl_free(text); }
-};
-struct CurlURLCleanup {
-    void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
-};
-using CurlURL = std::unique_ptr<CURLU, CurlURLCleanup>;
+using KestrinInternal::isDigit;
+using KestrinInternal::isLetter;
+using KestrinInternal::loweredText;
 
-constexpr char lowered(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-std::string loweredText(std::string text) {
-    std::ranges::transform(text, text.begin(), lowered);
-    return text;
-}
-
-bool startsWithIgnoringCase(std::string_view text, std::string_view start) noexcept {
-    return Headers::sameName(text.substr(0, start.size()), start);
+constexpr bool isOneOf(char c, std::string_view characters) noexcept {
+    return characters.find(c) != std::string_view::npos;
 }
 
 constexpr bool isControlOrBlank(char c) noexcept {
     return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F;
 }
 
-/// Whether a predicate is true of any character. It looks at all of them, for without a way out in
-/// the middle compilers take many at once.
-template <class Predicate>
-constexpr bool anyOf(std::string_view text, Predicate isSought) noexcept {
-    unsigned char any = 0;  // a byte for a byte; with a bool they do not
-    for (const char c : text)
-        any |= static_cast<unsigned char>(isSought(c));
-    return any != 0;
-}
-
-constexpr bool isLetter(char c) noexcept {
-    return lowered(c) >= 'a' && lowered(c) <= 'z';
-}
-
-constexpr bool isDigit(char c) noexcept {
-    return c >= '0' && c <= '9';
-}
-
-constexpr bool isOneOf(char c, std::string_view characters) noexcept {
-    return characters.find(c) != std::string_view::npos;
-}
-
-/// Of each byte whether the predicate is true.
-class ByteTable {
-  public:
-    template <class Predicate>
-    constexpr explicit ByteTable(Predicate isIn) {
-        for (std::size_t byte = 0; byte < bytes_.size(); ++byte)
-            bytes_[byte] = isIn(static_cast<char>(byte));
-    }
-    constexpr bool operator()(char c) const noexcept {
-        return bytes_[static_cast<unsigned char>(c)];
-    }
-
-  private:
-    std::array<bool, 256> bytes_{};
-};
-
-constexpr ByteTable isEscaped([](char c) {
+constexpr bool isEscaped(char c) noexcept {
     return static_cast<unsigned char>(c) >= 0x80 || isOneOf(c, R"("<>{}|\^`)");
-});
-
-constexpr ByteTable isTokenCharacter([](char c) {
-    return isDigit(c) || isLetter(c) || isOneOf(c, "!#$%&'*+-.^_`|~");
-});
-
-/// Where the authority begins: behind "http://" or "https://". npos for any other beginning;
-/// libcurl itself would also accept "https:/host" and "https:///host".
-std::size_t authorityStart(std::string_view url) noexcept {
-    for (const std::string_view scheme : {"http://", "https://"})
-        if ((url.starts_with(scheme) || startsWithIgnoringCase(url, scheme)) &&
-            !url.substr(scheme.size()).starts_with('/'))
-            return scheme.size();
-    return std::string_view::npos;
 }
 
-/// The text up to the first of these characters.
-std::string_view upTo(std::string_view text, std::string_view ends) noexcept {
-    for (const char end : ends)
-        text = text.substr(0, text.find(end));
-    return text;
+std::string escaped(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (const char c : text) {
+        if (!isEscaped(c)) {
+            result += c;
+            continue;
+        }
+        result += '%';
+        KestrinInternal::appendHex(result, c, KestrinInternal::upperHexDigits);
+    }
+    return result;
 }
 
-/// The parts of a URL that begins with "http://" or "https://".
-struct URLParts {
-    bool isSecure;
-    std::string_view beginning;  ///< scheme and authority, as they are written
+/// An address in the one form that it has in an origin; absent if the text is none.
+/// @param family  AF_INET or AF_INET6
+std::optional<std::string> normalizedAddress(int family, const std::string& text) {
+    in6_addr address{};
+    std::array<char, INET6_ADDRSTRLEN> normalized{};
+    if (inet_pton(family, text.c_str(), &address) != 1) return std::nullopt;
+    if (inet_ntop(family, &address, normalized.data(), normalized.size()) == nullptr)
+        return std::nullopt;
+    return normalized.data();
+}
+
+/// Four numbers from 0 to 255 without a zero in front, which would make some take them as octal.
+bool isIPv4Address(std::string_view host) {
+    return normalizedAddress(AF_INET, std::string(host)) == host;
+}
+
+/// Whether the last label is a number, so that a resolver may take the name for an address.
+bool endsInNumber(std::string_view name) {
+    if (name.ends_with('.')) name.remove_suffix(1);
+    const std::string last = loweredText(name.substr(name.rfind('.') + 1));
+    return last.starts_with("0x") || std::ranges::all_of(last, isDigit);
+}
+
+bool isHostName(std::string_view host) {
+    const auto isPlain = [](char c) { return isLetter(c) || isDigit(c) || isOneOf(c, "-._~"); };
+    return std::ranges::all_of(host, isPlain) && !endsInNumber(host);
+}
+
+std::optional<std::string> normalizedHost(std::string_view host) {
+    if (isHostName(host)) return loweredText(host);
+    if (isIPv4Address(host)) return std::string(host);
+    if (!host.starts_with('[') || !host.ends_with(']')) return std::nullopt;
+    const auto address = normalizedAddress(AF_INET6, std::string(host.substr(1, host.size() - 2)));
+    if (!address) return std::nullopt;
+    return '[' + *address + ']';
+}
+
+/// @param text  what stands behind the host: nothing, or a colon and perhaps a number
+std::optional<std::string> normalizedPort(std::string_view text, std::string_view scheme) {
+    if (text.empty() || text == ":") return scheme == "https" ? "443" : "80";
+    std::uint16_t port = 0;
+    const char* const end = text.data() + text.size();
+    const auto read = std::from_chars(text.data() + 1, end, port);
+    if (text.front() != ':' || read.ec != std::errc{} || read.ptr != end) return std::nullopt;
+    return std::to_string(port);
+}
+
+/// A URL in pieces, as they are written. `beginning` is scheme and authority.
+struct Parts {
+    std::string_view scheme;
     std::string_view authority;
+    std::string_view beginning;
     std::string_view path;
 };
 
-std::optional<URLParts> partsOf(std::string_view url) noexcept {
-    const std::size_t start = authorityStart(url);
-    if (start == std::string_view::npos) return std::nullopt;
-    const auto authority = upTo(url.substr(start), "/?#");
-    const std::size_t end = start + authority.size();
-    return URLParts{.isSecure = start == std::string_view("https://").size(),
-                    .beginning = url.substr(0, end),
-                    .authority = authority,
-                    .path = upTo(url.substr(end), "?#")};
+/// Absent unless the text begins with "http://" or "https://" and an authority.
+std::optional<Parts> split(std::string_view url) {
+    const auto scheme = url.substr(0, url.find(':'));
+    if (!KestrinInternal::equalsIgnoringCase(scheme, "http") &&
+        !KestrinInternal::equalsIgnoringCase(scheme, "https"))
+        return std::nullopt;
+    if (!url.substr(scheme.size()).starts_with("://")) return std::nullopt;
+    const std::size_t start = scheme.size() + std::string_view("://").size();
+    const std::size_t end = std::min(url.find_first_of("/?#", start), url.size());
+    if (start == end) return std::nullopt;
+    const auto rest = url.substr(end);
+    return Parts{.scheme = scheme,
+                 .authority = url.substr(start, end - start),
+                 .beginning = url.substr(0, end),
+                 .path = rest.substr(0, rest.find_first_of("?#"))};
 }
 
-std::string partOf(CURLU* url, CURLUPart part, unsigned flags = 0) {
-    char* text = nullptr;
-    if (curl_url_get(url, part, &text, flags) != CURLUE_OK) return {};
-    const std::unique_ptr<char, CurlFree> owner(text);
-    return text;
-}
-
-std::optional<std::uint8_t> hexDigit(char c) noexcept {
-    if (isDigit(c)) return static_cast<std::uint8_t>(c - '0');
-    if (lowered(c) >= 'a' && lowered(c) <= 'f')
-        return static_cast<std::uint8_t>(lowered(c) - 'a' + 10);
-    return std::nullopt;
+std::optional<Origin> originOf(const Parts& parts) {
+    const std::string_view authority = parts.authority;
+    const std::size_t hostEnd =
+        std::min(authority.find(':', authority.starts_with('[') ? authority.find(']') : 0),
+                 authority.size());
+    std::string scheme = loweredText(parts.scheme);
+    auto host = normalizedHost(authority.substr(0, hostEnd));
+    auto port = normalizedPort(authority.substr(hostEnd), scheme);
+    if (!host || !port) return std::nullopt;
+    return Origin{std::move(scheme), *std::move(host), *std::move(port)};
 }
 
 /// The byte that "%XX" at this place stands for.
 std::optional<char> encodedByte(std::string_view text, std::size_t at) noexcept {
     if (text[at] != '%' || at + 2 >= text.size()) return std::nullopt;
-    const auto high = hexDigit(text[at + 1]);
-    const auto low = hexDigit(text[at + 2]);
+    const auto high = KestrinInternal::hexValue(text[at + 1]);
+    const auto low = KestrinInternal::hexValue(text[at + 2]);
     if (!high || !low) return std::nullopt;
     return static_cast<char>(static_cast<unsigned char>(*high << 4U | *low));
 }
@@ -173,7 +168,6 @@ bool hasDotSegment(std::string_view path) noexcept {
 /// times. A path that is encoded more often than any honest one counts as hiding something.
 bool mayHideDotSegment(std::string_view path) {
     constexpr int maxLevels = 16;
-    if (!anyOf(path, [](char c) { return c == '.' || c == '%'; })) return false;
     std::string decoded(path);
     for (int level = 0; level < maxLevels; ++level) {
         if (hasDotSegment(decoded)) return true;
@@ -184,99 +178,8 @@ bool mayHideDotSegment(std::string_view path) {
     return true;
 }
 
-SlingError malformed(std::string_view url, std::string_view reason) {
-    const auto origin = originOf(url);
-    return {SlingErrorKind::malformedURL, (origin ? "the URL of a request to " + origin->text()
-                                                  : std::string("a request's URL")) +
-                                              ' ' + std::string(reason)};
-}
-
-bool isToken(std::string_view text) noexcept {
-    return !text.empty() && std::ranges::all_of(text, isTokenCharacter);
-}
-
-bool isHeaderValue(std::string_view text) noexcept {
-    return !anyOf(text, [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return (byte < 0x20 || byte > 0x7E) && c != '\t';
-    });
-}
-
-/// The four numbers of "127.0.0.1"; absent for anything else.
-std::optional<std::array<int, 4>> dottedNumbers(std::string_view text) noexcept {
-    std::array<int, 4> numbers{};
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    for (std::size_t i = 0; i < numbers.size(); ++i) {
-        if (i > 0) {
-            if (at == end || *at != '.') return std::nullopt;
-            ++at;
-        }
-        const auto read = std::from_chars(at, end, numbers[i]);
-        if (read.ec != std::errc{} || numbers[i] < 0 || numbers[i] > 255) return std::nullopt;
-        at = read.ptr;
-    }
-    return at == end ? std::optional(numbers) : std::nullopt;
-}
-
-/// Whether a host is a name of letters, digits, '-' and '.' that no parser could take for a number:
-/// the last label begins with a letter.
-bool isPlainName(std::string_view host) noexcept {
-    const auto isPlain = [](char c) { return isLetter(c) || isDigit(c) || c == '-' || c == '.'; };
-    const std::string_view last = host.substr(host.rfind('.') + 1);
-    return !last.empty() && isLetter(last.front()) && std::ranges::all_of(host, isPlain);
-}
-
-/// Whether a host is an address in the one form that has no second reading; a zero at the front
-/// would make a number octal.
-bool isPlainAddress(std::string_view host) noexcept {
-    const auto numbers = dottedNumbers(host);
-    if (!numbers) return false;
-    std::size_t size = numbers->size() - 1;
-    for (const int number : *numbers)
-        size += number > 99 ? 3 : number > 9 ? 2 : 1;
-    return size == host.size();
-}
-
-bool isPlainPort(std::string_view port) noexcept {
-    constexpr std::string_view last = "65535";
-    return !port.empty() && port.front() != '0' && std::ranges::all_of(port, isDigit) &&
-           (port.size() < last.size() || (port.size() == last.size() && port <= last));
-}
-
-/// Host and port of a URL.
-struct Authority {
-    std::string_view host;
-    std::string_view port;
-};
-
-/// The authority of a URL that is written in the usual way, which needs no parser; absent for every
-/// other one. A request's URL is looked at several times on its way.
-std::optional<Authority> plainAuthority(const URLParts& url) noexcept {
-    const std::size_t colon = url.authority.find(':');
-    const std::string_view host = url.authority.substr(0, colon);
-    if (!isPlainName(host) && !isPlainAddress(host)) return std::nullopt;
-    if (colon == std::string_view::npos) return Authority{host, url.isSecure ? "443" : "80"};
-    const std::string_view port = url.authority.substr(colon + 1);
-    return isPlainPort(port) ? std::optional(Authority{host, port}) : std::nullopt;
-}
-
-Origin originOf(const URLParts& url, const Authority& authority) {
-    return {.scheme = url.isSecure ? "https" : "http",
-            .host = loweredText(std::string(authority.host)),
-            .port = std::string(authority.port)};
-}
-
-std::optional<Origin> parsedOrigin(std::string_view url) {
-    const CurlURL parsed(curl_url());
-    if (curl_url_set(parsed.get(), CURLUPART_URL, escapedForRequestLine(std::string(url)).c_str(),
-                     CURLU_PATH_AS_IS) != CURLUE_OK)
-        return std::nullopt;
-    Origin origin{.scheme = loweredText(partOf(parsed.get(), CURLUPART_SCHEME)),
-                  .host = loweredText(partOf(parsed.get(), CURLUPART_HOST)),
-                  .port = partOf(parsed.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT)};
-    if (origin.host.empty() || origin.port.empty()) return std::nullopt;
-    return origin;
+SlingError malformed(std::string_view subject, std::string_view reason) {
+    return {SlingErrorKind::malformedURL, std::string(subject) + ' ' + std::string(reason)};
 }
 
 }  // namespace
@@ -285,93 +188,42 @@ std::string Origin::text() const {
     return scheme + "://" + host + ':' + port;
 }
 
-std::optional<Origin> originOf(std::string_view url) {
-    const auto parts = partsOf(url);
-    if (!parts || anyOf(url, isControlOrBlank)) return std::nullopt;
-    if (const auto plain = plainAuthority(*parts)) return originOf(*parts, *plain);
-    return parsedOrigin(url);
+bool Origin::isLoopback() const {
+    return KestrinInternal::equalsIgnoringCase(host, "localhost") || host == "[::1]" ||
+           (host.starts_with("127.") && isIPv4Address(host));
 }
 
-bool isLoopback(std::string_view host) noexcept {
-    if (Headers::sameName(host, "localhost") || host == "[::1]") return true;
-    const auto numbers = dottedNumbers(host);
-    return numbers && numbers->front() == 127;
+std::variant<URL, SlingError> URL::parse(std::string_view text) {
+    constexpr std::string_view subject = "a request's URL";
+    if (std::ranges::any_of(text, isControlOrBlank))
+        return malformed(subject, "holds a control character or a blank");
+    const auto parts = split(text);
+    if (!parts) return malformed(subject, "does not begin with https:// or http:// and a host");
+    if (isOneOf('@', parts->authority)) return malformed(subject, "holds user information");
+    auto origin = originOf(*parts);
+    if (!origin) return malformed(subject, "has a host or a port that cannot be used");
+    if (mayHideDotSegment(parts->path))
+        return malformed("the URL of a request to " + origin->text(),
+                         "has a \".\" or \"..\" path segment");
+    return URL(escaped(text), parts->beginning.size(), *std::move(origin));
 }
 
-std::string escapedForRequestLine(std::string url) {
-    if (!anyOf(url, isEscaped)) return url;
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string escaped;
-    escaped.reserve(url.size());
-    for (const char c : url) {
-        if (!isEscaped(c)) {
-            escaped += c;
-            continue;
-        }
-        const auto byte = static_cast<unsigned char>(c);
-        escaped += '%';
-        escaped += digits[byte >> 4U];
-        escaped += digits[byte & 0xFU];
-    }
-    return escaped;
+std::string URL::requestTarget() const {
+    const auto target = std::string_view(text_).substr(targetBegin_);
+    std::string result(target.substr(0, target.find('#')));
+    if (!result.starts_with('/')) result.insert(result.begin(), '/');
+    return result;
 }
 
-std::string_view writtenOriginOf(std::string_view url) noexcept {
-    const auto parts = partsOf(url);
-    return parts ? parts->beginning : std::string_view();
-}
-
-std::string requestTargetOf(std::string_view url) {
-    std::string_view target = url.substr(writtenOriginOf(url).size());
-    target = target.substr(0, target.find('#'));
-    return escapedForRequestLine(target.starts_with('/') ? std::string(target)
-                                                         : '/' + std::string(target));
-}
-
-std::optional<SlingError> problemOfURL(std::string_view url) {
-    if (anyOf(url, isControlOrBlank)) return malformed(url, "holds a control character or a blank");
-    const auto parts = partsOf(url);
-    if (!parts) return malformed(url, "does not begin with https:// or http://");
-    if (parts->authority.find('@') != std::string_view::npos)
-        return malformed(url, "holds user information");
-    if (!plainAuthority(*parts) && !parsedOrigin(url)) return malformed(url, "cannot be parsed");
-    if (mayHideDotSegment(parts->path)) return malformed(url, "has a \".\" or \"..\" path segment");
-    return std::nullopt;
-}
-
-std::optional<SlingError> problemOfOrigin(std::string_view templateURL, std::string_view url) {
-    const auto fixed = partsOf(templateURL);
-    const auto made = partsOf(url);
-    if (fixed && made && fixed->beginning == made->beginning) return std::nullopt;
-    const auto expected = originOf(templateURL);
-    if (!expected) return malformed({}, "template does not name a fixed scheme, host and port");
-    if (originOf(url) != expected)
-        return malformed(templateURL,
-                         "leads to another scheme, host or port once its placeholders are filled");
-    return std::nullopt;
-}
-
-std::optional<SlingError> problemOfHeaders(const Headers& headers) {
-    for (const auto& [name, value] : headers) {
-        if (!isToken(name))
-            return SlingError(SlingErrorKind::forbiddenHeader,
-                              "a header's name holds a character that no name may hold");
-        if (!isHeaderValue(value))
-            return SlingError(SlingErrorKind::forbiddenHeader,
-                              "the value of the header " + std::string(name) +
-                                  " holds a character that no value may hold");
-    }
-    return std::nullopt;
-}
-
-std::optional<SlingError> problemOfRequest(const TransportRequest& request) {
-    if (auto problem = problemOfURL(request.url)) return problem;
-    if (!request.policy.allowsCleartext && startsWithIgnoringCase(request.url, "http:"))
-        return malformed(request.url, "is not https, and cleartext is not allowed for it");
-    if (!isToken(request.method))
-        return SlingError(SlingErrorKind::forbiddenHeader,
-                          "a request's method holds a character that no method may hold");
-    return problemOfHeaders(request.headers);
+std::optional<SlingError> URL::validateOrigin(std::string_view urlTemplate) const {
+    const auto parts = split(urlTemplate);
+    if (parts && parts->beginning == text_.substr(0, targetBegin_)) return std::nullopt;
+    const auto expected = parts ? originOf(*parts) : std::nullopt;
+    if (!expected)
+        return malformed("a request's URL template", "does not name a fixed scheme, host and port");
+    if (*expected == origin_) return std::nullopt;
+    return malformed("the URL of a request to " + expected->text(),
+                     "leads to another scheme, host or port once its placeholders are filled");
 }
 
 }  // namespace HalvardSling

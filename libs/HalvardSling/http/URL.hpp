@@ -1,16 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <variant>
 
 #include <HalvardSling/http/SlingError.hpp>
-#include <HalvardSling/http/TransportRequest.hpp>
 
 namespace HalvardSling {
 
 /// Scheme, host and port of a URL (RFC 6454): who is talked to. All three in lower case; the port
-/// is the scheme's own where the URL names none.
+/// is the scheme's own if the URL names none.
 struct Origin {
     std::string scheme;
     std::string host;
@@ -20,42 +22,51 @@ struct Origin {
 
     /// E.g. "https://api.example.com:443".
     [[nodiscard]] std::string text() const;
+
+    /// Whether the host is this machine itself: "localhost", 127.0.0.0/8 or [::1].
+    [[nodiscard]] bool isLoopback() const;
 };
 
-/// The origin of an absolute http or https URL; absent where it cannot be parsed.
-[[nodiscard]] std::optional<Origin> originOf(std::string_view url);
+/// An absolute http or https URL to which a request may be sent. An immutable value, taken apart
+/// once.
+///
+/// It holds no control character and no blank, no user information, and no "." or ".." path
+/// segment, however encoded. Its host is a name of letters, digits and "-._~", an IPv4 address of
+/// four decimal numbers, or an IPv6 address in brackets. What RFC 3986 (section 3.2.2) allows
+/// beyond that is refused, because parsers and resolvers disagree about it: percent-encoding and
+/// "!$&'()*+,;=" in a name, a name that ends in a number ("127.1", "a.0x7f"), and addresses of
+/// future versions. So are a zone of an IPv6 address and a name in other letters than ASCII.
+class URL {
+  public:
+    /// Takes a URL apart. What a request line cannot carry (bytes from 0x80 and the characters
+    /// " < > { } | \ ^ and backtick) is percent-encoded, everything else (an existing %41 too)
+    /// stays as it is.
+    /// @return `SlingErrorKind::malformedURL` if no request may be sent to it; the error's text
+    ///         shows neither path nor query
+    [[nodiscard]] static std::variant<URL, SlingError> parse(std::string_view text);
 
-/// Whether a host's name or address is this machine's own: "localhost", 127.0.0.0/8, [::1].
-[[nodiscard]] bool isLoopback(std::string_view host) noexcept;
+    /// The whole URL.
+    [[nodiscard]] const std::string& text() const noexcept { return text_; }
 
-/// The URL as a request line can carry it: bytes from 0x80 and the characters " < > { } | \ ^ and
-/// backtick percent-encoded, everything else (an existing %41 too) as it is.
-[[nodiscard]] std::string escapedForRequestLine(std::string url);
+    [[nodiscard]] const Origin& origin() const noexcept { return origin_; }
 
-/// Scheme, host and port as a URL has them, e.g. "https://api.example.com"; empty for anything but
-/// an absolute http or https URL.
-[[nodiscard]] std::string_view writtenOriginOf(std::string_view url) noexcept;
+    /// What a request line asks the origin for (RFC 9112, section 3.2.1): the path, "/" if there is
+    /// none, and the query. A fragment is not sent.
+    [[nodiscard]] std::string requestTarget() const;
 
-/// What a request line asks the origin of a URL for (RFC 9112, section 3.2.1): the path, "/" where
-/// there is none, and the query, escaped as `escapedForRequestLine` does. A fragment is not sent.
-[[nodiscard]] std::string requestTargetOf(std::string_view url);
+    /// Checks that the URL, which was made by filling a template's placeholders, has the origin
+    /// that the template names: no value may send the request elsewhere.
+    /// @return `SlingErrorKind::malformedURL` if it has another one, or if the template leaves its
+    ///         scheme, host or port open; absent if all is well
+    [[nodiscard]] std::optional<SlingError> validateOrigin(std::string_view urlTemplate) const;
 
-/// Why a URL may not be sent, or absent where it may. A URL may be sent when it parses, has the
-/// scheme https or http, holds no control byte, blank or NUL, no user information, and no "." or
-/// ".." path segment, however encoded.
-[[nodiscard]] std::optional<SlingError> problemOfURL(std::string_view url);
+  private:
+    URL(std::string text, std::size_t targetBegin, Origin origin)
+        : text_(std::move(text)), targetBegin_(targetBegin), origin_(std::move(origin)) {}
 
-/// Why a URL may not be sent that was made by filling a template's placeholders, or absent where it
-/// may: it must have the template's origin, so that no value can send the request elsewhere.
-/// @param url  one of which `problemOfURL` has nothing to say
-[[nodiscard]] std::optional<SlingError> problemOfOrigin(std::string_view templateURL,
-                                                        std::string_view url);
-
-/// Why a request's headers may not be sent, or absent where they may: a name must be a token
-/// (RFC 9110, section 5.6.2), a value holds only 0x20 to 0x7E and tab. The value is not shown.
-[[nodiscard]] std::optional<SlingError> problemOfHeaders(const Headers& headers);
-
-/// Everything that forbids sending a request: its URL, cleartext that is not allowed, its headers.
-[[nodiscard]] std::optional<SlingError> problemOfRequest(const TransportRequest& request);
+    std::string text_;
+    std::size_t targetBegin_;  // behind the authority
+    Origin origin_;
+};
 
 }  // namespace HalvardSling

@@ -1,8 +1,8 @@
 #include <rxcpp/operators/rx-map.hpp>
 
 #include <HalvardSling/http/SlingError.hpp>
-#include <HalvardSling/http/URL.hpp>
 #include <HalvardSling/rx/JSON.hpp>
+#include <HalvardSling/rx/internal/ResponseOrigin.hpp>
 
 namespace HalvardSling {
 
@@ -12,9 +12,8 @@ JSONDictionary decoded(const Response& response) {
     auto parsed = JSONDictionary::parse(response.sharedBody());
     if (auto* const dictionary = std::get_if<JSONDictionary>(&parsed))
         return std::move(*dictionary);
-    const auto origin = originOf(response.effectiveURL());
     throw SlingError(SlingErrorKind::malformedReply,
-                     "the reply of " + (origin ? origin->text() : "the service") +
+                     "the reply of " + internal::originText(response) +
                          " is not a JSON object: " + std::get<JSONFailure>(parsed).text());
 }
 

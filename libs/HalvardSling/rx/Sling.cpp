@@ -2,8 +2,8 @@
 #include <string>
 #include <utility>
 
-#include <HalvardSling/http/URL.hpp>
 #include <HalvardSling/rx/Sling.hpp>
+#include <HalvardSling/rx/internal/ResponseOrigin.hpp>
 
 namespace HalvardSling {
 
@@ -12,9 +12,8 @@ namespace {
 constexpr int firstErrorStatus = 400;
 
 SlingError statusError(const Response& response) {
-    const auto origin = originOf(response.effectiveURL());
     return SlingError::httpStatus(
-        response.status(), origin ? origin->text() : "an unknown origin",
+        response.status(), internal::originText(response),
         {.headers = response.headers(),
          .body = std::string(response.body().substr(0, ErrorReply::maxBodyBytes))});
 }
@@ -56,6 +55,8 @@ void send(const CheckedRequest& request, const std::shared_ptr<Transport>& trans
 }  // namespace
 
 Sling::Sling(TransportRequest request) : content_(CheckedRequest::of(std::move(request))) {}
+
+Sling::Sling(CheckedRequest request) : content_(std::move(request)) {}
 
 Sling::Sling(SlingError problem) : content_(std::move(problem)) {}
 

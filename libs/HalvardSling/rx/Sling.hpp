@@ -11,9 +11,12 @@ namespace HalvardSling {
 /// One request, ready to be sent any number of times. A value; copies are cheap.
 class Sling {
   public:
-    /// A request to send. Where it may not be sent (its URL, its method or a header, see URL.hpp)
-    /// it is a request that cannot be made.
+    /// A request to send. If it may not be sent (see `CheckedRequest::of`) it is a request that
+    /// cannot be made.
     explicit Sling(TransportRequest request);
+
+    /// A request that was checked before.
+    explicit Sling(CheckedRequest request);
 
     /// A request that cannot be made; its response sequence fails with this error.
     explicit Sling(SlingError problem);

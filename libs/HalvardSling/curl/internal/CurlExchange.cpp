@@ -5,7 +5,6 @@
 
 #include <HalvardSling/curl/internal/CurlExchange.hpp>
 #include <HalvardSling/curl/internal/CurlOptions.hpp>
-#include <HalvardSling/http/URL.hpp>
 
 namespace HalvardSling {
 
@@ -155,7 +154,7 @@ std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span spa
         milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span.deadline - now)));
     set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(current().policy.connectTimeout));
     setRequest(set);
-    handle_.setURL(set, current().url);
+    handle_.setURL(set, request_->url());
     if (set.result() != CURLE_OK) return failure(set.result());
     return std::nullopt;
 }
@@ -281,8 +280,7 @@ SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
 
 SlingError CurlExchange::failure(CURLcode code) const {
     const auto kind = kindOf(code);
-    const auto origin = originOf(current().url);
-    std::string text = current().method + ' ' + (origin ? origin->text() : std::string()) +
+    std::string text = current().method + ' ' + request_->url().origin().text() +
                        current().pathTemplate + ": " + std::string(sentence(kind));
     if (!tooLarge_) text += std::string(" (") + curl_easy_strerror(code) + ')';
     return {kind, std::move(text)};

@@ -39,7 +39,7 @@ class CurlExchange {
     };
 
     /// See `CurlHandle::origin`.
-    [[nodiscard]] const std::string& origin() const noexcept { return handle_.origin(); }
+    [[nodiscard]] const Origin& origin() const noexcept { return handle_.origin(); }
 
     /// libcurl's handle; null where there is none.
     [[nodiscard]] CURL* easy() const noexcept { return handle_.easy(); }

@@ -4,15 +4,13 @@
 
 #include <HalvardSling/curl/internal/CurlExchangePool.hpp>
 #include <HalvardSling/curl/internal/CurlHandle.hpp>
-#include <HalvardSling/http/URL.hpp>
 
 namespace HalvardSling {
 
-std::unique_ptr<CurlExchange> CurlExchangePool::take(std::string_view url) {
-    const std::string_view origin = writtenOriginOf(url);
+std::unique_ptr<CurlExchange> CurlExchangePool::take(const Origin& origin) {
     const auto found =
         std::ranges::find_if(waiting_.rbegin(), waiting_.rend(),
-                             [origin](const auto& each) { return each->origin() == origin; });
+                             [&origin](const auto& each) { return each->origin() == origin; });
     if (found == waiting_.rend())
         return std::make_unique<CurlExchange>(CurlHandle(origin, options_), options_.userAgent);
     auto exchange = std::move(*found);

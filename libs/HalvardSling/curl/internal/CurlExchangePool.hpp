@@ -19,8 +19,8 @@ class CurlExchangePool {
     CurlExchangePool(const CurlTransport::Options& options, std::size_t kept)
         : options_(options), kept_(kept) {}
 
-    /// One for a URL's origin, one that waits or a new one.
-    [[nodiscard]] std::unique_ptr<CurlExchange> take(std::string_view url);
+    /// One for an origin, one that waits or a new one.
+    [[nodiscard]] std::unique_ptr<CurlExchange> take(const Origin& origin);
 
     /// Takes one back that is done with a request.
     void keep(std::unique_ptr<CurlExchange> exchange);

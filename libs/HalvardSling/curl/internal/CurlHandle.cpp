@@ -1,6 +1,7 @@
+#include <utility>
+
 #include <HalvardSling/curl/internal/CurlHandle.hpp>
 #include <HalvardSling/curl/internal/CurlOptions.hpp>
-#include <HalvardSling/http/URL.hpp>
 
 namespace HalvardSling {
 
@@ -40,28 +41,27 @@ void setConnection(CurlOptions& set, bool isSecure) {
 
 }  // namespace
 
-CurlHandle::CurlHandle(std::string_view origin, const CurlTransport::Options& options)
-    : origin_(origin),
+CurlHandle::CurlHandle(Origin origin, const CurlTransport::Options& options)
+    : origin_(std::move(origin)),
       // A proxy is asked for the whole URL where the request is not tunnelled through it.
       takesWholeURL_(!options.proxy.empty()),
       parts_(curl_url()),
       easy_(curl_easy_init()) {
-    const bool isSecure = !Headers::sameName(origin.substr(0, origin.find(':')), "http");
+    const bool isSecure = origin_.scheme == "https";
     CurlOptions set(easy_.get());
     setSafety(set, isSecure, options);
     setConnection(set, isSecure);
     if (!takesWholeURL_) set(CURLOPT_CURLU, parts_.get());
     const auto parsed =
-        curl_url_set(parts_.get(), CURLUPART_URL,
-                     escapedForRequestLine(std::string(origin)).c_str(), CURLU_DISALLOW_USER);
+        curl_url_set(parts_.get(), CURLUPART_URL, origin_.text().c_str(), CURLU_DISALLOW_USER);
     if (parsed != CURLUE_OK || set.result() != CURLE_OK) easy_.reset();
 }
 
-void CurlHandle::setURL(CurlOptions& set, std::string_view url) const {
+void CurlHandle::setURL(CurlOptions& set, const URL& url) const {
     if (takesWholeURL_)
-        set(CURLOPT_URL, escapedForRequestLine(std::string(url)).c_str());
+        set(CURLOPT_URL, url.text().c_str());
     else
-        set(CURLOPT_REQUEST_TARGET, requestTargetOf(url).c_str());
+        set(CURLOPT_REQUEST_TARGET, url.requestTarget().c_str());
 }
 
 }  // namespace HalvardSling

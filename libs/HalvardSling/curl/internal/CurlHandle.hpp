@@ -8,6 +8,7 @@
 #include <curl/curl.h>
 
 #include <HalvardSling/curl/CurlTransport.hpp>
+#include <HalvardSling/http/URL.hpp>
 
 namespace HalvardSling {
 
@@ -26,18 +27,17 @@ class CurlHandle {
     CurlHandle() = default;
 
     /// Sets up all that is the same for every request to an origin.
-    /// @param origin  scheme, host and port as URLs have them, see `writtenOriginOf`
-    CurlHandle(std::string_view origin, const CurlTransport::Options& options);
+    CurlHandle(Origin origin, const CurlTransport::Options& options);
 
     /// libcurl's handle; null where libcurl refuses something that a safe transfer needs.
     [[nodiscard]] CURL* easy() const noexcept { return easy_.get(); }
 
-    [[nodiscard]] const std::string& origin() const noexcept { return origin_; }
+    [[nodiscard]] const Origin& origin() const noexcept { return origin_; }
 
     /// Sets the URL of the next request.
     /// @param set  sets options of `easy`
     /// @param url  one of the handle's origin
-    void setURL(CurlOptions& set, std::string_view url) const;
+    void setURL(CurlOptions& set, const URL& url) const;
 
   private:
     struct EasyCleanup {
@@ -47,7 +47,7 @@ class CurlHandle {
         void operator()(CURLU* parts) const noexcept { curl_url_cleanup(parts); }
     };
 
-    std::string origin_;
+    Origin origin_;
     bool takesWholeURL_ = false;
     std::unique_ptr<CURLU, PartsCleanup> parts_;  // of the origin
     std::unique_ptr<CURL, EasyCleanup> easy_;     // goes first, for it refers to the parts
