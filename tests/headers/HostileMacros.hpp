@@ -1,6 +1,7 @@
 #pragma once
 
-// Names that widespread headers define as macros. None of them may stand in a public header of ours.
+// Names that widespread headers define as macros. None of them may stand in a public header of
+// ours.
 
 // <windows.h>
 #define min(a, b) hostile macro
