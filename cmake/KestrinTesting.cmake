@@ -11,10 +11,18 @@ else()
 endif()
 include(GoogleTest)
 
-# kestrin_add_test(<name> SOURCES … LIBRARIES … [PROPERTIES …])
+# kestrin_add_test(<name> SOURCES … LIBRARIES … [INTERNAL_SOURCES …] [PROPERTIES …])
 # A GoogleTest executable; each of its tests is a test of ctest's, run in a process of its own.
+# INTERNAL_SOURCES test what a shared library does not export; a build of shared libraries leaves
+# them out.
 function(kestrin_add_test name)
-    cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
+    cmake_parse_arguments(arg "" "" "SOURCES;INTERNAL_SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
+    if(NOT BUILD_SHARED_LIBS)
+        list(APPEND arg_SOURCES ${arg_INTERNAL_SOURCES})
+    endif()
+    if(NOT arg_SOURCES)
+        return()
+    endif()
     add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     # Compiled twice as fast; what is tested is optimised all the same.
