@@ -1,8 +1,13 @@
+#include <chrono>
 #include <memory>
 #include <string>
+#include <variant>
 #include <vector>
 
+#include <curl/curl.h>
 #include <gmock/gmock.h>
+
+#include <HalvardSling/curl/internal/CurlExchangePool.hpp>
 
 #include "Transfers.hpp"
 
@@ -44,23 +49,39 @@ std::vector<TransportRequest> shapes() {
     return all;
 }
 
-/// What a server receives when these are sent one after the other through one handle.
-std::vector<std::string> received(const std::vector<TransportRequest>& requests) {
-    const RawServer server(RawServer::answering(httpReply(200, "")));
-    const auto transport = curlTransport({.maxInFlight = 1});
-    for (auto request : requests) {
-        request.url = server.url(request.url);
-        EXPECT_TRUE(replyOf(sent(request, transport))) << request.method;
-    }
-    auto all = server.requests();
-    // The port is another one each time.
-    for (auto& each : all)
-        each.replace(each.find("Host: "),
-                     each.find("\r\n", each.find("Host: ")) - each.find("Host: "), "Host");
-    return all;
-}
+constexpr unsigned firstMended = 0x080100;  // 8.1.0
 
-TEST(HandleReuse, ARequestTakesNothingOverFromTheOneBeforeIt) {
+/// Both ways to use libcurl's handles, with whatever libcurl is installed. Replies are ordinary
+/// ones.
+class HandleReuse : public testing::TestWithParam<HandleUse> {
+  protected:
+    /// Sends these one after the other, without the transport; returns what a server receives.
+    std::vector<std::string> received(const std::vector<TransportRequest>& requests) {
+        const RawServer server(RawServer::answering(httpReply(200, "")));
+        CurlExchangePool pool(options, 1, GetParam());
+        for (auto request : requests) {
+            request.url = server.url(request.url);
+            const auto ready = checked(request);
+            auto exchange = pool.take(ready.url().origin());
+            const auto now = std::chrono::steady_clock::now();
+            const CurlExchange::Span span{.started = now, .deadline = now + std::chrono::hours(1)};
+            EXPECT_FALSE(exchange->prepare(ready, span, 1));
+            const auto result = exchange->result(curl_easy_perform(exchange->easy()));
+            EXPECT_TRUE(std::holds_alternative<Response>(result)) << request.method;
+            pool.keep(std::move(exchange));
+        }
+        auto all = server.requests();
+        // The port is another one each time.
+        for (auto& each : all)
+            each.replace(each.find("Host: "),
+                         each.find("\r\n", each.find("Host: ")) - each.find("Host: "), "Host");
+        return all;
+    }
+
+    const CurlTransport::Options options;
+};
+
+TEST_P(HandleReuse, ARequestTakesNothingOverFromTheOneBeforeIt) {
     const auto requests = shapes();
     for (const auto& first : requests)
         for (const auto& second : requests) {
@@ -71,7 +92,32 @@ TEST(HandleReuse, ARequestTakesNothingOverFromTheOneBeforeIt) {
         }
 }
 
-TEST(HandleReuse, EveryOriginGetsItsOwnRequestsHoweverManyThereAre) {
+TEST_P(HandleReuse, AHandleWaitsForTheNextRequestOnlyIfItMayBeUsedAgain) {
+    const RawServer server(RawServer::answering(httpReply(200, "")));
+    CurlExchangePool pool(options, 1, GetParam());
+    const auto request = checked(requestTo(server.url()));
+    auto exchange = pool.take(request.url().origin());
+    EXPECT_FALSE(exchange->prepare(request, {}, 1));
+    const CURL* const first = exchange->easy();
+    EXPECT_NE(first, nullptr);
+    pool.keep(std::move(exchange));
+    exchange = pool.take(request.url().origin());
+    EXPECT_EQ(exchange->easy(), GetParam() == HandleUse::often ? first : nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Uses, HandleReuse, testing::Values(HandleUse::once, HandleUse::often),
+                         [](const auto& each) {
+                             return each.param == HandleUse::once ? "Once" : "Often";
+                         });
+
+TEST(HandleUse, IsOnceWithALibcurlThatKeepsAPointerToAFreedHeader) {
+    EXPECT_EQ(safeHandleUse(firstMended - 1), HandleUse::once);
+    EXPECT_EQ(safeHandleUse(0x075801), HandleUse::once);  // 7.88.1
+    EXPECT_EQ(safeHandleUse(firstMended), HandleUse::often);
+    EXPECT_EQ(safeHandleUse(0x090000), HandleUse::often);
+}
+
+TEST(OneTransport, EveryOriginGetsItsOwnRequestsHoweverManyThereAre) {
     constexpr int origins = 12;  // more than handles are kept where one transfer is in flight
     std::vector<std::unique_ptr<RawServer>> servers;
     for (int i = 0; i < origins; ++i)
@@ -89,7 +135,7 @@ TEST(HandleReuse, EveryOriginGetsItsOwnRequestsHoweverManyThereAre) {
         }
 }
 
-TEST(HandleReuse, EveryReplyComesWholeWhateverTheSizeOfTheOneBeforeIt) {
+TEST(OneTransport, EveryReplyComesWholeWhateverTheSizeOfTheOneBeforeIt) {
     const std::string small = "small";
     const std::string large(3'000'000, 'l');
     const RawServer server([&](RawConnection& connection) {

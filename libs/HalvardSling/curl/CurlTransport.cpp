@@ -275,7 +275,9 @@ class CurlTransport::Loop : public std::enable_shared_from_this<Loop> {
 };
 
 CurlTransport::Loop::Loop(Options options)
-    : options_(std::move(options)), exchanges_(options_, keptOf(options_)) {
+    : options_(std::move(options)),
+      exchanges_(options_, keptOf(options_),
+                 safeHandleUse(curl_version_info(CURLVERSION_NOW)->version_num)) {
     setUpCurl();
     multi_.reset(curl_multi_init());
     if (!multi_) throw std::bad_alloc();

@@ -124,19 +124,18 @@ std::uint64_t bytesOf(CURL* easy, CURLINFO info) {
 }  // namespace
 
 CurlExchange::CurlExchange(CurlHandle handle, std::string_view userAgent)
-    : userAgent_(userAgent), handle_(std::move(handle)) {
-    CurlOptions set(easy());
-    setCallbacks(set);
-    if (set.result() != CURLE_OK) handle_ = {};
-}
+    : userAgent_(userAgent), handle_(std::move(handle)) {}
 
-void CurlExchange::setCallbacks(CurlOptions& set) {
+bool CurlExchange::setUpHandle() {
+    CurlOptions set = handle_.setUp();
     set(CURLOPT_HEADERFUNCTION, &CurlExchange::onHeader);
     set(CURLOPT_WRITEFUNCTION, &CurlExchange::onBody);
     set(CURLOPT_PREREQFUNCTION, &CurlExchange::onSend);
     for (const CURLoption each :
          {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA, CURLOPT_PRIVATE})
         set(each, static_cast<void*>(this));
+    if (set.result() != CURLE_OK) handle_.release();
+    return easy() != nullptr;
 }
 
 std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span span,
@@ -146,7 +145,7 @@ std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span spa
     transfer_ = transfer;
     deadline_ = span.deadline;
     offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span.started);
-    if (easy() == nullptr)
+    if (easy() == nullptr && !setUpHandle())
         return SlingError(SlingErrorKind::cannotConnect,
                           "libcurl refuses an option that a safe transfer needs");
     CurlOptions set(easy());
@@ -163,7 +162,8 @@ TransferID CurlExchange::transferOf(CURL* easy) {
     return static_cast<const CurlExchange*>(infoOf<void*>(easy, CURLINFO_PRIVATE))->transfer_;
 }
 
-void CurlExchange::clear() {
+void CurlExchange::clear(HandleUse use) {
+    if (use == HandleUse::once) handle_.release();
     request_.reset();
     reading_ = Reading::statusLine;
     begun_ = tooLarge_ = cut_ = hasMore_ = false;

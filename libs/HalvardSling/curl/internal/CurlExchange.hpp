@@ -23,7 +23,6 @@ class CurlOptions;
 /// and its error codes. Used on one thread.
 class CurlExchange {
   public:
-    /// @param handle     may hold none of libcurl's; then every request is refused
     /// @param userAgent  what "User-Agent" says where a request does not; empty: nothing is sent.
     ///                   Referred to.
     CurlExchange(CurlHandle handle, std::string_view userAgent);
@@ -41,7 +40,7 @@ class CurlExchange {
     /// See `CurlHandle::origin`.
     [[nodiscard]] const Origin& origin() const noexcept { return handle_.origin(); }
 
-    /// libcurl's handle; null where there is none.
+    /// libcurl's handle; null before `prepare`.
     [[nodiscard]] CURL* easy() const noexcept { return handle_.easy(); }
 
     /// Makes the handle ready for a request. Whatever differs between two requests is set. The
@@ -79,14 +78,15 @@ class CurlExchange {
     void describe(TransferLog& log) const;
 
     /// Lets go of the request that is over.
-    void clear();
+    /// @param use  how often libcurl's handle may be used
+    void clear(HandleUse use);
 
   private:
     static std::size_t onHeader(char* data, std::size_t, std::size_t size, void* self);
     static std::size_t onBody(char* data, std::size_t, std::size_t size, void* self);
     static int onSend(void* self, char*, char*, int, int);
 
-    void setCallbacks(CurlOptions& set);
+    [[nodiscard]] bool setUpHandle();
     void setRequest(CurlOptions& set);
 
     /// Only between `prepare` and `clear`.

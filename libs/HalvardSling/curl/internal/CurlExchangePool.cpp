@@ -20,7 +20,7 @@ std::unique_ptr<CurlExchange> CurlExchangePool::take(const Origin& origin) {
 
 void CurlExchangePool::keep(std::unique_ptr<CurlExchange> exchange) {
     if (waiting_.size() >= kept_) waiting_.erase(waiting_.begin());
-    exchange->clear();
+    exchange->clear(use_);
     waiting_.push_back(std::move(exchange));
 }
 

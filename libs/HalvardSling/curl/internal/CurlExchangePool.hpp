@@ -10,14 +10,15 @@
 
 namespace HalvardSling {
 
-/// Exchanges that are done with a request and wait for the next one to their origin. Setting one up
-/// costs about as much as all the rest of a request's preparation. Used on one thread.
+/// Exchanges that are done with a request and wait for the next one to their origin. Used on one
+/// thread.
 class CurlExchangePool {
   public:
     /// @param options  referred to
     /// @param kept     how many wait at most; the one that waited longest goes first
-    CurlExchangePool(const CurlTransport::Options& options, std::size_t kept)
-        : options_(options), kept_(kept) {}
+    /// @param use      how often a handle of libcurl is used
+    CurlExchangePool(const CurlTransport::Options& options, std::size_t kept, HandleUse use)
+        : options_(options), kept_(kept), use_(use) {}
 
     /// One for an origin, one that waits or a new one.
     [[nodiscard]] std::unique_ptr<CurlExchange> take(const Origin& origin);
@@ -30,6 +31,7 @@ class CurlExchangePool {
   private:
     const CurlTransport::Options& options_;
     std::size_t kept_;
+    HandleUse use_;
     std::vector<std::unique_ptr<CurlExchange>> waiting_;  // in the order they came
 };
 

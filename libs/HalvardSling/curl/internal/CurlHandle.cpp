@@ -41,24 +41,32 @@ void setConnection(CurlOptions& set, bool isSecure) {
 
 }  // namespace
 
+HandleUse safeHandleUse(unsigned version) noexcept {
+    constexpr unsigned mended = 0x080100;
+    return version < mended ? HandleUse::once : HandleUse::often;
+}
+
 CurlHandle::CurlHandle(Origin origin, const CurlTransport::Options& options)
-    : origin_(std::move(origin)),
-      // A proxy is asked for the whole URL where the request is not tunnelled through it.
-      takesWholeURL_(!options.proxy.empty()),
-      parts_(curl_url()),
-      easy_(curl_easy_init()) {
-    const bool isSecure = origin_.scheme == "https";
-    CurlOptions set(easy_.get());
-    setSafety(set, isSecure, options);
-    setConnection(set, isSecure);
-    if (!takesWholeURL_) set(CURLOPT_CURLU, parts_.get());
+    : options_(options), origin_(std::move(origin)), parts_(curl_url()) {
     const auto parsed =
         curl_url_set(parts_.get(), CURLUPART_URL, origin_.text().c_str(), CURLU_DISALLOW_USER);
-    if (parsed != CURLUE_OK || set.result() != CURLE_OK) easy_.reset();
+    if (parsed != CURLUE_OK) parts_.reset();
+}
+
+CurlOptions CurlHandle::setUp() {
+    easy_.reset(curl_easy_init());
+    const bool isSecure = origin_.scheme == "https";
+    CurlOptions set(easy_.get());
+    setSafety(set, isSecure, options_);
+    setConnection(set, isSecure);
+    // A proxy is asked for the whole URL if the request is not tunnelled through it.
+    if (options_.proxy.empty()) set(CURLOPT_CURLU, parts_.get());
+    if (!parts_) set.fail(CURLE_URL_MALFORMAT);
+    return set;
 }
 
 void CurlHandle::setURL(CurlOptions& set, const URL& url) const {
-    if (takesWholeURL_)
+    if (!options_.proxy.empty())
         set(CURLOPT_URL, url.text().c_str());
     else
         set(CURLOPT_REQUEST_TARGET, url.requestTarget().c_str());

@@ -14,7 +14,15 @@ namespace HalvardSling {
 
 class CurlOptions;
 
-/// One of libcurl's easy handles, set up for the requests to one origin. Used on one thread.
+/// How often one of libcurl's easy handles sends a request.
+enum class HandleUse { once, often };
+
+/// How often a libcurl of this version (`curl_version_info_data::version_num`) may use a handle.
+/// Before 8.1.0 a handle keeps a pointer to the last header of its former request, which is freed,
+/// and writes to it if the headers of the next reply begin with a folded line.
+[[nodiscard]] HandleUse safeHandleUse(unsigned version) noexcept;
+
+/// The easy handles of libcurl for the requests to one origin, one at a time. Used on one thread.
 ///
 /// libcurl learns the origin once, in parts, and of each request the target alone. Of a whole URL
 /// it would take the parts and put them together again for every request, character by character.
@@ -23,13 +31,18 @@ class CurlHandle {
     /// How much of a reply libcurl reads at once. Large replies are read in few pieces with it.
     static constexpr std::size_t receiveBufferBytes = 256UL * 1024;
 
-    /// Holds no handle of libcurl.
-    CurlHandle() = default;
-
-    /// Sets up all that is the same for every request to an origin.
+    /// @param options  referred to
     CurlHandle(Origin origin, const CurlTransport::Options& options);
 
-    /// libcurl's handle; null where libcurl refuses something that a safe transfer needs.
+    /// Makes a new handle and sets all that is the same for every request to the origin.
+    /// @return sets options of the new handle; failed if libcurl refuses something that a safe
+    ///         transfer needs
+    [[nodiscard]] CurlOptions setUp();
+
+    /// Frees libcurl's handle.
+    void release() noexcept { easy_.reset(); }
+
+    /// libcurl's handle; null before `setUp` and after `release`.
     [[nodiscard]] CURL* easy() const noexcept { return easy_.get(); }
 
     [[nodiscard]] const Origin& origin() const noexcept { return origin_; }
@@ -47,8 +60,8 @@ class CurlHandle {
         void operator()(CURLU* parts) const noexcept { curl_url_cleanup(parts); }
     };
 
+    const CurlTransport::Options& options_;
     Origin origin_;
-    bool takesWholeURL_ = false;
     std::unique_ptr<CURLU, PartsCleanup> parts_;  // of the origin
     std::unique_ptr<CURL, EasyCleanup> easy_;     // goes first, for it refers to the parts
 };

@@ -12,14 +12,17 @@ class CurlOptions {
 
     template <class Value>
     void operator()(CURLoption option, Value value) {
-        const CURLcode code = curl_easy_setopt(easy_, option, value);
-        if (result_ == CURLE_OK) result_ = code;
+        fail(curl_easy_setopt(easy_, option, value));
     }
 
     /// For what a libcurl that was built without it can do without.
     template <class Value>
     void ifAvailable(CURLoption option, Value value) {
         curl_easy_setopt(easy_, option, value);
+    }
+
+    void fail(CURLcode code) {
+        if (result_ == CURLE_OK) result_ = code;
     }
 
     /// The first refusal, or CURLE_OK.
