@@ -24,11 +24,14 @@ SlingError noTransport(const std::exception& reason) {
             std::string("no transport could be set up: ") + reason.what()};
 }
 
-void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) {
-    // In a statement of its own: as an argument the error, and the reply in it, would live here as
-    // long as the handler runs.
-    const auto exception = std::make_exception_ptr(std::move(error));
-    subscriber.on_error(exception);
+/// Sends the error while it is being handled: if the subscriber has no error function, or that
+/// throws, the program ends and shows its text.
+void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) noexcept {
+    try {
+        throw std::move(error);
+    } catch (const SlingError&) {
+        subscriber.on_error(std::current_exception());
+    }
 }
 
 void deliver(const rxcpp::subscriber<Response>& subscriber, TransportResult result) {

@@ -29,9 +29,10 @@ class Sling {
     /// be made fails in the same way and sends nothing.
     ///
     /// Unsubscribing aborts the transfer. Events are delivered on the transport's thread, one
-    /// after the other; a subscriber that blocks there holds up every other transfer. An exception
-    /// that a subscriber lets out of its own functions ends the program, as it would in any thread:
-    /// `std::terminate` is called where it was thrown, and shows its text.
+    /// after the other; a subscriber that blocks there holds up every other transfer. What its
+    /// function for values throws goes to its function for errors. What that or the one for the
+    /// completion throws, and an error for which there is no function, ends the program:
+    /// `std::terminate` is called, and shows the text.
     ///
     /// @param transport  who sends; null: the default transport at the time of subscription. The
     ///                   observable keeps it, a subscription does not: where nobody else does, the

@@ -32,9 +32,12 @@ struct ignore_event {
     void operator()(Event&&...) const noexcept {}
 };
 
-/// Stands in for the error function of a subscriber: nobody would ever learn of the error.
+/// Stands in for the error function of a subscriber: nobody would ever learn of the error. The
+/// program ends with the error as its active exception, whose text is shown.
 struct terminate_on_error {
-    void operator()(const std::exception_ptr&) const noexcept { std::terminate(); }
+    void operator()(const std::exception_ptr& error) const noexcept {
+        std::rethrow_exception(error);
+    }
 };
 
 /// The observer that calls one function for each kind of event.
