@@ -16,47 +16,34 @@
 
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
+#include <internal/FileDescriptor.hpp>
 
 namespace KestrinConfigManager {
 
 namespace {
 
 using HalvardSling::JSONDictionary;
+using KestrinInternal::FileDescriptor;
 
 constexpr std::int64_t formatVersion = 1;
 constexpr std::size_t largestFile = std::size_t{16} << 20;
 constexpr mode_t modeOfOthers = S_IRWXG | S_IRWXO;
 
-/// An open file; closed at the end.
-class File {
-  public:
-    File(const std::filesystem::path& path, int flags, mode_t mode = 0)
-        : descriptor_(::open(path.c_str(), flags | O_CLOEXEC, mode)) {}
-    File(const File&) = delete;
-    File(File&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    File& operator=(const File&) = delete;
-    File& operator=(File&&) = delete;
-    ~File() {
-        if (isOpen()) ::close(descriptor_);
-    }
+/// An open file; not open, with `errno` set, if that fails.
+FileDescriptor opened(const std::filesystem::path& path, int flags, mode_t mode = 0) {
+    return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC, mode));
+}
 
-    [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
-    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+/// Whether a file has no name any more.
+bool isRemoved(const FileDescriptor& file) {
+    struct stat status{};
+    return ::fstat(file.number(), &status) != 0 || status.st_nlink == 0;
+}
 
-    /// Whether the file has no name any more.
-    [[nodiscard]] bool isRemoved() const noexcept {
-        struct stat status{};
-        return ::fstat(descriptor_, &status) != 0 || status.st_nlink == 0;
-    }
-
-    /// Takes the advisory lock unless somebody else has it; it goes with the file.
-    [[nodiscard]] bool lock() const noexcept {
-        return ::flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
-    }
-
-  private:
-    int descriptor_;
-};
+/// Takes the advisory lock unless somebody else has it; it goes with the file.
+bool lock(const FileDescriptor& file) {
+    return ::flock(file.number(), LOCK_EX | LOCK_NB) == 0;
+}
 
 /// What was being done when the system reported an error, and the error.
 std::string systemFailure(std::string_view action) {
@@ -125,12 +112,12 @@ Decoded decoded(std::string_view text) {
 // Reading.
 
 /// Reads everything; absent, with `errno` set, where that fails.
-std::optional<std::string> readAll(const File& file) {
+std::optional<std::string> readAll(const FileDescriptor& file) {
     std::string text;
     std::array<char, 8192> piece{};
     while (text.size() <= largestFile) {
         // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): no lock is held here.
-        const ssize_t count = ::read(file.descriptor(), piece.data(), piece.size());
+        const ssize_t count = ::read(file.number(), piece.data(), piece.size());
         if (count == 0) return text;
         if (count > 0)
             text.append(piece.data(), static_cast<std::size_t>(count));
@@ -145,9 +132,9 @@ BindStore::Loaded nothing(std::string reason) {
     return {{}, std::move(reason)};
 }
 
-BindStore::Loaded loadedFrom(const File& file) {
+BindStore::Loaded loadedFrom(const FileDescriptor& file) {
     struct stat status{};
-    if (::fstat(file.descriptor(), &status) != 0) return nothing(systemFailure("cannot be read"));
+    if (::fstat(file.number(), &status) != 0) return nothing(systemFailure("cannot be read"));
     if (!S_ISREG(status.st_mode)) return nothing("is not a regular file");
 
     const auto text = readAll(file);
@@ -178,7 +165,7 @@ std::filesystem::path newName(const std::filesystem::path& file) {
 
 struct NewFile {
     std::filesystem::path path;
-    File file;
+    FileDescriptor file;
 };
 
 /// Creates a file under a name that nothing had. It is locked as long as it is written, by which
@@ -187,10 +174,11 @@ std::variant<NewFile, std::string> createdBeside(const std::filesystem::path& fi
     constexpr int attempts = 100;
     for (int attempt = 0; attempt < attempts; ++attempt) {
         auto path = newName(file);
-        File created(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+        FileDescriptor created =
+            opened(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
         if (!created.isOpen() && errno != EEXIST) return systemFailure("cannot create a file");
         // Somebody who looks for leftovers may have been quicker than the lock.
-        if (created.isOpen() && created.lock() && !created.isRemoved())
+        if (created.isOpen() && lock(created) && !isRemoved(created))
             return NewFile{std::move(path), std::move(created)};
     }
     return "cannot create a file: every name is taken";
@@ -204,14 +192,14 @@ void removeLeftovers(const std::filesystem::path& file) {
          entry.increment(ignored)) {
         const std::string name = entry->path().filename().string();
         if (!name.starts_with(prefix) || !name.ends_with(newSuffix)) continue;
-        const File leftover(entry->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-        if (leftover.isOpen() && leftover.lock()) ::unlink(entry->path().c_str());
+        const FileDescriptor leftover = opened(entry->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        if (leftover.isOpen() && lock(leftover)) ::unlink(entry->path().c_str());
     }
 }
 
-bool writeAll(const File& file, std::string_view text) {
+bool writeAll(const FileDescriptor& file, std::string_view text) {
     while (!text.empty()) {
-        const ssize_t count = ::write(file.descriptor(), text.data(), text.size());
+        const ssize_t count = ::write(file.number(), text.data(), text.size());
         if (count >= 0)
             text.remove_prefix(static_cast<std::size_t>(count));
         else if (errno != EINTR)
@@ -222,8 +210,8 @@ bool writeAll(const File& file, std::string_view text) {
 
 /// Makes a rename in the directory last. Some file systems cannot sync a directory and need not.
 bool syncDirectory(const std::filesystem::path& directory) {
-    const File opened(directory, O_RDONLY | O_DIRECTORY);
-    return opened.isOpen() && (::fsync(opened.descriptor()) == 0 || errno == EINVAL);
+    const FileDescriptor file = opened(directory, O_RDONLY | O_DIRECTORY);
+    return file.isOpen() && (::fsync(file.number()) == 0 || errno == EINVAL);
 }
 
 std::optional<std::string> replace(const std::filesystem::path& file, std::string_view content) {
@@ -232,7 +220,7 @@ std::optional<std::string> replace(const std::filesystem::path& file, std::strin
     const NewFile& fresh = std::get<NewFile>(created);
 
     std::optional<std::string> failure;
-    if (!writeAll(fresh.file, content) || ::fsync(fresh.file.descriptor()) != 0)
+    if (!writeAll(fresh.file, content) || ::fsync(fresh.file.number()) != 0)
         failure = systemFailure("cannot write");
     else if (::rename(fresh.path.c_str(), file.c_str()) != 0)
         failure = systemFailure("cannot replace it");
@@ -258,7 +246,7 @@ FileBindStore::~FileBindStore() {
 BindStore::Loaded FileBindStore::load() {
     static_cast<void>(flush());
     errno = 0;
-    const File file(file_, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    const FileDescriptor file = opened(file_, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     if (!file.isOpen() && errno == ENOENT) return {};
     Loaded loaded = file.isOpen()    ? loadedFrom(file)
                     : errno == ELOOP ? nothing("is a symbolic link, which is not followed")

@@ -30,7 +30,7 @@ inline constexpr std::string_view base64URLAlphabet =
 
 /// The bytes of a text; absent if it is not exactly what the encoding of some bytes gives.
 [[nodiscard]] inline std::optional<std::string> base64URLDecoded(std::string_view text) {
-    constexpr std::uint8_t invalid = 64;
+    static constexpr std::uint8_t invalid = 64;
     static constexpr std::array<std::uint8_t, 256> values = [] {
         std::array<std::uint8_t, 256> table{};
         table.fill(invalid);

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <ranges>
+#include <string>
+#include <string_view>
+
+#include <internal/Hex.hpp>
+
+namespace KestrinInternal {
+
+/// A text as JSON has it: in double quotes, with quotes, backslashes and control characters escaped.
+[[nodiscard]] inline std::string inQuotes(std::string_view text) {
+    std::string result = "\"";
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) < 0x20) {
+            result += "\\u00";
+            appendHex(result, c, lowerHexDigits);
+            continue;
+        }
+        if (c == '"' || c == '\\') result += '\\';
+        result += c;
+    }
+    return result += '"';
+}
+
+/// Texts in quotes, separated by commas.
+[[nodiscard]] inline std::string listInQuotes(const std::ranges::input_range auto& texts) {
+    std::string result;
+    for (const std::string_view text : texts)
+        result.append(result.empty() ? "" : ", ").append(inQuotes(text));
+    return result;
+}
+
+}  // namespace KestrinInternal
