@@ -8,10 +8,12 @@ namespace KestrinConfigManager {
 
 namespace {
 
+using Case = ConfigurationManagerError::Case;
+
 struct Wording {
     std::string_view name;
-    std::string_view what;
-    std::string_view remedy;
+    std::string_view meaning;
+    std::string_view advice;
 };
 
 /// In the order of the cases.
@@ -27,21 +29,35 @@ constexpr std::array<Wording, 5> wordings{{
      "percent-encode it or use another identifier"},
 }};
 
+const Wording& wordingOf(Case value) {
+    return wordings.at(static_cast<std::size_t>(value));
+}
+
 std::string text(const Wording& wording, std::string_view operation, std::string_view detail) {
     std::string result(wording.name);
     if (!operation.empty()) result.append(" in \"").append(operation).append("\"");
-    result.append(": ").append(wording.what);
+    result.append(": ").append(wording.meaning);
     if (!detail.empty()) result.append(" (").append(detail).append(")");
-    return result.append("; ").append(wording.remedy);
+    return result.append("; ").append(wording.advice);
 }
 
 }  // namespace
+
+const ConfigurationManagerError ConfigurationManagerError::invalidParameters(
+    Case::invalidParameters);
+const ConfigurationManagerError ConfigurationManagerError::serviceDisabled(Case::serviceDisabled);
+const ConfigurationManagerError ConfigurationManagerError::placeholderUnfilled(
+    Case::placeholderUnfilled);
+const ConfigurationManagerError ConfigurationManagerError::serviceNotConfigured(
+    Case::serviceNotConfigured);
+const ConfigurationManagerError ConfigurationManagerError::identifierRefused(
+    Case::identifierRefused);
 
 ConfigurationManagerError::ConfigurationManagerError(Case value, std::string_view operation,
                                                      std::string_view detail)
     : value_(value),
       // NOLINTNEXTLINE(bugprone-throw-keyword-missing): a member, not an error that is forgotten.
-      text_(text(wordings.at(static_cast<std::size_t>(value)), operation, detail)) {}
+      text_(text(wordingOf(value), operation, detail)) {}
 
 // Out of line: it keeps the class's type information in this library alone, so that a handler in
 // another shared library recognises the type also with libc++ and hidden visibility.
@@ -49,6 +65,10 @@ ConfigurationManagerError::~ConfigurationManagerError() = default;
 
 std::string_view ConfigurationManagerError::domain() noexcept {
     return "KestrinConfigManager.ConfigurationManagerError";
+}
+
+std::string_view ConfigurationManagerError::advice() const noexcept {
+    return wordingOf(value_).advice;
 }
 
 }  // namespace KestrinConfigManager

@@ -10,27 +10,32 @@ namespace KestrinConfigManager {
 class [[gnu::visibility("default")]] ConfigurationManagerError final : public std::exception {
   public:
     /// The reasons; the position is the error's code.
-    enum Case {
-        /// The record says that it is incomplete (`hasValidParams` is false). Fill in what the
-        /// operation needs; often the bind is missing: request one.
+    enum class Case {
+        /// The record says that it is incomplete (`hasValidParams` is false).
         invalidParameters,
-        /// The configuration switches the service off. Do without the operation.
+        /// The configuration switches the service off.
         serviceDisabled,
         /// The record has no value for a placeholder of the service's URL template.
         placeholderUnfilled,
         /// The application is not configured, or its configuration has no service for the
-        /// operation. Load a configuration that has it.
+        /// operation.
         serviceNotConfigured,
         /// The configuration's strict mode refuses an identifier that holds `?`, `#` or `/`.
         identifierRefused,
     };
 
+    // The error of each reason without operation and detail, to throw and to compare with.
+    static const ConfigurationManagerError invalidParameters;
+    static const ConfigurationManagerError serviceDisabled;
+    static const ConfigurationManagerError placeholderUnfilled;
+    static const ConfigurationManagerError serviceNotConfigured;
+    static const ConfigurationManagerError identifierRefused;
+
     /// @param value      the reason
     /// @param operation  the name of the operation, for the text; may be empty
     /// @param detail     what exactly is wrong, for the text; no value of a header or a token
-    // NOLINTNEXTLINE(google-explicit-constructor): an enumerator in use is the error in flight.
-    ConfigurationManagerError(Case value, std::string_view operation = {},
-                              std::string_view detail = {});
+    explicit ConfigurationManagerError(Case value, std::string_view operation = {},
+                                       std::string_view detail = {});
 
     ConfigurationManagerError(const ConfigurationManagerError&) = default;
     ConfigurationManagerError(ConfigurationManagerError&&) = default;
@@ -40,9 +45,13 @@ class [[gnu::visibility("default")]] ConfigurationManagerError final : public st
 
     /// The reason, for a `switch`.
     [[nodiscard]] Case value() const noexcept { return value_; }
+    /// The reason's position.
     [[nodiscard]] int code() const noexcept { return static_cast<int>(value_); }
     /// "KestrinConfigManager.ConfigurationManagerError".
     [[nodiscard]] static std::string_view domain() noexcept;
+    /// What the caller should do about it.
+    [[nodiscard]] std::string_view advice() const noexcept;
+    /// The reason's name, operation, meaning, detail and advice.
     [[nodiscard]] const char* what() const noexcept override { return text_.what(); }
 
     /// Two errors are equal when they have the same reason.

@@ -45,14 +45,35 @@ TEST(Serializable, ARecordThatIsNeverSentHasNoRequestForm) {
     EXPECT_FALSE(ReplyOnly().serialized().has_value());
 }
 
-static_assert(std::is_nothrow_copy_constructible_v<ConfigurationManagerError>);
+using Error = ConfigurationManagerError;
+
+static_assert(std::is_nothrow_copy_constructible_v<Error>);
+
+// A reason is neither a number nor an error, and the short name of a reason is the error itself.
+static_assert(!std::is_convertible_v<Error::Case, int>);
+static_assert(!std::is_convertible_v<Error::Case, Error>);
+static_assert(std::is_same_v<decltype(Error::serviceNotConfigured), const Error>);
 
 TEST(ConfigurationManagerError, CodesAreThePositionsOfTheCases) {
-    EXPECT_EQ(ConfigurationManagerError(ConfigurationManagerError::invalidParameters).code(), 0);
-    EXPECT_EQ(ConfigurationManagerError(ConfigurationManagerError::serviceDisabled).code(), 1);
-    EXPECT_EQ(ConfigurationManagerError(ConfigurationManagerError::placeholderUnfilled).code(), 2);
-    EXPECT_EQ(ConfigurationManagerError(ConfigurationManagerError::serviceNotConfigured).code(), 3);
-    EXPECT_EQ(ConfigurationManagerError(ConfigurationManagerError::identifierRefused).code(), 4);
+    EXPECT_EQ(Error::invalidParameters.code(), 0);
+    EXPECT_EQ(Error::serviceDisabled.code(), 1);
+    EXPECT_EQ(Error::placeholderUnfilled.code(), 2);
+    EXPECT_EQ(Error::serviceNotConfigured.code(), 3);
+    EXPECT_EQ(Error::identifierRefused.code(), 4);
+}
+
+TEST(ConfigurationManagerError, TheNameOfAReasonIsThrownAsTheError) {
+    try {
+        throw Error::identifierRefused;
+    } catch (const Error& error) {
+        EXPECT_EQ(error.value(), Error::Case::identifierRefused);
+    }
+}
+
+TEST(ConfigurationManagerError, SaysWhatTheCallerShouldDo) {
+    EXPECT_EQ(Error::serviceNotConfigured.advice(), "load a configuration that has it");
+    EXPECT_EQ(Error(Error::Case::serviceDisabled, "history-get").advice(),
+              "do without the operation");
 }
 
 TEST(ConfigurationManagerError, HasADomain) {
@@ -61,14 +82,13 @@ TEST(ConfigurationManagerError, HasADomain) {
 }
 
 TEST(ConfigurationManagerError, TheReasonAloneDecidesEquality) {
-    using Error = ConfigurationManagerError;
-    EXPECT_EQ(Error(Error::serviceDisabled, "a", "b"), Error(Error::serviceDisabled));
-    EXPECT_NE(Error(Error::serviceDisabled), Error(Error::invalidParameters));
+    EXPECT_EQ(Error(Error::Case::serviceDisabled, "a", "b"), Error::serviceDisabled);
+    EXPECT_NE(Error::serviceDisabled, Error::invalidParameters);
 }
 
 TEST(ConfigurationManagerError, TheTextSaysWhatAndWhereAndWhatToDo) {
-    const ConfigurationManagerError error(ConfigurationManagerError::placeholderUnfilled,
-                                          "history-get", "%UXID%");
+    const ConfigurationManagerError error(Error::Case::placeholderUnfilled, "history-get",
+                                          "%UXID%");
     EXPECT_STREQ(error.what(),
                  "placeholderUnfilled in \"history-get\": the parameters have no value for a "
                  "placeholder of the service's URL (%UXID%); use a template whose placeholders the "
@@ -76,7 +96,7 @@ TEST(ConfigurationManagerError, TheTextSaysWhatAndWhereAndWhatToDo) {
 }
 
 TEST(ConfigurationManagerError, WithoutOperationAndDetailTheTextLeavesThemOut) {
-    EXPECT_STREQ(ConfigurationManagerError(ConfigurationManagerError::serviceDisabled).what(),
+    EXPECT_STREQ(Error::serviceDisabled.what(),
                  "serviceDisabled: the configuration switches the service off; do without the "
                  "operation");
 }
@@ -90,8 +110,8 @@ TEST(ConfigurationManagerError, EveryReasonHasATextOfItsOwn) {
 }
 
 TEST(ConfigurationManagerError, ACopyKeepsTheText) {
-    std::optional<ConfigurationManagerError> error(
-        std::in_place, ConfigurationManagerError::serviceDisabled, "history-get");
+    std::optional<ConfigurationManagerError> error(std::in_place, Error::Case::serviceDisabled,
+                                                   "history-get");
     const ConfigurationManagerError copy = *error;
     error.reset();
     EXPECT_THAT(copy.what(), HasSubstr("history-get"));

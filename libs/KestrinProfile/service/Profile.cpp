@@ -232,7 +232,7 @@ Observable<Response> Profile::createProfileRequest(const APIParams& params,
         configuration && configuration->services ? configuration->services->find(name) : nullptr;
     if (service == nullptr)
         return failure<Response>(ConfigurationManagerError(
-            ConfigurationManagerError::serviceNotConfigured, name,
+            ConfigurationManagerError::Case::serviceNotConfigured, name,
             configuration ? "the configuration has no such service" : "nothing is configured"));
 
     if (const auto answer = service->configurationGuard(params)) return *answer;

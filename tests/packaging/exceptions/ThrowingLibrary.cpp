@@ -10,7 +10,7 @@ void throwProfileError(int code) {
 
 void throwConfigurationManagerError() {
     using KestrinConfigManager::ConfigurationManagerError;
-    throw ConfigurationManagerError(ConfigurationManagerError::serviceNotConfigured, "operation");
+    throw ConfigurationManagerError::serviceNotConfigured;
 }
 
 void throwSlingError() {
