@@ -9,13 +9,15 @@ namespace KestrinConfigManager {
 
 namespace {
 
-/// A number of the calling thread that no other thread ever gets. A `std::thread::id` may come back
-/// once its thread has ended, and what that thread left behind would fall to another one.
-std::uint64_t threadNumber() noexcept {
-    static std::atomic<std::uint64_t> last{0};
-    thread_local const std::uint64_t number = ++last;
-    return number;
-}
+/// A profile whose token is to follow.
+struct NotedProfile {
+    std::uint64_t manager = 0;  ///< the number of the object that it was noted for
+    std::string profileID;
+};
+
+/// Of each thread, so that two of them never mix their binds, and that nothing is left of a thread
+/// that has ended.
+thread_local std::optional<NotedProfile> notedProfile;
 
 auto find(auto& binds, std::string_view profileID) {
     return std::ranges::find(binds, profileID, &AnonymousBind::profileID);
@@ -26,19 +28,35 @@ std::optional<AnonymousBind> bindOf(const HeldBinds& held, std::string_view prof
     return found == held.binds.end() ? std::nullopt : std::optional(*found);
 }
 
-void hold(HeldBinds& held, AnonymousBind bind) {
+/// @return whether that changes anything
+bool hold(HeldBinds& held, AnonymousBind bind) {
+    if (held.selectedProfileID && bindOf(held, bind.profileID) == bind) return false;
     if (!held.selectedProfileID) held.selectedProfileID = bind.profileID;
     const auto former = find(held.binds, bind.profileID);
     if (former == held.binds.end())
         held.binds.push_back(std::move(bind));
     else
         *former = std::move(bind);
+    return true;
+}
+
+/// @return whether that changes anything
+bool drop(HeldBinds& held, std::string_view profileID) {
+    return std::erase_if(held.binds, [&](const AnonymousBind& each) {
+               return each.profileID == profileID;
+           }) > 0;
 }
 
 }  // namespace
 
 // Everything that is taken out of use below, a handler or a store or a configuration, is destroyed
 // only after the lock is released: its destructor is the application's and may come back here.
+
+/// The numbers tell apart two objects that had the same address one after the other.
+std::uint64_t ConfigurationManager::nextNumber() noexcept {
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
 
 ConfigurationManager& ConfigurationManager::sharedInstance() {
     // Never destroyed: a thread of the transport may still use it while the process ends.
@@ -89,7 +107,7 @@ std::optional<AnonymousBind> ConfigurationManager::bind(bool parent) const {
 
 /// Applies an edit to what is held and tells the store. The edit says whether it changed anything.
 template <class Edit>
-void ConfigurationManager::change(Edit edit) {
+void ConfigurationManager::updateBinds(Edit edit) {
     HeldBinds changed;
     std::shared_ptr<BindStore> store;
     {
@@ -103,29 +121,26 @@ void ConfigurationManager::change(Edit edit) {
     store->save(std::move(changed));
 }
 
-void ConfigurationManager::setBindProfileID(std::string profileID) {
-    const std::scoped_lock lock(mutex_);
-    noted_.insert_or_assign(threadNumber(), std::move(profileID));
-}
-
-void ConfigurationManager::setBindToken(std::optional<std::string> token) {
-    change([&](HeldBinds& held) {
-        auto noted = noted_.extract(threadNumber());
-        if (noted.empty()) return false;
-        AnonymousBind bind(std::move(noted.mapped()), {});
-        if (!token)
-            return std::erase_if(held.binds, [&](const AnonymousBind& each) {
-                       return each.profileID == bind.profileID;
-                   }) > 0;
-        bind.token = *std::move(token);
-        if (held.selectedProfileID && bindOf(held, bind.profileID) == bind) return false;
-        hold(held, std::move(bind));
-        return true;
+void ConfigurationManager::storeBind(AnonymousBind bind) {
+    updateBinds([&](HeldBinds& held) {
+        handlerIsDue_ = true;
+        return hold(held, std::move(bind));
     });
 }
 
+void ConfigurationManager::setBindProfileID(std::string profileID) {
+    notedProfile = NotedProfile{number_, std::move(profileID)};
+}
+
+void ConfigurationManager::setBindToken(std::optional<std::string> token) {
+    if (!notedProfile || notedProfile->manager != number_) return;
+    std::string profileID = std::exchange(notedProfile, std::nullopt)->profileID;
+    if (token) return storeBind({std::move(profileID), *std::move(token)});
+    updateBinds([&](HeldBinds& held) { return drop(held, profileID); });
+}
+
 void ConfigurationManager::selectProfile(std::string profileID) {
-    change([&](HeldBinds& held) {
+    updateBinds([&](HeldBinds& held) {
         if (held.selectedProfileID == profileID) return false;
         held.selectedProfileID = std::move(profileID);
         return true;
@@ -142,8 +157,8 @@ void ConfigurationManager::reactToForbiddenReply() {
     std::function<void()> reaction;
     {
         const std::scoped_lock lock(mutex_);
-        handler = handler_;
         reaction = reaction_;
+        if (!reaction && std::exchange(handlerIsDue_, false)) handler = handler_;
     }
     if (reaction) return reaction();
     dropBinds();
@@ -153,6 +168,7 @@ void ConfigurationManager::reactToForbiddenReply() {
 void ConfigurationManager::setForbiddenReplyHandler(std::function<void()> handler) {
     const std::scoped_lock lock(mutex_);
     handler_.swap(handler);
+    handlerIsDue_ = true;
 }
 
 void ConfigurationManager::setForbiddenReplyReaction(std::function<void()> reaction) {
@@ -161,7 +177,7 @@ void ConfigurationManager::setForbiddenReplyReaction(std::function<void()> react
 }
 
 void ConfigurationManager::dropBinds() {
-    change([](HeldBinds& held) {
+    updateBinds([](HeldBinds& held) {
         if (held.binds.empty()) return false;
         held.binds.clear();
         return true;

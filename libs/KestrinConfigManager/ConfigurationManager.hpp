@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -55,16 +54,21 @@ class ConfigurationManager {
     [[nodiscard]] std::vector<ConfigurationProblem> load(const std::filesystem::path& file);
 
     /// The bind held for the parent profile (true) or for the selected profile (false); absent
-    /// where none is held. It may have expired: see `AnonymousBind::isValid`.
+    /// if none is held. It may have expired: see `AnonymousBind::isValid`.
     [[nodiscard]] std::optional<AnonymousBind> bind(bool parent) const;
 
-    /// First half of storing a bind: notes for which profile the calling thread's next
-    /// `setBindToken` is. Holds nothing by itself.
+    /// Stores a bind under its profile identifier, in the place of the one that is held for that
+    /// profile. This is how an application stores a bind that it has as a whole.
+    void storeBind(AnonymousBind bind);
+
+    /// First half of storing a bind in two steps: notes for which profile the calling thread's next
+    /// `setBindToken` is. Stores nothing by itself. A thread notes one profile at a time, for one
+    /// object; the note ends with the thread.
     void setBindProfileID(std::string profileID);
 
     /// Second half: stores the token under the profile identifier that the same thread noted
     /// before, so that binds decoded on two threads at once never end up mixed. An absent token
-    /// drops the bind held for that profile. Does nothing where no identifier was noted.
+    /// drops the bind held for that profile. Does nothing if no identifier was noted.
     void setBindToken(std::optional<std::string> token);
 
     /// Selects the profile whose bind is the current one.
@@ -73,16 +77,28 @@ class ConfigurationManager {
     /// The selected profile; absent before the first bind and the first selection.
     [[nodiscard]] std::optional<std::string> selectedProfileID() const;
 
-    /// What follows a reply with status 403: by default drops all held binds, so that the next
-    /// call asks for a new one, and then calls the application's handler.
+    /// What follows a reply with status 403: drops all held binds, and calls the application's
+    /// handler if it is due (see `setForbiddenReplyHandler`). No operation asks for a new bind by
+    /// itself: the application does, with `Profile::requestAnonymousBind`.
+    ///
+    /// `KestrinProfile` calls this on the thread that delivers the reply, once for each 403 and
+    /// twice for one that answers the request for an anonymous bind.
     void reactToForbiddenReply();
 
-    /// Called at the end of the default reaction, on the thread that delivered the reply. It may
-    /// use this object, and must neither block nor throw. Empty takes it back.
+    /// Sets what is called after a reply with status 403, once the binds are dropped. It is called
+    /// once, however many replies are refused, and then not again until a bind has been stored. So
+    /// it may ask for a new bind: if that is refused as well, the handler is not called again.
+    ///
+    /// It runs on the thread that delivered the reply, may use this object, and must neither block
+    /// nor throw. It should not repeat the request that was refused: with a new bind that is
+    /// refused again, the two would never end.
+    /// @param handler  empty takes the former one back
     void setForbiddenReplyHandler(std::function<void()> handler);
 
-    /// Replaces the reaction as a whole, under the rules of the handler; empty brings back the
-    /// default one.
+    /// Replaces the reaction as a whole: no bind is dropped, the handler is not called. A reaction
+    /// is called for each 403, without the limit of the handler, so it must send no request. It
+    /// runs on the thread that delivered the reply and must neither block nor throw.
+    /// @param reaction  empty brings back the default one
     void setForbiddenReplyReaction(std::function<void()> reaction);
 
     /// Drops all held binds; the selected profile stays selected.
@@ -90,19 +106,21 @@ class ConfigurationManager {
 
     /// From now on binds are kept in this store, and what it holds replaces what is held now. Null
     /// keeps them in memory only, which is the default.
-    /// @return why the store gave back less than it should have; absent where all was well
+    /// @return why the store gave back less than it should have; absent if nothing is missing
     std::optional<std::string> useBindStore(std::shared_ptr<BindStore> store);
 
   private:
+    static std::uint64_t nextNumber() noexcept;
     template <class Edit>
-    void change(Edit edit);
+    void updateBinds(Edit edit);
 
+    const std::uint64_t number_ = nextNumber();
     mutable std::mutex mutex_;
     std::shared_ptr<const Configuration> configuration_;
     HeldBinds held_;
-    std::map<std::uint64_t, std::string> noted_;  // by the number of the thread
     std::shared_ptr<BindStore> store_;
     std::function<void()> handler_;
+    bool handlerIsDue_ = true;
     std::function<void()> reaction_;
 };
 

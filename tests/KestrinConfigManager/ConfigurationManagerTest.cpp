@@ -174,6 +174,28 @@ TEST_F(ConfigurationManagerTest, AnExpiredBindIsStillHeld) {
     EXPECT_FALSE(manager.bind(false)->isValid());
 }
 
+TEST_F(ConfigurationManagerTest, ABindIsStoredAtOnce) {
+    const auto store = recordingStore();
+    manager.useBindStore(store);
+    manager.storeBind({"a", "1"});
+    EXPECT_EQ(manager.selectedProfileID(), "a");
+    EXPECT_EQ(manager.bind(false), AnonymousBind("a", "1"));
+    manager.storeBind({"b", "2"});
+    EXPECT_EQ(manager.bind(false), AnonymousBind("a", "1"));
+    manager.storeBind({"a", "3"});
+    EXPECT_EQ(manager.bind(false), AnonymousBind("a", "3"));
+    manager.storeBind({"a", "3"});
+    EXPECT_EQ(store->saved.size(), 3U) << "the last one changes nothing";
+}
+
+TEST_F(ConfigurationManagerTest, StoringABindAtOnceLeavesWhatWasNotedAlone) {
+    manager.setBindProfileID("a");
+    manager.storeBind({"b", "2"});
+    manager.setBindToken("1");
+    manager.selectProfile("a");
+    EXPECT_EQ(manager.bind(false), AnonymousBind("a", "1"));
+}
+
 TEST_F(ConfigurationManagerTest, AProfileIdentifierAloneHoldsNothing) {
     manager.setBindProfileID("p");
     EXPECT_EQ(manager.selectedProfileID(), std::nullopt);
@@ -302,6 +324,36 @@ TEST_F(ConfigurationManagerTest, AForbiddenReplyDropsAllBindsAndThenCallsTheHand
 }
 
 TEST_F(ConfigurationManagerTest, AForbiddenReplyWithoutHandlerDropsTheBinds) {
+    hold("a", "1");
+    manager.reactToForbiddenReply();
+    EXPECT_EQ(manager.bind(false), std::nullopt);
+}
+
+TEST_F(ConfigurationManagerTest, TheHandlerIsDueAgainOnceABindIsStored) {
+    int calls = 0;
+    manager.setForbiddenReplyHandler([&] { ++calls; });
+    const auto callsAfter = [&](int replies) {
+        for (int reply = 0; reply < replies; ++reply)
+            manager.reactToForbiddenReply();
+        return calls;
+    };
+    EXPECT_EQ(callsAfter(3), 1);
+    manager.selectProfile("a");
+    manager.configure(configurationOf("parent"));
+    manager.setBindProfileID("a");
+    manager.setBindToken(std::nullopt);
+    EXPECT_EQ(callsAfter(3), 1) << "no bind was stored";
+    hold("a", "1");
+    EXPECT_EQ(callsAfter(3), 2);
+    manager.storeBind({"a", "1"});
+    EXPECT_EQ(callsAfter(3), 3);
+    manager.setForbiddenReplyHandler([&] { ++calls; });
+    EXPECT_EQ(callsAfter(3), 4) << "a handler is due when it is set";
+}
+
+TEST_F(ConfigurationManagerTest, ARefusedReplyDropsTheBindsAlsoIfTheHandlerIsNotDue) {
+    manager.setForbiddenReplyHandler([] {});
+    manager.reactToForbiddenReply();
     hold("a", "1");
     manager.reactToForbiddenReply();
     EXPECT_EQ(manager.bind(false), std::nullopt);
