@@ -17,6 +17,10 @@
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/URLTemplate.hpp>
 #include <KestrinConfigManager/WebService.hpp>
+#include <KestrinConfigManager/internal/BodyFormNames.hpp>
+#include <internal/ASCII.hpp>
+#include <internal/EditDistance.hpp>
+#include <internal/Quoting.hpp>
 
 namespace KestrinConfigManager {
 
@@ -26,45 +30,29 @@ using HalvardSling::Headers;
 using HalvardSling::JSONDictionary;
 using HalvardSling::JSONFailure;
 using HalvardSling::JSONKind;
+using KestrinInternal::inQuotes;
+using KestrinInternal::listInQuotes;
+using KestrinInternal::loweredText;
+using KestrinInternal::nearestName;
 using Problems = std::vector<ConfigurationProblem>;
 
 /// Why a value is refused; absent where it was stored.
 using Refusal = std::optional<std::string>;
 
-std::string inQuotes(std::string_view text) {
-    static constexpr std::string_view digits = "0123456789abcdef";
-    std::string result = "\"";
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20) {
-            ((result += "\\u00") += digits[byte >> 4]) += digits[byte & 15];
-            continue;
-        }
-        if (c == '"' || c == '\\') result += '\\';
-        result += c;
-    }
-    return result += '"';
-}
-
-std::string listed(const auto& names) {
-    std::string result;
-    for (const std::string_view name : names)
-        result.append(result.empty() ? "" : ", ").append(inQuotes(name));
-    return result;
-}
-
-/// A value in the configuration: its path, and where its problems go.
-class Place {
+/// Where a value stands in the configuration, and where its problems go.
+class Location {
   public:
-    explicit Place(Problems& problems) : problems_(&problems) {}
+    explicit Location(Problems& problems) : problems_(&problems) {}
 
     /// The value of a key that the schema names.
-    [[nodiscard]] Place key(std::string_view name) const { return below("." + std::string(name)); }
+    [[nodiscard]] Location key(std::string_view name) const {
+        return below("." + std::string(name));
+    }
     /// The value of a key that the author of the configuration chose.
-    [[nodiscard]] Place entry(std::string_view name) const {
+    [[nodiscard]] Location entry(std::string_view name) const {
         return below("[" + inQuotes(name) + "]");
     }
-    [[nodiscard]] Place item(std::size_t index) const {
+    [[nodiscard]] Location item(std::size_t index) const {
         return below("[" + std::to_string(index) + "]");
     }
 
@@ -74,10 +62,10 @@ class Place {
     }
 
   private:
-    [[nodiscard]] Place below(std::string_view step) const {
-        Place place(*this);
-        place.path_ += step;
-        return place;
+    [[nodiscard]] Location below(std::string_view step) const {
+        Location location(*this);
+        location.path_ += step;
+        return location;
     }
 
     Problems* problems_;
@@ -91,7 +79,8 @@ std::string mismatch(std::optional<JSONKind> found, const std::string& expected)
 }
 
 /// The keys of a dictionary without repetition; reports those that occur more than once.
-std::vector<std::string_view> distinctKeys(const Place& place, const JSONDictionary& dictionary) {
+std::vector<std::string_view> distinctKeys(const Location& location,
+                                           const JSONDictionary& dictionary) {
     std::vector<std::string_view> distinct;
     std::set<std::string_view> seen;
     std::set<std::string_view> repeated;
@@ -99,7 +88,7 @@ std::vector<std::string_view> distinctKeys(const Place& place, const JSONDiction
         if (seen.insert(key).second)
             distinct.push_back(key);
         else if (repeated.insert(key).second)
-            place.entry(key).report("occurs more than once");
+            location.entry(key).report("occurs more than once");
     return distinct;
 }
 
@@ -117,9 +106,9 @@ struct Text {
         return dictionary.text(key);
     }
 
-    void accept(const Place& place, std::string_view value, Target& target) const {
-        place.report(value.empty() ? Refusal("is empty, expected " + expected())
-                                   : store(target, value));
+    void accept(const Location& location, std::string_view value, Target& target) const {
+        location.report(value.empty() ? Refusal("is empty, expected " + expected())
+                                      : store(target, value));
     }
 };
 
@@ -133,7 +122,7 @@ struct Flag {
         return dictionary.boolean(key);
     }
 
-    void accept(const Place&, bool value, Target& target) const { store(target, value); }
+    void accept(const Location&, bool value, Target& target) const { store(target, value); }
 };
 
 template <class Target>
@@ -151,9 +140,9 @@ struct Integer {
         return dictionary.integer(key);
     }
 
-    void accept(const Place& place, std::int64_t value, Target& target) const {
+    void accept(const Location& location, std::int64_t value, Target& target) const {
         if (value < least || value > greatest)
-            place.report("is " + std::to_string(value) + ", expected " + expected());
+            location.report("is " + std::to_string(value) + ", expected " + expected());
         else
             store(target, value);
     }
@@ -164,16 +153,16 @@ struct Word {
     std::span<const std::string_view> words;
     void (*store)(Target&, std::size_t index);
 
-    [[nodiscard]] std::string expected() const { return "one of " + listed(words); }
+    [[nodiscard]] std::string expected() const { return "one of " + listInQuotes(words); }
 
     [[nodiscard]] static auto find(const JSONDictionary& dictionary, std::string_view key) {
         return dictionary.text(key);
     }
 
-    void accept(const Place& place, std::string_view value, Target& target) const {
+    void accept(const Location& location, std::string_view value, Target& target) const {
         const auto found = std::ranges::find(words, value);
         if (found == words.end())
-            place.report("is " + inQuotes(value) + ", expected " + expected());
+            location.report("is " + inQuotes(value) + ", expected " + expected());
         else
             store(target, static_cast<std::size_t>(found - words.begin()));
     }
@@ -192,10 +181,10 @@ struct TextList {
         return dictionary.texts(key);
     }
 
-    void accept(const Place& place, const std::vector<std::string_view>& items,
+    void accept(const Location& location, const std::vector<std::string_view>& items,
                 Target& target) const {
         for (std::size_t index = 0; index < items.size(); ++index)
-            place.item(index).report(store(target, items[index]));
+            location.item(index).report(store(target, items[index]));
     }
 };
 
@@ -209,11 +198,11 @@ struct TextTable {
         return dictionary.dictionary(key);
     }
 
-    void accept(const Place& place, const JSONDictionary& table, Target& target) const {
-        for (const std::string_view name : distinctKeys(place, table)) {
+    void accept(const Location& location, const JSONDictionary& table, Target& target) const {
+        for (const std::string_view name : distinctKeys(location, table)) {
             const auto value = table.text(name);
-            place.entry(name).report(value ? store(target, name, *value)
-                                           : mismatch(table.kind(name), "a text"));
+            location.entry(name).report(value ? store(target, name, *value)
+                                              : mismatch(table.kind(name), "a text"));
         }
     }
 };
@@ -221,7 +210,7 @@ struct TextTable {
 /// A dictionary with a reader of its own.
 template <class Target>
 struct Nested {
-    void (*read)(const Place&, const JSONDictionary& content, Target&);
+    void (*read)(const Location&, const JSONDictionary& content, Target&);
 
     [[nodiscard]] static std::string expected() { return "a dictionary"; }
 
@@ -229,8 +218,8 @@ struct Nested {
         return dictionary.dictionary(key);
     }
 
-    void accept(const Place& place, const JSONDictionary& content, Target& target) const {
-        read(place, content, target);
+    void accept(const Location& location, const JSONDictionary& content, Target& target) const {
+        read(location, content, target);
     }
 };
 
@@ -243,90 +232,44 @@ struct Key {
         shape;
     bool required = false;
 
-    void read(const Place& place, const JSONDictionary& dictionary, Target& target) const {
+    void read(const Location& location, const JSONDictionary& dictionary, Target& target) const {
         std::visit(
             [&](const auto& known) {
                 const auto kind = dictionary.kind(name);
                 if (const auto value = known.find(dictionary, name))
-                    known.accept(place, *value, target);
+                    known.accept(location, *value, target);
                 else if (kind || required)
-                    place.report(mismatch(kind, known.expected()));
+                    location.report(mismatch(kind, known.expected()));
             },
             shape);
     }
 };
 
-constexpr char lowered(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-std::string loweredText(std::string_view text) {
-    std::string result(text);
-    std::ranges::transform(result, result.begin(), lowered);
-    return result;
-}
-
-/// How many letters must be inserted, removed, replaced or swapped with their neighbour to make one
-/// name of the other, whatever their case.
-std::size_t distance(std::string_view left, std::string_view right) {
-    std::vector<std::size_t> beforeLast;
-    std::vector<std::size_t> last(right.size() + 1);
-    for (std::size_t column = 0; column <= right.size(); ++column)
-        last[column] = column;
-
-    const auto same = [&](std::size_t row, std::size_t column) {
-        return lowered(left[row - 1]) == lowered(right[column - 1]);
-    };
-    for (std::size_t row = 1; row <= left.size(); ++row) {
-        std::vector<std::size_t> current(right.size() + 1, row);
-        for (std::size_t column = 1; column <= right.size(); ++column) {
-            current[column] = std::min({last[column] + 1, current[column - 1] + 1,
-                                        last[column - 1] + (same(row, column) ? 0U : 1U)});
-            if (row > 1 && column > 1 && same(row, column - 1) && same(row - 1, column))
-                current[column] = std::min(current[column], beforeLast[column - 2] + 1);
-        }
-        beforeLast = std::exchange(last, std::move(current));
-    }
-    return last.back();
-}
-
-/// The known name that somebody who wrote this one most likely meant; absent if none is close.
-std::optional<std::string_view> nearest(std::string_view name,
-                                        const std::vector<std::string_view>& known) {
-    constexpr std::size_t longest = 64;  // far more than any known name
-    if (name.size() > longest) return std::nullopt;
-    const auto distanceTo = [&](std::string_view each) { return distance(name, each); };
-    const auto best = std::ranges::min_element(known, {}, distanceTo);
-    if (best == known.end() || distanceTo(*best) > std::max<std::size_t>(1, best->size() / 3))
-        return std::nullopt;
-    return *best;
-}
-
-void reportUnknownKeys(const Place& place, const JSONDictionary& dictionary,
+void reportUnknownKeys(const Location& location, const JSONDictionary& dictionary,
                        const std::vector<std::string_view>& known) {
-    for (const std::string_view key : distinctKeys(place, dictionary)) {
+    for (const std::string_view key : distinctKeys(location, dictionary)) {
         if (std::ranges::find(known, key) != known.end()) continue;
-        const auto meant = nearest(key, known);
-        place.entry(key).report(
-            "is not a known key; " +
-            (meant ? "did you mean " + inQuotes(*meant) + "?" : "known are " + listed(known)));
+        const auto meant = nearestName(key, known);
+        location.entry(key).report("is not a known key; " +
+                                   (meant ? "did you mean " + inQuotes(*meant) + "?"
+                                          : "known are " + listInQuotes(known)));
     }
 }
 
 /// Reads everything in a dictionary into the target, in the order of the keys given.
 template <class Target>
-void readKeys(const Place& place, const JSONDictionary& dictionary,
+void readKeys(const Location& location, const JSONDictionary& dictionary,
               std::span<const Key<Target>> keys, Target& target) {
     std::vector<std::string_view> known;
     for (const auto& key : keys)
         known.push_back(key.name);
-    reportUnknownKeys(place, dictionary, known);
+    reportUnknownKeys(location, dictionary, known);
     for (const auto& key : keys)
-        key.read(place.key(key.name), dictionary, target);
+        key.read(location.key(key.name), dictionary, target);
 }
 
 /// The top of the configuration while it is read.
-struct Top {
+struct TopLevel {
     Configuration configuration;
     WebService prototype;  ///< what every service begins with
     bool development = false;
@@ -336,10 +279,10 @@ struct Top {
 /// A service while it is read.
 struct Service {
     WebService service;
-    const Top& top;
+    const TopLevel& top;
 };
 
-constexpr WebService& serviceOf(Top& top) {
+constexpr WebService& serviceOf(TopLevel& top) {
     return top.prototype;
 }
 constexpr WebService& serviceOf(Service& service) {
@@ -377,7 +320,7 @@ Refusal notAURL() {
 }
 
 /// The host of a URL for which cleartext is not allowed; absent where all is well.
-Refusal cleartextRefusal(const HalvardSling::Origin& origin, const Top& top) {
+Refusal cleartextRefusal(const HalvardSling::Origin& origin, const TopLevel& top) {
     if (origin.scheme != "http" || top.cleartextHosts.contains(origin.host)) return std::nullopt;
     const bool loopback = origin.isLoopback();
     if (loopback && top.development) return std::nullopt;
@@ -432,7 +375,7 @@ Refusal storeQuery(Service& target, std::string_view name, std::string_view valu
     return std::nullopt;
 }
 
-Refusal storeCleartextHost(Top& target, std::string_view host) {
+Refusal storeCleartextHost(TopLevel& target, std::string_view host) {
     const std::string wanted = loweredText(host);
     const auto url = HalvardSling::URL::parse("http://" + wanted);
     const auto* const parsed = std::get_if<HalvardSling::URL>(&url);
@@ -444,15 +387,12 @@ Refusal storeCleartextHost(Top& target, std::string_view host) {
 
 constexpr std::array<std::string_view, 6> methods{"GET", "POST", "PUT", "PATCH", "DELETE", "HEAD"};
 
-/// In the order of `BodyForm`.
-constexpr std::array<std::string_view, 3> bodyForms{"none", "json", "form"};
-
 constexpr std::array<Key<Service>, 10> serviceKeys{{
     {"method",
      Word<Service>{methods, [](Service& target,
                                std::size_t index) { target.service.method = methods.at(index); }}},
     {"url", Text<Service>{"a URL template", storeURL}, true},
-    {"body", Word<Service>{bodyForms,
+    {"body", Word<Service>{internal::bodyFormNames,
                            [](Service& target, std::size_t index) {
                                target.service.body = static_cast<BodyForm>(index);
                            }}},
@@ -469,47 +409,49 @@ constexpr std::array<Key<Service>, 10> serviceKeys{{
     {"enabled", Flag<Service>{[](Service& target, bool value) { target.service.enabled = value; }}},
 }};
 
-void readService(const Place& place, const JSONDictionary& services, std::string_view operation,
-                 const Top& top, ServiceTable& table) {
-    if (operation.empty()) place.report("has an empty name, expected the name of an operation");
+void readService(const Location& location, const JSONDictionary& services,
+                 std::string_view operation, const TopLevel& top, ServiceTable& table) {
+    if (operation.empty()) location.report("has an empty name, expected the name of an operation");
     const auto content = services.dictionary(operation);
-    if (!content) return place.report(mismatch(services.kind(operation), "a dictionary"));
+    if (!content) return location.report(mismatch(services.kind(operation), "a dictionary"));
     Service reading{top.prototype, top};
     reading.service.operation = operation;
-    readKeys<Service>(place, *content, serviceKeys, reading);
+    readKeys<Service>(location, *content, serviceKeys, reading);
     table.add(std::move(reading.service));
 }
 
-void readServices(const Place& place, const JSONDictionary& services, Top& target) {
+void readServices(const Location& location, const JSONDictionary& services, TopLevel& target) {
     auto table = std::make_shared<ServiceTable>();
-    for (const std::string_view operation : distinctKeys(place, services))
-        readService(place.entry(operation), services, operation, target, *table);
+    for (const std::string_view operation : distinctKeys(location, services))
+        readService(location.entry(operation), services, operation, target, *table);
     target.configuration.services = std::move(table);
 }
 
 /// The services stand last: they are judged by what the other keys say.
-constexpr std::array<Key<Top>, 10> topKeys{{
-    {"version", Integer<Top>{1, 1, [](Top&, std::int64_t) {}}, true},
+constexpr std::array<Key<TopLevel>, 10> topKeys{{
+    {"version", Integer<TopLevel>{1, 1, [](TopLevel&, std::int64_t) {}}, true},
     {"parentProfileID",
-     Text<Top>{"a profile identifier",
-               [](Top& target, std::string_view value) -> Refusal {
-                   target.configuration.parentProfileID = value;
-                   return std::nullopt;
-               }},
+     Text<TopLevel>{"a profile identifier",
+                    [](TopLevel& target, std::string_view value) -> Refusal {
+                        target.configuration.parentProfileID = value;
+                        return std::nullopt;
+                    }},
      true},
-    {"brand", Text<Top>{"the name of a brand",
-                        [](Top& target, std::string_view value) -> Refusal {
-                            target.configuration.brand = Brand{std::string(value)};
-                            return std::nullopt;
-                        }}},
-    {"development", Flag<Top>{[](Top& target, bool value) { target.development = value; }}},
-    {"cleartextHosts", TextList<Top>{"host names", storeCleartextHost}},
-    {"strictIdentifiers",
-     Flag<Top>{[](Top& target, bool value) { target.prototype.strictIdentifiers = value; }}},
-    connectTimeoutKey<Top>,
-    totalTimeoutKey<Top>,
-    maxBodyKey<Top>,
-    {"services", Nested<Top>{readServices}},
+    {"brand", Text<TopLevel>{"the name of a brand",
+                             [](TopLevel& target, std::string_view value) -> Refusal {
+                                 target.configuration.brand = Brand{std::string(value)};
+                                 return std::nullopt;
+                             }}},
+    {"development",
+     Flag<TopLevel>{[](TopLevel& target, bool value) { target.development = value; }}},
+    {"cleartextHosts", TextList<TopLevel>{"host names", storeCleartextHost}},
+    {"strictIdentifiers", Flag<TopLevel>{[](TopLevel& target, bool value) {
+         target.prototype.strictIdentifiers = value;
+     }}},
+    connectTimeoutKey<TopLevel>,
+    totalTimeoutKey<TopLevel>,
+    maxBodyKey<TopLevel>,
+    {"services", Nested<TopLevel>{readServices}},
 }};
 
 ConfigurationResult problemAtTop(std::string message) {
@@ -530,8 +472,8 @@ ConfigurationResult parseConfiguration(std::string_view text) {
         return problemAtTop("is not a JSON dictionary: " + failure->text());
 
     Problems problems;
-    Top top;
-    readKeys<Top>(Place(problems), std::get<JSONDictionary>(parsed), topKeys, top);
+    TopLevel top;
+    readKeys<TopLevel>(Location(problems), std::get<JSONDictionary>(parsed), topKeys, top);
     if (!problems.empty()) return problems;
     return std::move(top.configuration);
 }

@@ -6,6 +6,8 @@
 #include <utility>
 
 #include <KestrinConfigManager/SlingBuild.hpp>
+#include <internal/ASCII.hpp>
+#include <internal/Hex.hpp>
 
 namespace KestrinConfigManager {
 
@@ -23,19 +25,18 @@ constexpr std::size_t addedHeaderBytes = 64;
 
 /// Whether a character stands in a query as it is (RFC 3986, section 2.3).
 constexpr bool isUnreserved(char c) noexcept {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
-           c == '.' || c == '_' || c == '~';
+    return KestrinInternal::isLetter(c) || KestrinInternal::isDigit(c) || c == '-' || c == '.' ||
+           c == '_' || c == '~';
 }
 
 void appendEncoded(std::string& out, std::string_view text) {
-    static constexpr std::string_view digits = "0123456789ABCDEF";
     for (const char c : text) {
         if (isUnreserved(c)) {
             out += c;
             continue;
         }
-        const auto byte = static_cast<unsigned char>(c);
-        ((out += '%') += digits[byte >> 4]) += digits[byte & 15];
+        out += '%';
+        KestrinInternal::appendHex(out, c, KestrinInternal::upperHexDigits);
     }
 }
 
@@ -106,10 +107,11 @@ struct Body {
 };
 
 std::optional<Body> bodyOf(const APIParams& params, BodyForm form) {
-    if (form == BodyForm::json)
+    const bool isAutomatic = form == BodyForm::automatic;
+    if (isAutomatic || form == BodyForm::json)
         if (const auto dictionary = params.dictionaryRepresentation())
             return Body{dictionary->toJSON(), "application/json"};
-    if (form == BodyForm::form)
+    if (isAutomatic || form == BodyForm::form)
         if (auto text = params.urlEncodedString())
             return Body{*std::move(text), "application/x-www-form-urlencoded"};
     return std::nullopt;

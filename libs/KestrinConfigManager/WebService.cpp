@@ -4,6 +4,7 @@
 
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinConfigManager/WebService.hpp>
+#include <KestrinConfigManager/internal/BodyFormNames.hpp>
 
 namespace KestrinConfigManager {
 
@@ -50,6 +51,10 @@ Observable<Response> failing(const std::exception_ptr& error) {
 }
 
 }  // namespace
+
+std::string_view name(BodyForm form) noexcept {
+    return internal::bodyFormNames.at(static_cast<std::size_t>(form));
+}
 
 std::optional<Observable<Response>> WebService::configurationGuard(const APIParams& params) const {
     if (guard) {

@@ -16,23 +16,30 @@
 
 namespace KestrinConfigManager {
 
-/// What the body of a service's requests is made of.
+/// What the body of a service's requests is made of. A record that has nothing of the kind is sent
+/// without body.
 enum class BodyForm {
-    none,  ///< no body
-    json,  ///< `APIParams::dictionaryRepresentation` as JSON
-    form,  ///< `APIParams::urlEncodedString`
+    automatic,  ///< what the record has: as `json` if it has a dictionary, otherwise as `form`
+    none,       ///< no body, whatever the record has
+    json,       ///< `APIParams::dictionaryRepresentation` as JSON
+    form,       ///< `APIParams::urlEncodedString`
 };
+
+/// The name that a body form has in a configuration file, e.g. "automatic".
+[[nodiscard]] std::string_view name(BodyForm form) noexcept;
 
 /// One operation of the web service: where its requests go and under which rules.
 struct WebService {
-    /// Decides instead of the standard rules; see `configurationGuard`.
+    /// Decides instead of the standard rules; see `configurationGuard`. The parameters are the
+    /// operation's own and end when the guard returns: an observable that needs any of them later
+    /// has to hold copies.
     using Guard = std::function<std::optional<HalvardSling::Observable<HalvardSling::Response>>(
         const WebService& service, const APIParams& params)>;
 
     std::string operation;  ///< e.g. "personalization-history-get"
     std::string method = "GET";
     URLTemplate url;
-    BodyForm body = BodyForm::none;
+    BodyForm body = BodyForm::automatic;
     HalvardSling::Headers headers;  ///< sent with every request of this service
     TextMap query;                  ///< appended to every URL of this service, not yet encoded
 

@@ -162,7 +162,7 @@ TEST(Configuration, AServiceWithOnlyAUrlHasTheDefaults) {
     ASSERT_TRUE(service.has_value());
     const WebService defaults;
     EXPECT_EQ(service->method, "GET");
-    EXPECT_EQ(service->body, BodyForm::none);
+    EXPECT_EQ(service->body, BodyForm::automatic);
     EXPECT_TRUE(service->headers.empty());
     EXPECT_TRUE(service->query.empty());
     EXPECT_EQ(service->policy.connectTimeout, defaults.policy.connectTimeout);
@@ -186,9 +186,10 @@ TEST(Configuration, TheOrderOfKeysDoesNotMatter) {
 TEST(Configuration, EveryMethodAndBodyFormIsKnown) {
     for (const std::string method : {"GET", "POST", "PUT", "PATCH", "DELETE", "HEAD"})
         EXPECT_EQ(serviceOf(withService("\"method\": \"" + method + "\""))->method, method);
-    EXPECT_EQ(serviceOf(withService(R"("body": "none")"))->body, BodyForm::none);
-    EXPECT_EQ(serviceOf(withService(R"("body": "json")"))->body, BodyForm::json);
-    EXPECT_EQ(serviceOf(withService(R"("body": "form")"))->body, BodyForm::form);
+    for (const BodyForm form :
+         {BodyForm::automatic, BodyForm::none, BodyForm::json, BodyForm::form})
+        EXPECT_EQ(serviceOf(withService("\"body\": \"" + std::string(name(form)) + "\""))->body,
+                  form);
 }
 
 TEST(Configuration, AllProblemsAreReportedAtOnceWithTheirPaths) {
@@ -326,7 +327,7 @@ TEST(Configuration, EveryMistakeInAServiceIsReportedWithWhatWasExpected) {
          {withService(R"("method": "TRACE")"), inOp + ".method", R"(is "TRACE")"},
          {withService(R"("method": true)"), inOp + ".method", "is a Boolean, expected one of"},
          {withService(R"("body": "xml")"), inOp + ".body",
-          R"(is "xml", expected one of "none", "json", "form")"},
+          R"(is "xml", expected one of "automatic", "none", "json", "form")"},
          {withService(R"("headers": ["X"])"), inOp + ".headers",
           "is an array, expected a dictionary of texts"},
          {withService(R"("headers": {"": "v"})"), inOp + R"(.headers[""])",

@@ -292,10 +292,29 @@ Params withBodies() {
     return params;
 }
 
-TEST(SlingBuild, AServiceWithoutBodyFormSendsNoBody) {
-    EXPECT_EQ(built(withBodies(), service("https://h/")),
+TEST(SlingBuild, AServiceWithoutBodySendsNone) {
+    WebService none = service("https://h/");
+    none.body = BodyForm::none;
+    EXPECT_EQ(built(withBodies(), none),
               "GET https://h/\n"
               "Accept: application/json\n");
+}
+
+TEST(SlingBuild, WhatARecordHasAsItsBodyIsSentUnlessTheServiceSaysOtherwise) {
+    Params params = withBodies();
+    EXPECT_EQ(built(params, service("https://h/")),
+              "GET https://h/\n"
+              "Accept: application/json\n"
+              "Content-Type: application/json\n"
+              "\n"
+              "{\"n\":1}");
+    params.dictionary.reset();
+    EXPECT_EQ(built(params, service("https://h/")),
+              "GET https://h/\n"
+              "Accept: application/json\n"
+              "Content-Type: application/x-www-form-urlencoded\n"
+              "\n"
+              "n=1");
 }
 
 TEST(SlingBuild, AJsonBodyIsTheDictionary) {
@@ -321,7 +340,7 @@ TEST(SlingBuild, AFormBodyIsTheEncodedText) {
 }
 
 TEST(SlingBuild, ARecordWithoutBodySendsNone) {
-    for (const BodyForm form : {BodyForm::json, BodyForm::form}) {
+    for (const BodyForm form : {BodyForm::automatic, BodyForm::json, BodyForm::form}) {
         WebService withForm = service("https://h/");
         withForm.body = form;
         EXPECT_EQ(built(Params(), withForm),

@@ -1,4 +1,3 @@
-#include <array>
 #include <string>
 #include <vector>
 
@@ -63,11 +62,6 @@ ExitCode check(Session& session) {
 
 constexpr const char* masked = "***";
 
-const char* nameOf(KestrinConfigManager::BodyForm form) {
-    static constexpr std::array names{"none", "json", "form"};
-    return names.at(static_cast<std::size_t>(form));
-}
-
 JSONDictionary headersOf(const WebService& service) {
     JSONDictionary result;
     for (const auto& [name, value] : service.headers)
@@ -87,7 +81,7 @@ JSONDictionary inJSON(const WebService& service) {
     JSONDictionary result;
     result.setText("method", service.method);
     result.setText("url", service.url.text());
-    result.setText("body", nameOf(service.body));
+    result.setText("body", name(service.body));
     result.setDictionary("headers", headersOf(service));
     result.setDictionary("query", queryOf(service));
     result.setInteger("connectTimeoutMilliseconds", service.policy.connectTimeout.count());
@@ -124,7 +118,7 @@ void printServices(const Session& session, const Configuration& configuration) {
     std::vector<std::vector<std::string>> rows;
     for (const auto& [operation, service] : *configuration.services)
         rows.push_back({printable(operation), printable(service.method),
-                        printable(service.url.text()), nameOf(service.body),
+                        printable(service.url.text()), std::string(name(service.body)),
                         printable(listed(headersOf(service))), printable(listed(queryOf(service))),
                         service.enabled ? "" : "off"});
     session.terminal.table({"OPERATION", "METHOD", "URL", "BODY", "HEADERS", "QUERY", ""}, rows);
