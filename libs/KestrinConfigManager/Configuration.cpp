@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -18,6 +17,7 @@
 #include <KestrinConfigManager/URLTemplate.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinConfigManager/internal/BodyFormNames.hpp>
+#include <KestrinConfigManager/internal/RequestPolicyOptions.hpp>
 #include <internal/ASCII.hpp>
 #include <internal/EditDistance.hpp>
 #include <internal/Quoting.hpp>
@@ -30,6 +30,7 @@ using HalvardSling::Headers;
 using HalvardSling::JSONDictionary;
 using HalvardSling::JSONFailure;
 using HalvardSling::JSONKind;
+using HalvardSling::RequestPolicy;
 using KestrinInternal::inQuotes;
 using KestrinInternal::listInQuotes;
 using KestrinInternal::loweredText;
@@ -256,18 +257,6 @@ void reportUnknownKeys(const Location& location, const JSONDictionary& dictionar
     }
 }
 
-/// Reads everything in a dictionary into the target, in the order of the keys given.
-template <class Target>
-void readKeys(const Location& location, const JSONDictionary& dictionary,
-              std::span<const Key<Target>> keys, Target& target) {
-    std::vector<std::string_view> known;
-    for (const auto& key : keys)
-        known.push_back(key.name);
-    reportUnknownKeys(location, dictionary, known);
-    for (const auto& key : keys)
-        key.read(location.key(key.name), dictionary, target);
-}
-
 /// The top of the configuration while it is read.
 struct TopLevel {
     Configuration configuration;
@@ -282,38 +271,30 @@ struct Service {
     const TopLevel& top;
 };
 
-constexpr WebService& serviceOf(TopLevel& top) {
-    return top.prototype;
+RequestPolicy& policyOf(TopLevel& top) {
+    return top.prototype.policy;
 }
-constexpr WebService& serviceOf(Service& service) {
-    return service.service;
+RequestPolicy& policyOf(Service& reading) {
+    return reading.service.policy;
 }
 
-constexpr std::int64_t longestTimeout = std::int64_t{24} * 60 * 60 * 1000;
-constexpr std::int64_t largestBody = std::int64_t{1} << 30;
-
-// The limits stand at the top, for all services, and in a service.
-
+/// Reads everything in a dictionary into the target: the options of requests, which the services
+/// begin with, and then the keys given, in their order.
 template <class Target>
-constexpr Key<Target> connectTimeoutKey{
-    "connectTimeoutMilliseconds",
-    Integer<Target>{1, longestTimeout, [](Target& target, std::int64_t value) {
-                        serviceOf(target).policy.connectTimeout = std::chrono::milliseconds(value);
-                    }}};
-
-template <class Target>
-constexpr Key<Target> totalTimeoutKey{
-    "totalTimeoutMilliseconds",
-    Integer<Target>{1, longestTimeout, [](Target& target, std::int64_t value) {
-                        serviceOf(target).policy.totalTimeout = std::chrono::milliseconds(value);
-                    }}};
-
-template <class Target>
-constexpr Key<Target> maxBodyKey{
-    "maxBodyBytes", Integer<Target>{1, largestBody, [](Target& target, std::int64_t value) {
-                                        serviceOf(target).policy.maxBodyBytes =
-                                            static_cast<std::size_t>(value);
-                                    }}};
+void readKeys(const Location& location, const JSONDictionary& dictionary,
+              std::span<const Key<Target>> keys, Target& target) {
+    std::vector<std::string_view> known;
+    for (const auto& key : keys)
+        known.push_back(key.name);
+    for (const auto& option : internal::requestPolicyOptions)
+        known.push_back(option.key);
+    reportUnknownKeys(location, dictionary, known);
+    for (const auto& [name, least, greatest, set, get] : internal::requestPolicyOptions)
+        Key<RequestPolicy>{name, Integer<RequestPolicy>{least, greatest, set}}.read(
+            location.key(name), dictionary, policyOf(target));
+    for (const auto& key : keys)
+        key.read(location.key(key.name), dictionary, target);
+}
 
 Refusal notAURL() {
     return "is not an absolute URL, expected one that begins with \"https://\"";
@@ -387,7 +368,7 @@ Refusal storeCleartextHost(TopLevel& target, std::string_view host) {
 
 constexpr std::array<std::string_view, 6> methods{"GET", "POST", "PUT", "PATCH", "DELETE", "HEAD"};
 
-constexpr std::array<Key<Service>, 10> serviceKeys{{
+constexpr std::array<Key<Service>, 6> serviceKeys{{
     {"method",
      Word<Service>{methods, [](Service& target,
                                std::size_t index) { target.service.method = methods.at(index); }}},
@@ -398,14 +379,6 @@ constexpr std::array<Key<Service>, 10> serviceKeys{{
                            }}},
     {"headers", TextTable<Service>{storeHeader}},
     {"query", TextTable<Service>{storeQuery}},
-    connectTimeoutKey<Service>,
-    totalTimeoutKey<Service>,
-    maxBodyKey<Service>,
-    {"maxRedirects", Integer<Service>{0, 20,
-                                      [](Service& target, std::int64_t value) {
-                                          target.service.policy.maxRedirects =
-                                              static_cast<int>(value);
-                                      }}},
     {"enabled", Flag<Service>{[](Service& target, bool value) { target.service.enabled = value; }}},
 }};
 
@@ -428,7 +401,7 @@ void readServices(const Location& location, const JSONDictionary& services, TopL
 }
 
 /// The services stand last: they are judged by what the other keys say.
-constexpr std::array<Key<TopLevel>, 10> topKeys{{
+constexpr std::array<Key<TopLevel>, 7> topKeys{{
     {"version", Integer<TopLevel>{1, 1, [](TopLevel&, std::int64_t) {}}, true},
     {"parentProfileID",
      Text<TopLevel>{"a profile identifier",
@@ -448,9 +421,6 @@ constexpr std::array<Key<TopLevel>, 10> topKeys{{
     {"strictIdentifiers", Flag<TopLevel>{[](TopLevel& target, bool value) {
          target.prototype.strictIdentifiers = value;
      }}},
-    connectTimeoutKey<TopLevel>,
-    totalTimeoutKey<TopLevel>,
-    maxBodyKey<TopLevel>,
     {"services", Nested<TopLevel>{readServices}},
 }};
 

@@ -8,7 +8,8 @@
 
 namespace KestrinInternal {
 
-/// A text as JSON has it: in double quotes, with quotes, backslashes and control characters escaped.
+/// A text as JSON has it: in double quotes, with quotes, backslashes and control characters
+/// escaped.
 [[nodiscard]] inline std::string inQuotes(std::string_view text) {
     std::string result = "\"";
     for (const char c : text) {

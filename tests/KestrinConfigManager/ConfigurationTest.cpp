@@ -97,6 +97,8 @@ constexpr std::string_view complete = R"({
   "connectTimeoutMilliseconds": 1000,
   "totalTimeoutMilliseconds": 2000,
   "maxBodyBytes": 3000,
+  "maxHeaderBytes": 4000,
+  "maxRedirects": 1,
   "services": {
     "history-get": {
       "method": "PATCH",
@@ -107,6 +109,7 @@ constexpr std::string_view complete = R"({
       "connectTimeoutMilliseconds": 10,
       "totalTimeoutMilliseconds": 20,
       "maxBodyBytes": 30,
+      "maxHeaderBytes": 40,
       "maxRedirects": 5,
       "enabled": false
     },
@@ -136,6 +139,7 @@ TEST(Configuration, EverythingInItReachesTheSnapshot) {
     EXPECT_EQ(service->policy.connectTimeout, milliseconds(10));
     EXPECT_EQ(service->policy.totalTimeout, milliseconds(20));
     EXPECT_EQ(service->policy.maxBodyBytes, 30U);
+    EXPECT_EQ(service->policy.maxHeaderBytes, 40U);
     EXPECT_EQ(service->policy.maxRedirects, 5);
     EXPECT_FALSE(service->enabled);
     EXPECT_TRUE(service->strictIdentifiers);
@@ -153,6 +157,8 @@ TEST(Configuration, LimitsAtTheTopHoldForServicesThatNameNone) {
     EXPECT_EQ(service->policy.connectTimeout, milliseconds(1000));
     EXPECT_EQ(service->policy.totalTimeout, milliseconds(2000));
     EXPECT_EQ(service->policy.maxBodyBytes, 3000U);
+    EXPECT_EQ(service->policy.maxHeaderBytes, 4000U);
+    EXPECT_EQ(service->policy.maxRedirects, 1);
     EXPECT_TRUE(service->strictIdentifiers);
     EXPECT_TRUE(service->policy.allowsCleartext);
 }
@@ -215,6 +221,10 @@ TEST(Configuration, AllProblemsAreReportedAtOnceWithTheirPaths) {
         all,
         ElementsAre(
             ConfigurationProblem{R"($["brnad"])", "is not a known key; did you mean \"brand\"?"},
+            ConfigurationProblem{"$.connectTimeoutMilliseconds",
+                                 "is 0, expected an integer from 1 to 86400000"},
+            ConfigurationProblem{"$.maxBodyBytes",
+                                 "is a number, expected an integer from 1 to 1073741824"},
             ConfigurationProblem{"$.version", "is 2, expected the integer 1"},
             ConfigurationProblem{"$.parentProfileID", "is missing, expected a profile identifier"},
             ConfigurationProblem{"$.development", "is a text, expected a Boolean"},
@@ -224,10 +234,8 @@ TEST(Configuration, AllProblemsAreReportedAtOnceWithTheirPaths) {
             ConfigurationProblem{
                 "$.cleartextHosts[2]",
                 "is not a host, expected a name or address without scheme, port and path"},
-            ConfigurationProblem{"$.connectTimeoutMilliseconds",
-                                 "is 0, expected an integer from 1 to 86400000"},
-            ConfigurationProblem{"$.maxBodyBytes",
-                                 "is a number, expected an integer from 1 to 1073741824"},
+            ConfigurationProblem{R"($.services["personalization-history-get"].maxRedirects)",
+                                 "is 21, expected an integer from 0 to 20"},
             ConfigurationProblem{
                 R"($.services["personalization-history-get"].method)",
                 R"(is "get", expected one of "GET", "POST", "PUT", "PATCH", "DELETE", "HEAD")"},
@@ -238,8 +246,6 @@ TEST(Configuration, AllProblemsAreReportedAtOnceWithTheirPaths) {
                                  "is an integer, expected a text"},
             ConfigurationProblem{R"($.services["personalization-history-get"].headers["X Blank"])",
                                  "has a name that no header may have"},
-            ConfigurationProblem{R"($.services["personalization-history-get"].maxRedirects)",
-                                 "is 21, expected an integer from 0 to 20"},
             ConfigurationProblem{R"($.services["with \"quotes\""].url)",
                                  "is missing, expected a URL template"},
             ConfigurationProblem{R"($.services["with \"quotes\""].enabled)",
@@ -313,6 +319,8 @@ TEST(Configuration, EveryMistakeAtTheTopIsReportedWithWhatWasExpected) {
           "is a number, expected an integer"},
          {with(R"("maxBodyBytes": 0)"), "$.maxBodyBytes", "is 0"},
          {with(R"("maxBodyBytes": 1073741825)"), "$.maxBodyBytes", "is 1073741825"},
+         {with(R"("maxHeaderBytes": 1048577)"), "$.maxHeaderBytes", "is 1048577"},
+         {with(R"("maxRedirects": 21)"), "$.maxRedirects", "is 21"},
          {with(R"("services": [])"), "$.services", "is an array, expected a dictionary"}});
 }
 
@@ -422,12 +430,11 @@ TEST(Configuration, TheBordersOfEveryRangeAreInside) {
     for (const std::string members :
          {R"("connectTimeoutMilliseconds": 1)", R"("connectTimeoutMilliseconds": 86400000)",
           R"("totalTimeoutMilliseconds": 1)", R"("totalTimeoutMilliseconds": 86400000)",
-          R"("maxBodyBytes": 1)", R"("maxBodyBytes": 1073741824)"}) {
+          R"("maxBodyBytes": 1)", R"("maxBodyBytes": 1073741824)", R"("maxHeaderBytes": 1)",
+          R"("maxHeaderBytes": 1048576)", R"("maxRedirects": 0)", R"("maxRedirects": 20)"}) {
         EXPECT_THAT(problems(with(members)), IsEmpty()) << members;
         EXPECT_THAT(problems(withService(members)), IsEmpty()) << members;
     }
-    EXPECT_THAT(problems(withService(R"("maxRedirects": 0)")), IsEmpty());
-    EXPECT_THAT(problems(withService(R"("maxRedirects": 20)")), IsEmpty());
 }
 
 TEST(Configuration, AMisspeltKeyIsMetWithTheNearestKnownOne) {

@@ -6,6 +6,7 @@
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/WebService.hpp>
+#include <KestrinConfigManager/internal/RequestPolicyOptions.hpp>
 
 #include "../PublicHeaders.hpp"
 #include "Commands.hpp"
@@ -84,10 +85,8 @@ JSONDictionary inJSON(const WebService& service) {
     result.setText("body", name(service.body));
     result.setDictionary("headers", headersOf(service));
     result.setDictionary("query", queryOf(service));
-    result.setInteger("connectTimeoutMilliseconds", service.policy.connectTimeout.count());
-    result.setInteger("totalTimeoutMilliseconds", service.policy.totalTimeout.count());
-    result.setInteger("maxBodyBytes", static_cast<std::int64_t>(service.policy.maxBodyBytes));
-    result.setInteger("maxRedirects", service.policy.maxRedirects);
+    for (const auto& option : KestrinConfigManager::internal::requestPolicyOptions)
+        result.setInteger(option.key, option.get(service.policy));
     result.setBoolean("enabled", service.enabled);
     return result;
 }
