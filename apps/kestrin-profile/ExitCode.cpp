@@ -57,14 +57,16 @@ constexpr std::array kindRules{
                          "check the service's certificate and this machine's clock"},
 };
 
-constexpr Rule<int> anyOtherRefusal{-1, ExitCode::usage,
-                                    "check the configuration: kestrin-profile config check"};
+using Refusal = ConfigurationManagerError::Case;
+
+constexpr Rule<Refusal> anyOtherRefusal{Refusal::serviceNotConfigured, ExitCode::usage,
+                                        "check the configuration: kestrin-profile config check"};
 
 constexpr std::array refusalRules{
-    Rule<int>{ConfigurationManagerError::invalidParameters, ExitCode::validation,
-              "give the command what it needs; --help says what that is"},
-    Rule<int>{
-        ConfigurationManagerError::identifierRefused, ExitCode::validation,
+    Rule<Refusal>{Refusal::invalidParameters, ExitCode::validation,
+                  "give the command what it needs; --help says what that is"},
+    Rule<Refusal>{
+        Refusal::identifierRefused, ExitCode::validation,
         "name another identifier, or set \"strictIdentifiers\" to false in the configuration"},
 };
 
@@ -129,7 +131,7 @@ Failure describe(const std::exception_ptr& error) {
     } catch (const SlingError& reply) {
         return describeSlingError(reply);
     } catch (const ConfigurationManagerError& refusal) {
-        const auto& rule = ruleFor(refusalRules, refusal.code(), anyOtherRefusal);
+        const auto& rule = ruleFor(refusalRules, refusal.value(), anyOtherRefusal);
         return {rule.code, refusal.what(), rule.advice};
     } catch (const ProfileError& refusal) {
         const auto& rule = ruleFor(profileRules, refusal.value(), anyOtherProfileError);
