@@ -75,7 +75,7 @@ std::string beForbidden(const Stage& stage, const std::string& blockedProfileID)
             fmt::format("the service answers 403 for the profile '{}' (start it with "
                         "--block {}); instead: {}",
                         blockedProfileID, blockedProfileID, refusal.error.what()));
-    require(refusal.reactions == 2, "the handler is called twice");
+    require(refusal.reactions == 2, "the reaction is called twice");
     require(!ConfigurationManager::profileBind(true), "the held binds are dropped");
     return fmt::format("{} reactions, held binds dropped, the error delivered: {}",
                        refusal.reactions, refusal.error.what());

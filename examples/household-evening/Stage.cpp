@@ -66,8 +66,11 @@ std::string reasonOf(const HalvardSling::SlingError& error) {
 
 Stage::Stage() : transport_(std::make_shared<CountingTransport>(HalvardSling::defaultTransport())) {
     HalvardSling::setDefaultTransport(transport_);
-    KestrinConfigManager::ConfigurationManager::sharedInstance().setForbiddenReplyHandler(
-        [reactions = reactions_] { ++*reactions; });
+    auto& manager = KestrinConfigManager::ConfigurationManager::sharedInstance();
+    manager.setForbiddenReplyReaction([&manager, reactions = reactions_] {
+        ++*reactions;
+        manager.dropBinds();
+    });
 }
 
 void Stage::scene(const std::string& title) {

@@ -83,7 +83,7 @@ Error errorOf(const Observable<T>& source) {
 /// empty if it does not say.
 std::string reasonOf(const HalvardSling::SlingError& error);
 
-/// A refusal by the service, and how often the forbidden-reply handler was called meanwhile.
+/// A refusal by the service, and how often the reaction to forbidden replies was called meanwhile.
 struct Refusal {
     HalvardSling::SlingError error;
     int reactions;

@@ -72,7 +72,7 @@ std::string overreach(const Stage& stage, const Cast& cast) {
     const UserParams params(bindOf(cast.ben), cast.anna);
     const auto refusal = stage.refusalOf(Profile().deleteProfile(params));
     require(refusal.error.statusCode() == 403, "the service answers 403");
-    require(refusal.reactions == 1, "the handler is called once");
+    require(refusal.reactions == 1, "the reaction is called once");
     require(!ConfigurationManager::profileBind(true) && !ConfigurationManager::profileBind(false),
             "the held binds are dropped");
     const auto asked = stage.sent();
