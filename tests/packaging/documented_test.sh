@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# The pages name the headers and the targets that there are, all of them and no others.
+# usage: documented_test.sh REPOSITORY PREFIX
+set -euo pipefail
+export LC_ALL=C
+repository=$1
+prefix=$2
+libraries='HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile'
+
+# Names in the first column of a page's table that look like PATTERN.
+in_table() {
+    grep -oE "^\| \`[^\`]+\`" "$repository/docs/$1" | tr -d '|` ' | grep -E "$2" | sort
+}
+headers_below() {
+    (cd "$1" && find . -name '*.hpp' -printf '%P\n' | grep -E "^($libraries)/" | sort)
+}
+
+status=0
+compare() {
+    diff --label "what $1 says" --label "what there is" -u "$2" "$3" || status=1
+}
+
+compare public-api.md <(in_table public-api.md '\.hpp$') <(headers_below "$prefix/include")
+compare public-api.md <(in_table public-api.md '::') \
+    <(find "$prefix" -name '*Targets.cmake' -exec grep -hoE '^add_library\([^ ]+' {} + | cut -d '(' -f 2 | sort)
+compare own-platform.md <(in_table own-platform.md '\.hpp$') \
+    <(headers_below "$repository/tests/packaging/own_platform/platform")
+exit "$status"

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installed headers include the standard library, ReactiveX and one another alone, and name nothing
+# that is not public.
+# usage: installed_headers_test.sh INCLUDE_DIRECTORY
+set -euo pipefail
+cd "$1"
+
+status=0
+# expect_none DESCRIPTION LINES
+expect_none() {
+    [ -z "$2" ] && return
+    printf '%s:\n%s\n' "$1" "$2"
+    status=1
+}
+
+libraries=(HalvardMorrow HalvardSling KestrinConfigManager KestrinProfile)
+mapfile -t headers < <(find "${libraries[@]}" -name '*.hpp' | sort)
+[ "${#headers[@]}" -gt 20 ] || { echo "only ${#headers[@]} headers are installed"; exit 1; }
+
+expect_none "a folder that is not public is installed" \
+    "$(find "${libraries[@]}" -type d -name internal)"
+
+allowed='<([a-z0-9_]+|rxcpp/[a-z/-]+\.hpp|(HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile)/[A-Za-z/]+\.hpp)>'
+expect_none "an include that is neither of the standard library nor of ReactiveX nor ours" \
+    "$(grep -nE '^ *# *include' "${headers[@]}" | grep -vE "# *include $allowed$")"
+
+private='boost|BOOST|CURL[A-Z]*\b|curl_|<curl/|internal[/:]|KestrinInternal'
+test_friend='friend (class|struct) [A-Za-z:]*(Test|Friend|Access)'
+expect_none "a name that is not public" "$(grep -nE "$private|$test_friend" "${headers[@]}")"
+exit "$status"
