@@ -35,7 +35,8 @@ enum class ProfileOperation {
 };
 
 /// How many operations there are.
-inline constexpr std::size_t profileOperationCount = 23;
+inline constexpr std::size_t profileOperationCount =
+    static_cast<std::size_t>(ProfileOperation::deleteSearchHistory) + 1;
 
 /// The service's name of an operation, under which the configuration knows it, e.g.
 /// "personalization-history-get". The names follow no one pattern; they are the service's.

@@ -1,10 +1,9 @@
 #include <tuple>
 #include <utility>
 
-#include <KestrinProfile/model/internal/Fields.hpp>
+#include <KestrinProfile/model/internal/OperationTable.hpp>
 #include <KestrinProfile/params/ProfileParams.hpp>
 #include <KestrinProfile/params/ProfileUtils.hpp>
-#include <KestrinProfile/params/internal/OperationRules.hpp>
 #include <KestrinProfile/params/internal/PercentEncoding.hpp>
 #include <KestrinProfile/params/internal/RequestSupport.hpp>
 
@@ -18,8 +17,8 @@ using KestrinConfigManager::TextMap;
 namespace {
 
 using Keys = ProfileParams::Keys;
-using Body = internal::OperationRules::Body;
-using Need = internal::OperationRules::Need;
+using Body = internal::OperationRow::Body;
+using Need = internal::OperationRow::Need;
 
 std::optional<JSONDictionary> typeBody(std::optional<Types> type) {
     if (!type) return std::nullopt;
@@ -65,18 +64,16 @@ std::optional<TextMap> ProfileParams::headers() const {
 }
 
 std::optional<JSONDictionary> ProfileParams::dictionaryRepresentation() const {
-    switch (internal::rules(operation_).body) {
+    switch (internal::rowOf(operation_).body) {
         case Body::type:
             return typeBody(type_);
         case Body::watchedVideo:
             return watchedVideoBody(*this);
         case Body::elements:
             return elementsBody(elements);
-        case Body::user:
-        case Body::none:
-            break;
+        default:
+            return std::nullopt;
     }
-    return std::nullopt;
 }
 
 std::optional<TextMap> ProfileParams::URLMapping() const {
@@ -91,7 +88,7 @@ std::optional<TextMap> ProfileParams::URLMapping() const {
 
 bool ProfileParams::hasValidParams() const {
     if (!bind_ || !brandID) return false;
-    switch (internal::rules(operation_).need) {
+    switch (internal::rowOf(operation_).need) {
         case Need::userName:
             return userName && !userName->empty();
         case Need::video:
@@ -102,12 +99,9 @@ bool ProfileParams::hasValidParams() const {
             return showID.has_value();
         case Need::elements:
             return elements && !elements->empty();
-        case Need::user:
-        case Need::identifiedUser:
-        case Need::nothing:
-            break;
+        default:
+            return true;
     }
-    return true;
 }
 
 bool operator==(const ProfileParams& left, const ProfileParams& right) {

@@ -4,6 +4,7 @@
 
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinConfigManager/TextMap.hpp>
+#include <KestrinProfile/model/ProfileMapping.hpp>
 
 namespace KestrinProfile {
 
@@ -11,16 +12,6 @@ namespace KestrinProfile {
 struct ProfileHeaders {
     static constexpr const char* jwt = "Authorization";
     static constexpr const char* profileID = "PXRO-PROFILE-ID";
-};
-
-/// The placeholders that the service's URL templates use.
-struct ProfileMapping {
-    static constexpr const char* uxid = "%UXID%";          ///< a profile identifier
-    static constexpr const char* brand = "%BRANDNAME%";    ///< a brand identifier
-    static constexpr const char* show = "%SHOWID%";        ///< a show identifier
-    static constexpr const char* video = "%VIDEO%";        ///< a video identifier
-    static constexpr const char* userName = "%USERNAME%";  ///< a profile name, percent-encoded
-    static constexpr const char* search = "%SEARCH%";      ///< a search text, percent-encoded
 };
 
 /// What all request-parameter records share.
