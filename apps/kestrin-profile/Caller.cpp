@@ -8,6 +8,7 @@
 
 #include <HalvardSling/http/SlingError.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinProfile/service/Error.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
 #include "CurlCommand.hpp"
@@ -46,13 +47,9 @@ void hold(const AnonymousBind& bind) {
 }  // namespace
 
 bool isForbidden(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const SlingError& reply) {
-        return reply.statusCode() == 403;
-    } catch (...) {
-        return false;
-    }
+    return KestrinProfile::visitError(
+        error, [](const SlingError& reply) { return reply.statusCode() == 403; },
+        [](const std::exception&) { return false; });
 }
 
 Caller::Caller(Session& session) : Caller(session, callersID(session)) {}

@@ -1,6 +1,7 @@
 #include "DryRun.hpp"
 
 #include <HalvardSling/http/SlingError.hpp>
+#include <KestrinProfile/service/Error.hpp>
 
 #include "CurlCommand.hpp"
 
@@ -17,13 +18,9 @@ HalvardSling::TransferID DryRunTransport::send(HalvardSling::CheckedRequest requ
 }
 
 bool wasOnlyShown(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const SlingError& known) {
-        return known.kind() == SlingErrorKind::cancelled;
-    } catch (...) {
-        return false;
-    }
+    return KestrinProfile::visitError(
+        error, [](const SlingError& known) { return known.kind() == SlingErrorKind::cancelled; },
+        [](const std::exception&) { return false; });
 }
 
 }  // namespace KestrinProfileCLI

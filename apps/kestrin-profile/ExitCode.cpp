@@ -7,6 +7,7 @@
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
+#include <KestrinProfile/service/Error.hpp>
 
 namespace KestrinProfileCLI {
 
@@ -124,23 +125,21 @@ std::string reasonOf(const SlingError& error) {
 }
 
 Failure describe(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const CommandError& own) {
-        return own.failure;
-    } catch (const SlingError& reply) {
-        return describeSlingError(reply);
-    } catch (const ConfigurationManagerError& refusal) {
-        const auto& rule = ruleFor(refusalRules, refusal.value(), anyOtherRefusal);
-        return {rule.code, refusal.what(), rule.advice};
-    } catch (const ProfileError& refusal) {
-        const auto& rule = ruleFor(profileRules, refusal.value(), anyOtherProfileError);
-        return {rule.code, refusal.what(), rule.advice};
-    } catch (const std::exception& other) {
-        return {ExitCode::serviceError, other.what(), {}};
-    } catch (...) {
-        return {ExitCode::serviceError, "an unknown error", {}};
-    }
+    return KestrinProfile::visitError(
+        error, [](const SlingError& reply) { return describeSlingError(reply); },
+        [](const ConfigurationManagerError& refusal) {
+            const auto& rule = ruleFor(refusalRules, refusal.value(), anyOtherRefusal);
+            return Failure{rule.code, refusal.what(), rule.advice};
+        },
+        [](const ProfileError& refusal) {
+            const auto& rule = ruleFor(profileRules, refusal.value(), anyOtherProfileError);
+            return Failure{rule.code, refusal.what(), rule.advice};
+        },
+        [](const std::exception& other) {
+            const auto* const own = dynamic_cast<const CommandError*>(&other);
+            return own != nullptr ? own->failure
+                                  : Failure{ExitCode::serviceError, other.what(), {}};
+        });
 }
 
 }  // namespace KestrinProfileCLI

@@ -13,6 +13,7 @@
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 #include <KestrinProfile/params/AnonymousBindParams.hpp>
+#include <KestrinProfile/service/Error.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
 namespace KestrinProfile {
@@ -37,13 +38,10 @@ Observable<T> failure(Error error) {
 }
 
 void reactToForbiddenReply(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const SlingError& reply) {
-        if (reply.statusCode() == forbidden)
-            ConfigurationManager::sharedInstance().reactToForbiddenReply();
-    } catch (...) {  // NOLINT(bugprone-empty-catch): only the service's own refusal is reacted to.
-    }
+    const bool isForbidden = visitError(
+        error, [](const SlingError& reply) { return reply.statusCode() == forbidden; },
+        [](const std::exception&) { return false; });
+    if (isForbidden) ConfigurationManager::sharedInstance().reactToForbiddenReply();
 }
 
 /// The same sequence with the forbidden-reply hook: the error passes through unchanged.

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <HalvardSling/http/SlingError.hpp>
+#include <KestrinConfigManager/ConfigurationManagerError.hpp>
+#include <KestrinProfile/model/ProfileError.hpp>
+
+namespace KestrinProfile {
+
+/// What an error says, whatever its type.
+struct ErrorDescription {
+    /// Who says it, e.g. "KestrinProfile.ProfileError"; "std.bad_alloc", "std.exception" or
+    /// "unknown" if it is no error of the libraries. Lives as long as the process.
+    std::string_view domain;
+    int code = 0;         ///< the error's number in its domain
+    std::string message;  ///< what went wrong, for people; no secrets
+    std::string advice;   ///< what the caller should do, for people; may be empty
+
+    friend bool operator==(const ErrorDescription&, const ErrorDescription&) = default;
+};
+
+/// What an observable failed with, as a value: what a handler of errors shows, logs or hands on to
+/// another language. Any exception will do, also an absent one and one that is no `std::exception`.
+/// Never fails: without memory for the texts the description says that there is none. Any thread.
+///
+/// `HalvardSling::SlingError` and `KestrinConfigManager::ConfigurationManagerError` have to be
+/// exceptions, no more. An application's own that lack `domain()`, `code()` or `advice()` are
+/// described by their type's name and their text.
+[[nodiscard]] ErrorDescription describe(const std::exception_ptr& error) noexcept;
+
+/// An error that is no `std::exception`, or none at all.
+class UnknownError final : public std::exception {
+  public:
+    [[nodiscard]] const char* what() const noexcept override { return "an unknown error"; }
+};
+
+/// Calls that of the handlers which takes the error most exactly. They take a `ProfileError`, a
+/// `ConfigurationManagerError`, a `SlingError` or, for all others, a `std::exception`, by constant
+/// reference, and have one type of result:
+///
+///     const bool isForbidden = visitError(
+///         error, [](const HalvardSling::SlingError& reply) { return reply.statusCode() == 403; },
+///         [](const std::exception&) { return false; });
+///
+/// @param error     may be absent: a handler gets an `UnknownError`
+/// @param handlers  one of them takes a `std::exception`
+/// @return what the handler returns; what it throws, this throws
+template <class... Handlers>
+auto visitError(const std::exception_ptr& error, Handlers... handlers) {
+    struct Overloads : Handlers... {
+        using Handlers::operator()...;
+    };
+    const Overloads handle{std::move(handlers)...};
+    if (!error) return handle(UnknownError());
+    try {
+        std::rethrow_exception(error);
+    } catch (const ProfileError& known) {
+        return handle(known);
+    } catch (const KestrinConfigManager::ConfigurationManagerError& known) {
+        return handle(known);
+    } catch (const HalvardSling::SlingError& known) {
+        return handle(known);
+    } catch (const std::exception& other) {
+        return handle(other);
+    } catch (...) {
+        return handle(UnknownError());
+    }
+}
+
+}  // namespace KestrinProfile
