@@ -19,7 +19,7 @@ class DateFormatter {
 
     [[nodiscard]] virtual std::string text(Date date) const = 0;
 
-    /// The date that a text stands for; absent where it stands for none.
+    /// The date that a text stands for; absent if it stands for none.
     [[nodiscard]] virtual std::optional<Date> date(std::string_view text) const = 0;
 
     /// The shared formatter, through which the service's dates are written, read and compared:

@@ -62,7 +62,7 @@ struct UserProfileElement : KestrinConfigManager::Serializable {
     [[nodiscard]] static std::optional<UserProfileElement> fromJSON(
         const HalvardSling::JSONDictionary& dictionary);
 
-    /// Reads an entry with its time stamp, which is absent where its text is no date.
+    /// Reads an entry with its time stamp, which is absent if its text is no date.
     [[nodiscard]] static std::optional<UserProfileElement> fromJSON(
         const HalvardSling::JSONDictionary& dictionary, const DateFormatter& formatter);
 
@@ -84,8 +84,8 @@ struct UserProfileElement : KestrinConfigManager::Serializable {
     /// The entry for people and logs, on six lines after an empty one.
     [[nodiscard]] std::string description() const;
 
-    /// Equal in all fields, where time stamps are equal when `DateFormatter::iso8601()` writes the
-    /// same text for both: within the same millisecond.
+    /// Equal in all fields. Time stamps are equal if `DateFormatter::iso8601()` writes the same
+    /// text for both: within the same millisecond.
     friend bool operator==(const UserProfileElement& left, const UserProfileElement& right);
 
   private:

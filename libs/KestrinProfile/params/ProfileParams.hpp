@@ -15,7 +15,7 @@ namespace KestrinProfile {
 
 /// The parameters of every operation on a list (history, favourites, watch list) and of the check
 /// of a profile name. Fill in what the operation needs; `Profile` sets the operation, and the
-/// content kind where it decides it, on a copy.
+/// content kind if the operation decides it, on a copy.
 class ProfileParams final : public KestrinConfigManager::APIParams {
   public:
     /// The keys of the body.

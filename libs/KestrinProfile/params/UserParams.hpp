@@ -31,7 +31,7 @@ class UserParams final : public KestrinConfigManager::APIParams {
         const override;
 
     /// "%UXID%": for `editProfile` and `deleteProfile` the user's profile identifier, for
-    /// everything else the bind's; left out where that is absent. Never absent itself.
+    /// everything else the bind's; left out if that is absent. Never absent itself.
     [[nodiscard]] std::optional<KestrinConfigManager::TextMap> URLMapping() const override;
 
     /// Whether there is a bind and what the operation needs: a user for `createProfile`, one with a

@@ -26,19 +26,26 @@ namespace KestrinProfile {
 /// `KestrinConfigManager::ConfigurationManager::sharedInstance()`, asks that service's guard, and
 /// returns a cold observable: nothing is sent before it is subscribed to, and each subscription
 /// sends a request of its own. It runs on the caller's thread up to its return, takes no lock of
-/// its own and touches neither network nor file; events are delivered on the networking library's
-/// thread, or at once where no request is needed.
+/// its own and touches neither network nor file.
+///
+/// Events arrive on the networking library's thread, one for all requests. Only what needs no
+/// request arrives at once, on the thread that subscribes and before `subscribe` returns: a held
+/// bind, and an error that is known without asking the service. A handler may start the next
+/// operation, but must not wait for it: on the networking thread it would wait for ever, past every
+/// time limit, because both the reply and the limits need that very thread.
 ///
 /// No operation throws. Every failure is the observable's error:
 ///  - `ProfileError`, for what this library refuses or cannot decode;
-///  - `KestrinConfigManager::ConfigurationManagerError` where the application is not configured for
-///    the operation, and whatever the service's guard refuses with;
+///  - `KestrinConfigManager::ConfigurationManagerError` if the application is not configured for
+///  the
+///    operation, and whatever the service's guard refuses with;
 ///  - `HalvardSling::SlingError` for everything on the way. One with status 403 also makes the
 ///    configuration manager react (`reactToForbiddenReply`) before it reaches the subscriber.
+/// `describe` and `visitError` (Error.hpp) tell them apart.
 ///
-/// A parameter record is taken by value: the operation, and where it is said the content kind, are
-/// set on the method's own copy, whatever the caller's record holds there. Operations that change
-/// something emit the service's `Response` as it came, unread.
+/// A parameter record is taken by value: the operation, and the content kind if the operation says
+/// it, are set on the method's own copy, whatever the caller's record holds there. Operations that
+/// change something emit the service's `Response` as it came, unread.
 class Profile {
   public:
     template <class T>
@@ -56,16 +63,16 @@ class Profile {
 
     // The household's profiles.
 
-    /// Obtains the anonymous bind of a profile. Emits the parent's held bind, without a request,
-    /// where it is valid and belongs to the profile; otherwise requests one, and stores it in the
-    /// configuration manager before it is emitted.
+    /// Obtains the anonymous bind of a profile. Emits the parent's held bind at once, on the thread
+    /// that subscribes and without a request, if it is valid and belongs to the profile; otherwise
+    /// requests one, and stores it in the configuration manager before it is emitted.
     ///
     /// @param profileID  the profile; by default the household's parent, as configured at the time
     ///                   of the call. Absent: fails with `profileIDValdationFailure`
     ///
-    /// Fails with `anonymousBindSerializationError` where the reply holds no valid bind. A reply
-    /// with status 403 makes the configuration manager react twice: the request has its own hook,
-    /// like all, and this operation a second one, which also sees a 403 that a guard answers with.
+    /// Fails with `anonymousBindSerializationError` if the reply holds no valid bind. A reply with
+    /// status 403 makes the configuration manager react twice: the request has its own hook, like
+    /// all, and this operation a second one, which also sees a 403 that a guard answers with.
     [[nodiscard]] Observable<AnonymousBind> requestAnonymousBind(
         std::optional<std::string> profileID =
             KestrinConfigManager::ConfigurationManager::parentProfileID()) const;
@@ -79,15 +86,14 @@ class Profile {
 
     /// Lists the household's profiles, in the service's order.
     /// @param bind  absent: the parent's bind, as held at the time of the call
-    /// Fails with `userSerializationError` where the reply has no array of dictionaries under
-    /// "data".
+    /// Fails with `userSerializationError` if the reply has no array of dictionaries under "data".
     [[nodiscard]] Observable<std::vector<User>> getProfiles(
         std::optional<AnonymousBind> bind = std::nullopt) const;
 
     /// Gives a profile the name, avatar, group and default mark of the record's user, whose
-    /// identifier says which. Fails, and sends nothing, with `userInvalidForOperation` where the
-    /// user or its identifier is absent or the identifier empty, and with
-    /// `parentInvalidForOperation` for the household's parent.
+    /// identifier says which. Fails, and sends nothing, with `userInvalidForOperation` if the user
+    /// or its identifier is absent or the identifier empty, and with `parentInvalidForOperation`
+    /// for the household's parent.
     [[nodiscard]] Observable<Response> editProfile(UserParams params) const;
 
     /// Deletes the profile of the record's user, with all its lists. Fails like `editProfile`.
@@ -95,37 +101,46 @@ class Profile {
 
     // The viewing history: videos with progress, the latest first.
 
+    /// The whole list.
     [[nodiscard]] Observable<UserProfile> requestHistory(ProfileParams params) const;
     /// The history's entry of one video (`videoID`).
     [[nodiscard]] Observable<UserProfile> requestVideoHistory(ProfileParams params) const;
     /// Records how far a video was watched (`videoID`, `progress`, `isComplete`). The content kind
     /// is `video`.
     [[nodiscard]] Observable<Response> addHistoryVideo(ProfileParams params) const;
+    /// Removes one video (`videoID`).
     [[nodiscard]] Observable<Response> deleteVideoHistory(ProfileParams params) const;
+    /// Empties the list.
     [[nodiscard]] Observable<Response> clearHistory(ProfileParams params) const;
 
     // Favourite shows.
 
+    /// The whole list.
     [[nodiscard]] Observable<UserProfile> requestFavorites(ProfileParams params) const;
     /// Adds one show (`showID`). The content kind is `show`.
     [[nodiscard]] Observable<Response> addFavoriteShow(ProfileParams params) const;
     /// Adds several shows at once (`elements`). The record's content kind stays as it is; the
     /// entries carry theirs.
     [[nodiscard]] Observable<Response> addFavoriteShows(ProfileParams params) const;
+    /// Removes one show (`showID`).
     [[nodiscard]] Observable<Response> deleteFavoriteShow(ProfileParams params) const;
+    /// Empties the list.
     [[nodiscard]] Observable<Response> clearFavorites(ProfileParams params) const;
 
     // The watch list: videos to watch.
 
+    /// The whole list.
     [[nodiscard]] Observable<UserProfile> requestWatchList(ProfileParams params) const;
     /// Adds one video (`videoID`). The content kind is `video`.
     [[nodiscard]] Observable<Response> addWatchListVideo(ProfileParams params) const;
+    /// Removes one video (`videoID`).
     [[nodiscard]] Observable<Response> deleteWatchListVideo(ProfileParams params) const;
+    /// Empties the list.
     [[nodiscard]] Observable<Response> clearWatchList(ProfileParams params) const;
 
     // The search history.
 
-    /// Records a search text.
+    /// Records a search text (`search`).
     [[nodiscard]] Observable<Response> addSearchHistory(SearchParams params) const;
     /// Deletes the search history of a brand, for the selected profile as held at the time of the
     /// call.

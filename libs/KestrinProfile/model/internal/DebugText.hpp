@@ -28,7 +28,7 @@ namespace KestrinProfile::internal {
 /// A date in UTC without its fraction, which is cut off: 2017-03-09 18:25:43 +0000.
 [[nodiscard]] std::string debugText(Date date);
 
-/// A field: `nil` where it is absent, otherwise its debug text in `Optional(…)`.
+/// A field: `nil` if it is absent, otherwise its debug text in `Optional(…)`.
 template <class Value>
 [[nodiscard]] std::string debugText(const std::optional<Value>& field) {
     return field ? "Optional(" + debugText(*field) + ")" : "nil";

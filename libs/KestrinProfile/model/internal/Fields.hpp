@@ -35,7 +35,7 @@ class FieldReader {
     void operator()(std::string_view key, std::optional<bool>& field) const {
         field = from_.boolean(key);
     }
-    /// A Boolean that is never absent: false where there is none.
+    /// A Boolean that is never absent: false if there is none.
     void operator()(std::string_view key, bool& field) const {
         field = from_.boolean(key).value_or(false);
     }

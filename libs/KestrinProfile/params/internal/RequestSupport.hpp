@@ -8,13 +8,13 @@
 
 namespace KestrinProfile::internal {
 
-/// The bind that was given; where none was, the one that the shared configuration manager holds,
+/// The bind that was given; if none was, the one that the shared configuration manager holds,
 /// which may be absent too.
 /// @param parent  whether to ask for the parent profile's bind or for the selected profile's
 [[nodiscard]] std::optional<KestrinConfigManager::AnonymousBind> givenOrHeld(
     std::optional<KestrinConfigManager::AnonymousBind> bind, bool parent);
 
-/// The brand of the shared configuration manager's current configuration; absent where there is no
+/// The brand of the shared configuration manager's current configuration; absent if there is no
 /// configuration or it names no brand.
 [[nodiscard]] std::optional<std::string> currentBrandID();
 
