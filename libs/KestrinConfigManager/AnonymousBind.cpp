@@ -21,7 +21,7 @@ std::optional<std::string_view> payloadPart(std::string_view token) {
     return token.substr(first + 1, second - first - 1);
 }
 
-/// The "exp" claim of a JSON Web Token, in seconds since 1970; absent where the text is no such
+/// The "exp" claim of a JSON Web Token, in seconds since 1970; absent if the text is no such
 /// token or has no whole number there.
 std::optional<std::int64_t> expiry(std::string_view token) {
     const auto part = payloadPart(token);

@@ -28,7 +28,7 @@ struct AnonymousBind : Serializable {
     AnonymousBind(std::string aProfileID, std::string aToken)
         : profileID(std::move(aProfileID)), token(std::move(aToken)) {}
 
-    /// Reads a bind. Absent where one of the two texts is missing or is not a text.
+    /// Reads a bind. Absent if one of the two texts is missing or is not a text.
     [[nodiscard]] static std::optional<AnonymousBind> fromJSON(
         const HalvardSling::JSONDictionary& dictionary);
 
@@ -39,7 +39,7 @@ struct AnonymousBind : Serializable {
     /// The archive form: both texts.
     [[nodiscard]] HalvardSling::JSONDictionary encode() const;
 
-    /// Whether the bind can be used: both texts are non-empty and, where the token is a JSON Web
+    /// Whether the bind can be used: both texts are non-empty and, if the token is a JSON Web
     /// Token with an "exp" claim (RFC 7519, section 4.1.4), it did not expire more than `leeway`
     /// ago. A token of another form has no expiry that a client could know.
     /// @param now  the time to judge by

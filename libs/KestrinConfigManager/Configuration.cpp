@@ -37,7 +37,7 @@ using KestrinInternal::loweredText;
 using KestrinInternal::nearestName;
 using Problems = std::vector<ConfigurationProblem>;
 
-/// Why a value is refused; absent where it was stored.
+/// Why a value is refused; absent if it was stored.
 using Refusal = std::optional<std::string>;
 
 /// Where a value stands in the configuration, and where its problems go.
@@ -57,7 +57,7 @@ class Location {
         return below("[" + std::to_string(index) + "]");
     }
 
-    /// Does nothing where there is no refusal.
+    /// Does nothing if there is no refusal.
     void report(Refusal refusal) const {
         if (refusal) problems_->push_back({path_, *std::move(refusal)});
     }
@@ -73,7 +73,7 @@ class Location {
     std::string path_ = "$";
 };
 
-/// What a value is and what it should be, where the two are of different kinds.
+/// What a value is and what it should be, if the two are of different kinds.
 std::string mismatch(std::optional<JSONKind> found, const std::string& expected) {
     if (!found) return "is missing, expected " + expected;
     return "is " + std::string(HalvardSling::name(*found)) + ", expected " + expected;
@@ -300,7 +300,7 @@ Refusal notAURL() {
     return "is not an absolute URL, expected one that begins with \"https://\"";
 }
 
-/// The host of a URL for which cleartext is not allowed; absent where all is well.
+/// The host of a URL for which cleartext is not allowed; absent if it is.
 Refusal cleartextRefusal(const HalvardSling::Origin& origin, const TopLevel& top) {
     if (origin.scheme != "http" || top.cleartextHosts.contains(origin.host)) return std::nullopt;
     const bool loopback = origin.isLoopback();

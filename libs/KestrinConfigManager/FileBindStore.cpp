@@ -73,7 +73,7 @@ std::string contentOf(const HeldBinds& held) {
 
 using Decoded = std::variant<HeldBinds, std::string>;
 
-/// The binds of a file; absent where one is damaged or two are of the same profile.
+/// The binds of a file; absent if one is damaged or two are of the same profile.
 std::optional<std::vector<AnonymousBind>> bindsIn(const JSONDictionary& content) {
     const auto list = content.dictionaries("binds");
     if (!list) return std::nullopt;
@@ -111,7 +111,7 @@ Decoded decoded(std::string_view text) {
 
 // Reading.
 
-/// Reads everything; absent, with `errno` set, where that fails.
+/// Reads everything; absent, with `errno` set, if that fails.
 std::optional<std::string> readAll(const FileDescriptor& file) {
     std::string text;
     std::array<char, 8192> piece{};

@@ -33,7 +33,7 @@ class FileBindStore final : public BindStore {
     void save(HeldBinds held) override;
 
     /// Waits until everything saved so far is on the disk.
-    /// @return why the last write failed; absent where it did not
+    /// @return why the last write failed; absent if it did not
     std::optional<std::string> flush();
 
   private:

@@ -9,7 +9,7 @@ namespace KestrinConfigManager {
 
 /// Base of a record that travels as JSON. The record supplies
 ///   static std::optional<Record> fromJSON(const JSONDictionary&)   reads a reply
-/// and, where it is sent in requests,
+/// and, if it is sent in requests,
 ///   std::optional<JSONDictionary> serialized() const               writes a request body
 /// A record that is never sent leaves `serialized` out and has the default below.
 struct Serializable {

@@ -13,7 +13,7 @@ constexpr bool isUpper(char c) noexcept {
     return c >= 'A' && c <= 'Z';
 }
 
-/// The length of the placeholder that begins with the text, or 0 where none does.
+/// The length of the placeholder that begins with the text, or 0 if none does.
 std::size_t placeholderLength(std::string_view text) noexcept {
     if (!text.starts_with('%')) return 0;
     const auto end = std::ranges::find_if_not(text.begin() + 1, text.end(), isUpper);

@@ -12,7 +12,7 @@ namespace KestrinConfigManager {
 
 /// A URL with placeholders, e.g. "https://api.example.com/v1/history?profile=%UXID%". A placeholder
 /// is a per cent sign, three or more upper-case letters, and a per cent sign; an encoded byte such
-/// as %2F is not one. Where two readings overlap, as in "%ABC%UXID%", the left one counts. The
+/// as %2F is not one. If two readings overlap, as in "%ABC%UXID%", the left one counts. The
 /// template is taken apart once; filling it is one pass, and a value is never looked at again for
 /// placeholders.
 class URLTemplate {
@@ -27,7 +27,7 @@ class URLTemplate {
     /// given twice. The views live as long as this object is neither changed nor destroyed.
     [[nodiscard]] std::vector<std::string_view> placeholders() const;
 
-    /// The first placeholder for which there is no value; absent where all can be filled. An empty
+    /// The first placeholder for which there is no value; absent if all can be filled. An empty
     /// value is a value.
     [[nodiscard]] std::optional<std::string_view> unfilled(const TextMap& values) const;
 
@@ -38,7 +38,7 @@ class URLTemplate {
     /// Where the path begins: after the scheme and the authority, if there are any.
     [[nodiscard]] std::size_t pathBegin() const noexcept;
 
-    /// The template's path without query, placeholders and all: what a log may show. "/" where it
+    /// The template's path without query, placeholders and all: what a log may show. "/" if it
     /// is empty.
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 

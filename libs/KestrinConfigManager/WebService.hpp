@@ -44,7 +44,7 @@ struct WebService {
     TextMap query;                  ///< appended to every URL of this service, not yet encoded
 
     HalvardSling::RequestPolicy policy;
-    /// Whether values with `?`, `#` or `/` are refused, except where they are percent-encoded.
+    /// Whether values that hold `?`, `#` or `/` are refused.
     bool strictIdentifiers = false;
     bool enabled = true;
     Guard guard;  ///< empty: the standard rules
@@ -67,7 +67,7 @@ class ServiceTable {
     /// Adds a service under its `operation`; replaces one of the same name.
     void add(WebService service);
 
-    /// The service of an operation; null where there is none.
+    /// The service of an operation; null if there is none.
     [[nodiscard]] const WebService* find(std::string_view operation) const;
 
     [[nodiscard]] auto begin() const noexcept { return services_.begin(); }

@@ -141,9 +141,9 @@ TEST(ConfigurationPage, NamesEveryReasonForARefusal) {
     using Error = ConfigurationManagerError;
     const std::string& text = page().text();
     const auto reasons = codeIn(std::string_view(text).substr(text.find("## Before a request")));
-    for (const Error& error : {Error::invalidParameters, Error::serviceDisabled,
-                               Error::placeholderUnfilled, Error::serviceNotConfigured,
-                               Error::identifierRefused}) {
+    for (const Error& error :
+         {Error::invalidParameters, Error::serviceDisabled, Error::placeholderUnfilled,
+          Error::serviceNotConfigured, Error::identifierRefused}) {
         const std::string what = error.what();
         EXPECT_THAT(reasons, Contains(what.substr(0, what.find(':'))));
     }

@@ -1,10 +1,10 @@
+#include "Page.hpp"
+
 #include <fstream>
 #include <iterator>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
-
-#include "Page.hpp"
 
 namespace TestSupport {
 
