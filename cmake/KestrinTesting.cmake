@@ -11,6 +11,10 @@ else()
 endif()
 include(GoogleTest)
 
+# Against hanging only: no test takes a tenth of it, and none builds a project in it.
+set(KESTRIN_TEST_TIMEOUT 1500)
+set(KESTRIN_NESTED_BUILD_TIMEOUT 7200)
+
 # kestrin_add_test(<name> SOURCES … LIBRARIES … [INTERNAL_SOURCES …] [PROPERTIES …])
 # A GoogleTest executable; each of its tests is a test of ctest's, run in a process of its own.
 # INTERNAL_SOURCES test what a shared library does not export; a build of shared libraries leaves
@@ -28,6 +32,9 @@ function(kestrin_add_test name)
     # Compiled twice as fast; what is tested is optimised all the same.
     target_compile_options(${name} PRIVATE -O0 -g1)
     target_link_libraries(${name} PRIVATE kestrin_warnings ${arg_LIBRARIES} GTest::gmock_main)
-    gtest_discover_tests(${name} TEST_PREFIX "${name}: " PROPERTIES TIMEOUT 120 ${arg_PROPERTIES}
-                         DISCOVERY_TIMEOUT 30)
+    gtest_discover_tests(
+        ${name}
+        TEST_PREFIX "${name}: "
+        DISCOVERY_TIMEOUT ${KESTRIN_TEST_TIMEOUT}
+        PROPERTIES TIMEOUT ${KESTRIN_TEST_TIMEOUT} ${arg_PROPERTIES})
 endfunction()

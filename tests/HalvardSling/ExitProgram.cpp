@@ -1,28 +1,32 @@
-// Ends in one of several ways while the default transport is in some state. Exits with 0 where
-// nothing went wrong; a completion that should not have been called ends it with another code.
+// Ends in one of several ways while the default transport is in some state. Exits with 0 if nothing
+// went wrong; a completion that should not have been called ends it with another code.
+// Usage: PROGRAM WAY URL. The URL is that of a server that answers everything but "/silent", and
+// "/after/N" once there were so many of those.
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <future>
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include <HalvardSling/curl/CurlTransport.hpp>
 #include <HalvardSling/rx/Sling.hpp>
 
+#include "support/SystemCalls.hpp"
+#include "support/Waiting.hpp"
+
 using namespace HalvardSling;
+using namespace TestSupport;
 
 namespace {
 
-std::string url;
+std::string server;
 
-TransportRequest request() {
+TransportRequest request(const std::string& path = "/") {
     TransportRequest result;
-    result.url = url;
+    result.url = server + path;
     result.policy.allowsCleartext = true;
     return result;
 }
@@ -37,21 +41,25 @@ CheckedRequest checkedRequest() {
 
 /// Begins a transfer whose completion must not be called.
 void leaveOpen() {
-    Sling(request()).responses().subscribe([](const Response&) { complain(); },
-                                           [](const std::exception_ptr&) { complain(); },
-                                           [] { complain(); });
+    Sling(request("/silent"))
+        .responses()
+        .subscribe([](const Response&) { complain(); },
+                   [](const std::exception_ptr&) { complain(); }, [] { complain(); });
 }
 
-void awaitReply() {
+void awaitReply(const std::string& path = "/",
+                const std::shared_ptr<Transport>& transport = defaultTransport()) {
     std::promise<void> done;
-    Sling(request()).responses().subscribe([](const Response&) {},
-                                           [](const std::exception_ptr&) { complain(); },
-                                           [&] { done.set_value(); });
+    Sling(request(path))
+        .responses(transport)
+        .subscribe([](const Response&) {}, [](const std::exception_ptr&) { complain(); },
+                   [&] { done.set_value(); });
     done.get_future().wait();
 }
 
-void aMoment() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+/// Waits until the server has so many of the open requests.
+void awaitOpen(int count) {
+    awaitReply("/after/" + std::to_string(count), std::make_shared<CurlTransport>());
 }
 
 void unused() {}
@@ -72,13 +80,13 @@ void replaced() {
 
 void open() {
     leaveOpen();
-    aMoment();
+    awaitOpen(1);
 }
 
 void manyOpen() {
     for (int i = 0; i < 1000; ++i)
         leaveOpen();
-    aMoment();
+    awaitOpen(64);
 }
 
 void replacedOpen() {
@@ -96,7 +104,7 @@ void keptOpen() {
 /// The completion itself ends the program.
 void inCompletion() {
     Sling(request()).responses().subscribe([](const Response&) { std::exit(0); });
-    std::this_thread::sleep_for(std::chrono::seconds(10));
+    std::promise<void>().get_future().wait_for(patience);
     complain();
 }
 
@@ -116,25 +124,40 @@ void orphan() {
     destroyed.get_future().wait();
 }
 
-/// A completion runs, longer than the program.
+/// A completion that runs is waited for at the exit.
+struct LongCompletion {
+    ~LongCompletion() {
+        if (hasBegun && !hasEnded) complain();
+    }
+    std::atomic<bool> hasBegun{false};
+    std::atomic<bool> hasEnded{false};
+} longCompletion;
+
 void duringCompletion() {
     static std::promise<void> running;
-    Sling(request()).responses().subscribe([](const Response&) {
+    static std::promise<void> exiting;
+    Sling(request()).responses().subscribe([main = thisThread()](const Response&) {
+        longCompletion.hasBegun = true;
         running.set_value();
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        exiting.get_future().wait();
+        if (!eventually([=] { return isWaiting(main); })) complain();
+        longCompletion.hasEnded = true;
     });
     running.get_future().wait();
+    static_cast<void>(std::atexit([] { exiting.set_value(); }));
 }
 
 /// Every completion begins the next transfer, on several lines, up to the end.
 void busy() {
+    static Tally completed;
     static const std::function<void()> again = [] {
-        Sling(request()).responses().subscribe(
-            [](const Response&) {}, [](const std::exception_ptr&) { complain(); }, [] { again(); });
+        Sling(request()).responses().subscribe([](const Response&) { completed.add(); },
+                                               [](const std::exception_ptr&) { complain(); },
+                                               [] { again(); });
     };
     for (int i = 0; i < 16; ++i)
         again();
-    aMoment();
+    if (!completed.reaches(200)) complain();
 }
 
 /// A global's destructor still uses the default transport, also a new one.
@@ -145,7 +168,8 @@ struct LateUser {
             defaultTransport()->send(checkedRequest(), [](const TransportResult&) { complain(); });
             setDefaultTransport(nullptr);
         }
-        aMoment();
+        // An answer to those would have come before this one.
+        awaitReply("/", std::make_shared<CurlTransport>());
     }
     bool wants = false;
 } lateUser;
@@ -172,7 +196,7 @@ int main(int count, char** arguments) {
                                                  {"orphan", &orphan},
                                                  {"late-use", &lateUse}};
     if (count != 3 || !ways.contains(arguments[1])) return 2;
-    url = arguments[2];
+    server = arguments[2];
     ways.at(arguments[1])();
     return 0;
 }

@@ -1,20 +1,17 @@
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <future>
-#include <mutex>
 #include <string>
 #include <sys/wait.h>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
 
 #include "Transfers.hpp"
+#include "support/SystemCalls.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -120,33 +117,59 @@ TEST(Lifetime, AbandoningWaitsForTheCompletionThatRuns) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
     CurlTransport transport;
     std::promise<void> running;
-    std::atomic<bool> ended{false};
-    transport.send(checked(requestTo(server.url())), [&](const TransportResult&) {
+    std::promise<void> abandoning;
+    std::atomic<bool> returned{false};
+    std::atomic<bool> waited{false};
+    transport.send(checked(requestTo(server.url())), [&, test = thisThread()](const auto&) {
         running.set_value();
-        std::this_thread::sleep_for(50ms);
-        ended = true;
+        abandoning.get_future().wait();
+        waited = eventually([&] { return returned || isWaiting(test); }) && !returned;
     });
     running.get_future().wait();
+    abandoning.set_value();
     transport.abandon();
-    EXPECT_TRUE(ended);
+    EXPECT_TRUE(waited);
+    returned = true;
 }
 
-/// Runs the program that ends in a certain way; returns how it ended, 0 for a clean exit.
+TEST(Idle, TheThreadWaitsAndNoTimeWakesIt) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    CurlTransport transport;
+    std::promise<pid_t> thread;
+    transport.send(checked(requestTo("http://name.invalid/")), [&](const TransportResult&) {
+        transport.send(checked(requestTo(server.url())),
+                       [&](const TransportResult&) { thread.set_value(thisThread()); });
+    });
+    const pid_t transports = thread.get_future().get();
+    EXPECT_TRUE(eventually([&] { return isWaitingWithoutEnd(transports); }));
+}
+
+/// Runs the program that ends in a certain way.
+/// @return its exit code, 0 for a clean exit
 int exitOf(const std::string& way, const std::string& url) {
     const int status = std::system((EXIT_PROGRAM " " + way + " " + url).c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+/// Leaves "/silent" without an answer, and answers "/after/N" once there were so many of those.
+void answerTo(RawConnection& connection) {
+    const std::string after = "GET /after/";
+    while (const auto request = connection.readRequest()) {
+        if (request->starts_with("GET /silent ")) return connection.awaitClose();
+        const bool waits = request->starts_with(after);
+        if (waits && !connection.awaitRequests(1 + std::stoul(request->substr(after.size()))))
+            return;
+        connection.send(httpReply(200, "x"));
+    }
+}
+
 TEST(Exit, IsCleanInEveryStateOfTheDefaultTransport) {
-    const RawServer silent(&neverAnswer);
-    const RawServer server(RawServer::answering(httpReply(200, "x")));
-    for (const char* const way : {"unused", "made", "idle", "replaced"})
-        EXPECT_EQ(exitOf(way, server.url()), 0) << way;
-    for (const char* const way : {"open", "many-open", "replaced-open", "kept-open"})
-        EXPECT_EQ(exitOf(way, silent.url()), 0) << way;
     for (const char* const way :
-         {"in-completion", "during-completion", "busy", "orphan", "late-use"})
-        EXPECT_EQ(exitOf(way, server.url()), 0) << way;
+         {"unused", "made", "idle", "replaced", "open", "many-open", "replaced-open", "kept-open",
+          "in-completion", "during-completion", "busy", "orphan", "late-use"}) {
+        const RawServer server(&answerTo);
+        EXPECT_EQ(exitOf(way, server.url("")), 0) << way;
+    }
 }
 
 }  // namespace

@@ -105,9 +105,7 @@ TEST(MisbehavingServer, ConnectingTakesTooLong) {
     const FullPort port;
     auto request = requestTo(port.url());
     request.policy.connectTimeout = 150ms;
-    const auto start = std::chrono::steady_clock::now();
     EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::connectTimeout));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
 }
 
 TEST(MisbehavingServer, TheTotalTimeIsUpWhileConnecting) {
@@ -127,18 +125,16 @@ TEST(MisbehavingServer, ItNeverAnswers) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_THAT(sent(request, curlTransport()), FailsWith(SlingErrorKind::totalTimeout));
     EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
     EXPECT_TRUE(server.awaitClosed(1));
 }
 
 TEST(MisbehavingServer, ItTricklesOneByteAtATime) {
     for (const char* const beginning :
-         {"", "HTTP/1.1 200 OK\r\nX: ", "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n"}) {
+         {"", "HTTP/1.1 200 OK\r\nX: ", "HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n"}) {
         const RawServer server([&](RawConnection& connection) {
             connection.readRequest();
             connection.send(beginning);
-            while (connection.send(beginning[0] == 0 ? "H" : "x") && connection.pause(20ms)) {
-            }
+            connection.trickle(beginning[0] == 0 ? 'H' : 'x');
         });
         auto request = requestTo(server.url());
         request.policy.totalTimeout = 200ms;
@@ -165,7 +161,6 @@ TEST(MisbehavingServer, ItResetsTheConnection) {
         const RawServer server([&](RawConnection& connection) {
             connection.readRequest();
             connection.send(reply);
-            connection.pause(20ms);
             connection.resetOnClose();
         });
         EXPECT_THAT(answerOf(server), FailsWith(SlingErrorKind::connectionLost)) << reply;
@@ -301,12 +296,15 @@ TEST(MisbehavingServer, AReadIsSentAgainWhenAKeptConnectionCloses) {
 }
 
 TEST(MisbehavingServer, AConnectionThatWasClosedWhileIdleIsNotUsed) {
-    const RawServer server([](RawConnection& connection) {
+    Tally closed;
+    const RawServer server([&](RawConnection& connection) {
         if (connection.readRequest()) connection.send(httpReply(200, "x"));
+        connection.close();
+        closed.add();
     });
     const auto transport = curlTransport();
     ASSERT_THAT(sent(requestTo(server.url()), transport), Answers(200, "x"));
-    std::this_thread::sleep_for(50ms);
+    ASSERT_TRUE(closed.reaches(1));
     EXPECT_THAT(sent(requestTo(server.url(), "POST"), transport), Answers(200, "x"));
     EXPECT_EQ(server.connections(), 2U);
 }

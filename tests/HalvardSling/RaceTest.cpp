@@ -2,8 +2,6 @@
 // ThreadSanitizer or AddressSanitizer, or as a completion that comes twice or too late.
 
 #include <atomic>
-#include <chrono>
-#include <future>
 #include <memory>
 #include <random>
 #include <thread>
@@ -15,7 +13,6 @@
 
 using namespace HalvardSling;
 using namespace TestSupport;
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -32,8 +29,10 @@ void onThreads(unsigned count, Work work) {
         thread.join();
 }
 
-void waitSome(std::minstd_rand& random) {
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 400));
+/// Lets the others go on for a while that is another each time.
+void letOthersRun(std::minstd_rand& random) {
+    for (auto turns = random() % 400; turns > 0; --turns)
+        std::this_thread::yield();
 }
 
 TEST(Race, CancellingMeetsCompletion) {
@@ -48,7 +47,7 @@ TEST(Race, CancellingMeetsCompletion) {
                 transport->send(request, [begun, &twice](const TransportResult&) {
                     if (++*begun > 1) ++twice;
                 });
-            waitSome(random);
+            letOthersRun(random);
             transport->cancel(transfer);
             transport->cancel(transfer);
         }
@@ -73,7 +72,7 @@ TEST(Race, UnsubscribingMeetsEveryEvent) {
                     [events, &wrong] {
                         if (*events != 1) ++wrong;
                     });
-            waitSome(random);
+            letOthersRun(random);
             subscription.unsubscribe();
         }
     });
@@ -87,7 +86,7 @@ TEST(Race, TwoThreadsUnsubscribeTheSame) {
     for (int i = 0; i < 100; ++i) {
         Responses open = sent(requestTo(server.url()), transport);
         onThreads(2, [&](std::minstd_rand& random) {
-            waitSome(random);
+            letOthersRun(random);
             open.unsubscribe();
         });
     }
@@ -106,7 +105,7 @@ TEST(Race, TheEndOfTheTransportMeetsUnsubscribing) {
             for (auto& each : open)
                 each.unsubscribe();
         });
-        waitSome(random);
+        letOthersRun(random);
         transport.reset();
         unsubscribing.join();
     }
@@ -114,22 +113,18 @@ TEST(Race, TheEndOfTheTransportMeetsUnsubscribing) {
 
 TEST(Race, ReplacingTheDefaultMeetsSubscribing) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
-    std::atomic<int> ended{0};
-    std::atomic<bool> stop{false};
+    Tally ended;
     std::thread replacing([&] {
-        while (!stop) {
+        for (std::size_t count = 0; count < 200 && ended.reaches(count); ++count)
             setDefaultTransport(nullptr);
-            std::this_thread::sleep_for(2ms);
-        }
     });
     onThreads(2, [&](std::minstd_rand&) {
         for (int i = 0; i < 100; ++i)
-            if (Observed<Response>(Sling(requestTo(server.url())).responses()).ended()) ++ended;
+            if (Observed<Response>(Sling(requestTo(server.url())).responses()).ended()) ended.add();
     });
-    stop = true;
     replacing.join();
     setDefaultTransport(nullptr);
-    EXPECT_EQ(ended, 200);
+    EXPECT_EQ(ended.count(), 200U);
 }
 
 }  // namespace

@@ -1,17 +1,48 @@
-// The name lookup of this test program, libcurl's too: "slow.test" takes eight seconds and does not
-// exist, every other name is the system's business.
+// The name lookup of this test program, libcurl's too: "slow.test" is looked up for as long as a
+// `SlowNameLookup` lives, every other name is the system's business.
 
-#include <chrono>
+#include "SlowNames.hpp"
+
+#include <condition_variable>
 #include <dlfcn.h>
+#include <mutex>
 #include <netdb.h>
 #include <string_view>
-#include <thread>
+
+namespace TestSupport {
+
+namespace {
+
+std::mutex mutex;
+std::condition_variable changed;
+Tally* begun = nullptr;
+
+void lookUpSlowly() {
+    std::unique_lock lock(mutex);
+    if (begun != nullptr) begun->add();
+    changed.wait(lock, [] { return begun == nullptr; });
+}
+
+}  // namespace
+
+SlowNameLookup::SlowNameLookup() {
+    const std::scoped_lock lock(mutex);
+    begun = &begun_;
+}
+
+SlowNameLookup::~SlowNameLookup() {
+    const std::scoped_lock lock(mutex);
+    begun = nullptr;
+    changed.notify_all();
+}
+
+}  // namespace TestSupport
 
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** result) {
     if (name != nullptr && std::string_view(name) == "slow.test") {
-        std::this_thread::sleep_for(std::chrono::seconds(8));
+        TestSupport::lookUpSlowly();
         return EAI_NONAME;
     }
     static const auto original =

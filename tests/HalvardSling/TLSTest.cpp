@@ -19,8 +19,8 @@ ServerTLS tlsWith(const Certificate& certificate, std::optional<int> latestVersi
 }
 
 TransportRequest secureRequestTo(std::string url) {
-    TransportRequest request;
-    request.url = std::move(url);
+    auto request = requestTo(std::move(url));
+    request.policy.allowsCleartext = false;
     return request;
 }
 
@@ -99,8 +99,7 @@ TEST_F(TLSTest, UnsubscribingInTheHandshakeClosesTheConnection) {
     Responses open =
         sent(secureRequestTo("https://127.0.0.1:" + std::to_string(server.port()) + "/"),
              curlTransport(trusting));
-    while (server.connections() == 0)
-        std::this_thread::sleep_for(1ms);
+    ASSERT_TRUE(server.awaitConnections(1));
     open.unsubscribe();
     EXPECT_TRUE(server.awaitClosed(1));
     EXPECT_FALSE(open.endedAtOnce());

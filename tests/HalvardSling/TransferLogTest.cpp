@@ -4,7 +4,6 @@
 #include <future>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -19,13 +18,14 @@ using testing::Not;
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 class TransferLogTest : public testing::Test {
   protected:
     /// The records, once there are so many.
     [[nodiscard]] std::vector<TransferLog> records(std::size_t count) {
         std::unique_lock lock(mutex);
-        EXPECT_TRUE(
-            changed.wait_for(lock, std::chrono::seconds(10), [&] { return log.size() >= count; }));
+        EXPECT_TRUE(changed.wait_for(lock, patience, [&] { return log.size() >= count; }));
         return log;
     }
 
@@ -104,15 +104,21 @@ TEST_F(TransferLogTest, TellsOfCancelledTransfersAndOfWaiting) {
     });
     Responses open = sent(requestTo(server.url()), transport);
     ASSERT_TRUE(server.awaitRequests(1));
+    const auto start = Clock::now();
     Responses waiting = sent(requestTo(server.url()), transport);
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    const auto shortest = Clock::now();
+    // Takes some time.
+    EXPECT_TRUE(sent(requestTo("http://name.invalid/"), curlTransport()).ended());
+    const auto waited = std::chrono::floor<std::chrono::microseconds>(Clock::now() - shortest);
     waiting.unsubscribe();
     static_cast<void>(records(1));
+    const auto longest = Clock::now() - start;
     open.unsubscribe();
     const auto all = records(2);
     ASSERT_EQ(all.size(), 2U);
     EXPECT_EQ(all[0].error, SlingErrorKind::cancelled);
-    EXPECT_GE(all[0].waited, std::chrono::milliseconds(30));
+    EXPECT_GE(all[0].waited, waited);
+    EXPECT_LE(all[0].waited, longest);
     EXPECT_EQ(all[0].timings.total.count(), 0);
     EXPECT_EQ(all[1].error, SlingErrorKind::cancelled);
     EXPECT_LT(all[1].transfer, all[0].transfer);
@@ -142,7 +148,7 @@ TEST_F(TransferLogTest, MayUseTheTransport) {
         if (++records == 1) own->send(request, [&](const TransportResult&) { second.set_value(); });
     }});
     own->send(request, [](const TransportResult&) {});
-    EXPECT_EQ(second.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(second.get_future().wait_for(patience), std::future_status::ready);
 }
 
 }  // namespace

@@ -36,12 +36,13 @@ inline std::shared_ptr<HalvardSling::CurlTransport> curlTransport(
     return std::make_shared<HalvardSling::CurlTransport>(std::move(options));
 }
 
-/// A request that may go to a test server in cleartext.
+/// A request that may go to a test server in cleartext, and that no time limit ends.
 inline HalvardSling::TransportRequest requestTo(std::string url, std::string method = "GET") {
     HalvardSling::TransportRequest request;
     request.method = std::move(method);
     request.url = std::move(url);
     request.policy.allowsCleartext = true;
+    request.policy.connectTimeout = request.policy.totalTimeout = std::chrono::hours(10);
     return request;
 }
 

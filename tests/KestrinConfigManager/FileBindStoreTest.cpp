@@ -360,28 +360,29 @@ HeldBinds largeState(std::uint64_t revision) {
     return state;
 }
 
-/// Saves one state after the other; writes a byte to the descriptor once the first is saved.
-[[noreturn]] void saveForEver(const std::filesystem::path& file, int started) {
+/// Saves one state after the other, and writes a byte to the descriptor for each.
+[[noreturn]] void saveForEver(const std::filesystem::path& file, int told) {
     FileBindStore store(file);
     for (std::uint64_t revision = 2;; ++revision) {
         store.save(largeState(revision));
-        if (store.flush()) ::_exit(1);
-        if (revision == 2 && ::write(started, "", 1) != 1) ::_exit(1);
+        if (store.flush() || ::write(told, "", 1) != 1) ::_exit(1);
     }
 }
 
-/// A process that saves without end, from its first save to its death.
+/// A process that saves without end, from the end of its first saves to its death.
 class SavingProcess {
   public:
-    explicit SavingProcess(const std::filesystem::path& file) {
+    SavingProcess(const std::filesystem::path& file, int saves) {
         int ends[2] = {-1, -1};
         if (::pipe(ends) != 0) return;
         process_ = ::fork();
         if (process_ == 0) saveForEver(file, ends[1]);
         ::close(ends[1]);
         char byte = 0;
-        saves_ = process_ > 0 && ::read(ends[0], &byte, 1) == 1;
-        ::close(ends[0]);
+        while (saves > 0 && ::read(ends[0], &byte, 1) == 1)
+            --saves;
+        saves_ = process_ > 0 && saves == 0;
+        told_ = ends[0];
     }
     SavingProcess(const SavingProcess&) = delete;
     SavingProcess(SavingProcess&&) = delete;
@@ -391,21 +392,24 @@ class SavingProcess {
         if (process_ <= 0) return;
         ::kill(process_, SIGKILL);
         ::waitpid(process_, nullptr, 0);
+        ::close(told_);
     }
 
     [[nodiscard]] bool saves() const { return saves_; }
 
   private:
     pid_t process_ = -1;
+    int told_ = -1;
     bool saves_ = false;
 };
 
 TEST_F(FileBindStoreTest, AProcessKilledWhileItSavesLeavesOneStateAsAWhole) {
     for (int round = 0; round < 25; ++round) {
         {
-            const SavingProcess process(file);
+            const SavingProcess process(file, 1 + round % 5);
             ASSERT_TRUE(process.saves());
-            std::this_thread::sleep_for(std::chrono::microseconds(531 * round));
+            for (int turns = 0; turns < 100 * round; ++turns)
+                std::this_thread::yield();
         }
         const auto result = loaded();
         ASSERT_EQ(result.warning, std::nullopt);

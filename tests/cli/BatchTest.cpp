@@ -13,6 +13,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using TestSupport::CommandLine;
+using TestSupport::Pipe;
 using TestSupport::Program;
 using TestSupport::RawServer;
 using TestSupport::write;
@@ -123,10 +124,13 @@ TEST_F(Batch, SoManyRequestsAreInFlightAndAnInterruptionEndsThem) {
 TEST_F(Batch, AnInterruptionEndsTheWaitForStandardInput) {
     startService();
     outputOf({"bind"});
-    const auto result = runShell(
-        "mkfifo \"$HOME.fifo\"; exec 3<>\"$HOME.fifo\"; $client favorites "
-        "add --from - <&3 & sleep 0.5; kill -INT $!; wait $!");
-    EXPECT_EQ(result.code, 130) << result.errors;
+    const Pipe input(directory / "input");
+    input.write("s1\n");
+    Program program(words({"--config", configuration, "favorites", "add", "--from", "-"}),
+                    environment, input.file());
+    ASSERT_TRUE(input.isRead());
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait(), 130) << program.errors();
 }
 
 TEST_F(Batch, ATerminalShowsHowFarItIs) {

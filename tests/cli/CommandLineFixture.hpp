@@ -59,6 +59,23 @@ class CommandLine : public testing::Test {
                         "\" /dev/null");
     }
 
+    /// Runs the program on a terminal, and interrupts it there.
+    /// @param shown     the interruption comes once the terminal has shown this
+    /// @param prepared  commands of the shell that come first
+    Result interruptedOnTerminal(const std::string& arguments, const std::string& shown,
+                                 const std::string& prepared = "") {
+        const Pipe keyboard(directory / "keyboard");
+        Program program(
+            {"/usr/bin/script", "-qec",
+             prepared + "exec " KESTRIN_CLIENT " --config " + configuration + " " + arguments,
+             "/dev/null"},
+            environment, keyboard.file());
+        static_cast<void>(program.awaitOutput(shown));
+        keyboard.write("\x03");
+        const int code = program.wait();
+        return {code, program.output(), program.errors()};
+    }
+
     void startService(const std::vector<std::string>& more = {}) {
         std::vector<std::string> all{KESTRIN_SERVER, "--port",         "0",
                                      "--database",   directory / "db", "--write-config",

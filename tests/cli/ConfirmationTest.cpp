@@ -91,9 +91,7 @@ TEST_F(Confirmation, ComesBeforeEveryClearAndTheDeletionOfSearches) {
 }
 
 TEST_F(Confirmation, AnInterruptionEndsTheQuestion) {
-    const auto result = runShell(
-        "{ sleep 0.5; printf '\\003'; sleep 0.5; } | "
-        "script -qec \"$client watchlist clear\" /dev/null");
+    const auto result = interruptedOnTerminal("watchlist clear", "[y/N] ");
     EXPECT_EQ(result.code, 130);
     EXPECT_THAT(result.output, HasSubstr("interrupted"));
     EXPECT_THAT(watchList(), HasSubstr("v1"));

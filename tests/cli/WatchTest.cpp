@@ -1,9 +1,8 @@
-#include <chrono>
 #include <csignal>
 #include <string>
-#include <thread>
 
 #include "CommandLineFixture.hpp"
+#include "support/Waiting.hpp"
 
 namespace {
 
@@ -17,47 +16,52 @@ class Watch : public CommandLine {
   protected:
     void SetUp() override { startService(); }
 
-    static std::string waitFor(const Program& program, const std::string& text,
-                               std::string (Program::*where)() const = &Program::output) {
-        using namespace std::chrono_literals;
-        for (int attempt = 0; attempt < 1000; ++attempt, std::this_thread::sleep_for(10ms))
-            if ((program.*where)().find(text) != std::string::npos) break;
-        return (program.*where)();
-    }
-
-    /// What a second of watching shows on a terminal, which is prepared with commands of the shell.
-    std::string watchedOnTerminal(const std::string& what, const std::string& prepared = "") {
-        Program program({"/usr/bin/script", "-qec",
-                         prepared + KESTRIN_CLIENT + " --config " + configuration + " " + what +
-                             " --watch & watching=$!; sleep 1; kill -INT $watching; wait $watching",
-                         "/dev/null"},
-                        environment);
-        EXPECT_EQ(program.wait(), 130);
-        return program.output();
+    /// What is shown on a terminal up to a text.
+    std::string watchedOnTerminal(const std::string& what, const std::string& shown,
+                                  const std::string& prepared = "") {
+        const auto result = interruptedOnTerminal(what + " --watch", shown, prepared);
+        EXPECT_EQ(result.code, 130);
+        return result.output;
     }
 };
 
-TEST_F(Watch, PrintsAListAnewOnlyAfterAChangeAndEndsWith130) {
+TEST_F(Watch, PrintsAListAnewAfterAChangeAndEndsWith130) {
     Program program(words({"--config", configuration, "watchlist", "list", "--watch", "0.1"}),
                     environment);
-    EXPECT_THAT(waitFor(program, "0 entries"), HasSubstr("0 entries"));
+    EXPECT_THAT(program.awaitOutput("0 entries"), HasSubstr("0 entries"));
     outputOf({"watchlist", "add", "v1"});
-    EXPECT_THAT(waitFor(program, "1 entry"), HasSubstr("v1"));
-    const std::string before = program.output();
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
-    EXPECT_EQ(program.output(), before);
+    EXPECT_THAT(program.awaitOutput("1 entry"), HasSubstr("v1"));
     program.signal(SIGINT);
     EXPECT_EQ(program.wait(), 130);
     EXPECT_THAT(program.errors(), IsEmpty());
     EXPECT_THAT(program.output(), testing::Not(HasSubstr("\x1b")));
 }
 
+TEST_F(Watch, PrintsAListOnceHoweverOftenItIsReadWithoutAChange) {
+    Program program(
+        words({"--config", configuration, "watchlist", "list", "--watch", "0.1", "-v"}),
+        environment);
+    const auto timesRead = [&] {
+        std::size_t count = 0;
+        const std::string log = program.errors();
+        for (auto at = log.find("GET "); at != std::string::npos; at = log.find("GET ", at + 1))
+            ++count;
+        return count;
+    };
+    EXPECT_TRUE(TestSupport::eventually([&] { return timesRead() >= 5; })) << program.errors();
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait(), 130);
+    const std::string shown = program.output();
+    EXPECT_NE(shown.find("0 entries"), std::string::npos);
+    EXPECT_EQ(shown.find("0 entries"), shown.rfind("0 entries"));
+}
+
 TEST_F(Watch, PrintsADocumentOfJSONForEachChange) {
     Program program(words({"--config", configuration, "--json", "profiles", "list", "--watch=0.1"}),
                     environment);
-    EXPECT_THAT(waitFor(program, "parent"), HasSubstr("parent"));
+    EXPECT_THAT(program.awaitOutput("parent"), HasSubstr("parent"));
     outputOf({"profiles", "create", "Anna"});
-    EXPECT_THAT(waitFor(program, "Anna"), HasSubstr("Anna"));
+    EXPECT_THAT(program.awaitOutput("Anna"), HasSubstr("Anna"));
     program.signal(SIGTERM);
     EXPECT_EQ(program.wait(), 130);
     EXPECT_EQ(std::ranges::count(program.output(), '\n'), 2);
@@ -66,10 +70,10 @@ TEST_F(Watch, PrintsADocumentOfJSONForEachChange) {
 TEST_F(Watch, GoesOnWhereTheServiceDoesNotAnswer) {
     Program program(words({"--config", configuration, "history", "list", "--watch", "0.1"}),
                     environment);
-    EXPECT_THAT(waitFor(program, "0 entries"), HasSubstr("0 entries"));
+    EXPECT_THAT(program.awaitOutput("0 entries"), HasSubstr("0 entries"));
     service->signal(SIGTERM);
     ASSERT_EQ(service->wait(), 0);
-    EXPECT_THAT(waitFor(program, "still trying", &Program::errors), HasSubstr("still trying"));
+    EXPECT_THAT(program.awaitErrors("still trying"), HasSubstr("still trying"));
     program.signal(SIGINT);
     EXPECT_EQ(program.wait(), 130);
 }
@@ -79,7 +83,7 @@ TEST_F(Watch, EndsWhereTheServiceRefuses) {
     Program program(words({"--config", configuration, "--profile", "Anna", "history", "list",
                            "--watch", "0.1"}),
                     environment);
-    EXPECT_THAT(waitFor(program, "0 entries"), HasSubstr("0 entries"));
+    EXPECT_THAT(program.awaitOutput("0 entries"), HasSubstr("0 entries"));
     outputOf({"profiles", "delete", "Anna"});
     EXPECT_EQ(program.wait(), 4);
     EXPECT_THAT(program.errors(), HasSubstr("403"));
@@ -95,7 +99,7 @@ TEST_F(Watch, ATerminalIsRedrawn) {
     if (!std::filesystem::exists("/usr/bin/script"))
         GTEST_SKIP() << "no program to make a terminal";
     environment["TERM"] = "xterm";
-    EXPECT_THAT(watchedOnTerminal("favorites list"),
+    EXPECT_THAT(watchedOnTerminal("favorites list", "0 entries"),
                 AllOf(HasSubstr("\x1b[H\x1b[2J"), HasSubstr("every 2 s"), HasSubstr("0 entries")));
 }
 
@@ -104,7 +108,8 @@ TEST_F(Watch, ANarrowTerminalShowsTheBeginOfEachLine) {
         GTEST_SKIP() << "no program to make a terminal";
     outputOf({"favorites", "add", "a-show-with-a-long-name", "夜夜夜夜夜夜夜夜夜夜夜夜"});
     environment["TERM"] = "xterm";
-    const std::string shown = watchedOnTerminal("favorites list", "stty cols 20; ");
+    const std::string shown =
+        watchedOnTerminal("favorites list", "夜夜夜夜夜夜夜夜夜…\r\n", "stty cols 20; ");
     EXPECT_THAT(shown, AllOf(HasSubstr("\x1b[1mSHOW               …\x1b[0m\r\n"),
                              HasSubstr("\na-show-with-a-long-…\r\n"),
                              HasSubstr("\n夜夜夜夜夜夜夜夜夜…\r\n")));
@@ -114,7 +119,7 @@ TEST_F(Watch, ATerminalThatCanOnlyPrintIsNotRedrawn) {
     if (!std::filesystem::exists("/usr/bin/script"))
         GTEST_SKIP() << "no program to make a terminal";
     environment["TERM"] = "dumb";
-    EXPECT_THAT(watchedOnTerminal("favorites list"),
+    EXPECT_THAT(watchedOnTerminal("favorites list", "0 entries"),
                 AllOf(HasSubstr("0 entries"), testing::Not(HasSubstr("\x1b"))));
 }
 

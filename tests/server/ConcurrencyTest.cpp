@@ -1,7 +1,6 @@
 // Many clients at once, and a program that is killed.
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <mutex>
 #include <set>
 #include <signal.h>
@@ -12,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "Support.hpp"
+#include "support/Waiting.hpp"
 
 namespace KestrinProfileServer::Testing {
 namespace {
@@ -167,10 +167,10 @@ TEST(ConcurrencyTest, stoppingAnswersEveryRequestThatIsRunning) {
     const std::string url = service.baseURL();
     std::mutex mutex;
     std::set<std::string> answered;
-    std::thread stopper;
+    TestSupport::Tally answers;
     inParallel(5, [&](int index) {
         if (index == 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(150));
+            EXPECT_TRUE(answers.reaches(100));
             service.restart();
             return;
         }
@@ -179,6 +179,7 @@ TEST(ConcurrencyTest, stoppingAnswersEveryRequestThatIsRunning) {
             for (int video = 0;; ++video) {
                 const std::string id = std::to_string(index) + "-" + std::to_string(video);
                 if (outcomeOf(client.call(parent, "PUT", watchTarget(id))) != "204") break;
+                answers.add();
                 const std::lock_guard lock(mutex);
                 answered.insert(id);
             }
@@ -211,12 +212,10 @@ class KillTest : public testing::Test {
     void killWhileWriting(int round) {
         auto process = startServer(arguments);
         const std::string url = waitUntilReady(process);
-        std::atomic<int> count = 0;
+        TestSupport::Tally count;
         inParallel(7, [&](int index) {
             if (index == 0) {
-                const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-                while (count < 120 && std::chrono::steady_clock::now() < end)
-                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                EXPECT_TRUE(count.reaches(120));
                 process.signal(SIGKILL);
                 return;
             }
@@ -226,14 +225,14 @@ class KillTest : public testing::Test {
     }
 
     void writeUntilKilled(const std::string& url, const std::string& prefix,
-                          std::atomic<int>& count) {
+                          TestSupport::Tally& count) {
         try {
             HouseholdClient client(url, secretIn(configuration));
             const Caller parent = client.bind("parent");
             for (int video = 0;; ++video) {
                 const std::string id = prefix + std::to_string(video);
                 if (outcomeOf(client.call(parent, "PUT", watchTarget(id))) != "204") return;
-                ++count;
+                count.add();
                 const std::lock_guard lock(mutex);
                 answered.insert(id);
             }

@@ -1,7 +1,6 @@
 // HTTP itself: paths, methods, sizes, connections.
 #include <chrono>
 #include <string>
-#include <thread>
 
 #include <boost/asio.hpp>
 #include <gtest/gtest.h>
@@ -105,12 +104,12 @@ TEST_F(HttpTest, aClientMayFinishSendingATooLargeBody) {
     std::string answer;
     asio::read_until(socket, asio::dynamic_buffer(answer), "\r\n\r\n");
     EXPECT_TRUE(answer.starts_with("HTTP/1.1 413 ")) << answer;
-    for (int part = 0; part < 3; ++part) {
-        boost::system::error_code error;
-        asio::write(socket, asio::buffer(std::string(1000, ' ')), error);
-        EXPECT_FALSE(error) << "part " << part << ": " << error.message();
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+    boost::system::error_code error;
+    asio::write(socket, asio::buffer(std::string(2'000'000, ' ')), error);
+    EXPECT_FALSE(error) << error.message();
+    socket.shutdown(asio::ip::tcp::socket::shutdown_send);
+    asio::read(socket, asio::dynamic_buffer(answer), error);
+    EXPECT_EQ(error, asio::error::eof) << error.message();
 }
 
 TEST_F(HttpTest, aTooLargeBodyInChunksIsRefusedToo) {
@@ -137,13 +136,10 @@ TEST_F(HttpTest, aClientThatWaitsForContinueIsLetGoOn) {
     auto headers = parent.headers();
     headers.emplace_back("Content-Type", "application/json");
     headers.emplace_back("Expect", "100-continue");
-    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(
         outcomeOf(client.http.send("PUT", "/v1/history/video?video=v&brand=b&profile=parent&v=1",
                                    headers, R"({"progress":"1"})")),
         "204");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8))
-        << "libcurl gave up waiting";
 }
 
 TEST_F(HttpTest, whatIsNotHTTPIsAnsweredAndDisconnected) {
@@ -203,10 +199,15 @@ TEST_F(HttpTest, aClientThatTakesTooLongIsDisconnected) {
     });
     for (const char* begun : {"", "GET /healthz HTTP/1.1\r\n",
                               "POST /v1/binds HTTP/1.1\r\nContent-Length: 5\r\n\r\n{"}) {
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(sendRaw(service.baseURL(), begun), "");
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << begun;
+        EXPECT_EQ(sendRaw(service.baseURL(), begun), "") << begun;
     }
+}
+
+TEST_F(HttpTest, theServiceStopsAlthoughAConnectionIsOpen) {
+    HttpClient idle(service.baseURL());
+    idle.send("GET", "/healthz");
+    service.restart();
+    EXPECT_EQ(outcomeOf(HttpClient(service.baseURL()).send("GET", "/healthz")), "200");
 }
 
 TEST_F(HttpTest, aFailureInsideIsAnsweredAndSurvived) {

@@ -11,6 +11,9 @@
 namespace KestrinProfileServer::Testing {
 namespace {
 
+/// What has to come from the service does not come in this time instead.
+constexpr long noTimeout = 24L * 60 * 60 * 1000;
+
 std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* reply) {
     static_cast<HttpReply*>(reply)->body.append(data, size * count);
     return size * count;
@@ -78,8 +81,7 @@ HttpReply HttpClient::send(const std::string& method, const std::string& target,
     curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, method.c_str());
     curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle_, CURLOPT_NOPROXY, "*");
-    curl_easy_setopt(handle_, CURLOPT_TIMEOUT, 20L);
-    curl_easy_setopt(handle_, CURLOPT_EXPECT_100_TIMEOUT_MS, 10000L);
+    curl_easy_setopt(handle_, CURLOPT_EXPECT_100_TIMEOUT_MS, noTimeout);
     curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, appendBody);
     curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &reply);
     curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, appendHeader);
@@ -167,6 +169,7 @@ TestService::TestService(const Change& change)
     settings_.database = folder_ / "profiles.sqlite";
     settings_.http.port = 0;
     settings_.http.threads = 2;
+    settings_.http.transferTimeout = std::chrono::milliseconds(noTimeout);
     settings_.isQuiet = true;
     settings_.clock = [now = now_] { return now->load(); };
     restart(change);

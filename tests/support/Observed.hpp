@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -12,6 +11,8 @@
 
 #include <HalvardSling/rx/Observable.hpp>
 #include <HalvardSling/transport/Transport.hpp>
+
+#include "support/Waiting.hpp"
 
 namespace TestSupport {
 
@@ -33,14 +34,13 @@ class Observed {
             [state = state_] { state->end([&] { ++state->completions; }); });
     }
 
-    /// Waits until the sequence has ended; false if it did not within 20 seconds.
+    /// Waits until the sequence has ended; false if it does not.
     /// @throws std::logic_error on a transport's thread, where the end could never come
     [[nodiscard]] bool ended() const {
         if (HalvardSling::isTransportThread() && !endedAtOnce())
             throw std::logic_error("a handler on the network thread must not wait for a request");
         std::unique_lock lock(state_->mutex);
-        return state_->changed.wait_for(lock, std::chrono::seconds(20),
-                                        [&] { return state_->ends > 0; });
+        return state_->changed.wait_for(lock, patience, [&] { return state_->ends > 0; });
     }
 
     /// Whether it has ended by now.

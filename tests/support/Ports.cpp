@@ -1,11 +1,11 @@
 #include "support/Ports.hpp"
 
 #include <arpa/inet.h>
-#include <chrono>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
+
+#include "support/Waiting.hpp"
 
 namespace TestSupport {
 
@@ -41,11 +41,7 @@ bool isListening(std::uint16_t port) {
 }
 
 bool waitUntilListening(std::uint16_t port) {
-    for (int i = 0; i < 200; ++i) {
-        if (isListening(port)) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+    return eventually([&] { return isListening(port); });
 }
 
 }  // namespace TestSupport

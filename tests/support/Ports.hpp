@@ -10,7 +10,7 @@ namespace TestSupport {
 /// Whether somebody takes connections at a port of the loopback interface.
 [[nodiscard]] bool isListening(std::uint16_t port);
 
-/// Waits up to four seconds for somebody to take connections.
+/// Waits until somebody takes connections at a port of the loopback interface.
 /// @return whether somebody does
 [[nodiscard]] bool waitUntilListening(std::uint16_t port);
 

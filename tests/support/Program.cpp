@@ -1,17 +1,19 @@
 #include "support/Program.hpp"
 
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
 #include <spawn.h>
 #include <stdexcept>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <utility>
+
+#include "support/Waiting.hpp"
 
 namespace TestSupport {
 
@@ -33,6 +35,29 @@ std::vector<std::string> TemporaryDirectory::names() const {
     for (const auto& entry : fs::directory_iterator(path_))
         all.push_back(entry.path().filename().string());
     return all;
+}
+
+Pipe::Pipe(fs::path file) : file_(std::move(file)) {
+    ::mkfifo(file_.c_str(), 0600);
+    // For both, so that opening waits for nobody.
+    descriptor_ = ::open(file_.c_str(), O_RDWR | O_CLOEXEC);
+    if (descriptor_ < 0) throw std::runtime_error("no pipe " + file_.string());
+}
+
+Pipe::~Pipe() {
+    ::close(descriptor_);
+}
+
+void Pipe::write(std::string_view text) const {
+    if (::write(descriptor_, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+        throw std::runtime_error("cannot write to " + file_.string());
+}
+
+bool Pipe::isRead() const {
+    return eventually([&] {
+        int unread = 0;
+        return ::ioctl(descriptor_, FIONREAD, &unread) == 0 && unread == 0;
+    });
 }
 
 std::string contentOf(const fs::path& file) {
@@ -67,14 +92,15 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 }  // namespace
 
-Program::Program(std::vector<std::string> words, const Environment& environment) {
+Program::Program(std::vector<std::string> words, const Environment& environment,
+                 const fs::path& input) {
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     const auto redirect = [&](int stream, const fs::path& file, int flags) {
         posix_spawn_file_actions_addopen(&files, stream, file.c_str(), flags, 0600);
     };
     constexpr int written = O_WRONLY | O_CREAT | O_APPEND;
-    redirect(STDIN_FILENO, "/dev/null", O_RDONLY);
+    redirect(STDIN_FILENO, input, O_RDONLY);
     redirect(STDOUT_FILENO, directory_ / "output", written);
     redirect(STDERR_FILENO, directory_ / "errors", written);
 
@@ -92,14 +118,33 @@ Program::~Program() {
 }
 
 std::string Program::firstLine() const {
-    using namespace std::chrono_literals;
-    for (const auto end = std::chrono::steady_clock::now() + 20s;
-         std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(5ms)) {
-        const std::string all = output();
-        if (const auto length = all.find('\n'); length != std::string::npos)
-            return all.substr(0, length);
-    }
-    return {};
+    const std::string all = awaitOutput("\n");
+    const auto length = all.find('\n');
+    return length == std::string::npos ? "" : all.substr(0, length);
+}
+
+std::string Program::awaitOutput(std::string_view text) const {
+    return await(text, "output");
+}
+
+std::string Program::awaitErrors(std::string_view text) const {
+    return await(text, "errors");
+}
+
+std::string Program::await(std::string_view text, std::string_view stream) const {
+    std::string written;
+    static_cast<void>(eventually([&] {
+        const bool isLast = hasEnded();
+        written = contentOf(directory_ / stream);
+        return isLast || written.find(text) != std::string::npos;
+    }));
+    return written;
+}
+
+bool Program::hasEnded() const {
+    siginfo_t info{};
+    const auto process = static_cast<id_t>(process_);
+    return ::waitid(P_PID, process, &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0;
 }
 
 void Program::signal(int number) const {

@@ -4,9 +4,9 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cctype>
+#include <chrono>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdexcept>
@@ -16,11 +16,11 @@
 
 #include <openssl/ssl.h>
 
+#include "support/Waiting.hpp"
+
 namespace TestSupport {
 
 namespace {
-
-constexpr std::chrono::seconds patience{10};
 
 std::string lowered(std::string text) {
     std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -147,25 +147,39 @@ bool RawConnection::send(std::string_view bytes) {
     return true;
 }
 
-bool RawConnection::awaitClose(std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (true) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
-        if (left.count() <= 0 || ::poll(&waiting, 1, static_cast<int>(left.count())) <= 0)
-            return false;
-        if (!receive()) return true;
+void RawConnection::trickle(char byte) {
+    constexpr std::chrono::milliseconds pause{20};
+    while (send({&byte, 1})) {
+        std::unique_lock lock(server_.mutex_);
+        if (server_.changed_.wait_for(lock, pause, [&] { return server_.ending_; })) return;
     }
 }
 
-bool RawConnection::pause(std::chrono::milliseconds time) {
-    std::unique_lock lock(server_.mutex_);
-    return !server_.changed_.wait_for(lock, time, [&] { return server_.ending_; });
+void RawConnection::awaitClose() {
+    while (receive())
+        unread_.clear();
+}
+
+void RawConnection::close() {
+    ::shutdown(socket_, SHUT_WR);
+    static_cast<void>(eventually([&] {
+        tcp_info info{};
+        socklen_t size = sizeof info;
+        ::getsockopt(socket_, IPPROTO_TCP, TCP_INFO, &info, &size);
+        return info.tcpi_state != TCP_FIN_WAIT1;
+    }));
 }
 
 bool RawConnection::awaitRequests(std::size_t count) const {
     return server_.awaitRequests(count);
+}
+
+bool RawConnection::awaitRequestWith(std::string_view text) const {
+    return server_.await([&] {
+        return std::ranges::any_of(server_.requests_, [&](const std::string& request) {
+            return request.find(text) != std::string::npos;
+        });
+    });
 }
 
 void RawConnection::resetOnClose() {
@@ -254,14 +268,22 @@ std::vector<std::string> RawServer::requests() const {
     return requests_;
 }
 
-bool RawServer::awaitRequests(std::size_t count) const {
+bool RawServer::await(const std::function<bool()>& isReached) const {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, patience, [&] { return requests_.size() >= count; });
+    changed_.wait_for(lock, patience, [&] { return ending_ || isReached(); });
+    return isReached();
+}
+
+bool RawServer::awaitConnections(std::size_t count) const {
+    return await([&] { return threads_.size() >= count; });
+}
+
+bool RawServer::awaitRequests(std::size_t count) const {
+    return await([&] { return requests_.size() >= count; });
 }
 
 bool RawServer::awaitClosed(std::size_t count) const {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, patience, [&] { return closed_ >= count; });
+    return await([&] { return closed_ >= count; });
 }
 
 RawServer::Script RawServer::answering(std::string reply) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -51,15 +50,21 @@ class RawConnection {
     /// False where the peer has closed.
     bool send(std::string_view bytes);
 
-    /// Waits until the peer closes; false where it did not within this time.
-    bool awaitClose(std::chrono::milliseconds limit = std::chrono::seconds(10));
+    /// Sends a byte again and again, with a pause after each, until the peer closes.
+    void trickle(char byte);
 
-    /// Waits; false where the server was told to end in the meantime.
-    bool pause(std::chrono::milliseconds time);
+    /// Reads until the peer closes, or the server ends.
+    void awaitClose();
 
-    /// Waits until the server has read so many requests on all its connections; false where they
-    /// did not come within ten seconds.
+    /// Closes this side, and waits until the peer's system knows.
+    void close();
+
+    /// Waits until the server has read so many requests on all its connections; false if they do
+    /// not come, or the server ends.
     [[nodiscard]] bool awaitRequests(std::size_t count) const;
+
+    /// The same for a request that holds this text.
+    [[nodiscard]] bool awaitRequestWith(std::string_view text) const;
 
     /// Ends the connection with a TCP reset instead of an orderly close.
     void resetOnClose();
@@ -106,11 +111,14 @@ class RawServer {
     /// The requests that were read so far, as they came.
     [[nodiscard]] std::vector<std::string> requests() const;
 
-    /// Waits until so many requests were read; false where they did not come within ten seconds.
+    /// Waits until so many connections were accepted; false if they do not come.
+    [[nodiscard]] bool awaitConnections(std::size_t count) const;
+
+    /// Waits until so many requests were read; false if they do not come.
     [[nodiscard]] bool awaitRequests(std::size_t count) const;
 
     /// Waits until so many connections were seen to be closed by the peer, by `readRequest` or
-    /// `awaitClose`; false where they were not within ten seconds.
+    /// `awaitClose`; false if they are not.
     [[nodiscard]] bool awaitClosed(std::size_t count) const;
 
     /// A script that answers every request of a connection in the same way.
@@ -126,6 +134,7 @@ class RawServer {
     void serve(std::size_t index, int socket);
     void add(std::string request);
     void addClosed();
+    [[nodiscard]] bool await(const std::function<bool()>& isReached) const;
 
     Script script_;
     std::optional<ServerTLS> tls_;
