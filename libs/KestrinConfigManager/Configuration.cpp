@@ -79,18 +79,12 @@ std::string mismatch(std::optional<JSONKind> found, const std::string& expected)
     return "is " + std::string(HalvardSling::name(*found)) + ", expected " + expected;
 }
 
-/// The keys of a dictionary without repetition; reports those that occur more than once.
+/// The keys of a dictionary; reports those that the text repeats.
 std::vector<std::string_view> distinctKeys(const Location& location,
                                            const JSONDictionary& dictionary) {
-    std::vector<std::string_view> distinct;
-    std::set<std::string_view> seen;
-    std::set<std::string_view> repeated;
-    for (const std::string_view key : dictionary.keys())
-        if (seen.insert(key).second)
-            distinct.push_back(key);
-        else if (repeated.insert(key).second)
-            location.entry(key).report("occurs more than once");
-    return distinct;
+    for (const std::string_view key : dictionary.repeatedKeys())
+        location.entry(key).report("occurs more than once");
+    return dictionary.keys();
 }
 
 // What the value of a key can be. Each shape says what is expected, finds a value of its kind, and

@@ -31,8 +31,9 @@ std::string authorityForCurl(const std::string& url) {
 
 TEST(URLAgainstCurl, WhatIsAcceptedHasTheSameHostAndPortForLibcurl) {
     static constexpr std::array<std::string_view, 24> pieces{
-        "a", "b.", "example", "xn--a", "-", "_", "~", ".", "1", "0", "127.0.0.1", "255",
-        "0x7f", "[::1]", "[", "]", ":", ":80", ":0443", "%41", "@", "1.2.3", "[2001:db8::]", "!"};
+        "a",         "b.",    "example",      "xn--a", "-", "_", "~", ".",   "1",     "0",
+        "127.0.0.1", "255",   "0x7f",         "[::1]", "[", "]", ":", ":80", ":0443", "%41",
+        "@",         "1.2.3", "[2001:db8::]", "!"};
     std::minstd_rand random(1);  // NOLINT(cert-msc51-cpp): the same cases each time
     std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1);
     std::uniform_int_distribution<int> count(1, 4);

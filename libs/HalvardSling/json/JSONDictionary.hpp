@@ -12,8 +12,13 @@
 
 namespace HalvardSling {
 
-class JSONDocument;
 class JSONDictionaryList;
+
+namespace internal {
+class JSONDocument;
+struct JSONNode;
+struct JSONView;
+}  // namespace internal
 
 /// What a JSON value is (RFC 8259), with integers told from other numbers.
 enum class JSONKind {
@@ -42,14 +47,16 @@ struct JSONFailure {
 
 /// A string-keyed map of JSON values: the input of every reader and the output of every writer.
 ///
-/// It reads strictly: a look-up gives a value only where the key exists and its value has exactly
-/// the kind that was asked for. An integer is a JSON number without fraction and exponent that fits
-/// 64 bits signed; 1.0 and 9223372036854775808 are not. A Boolean is only true or false. Where a
-/// text holds a key twice the first one counts.
+/// It reads strictly: a look-up gives a value only if the key exists and its value has exactly the
+/// kind that was asked for. An integer is a JSON number without fraction and exponent that fits 64
+/// bits signed; 1.0 and 9223372036854775808 are not. A Boolean is only true or false. If a text
+/// holds a key twice, the first one counts and the other is dropped. A look-up goes through the
+/// keys: a dictionary is made for the fields of a record.
 ///
-/// A value type. A dictionary that came from a text shares the parsed document with its copies and
-/// with the dictionaries inside it, so handing those around copies nothing; one that was built is
-/// copied whole. Const members may be called from any number of threads at once.
+/// A value type; one that was moved from is empty. A dictionary that came from a text shares the
+/// parsed document with its copies and with the dictionaries inside it, so handing those around
+/// copies nothing; one that was built is copied whole. Const members may be called from any number
+/// of threads at once.
 class JSONDictionary {
   public:
     /// An empty dictionary.
@@ -77,25 +84,29 @@ class JSONDictionary {
     // Look-ups. A view lives as long as this dictionary, or any that shares its document, and is
     // not changed.
 
-    /// The kind of the value under a key; absent where there is no such key.
+    /// The kind of the value under a key; absent if there is no such key.
     [[nodiscard]] std::optional<JSONKind> kind(std::string_view key) const;
     [[nodiscard]] std::optional<std::string_view> text(std::string_view key) const;
     [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key) const;
     [[nodiscard]] std::optional<bool> boolean(std::string_view key) const;
     [[nodiscard]] std::optional<JSONDictionary> dictionary(std::string_view key) const;
-    /// The dictionaries of an array; absent where the value is not an array or one of its items is
+    /// The dictionaries of an array; absent if the value is not an array or one of its items is
     /// not a dictionary.
     [[nodiscard]] std::optional<JSONDictionaryList> dictionaries(std::string_view key) const;
-    /// The texts of an array; absent where the value is not an array or one of its items is not a
+    /// The texts of an array; absent if the value is not an array or one of its items is not a
     /// text.
     [[nodiscard]] std::optional<std::vector<std::string_view>> texts(std::string_view key) const;
 
     /// All keys, in the order of the text or of insertion.
     [[nodiscard]] std::vector<std::string_view> keys() const;
+    /// The keys that the text holds more than once, each once; none after a change.
+    [[nodiscard]] std::vector<std::string_view> repeatedKeys() const;
     [[nodiscard]] std::size_t size() const noexcept;
     [[nodiscard]] bool empty() const noexcept { return size() == 0; }
 
-    // Building. Setting a key that exists replaces its value and moves it to the end.
+    // Building. Setting a key that exists replaces its value and moves it to the end. Keys and
+    // values may be views of this dictionary, or the dictionary itself. If one of these throws
+    // (std::bad_alloc; std::length_error above 4 GiB of texts), the dictionary is as before.
 
     void setText(std::string_view key, std::string_view value);
     void setInteger(std::string_view key, std::int64_t value);
@@ -103,7 +114,7 @@ class JSONDictionary {
     void setDictionary(std::string_view key, const JSONDictionary& value);
     void setDictionaries(std::string_view key, const std::vector<JSONDictionary>& values);
     void setTexts(std::string_view key, const std::vector<std::string>& values);
-    /// Removes a key; does nothing where there is none.
+    /// Removes a key; does nothing if there is none.
     void remove(std::string_view key);
 
     /// The dictionary as compact JSON text, keys in their order. Texts are written as they are;
@@ -116,15 +127,21 @@ class JSONDictionary {
 
   private:
     friend class JSONDictionaryList;
-    JSONDictionary(std::shared_ptr<const JSONDocument> document, std::uint32_t node) noexcept;
+    using Document = internal::JSONDocument;
 
-    [[nodiscard]] const JSONDocument& document() const noexcept;
-    [[nodiscard]] std::shared_ptr<const JSONDocument> shared(std::uint32_t node,
-                                                             std::uint32_t& sharedNode) const;
-    JSONDocument& beginMember(std::string_view key);
+    JSONDictionary(std::shared_ptr<const Document> document, std::uint32_t node) noexcept;
 
-    std::shared_ptr<const JSONDocument> shared_;  // where it came from a text
-    std::unique_ptr<JSONDocument> built_;         // where it was built; both null: empty
+    [[nodiscard]] const Document* document() const noexcept;
+    [[nodiscard]] internal::JSONView view() const noexcept;
+    [[nodiscard]] JSONDictionary shared(const internal::JSONNode* container) const;
+    void appendTo(Document& document) const;
+    [[nodiscard]] std::unique_ptr<Document> copyWithout(std::string_view key) const;
+    void adopt(std::unique_ptr<Document> document) noexcept;
+    template <class AppendValue>
+    void set(std::string_view key, const AppendValue& appendValue);
+
+    std::shared_ptr<const Document> shared_;  // if it came from a text
+    std::unique_ptr<Document> built_;         // if it was built; both null: empty
     std::uint32_t node_ = 0;
 };
 
@@ -167,11 +184,9 @@ class JSONDictionaryList {
 
   private:
     friend class JSONDictionary;
-    JSONDictionaryList(std::shared_ptr<const JSONDocument> document, std::uint32_t first,
-                       std::size_t size) noexcept;
+    JSONDictionaryList(JSONDictionary first, std::size_t size) noexcept;
 
-    std::shared_ptr<const JSONDocument> document_;
-    std::uint32_t first_;
+    JSONDictionary first_;
     std::size_t size_;
 };
 

@@ -98,8 +98,64 @@ TEST(JSONDictionary, DecodesEscapesInKeysAndTexts) {
     EXPECT_EQ(dictionary.text(std::string_view("last\0", 5)), "c");
 }
 
-TEST(JSONDictionary, TheFirstOfTwoEqualKeysCounts) {
-    EXPECT_EQ(parsed(R"({"a":"first","a":"second"})").text("a"), "first");
+TEST(JSONDictionary, TheFirstOfEqualKeysCountsEverywhere) {
+    auto dictionary = parsed(R"({"a":"first","b":{"c":1},"a":[{}],"\u0061":{"x":{}},"z":2})");
+    EXPECT_EQ(dictionary.text("a"), "first");
+    EXPECT_EQ(dictionary.size(), 3U);
+    EXPECT_THAT(dictionary.keys(), ElementsAre("a", "b", "z"));
+    EXPECT_EQ(dictionary.toJSON(), R"({"a":"first","b":{"c":1},"z":2})");
+    EXPECT_EQ(dictionary.dictionary("b")->integer("c"), 1);
+    EXPECT_EQ(dictionary.integer("z"), 2);
+    dictionary.remove("a");
+    EXPECT_EQ(dictionary.toJSON(), R"({"b":{"c":1},"z":2})");
+}
+
+TEST(JSONDictionary, ARepeatedKeyInsideAnotherValueIsDroppedToo) {
+    auto dictionary = parsed(R"({"l":[{"a":1,"a":{"b":2}},{"c":3}],"d":{"e":{"f":4,"f":5}}})");
+    const auto* const text = R"({"l":[{"a":1},{"c":3}],"d":{"e":{"f":4}}})";
+    EXPECT_EQ(dictionary.toJSON(), text);
+    dictionary.setBoolean("new", true);
+    dictionary.remove("new");
+    EXPECT_EQ(dictionary.toJSON(), text);
+    std::vector<std::size_t> sizes;
+    const auto list = *dictionary.dictionaries("l");
+    for (const auto& each : list)
+        sizes.push_back(each.size());
+    EXPECT_THAT(sizes, ElementsAre(1, 1));
+}
+
+TEST(JSONDictionary, SaysWhichKeysTheTextRepeats) {
+    auto dictionary = parsed(R"({"a":1,"b":2,"b":{},"a":3,"b":4,"c":{"d":1,"d":2}})");
+    EXPECT_THAT(dictionary.repeatedKeys(), ElementsAre("b", "a"));
+    EXPECT_THAT(dictionary.dictionary("c")->repeatedKeys(), ElementsAre("d"));
+    EXPECT_THAT(parsed(everyKind).repeatedKeys(), IsEmpty());
+    dictionary.setInteger("c", 1);
+    EXPECT_THAT(dictionary.repeatedKeys(), IsEmpty());
+}
+
+TEST(JSONDictionary, EqualityIsSymmetricIfAKeyIsRepeated) {
+    const auto repeated = parsed(R"({"a":1,"a":1})");
+    const auto two = parsed(R"({"a":1,"b":1})");
+    EXPECT_FALSE(repeated == two);
+    EXPECT_FALSE(two == repeated);
+    EXPECT_TRUE(repeated == parsed(R"({"a":1})"));
+    EXPECT_TRUE(parsed(R"({"a":1,"a":2})") == repeated);
+}
+
+std::string manyMembers(std::size_t count, std::size_t step) {
+    std::string text = "{";
+    for (std::size_t i = 0; i < count; ++i)
+        text += "\"key " + std::to_string(i * step % count) + "\":1,";
+    return text + R"("key 7":2})";
+}
+
+// Each key compared with every other, these would take minutes.
+TEST(JSONDictionary, ManyKeysAreReadComparedAndListed) {
+    const auto dictionary = parsed(manyMembers(100'000, 1));
+    EXPECT_EQ(dictionary.size(), 100'000U);
+    EXPECT_EQ(dictionary.keys().size(), 100'000U);
+    EXPECT_THAT(dictionary.repeatedKeys(), ElementsAre("key 7"));
+    EXPECT_EQ(dictionary, parsed(manyMembers(100'000, 99'999)));
 }
 
 TEST(JSONDictionary, AnArrayOfDictionariesIsGivenOnlyWhole) {
@@ -210,6 +266,61 @@ TEST(JSONDictionary, CanHoldItself) {
     dictionary.setText("a", "b");
     dictionary.setDictionary("self", dictionary);
     EXPECT_EQ(dictionary.toJSON(), R"({"a":"b","self":{"a":"b"}})");
+}
+
+TEST(JSONDictionary, TakesItsOwnTextsAndKeysAsArguments) {
+    const std::string longText(100, 'x');
+    for (const bool isBuilt : {false, true}) {
+        auto dictionary = parsed(R"({"a":")" + longText + R"(","b":"c","l":["m"]})");
+        if (isBuilt) dictionary.remove("l");
+        dictionary.setText("new", *dictionary.text("a"));
+        EXPECT_EQ(dictionary.text("new"), longText);
+        dictionary.setText("a", *dictionary.text("a"));
+        EXPECT_EQ(dictionary.text("a"), longText);
+        dictionary.setText(*dictionary.text("a"), *dictionary.text("new"));
+        EXPECT_EQ(dictionary.text(longText), longText);
+        dictionary.setInteger(*dictionary.text("b"), 1);
+        dictionary.setBoolean(dictionary.keys().front(), true);
+        dictionary.setTexts(dictionary.keys().front(), {"t"});
+        dictionary.setDictionary(dictionary.keys().front(), {});
+        dictionary.setDictionaries(dictionary.keys().front(), {});
+        while (!dictionary.empty())
+            dictionary.remove(dictionary.keys().front());
+        EXPECT_EQ(dictionary.toJSON(), "{}");
+    }
+}
+
+TEST(JSONDictionary, TakesItselfAndItsOwnDictionariesAsArguments) {
+    auto dictionary = parsed(R"({"d":{"t":"text"},"l":[{"t":"other"}]})");
+    dictionary.setDictionary("d", *dictionary.dictionary("d"));
+    dictionary.setDictionary("copy", *dictionary.dictionary("d"));
+    dictionary.setDictionary("l", *dictionary.dictionaries("l")->begin());
+    EXPECT_EQ(dictionary.toJSON(), R"({"d":{"t":"text"},"copy":{"t":"text"},"l":{"t":"other"}})");
+
+    std::vector<JSONDictionary> list(2, parsed(R"({"t":"x"})"));
+    for (int i = 0; i < 2; ++i)
+        list.front().setDictionaries("in", list);
+    list.front().setDictionary("self", list.front());
+    EXPECT_EQ(list.front().toJSON(),
+              R"({"t":"x","in":[{"t":"x","in":[{"t":"x"},{"t":"x"}]},{"t":"x"}],)"
+              R"("self":{"t":"x","in":[{"t":"x","in":[{"t":"x"},{"t":"x"}]},{"t":"x"}]}})");
+}
+
+TEST(JSONDictionary, OneThatWasMovedFromIsEmptyAndUsable) {
+    const auto outer = parsed(R"({"a":1,"d":{"x":{"y":2}}})");
+    JSONDictionary inner = *outer.dictionary("d");
+    JSONDictionary target = std::move(inner);
+    // NOLINTBEGIN(bugprone-use-after-move): this is what is tested.
+    EXPECT_EQ(inner.size(), 0U);
+    EXPECT_THAT(inner.keys(), IsEmpty());
+    EXPECT_EQ(inner.toJSON(), "{}");
+    EXPECT_EQ(inner.dictionary("x"), std::nullopt);
+    inner = std::move(target);
+    EXPECT_EQ(inner.toJSON(), R"({"x":{"y":2}})");
+    EXPECT_EQ(target, JSONDictionary());
+    target.setInteger("b", 3);
+    EXPECT_EQ(target.toJSON(), R"({"b":3})");
+    // NOLINTEND(bugprone-use-after-move)
 }
 
 TEST(JSONDictionary, CanBeAssignedToItself) {

@@ -1,0 +1,169 @@
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <charconv>
+#include <utility>
+#include <vector>
+
+#include <HalvardSling/json/internal/JSONDocument.hpp>
+#include <internal/Hex.hpp>
+
+namespace HalvardSling::internal {
+
+namespace {
+
+using Kind = JSONNode::Kind;
+
+bool areEqualArrays(JSONView left, JSONView right) {
+    JSONView leftItem = left.first();
+    JSONView rightItem = right.first();
+    for (std::size_t i = 0; i < left.count(); ++i) {
+        if (!areEqual(leftItem, rightItem)) return false;
+        leftItem = leftItem.next();
+        rightItem = rightItem.next();
+    }
+    return true;
+}
+
+using Member = std::pair<std::string_view, JSONView>;
+
+std::vector<Member> sortedMembers(JSONView dictionary) {
+    std::vector<Member> members;
+    members.reserve(dictionary.count());
+    JSONView key = dictionary.first();
+    for (std::size_t i = 0; i < dictionary.count(); ++i) {
+        members.emplace_back(key.text(), key.next());
+        key = key.next().next();
+    }
+    std::ranges::sort(members, {}, &Member::first);
+    return members;
+}
+
+bool areEqualDictionaries(JSONView left, JSONView right) {
+    return std::ranges::equal(sortedMembers(left), sortedMembers(right),
+                              [](const Member& a, const Member& b) {
+                                  return a.first == b.first && areEqual(a.second, b.second);
+                              });
+}
+
+}  // namespace
+
+JSONKind JSONView::jsonKind() const noexcept {
+    switch (kind()) {
+        case Kind::null:
+            return JSONKind::null;
+        case Kind::boolean:
+            return JSONKind::boolean;
+        case Kind::integer:
+            return JSONKind::integer;
+        case Kind::unsignedInteger:
+        case Kind::real:
+            return JSONKind::number;
+        case Kind::array:
+            return JSONKind::array;
+        case Kind::dictionary:
+            return JSONKind::dictionary;
+        case Kind::text:
+        case Kind::key:
+            break;
+    }
+    return JSONKind::text;
+}
+
+bool areEqual(JSONView left, JSONView right) {
+    if (left.kind() != right.kind()) return false;
+    if (left.node->isText()) return left.text() == right.text();
+    if (left.kind() == Kind::real)
+        return std::bit_cast<double>(left.node->value) == std::bit_cast<double>(right.node->value);
+    if (left.node->value != right.node->value) return false;
+    if (left.kind() == Kind::array) return areEqualArrays(left, right);
+    return left.kind() != Kind::dictionary || areEqualDictionaries(left, right);
+}
+
+namespace {
+
+void appendEscaped(std::string& out, char c) {
+    static constexpr std::string_view characters = "\"\\\b\f\n\r\t";
+    static constexpr std::string_view letters = "\"\\bfnrt";
+    out += '\\';
+    if (const auto at = characters.find(c); at != std::string_view::npos) {
+        out += letters[at];
+        return;
+    }
+    out += "u00";
+    KestrinInternal::appendHex(out, c, KestrinInternal::lowerHexDigits);
+}
+
+void appendText(std::string& out, std::string_view text) {
+    out += '"';
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\')
+            appendEscaped(out, c);
+        else
+            out += c;
+    out += '"';
+}
+
+template <class Number>
+void appendNumber(std::string& out, Number number) {
+    std::array<char, 32> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    out.append(digits.data(), end);
+}
+
+void append(std::string& out, JSONView value);
+
+void appendItems(std::string& out, JSONView container) {
+    const bool isDictionary = container.kind() == Kind::dictionary;
+    out += isDictionary ? '{' : '[';
+    JSONView item = container.first();
+    for (std::size_t i = 0; i < container.count(); ++i) {
+        if (i > 0) out += ',';
+        if (isDictionary) {
+            appendText(out, item.text());
+            out += ':';
+            item = item.next();
+        }
+        append(out, item);
+        item = item.next();
+    }
+    out += isDictionary ? '}' : ']';
+}
+
+void append(std::string& out, JSONView value) {
+    switch (value.kind()) {
+        case Kind::null:
+            out += "null";
+            break;
+        case Kind::boolean:
+            out += value.node->value != 0 ? "true" : "false";
+            break;
+        case Kind::integer:
+            appendNumber(out, std::bit_cast<std::int64_t>(value.node->value));
+            break;
+        case Kind::unsignedInteger:
+            appendNumber(out, value.node->value);
+            break;
+        case Kind::real:
+            appendNumber(out, std::bit_cast<double>(value.node->value));
+            break;
+        case Kind::text:
+        case Kind::key:
+            appendText(out, value.text());
+            break;
+        case Kind::array:
+        case Kind::dictionary:
+            appendItems(out, value);
+            break;
+    }
+}
+
+}  // namespace
+
+std::string jsonText(JSONView value) {
+    std::string out;
+    append(out, value);
+    return out;
+}
+
+}  // namespace HalvardSling::internal

@@ -1,0 +1,166 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <HalvardSling/json/JSONDictionary.hpp>
+
+namespace HalvardSling::internal {
+
+/// One value of a document, or the key of a member. The values stand in one flat sequence: a
+/// container is followed by all that is in it, a key by its value. Behind the members of a
+/// dictionary stand the keys that its text repeats. Sizes are relative, so that a value can be
+/// copied to another document as it stands.
+struct JSONNode {
+    enum class Kind : std::uint8_t {
+        null,
+        boolean,
+        integer,
+        unsignedInteger,
+        real,
+        text,
+        key,
+        array,
+        dictionary
+    };
+
+    constexpr JSONNode(Kind ofKind, std::uint64_t itsValue, bool isInStore = false) noexcept
+        : kind(ofKind), inStore(isInStore), value(itsValue) {}
+
+    Kind kind;
+    /// Where a text's characters are: in the source text, or in the document's own store.
+    bool inStore;
+    /// How many nodes the value takes, itself included.
+    std::uint32_t extent = 1;
+    /// The number, the Boolean, a container's item count; of a text the place of its first
+    /// character in the lower half, its length in the upper half.
+    std::uint64_t value;
+
+    [[nodiscard]] bool isText() const noexcept { return kind == Kind::text || kind == Kind::key; }
+
+    /// The value of a text's node.
+    [[nodiscard]] static constexpr std::uint64_t textValue(std::size_t place,
+                                                           std::size_t length) noexcept {
+        return std::uint64_t{length} << 32U | place;
+    }
+};
+static_assert(sizeof(JSONNode) == 16);
+
+/// A value where it stands in a document; good until the document changes or goes.
+struct JSONView {
+    using Kind = JSONNode::Kind;
+
+    const JSONNode* node;
+    const char* source;
+    const char* store;
+
+    [[nodiscard]] Kind kind() const noexcept { return node->kind; }
+
+    [[nodiscard]] JSONKind jsonKind() const noexcept;
+
+    /// How many items an array has, how many members a dictionary.
+    [[nodiscard]] std::size_t count() const noexcept { return node->value; }
+
+    /// The characters of a text or key.
+    [[nodiscard]] std::string_view text() const noexcept { return textOf(*node); }
+
+    /// Another value of the same document.
+    [[nodiscard]] JSONView at(const JSONNode* other) const noexcept {
+        return {other, source, store};
+    }
+
+    /// An array's first item, a dictionary's first key.
+    [[nodiscard]] JSONView first() const noexcept { return at(node + 1); }
+
+    /// What stands after this one and all that is in it: of a key its value.
+    [[nodiscard]] JSONView next() const noexcept { return at(node + node->extent); }
+
+    /// The value under a dictionary's key; null if there is none.
+    [[nodiscard]] const JSONNode* find(std::string_view key) const noexcept {
+        const JSONNode* member = node + 1;
+        for (std::size_t left = count(); left > 0; --left) {
+            if (textOf(*member) == key) return member + 1;
+            member += 1 + member[1].extent;
+        }
+        return nullptr;
+    }
+
+  private:
+    [[nodiscard]] std::string_view textOf(const JSONNode& of) const noexcept {
+        const char* const characters = of.inStore ? store : source;
+        return {characters + (of.value & 0xFFFF'FFFFU), static_cast<std::size_t>(of.value >> 32U)};
+    }
+};
+
+/// Equal whatever the order of a dictionary's keys.
+[[nodiscard]] bool areEqual(JSONView left, JSONView right);
+
+/// The value as compact JSON text.
+[[nodiscard]] std::string jsonText(JSONView value);
+
+/// A parsed or built JSON value: its nodes, and the characters of its texts.
+class JSONDocument {
+  public:
+    using Kind = JSONNode::Kind;
+
+    std::vector<JSONNode> nodes;
+    std::shared_ptr<const std::string> source;  ///< null if it was built
+    std::string store;                          ///< texts that do not stand in the source
+
+    [[nodiscard]] JSONView view(std::uint32_t node) const noexcept {
+        return {nodes.data() + node, source ? source->data() : nullptr, store.data()};
+    }
+
+    [[nodiscard]] std::uint32_t indexOf(const JSONNode* node) const noexcept {
+        return static_cast<std::uint32_t>(node - nodes.data());
+    }
+
+    void append(Kind kind, std::uint64_t value) { nodes.emplace_back(kind, value); }
+
+    /// @param text  may be one of this document's own
+    void appendText(Kind kind, std::string_view text) {
+        nodes.emplace_back(kind, JSONNode::textValue(store.size(), text.size()), true);
+        store.append(text);
+    }
+
+    /// Appends a copy of a value of a document, which may be this one, and everything in it.
+    void appendCopy(const JSONDocument& other, std::uint32_t node) {
+        const std::uint32_t end = node + other.nodes[node].extent;
+        for (std::uint32_t at = node; at < end; ++at) {
+            const JSONNode each = other.nodes[at];
+            if (each.isText())
+                appendText(each.kind, other.view(at).text());
+            else
+                nodes.push_back(each);
+        }
+    }
+
+    /// Appends a member to the dictionary that the document is.
+    /// @param appendValue  appends its value; if it throws, the document is as before
+    template <class AppendValue>
+    void appendMember(std::string_view key, const AppendValue& appendValue) {
+        const std::size_t nodesBefore = nodes.size();
+        const std::size_t storeBefore = store.size();
+        try {
+            appendText(Kind::key, key);
+            appendValue(*this);
+            constexpr std::size_t most = std::numeric_limits<std::uint32_t>::max();
+            if (nodes.size() > most || store.size() > most)
+                throw std::length_error("a dictionary of more than 4 GiB");
+        } catch (...) {
+            nodes.erase(nodes.begin() + static_cast<std::ptrdiff_t>(nodesBefore), nodes.end());
+            store.resize(storeBefore);
+            throw;
+        }
+        nodes.front().value += 1;
+        nodes.front().extent = static_cast<std::uint32_t>(nodes.size());
+    }
+};
+
+}  // namespace HalvardSling::internal
