@@ -18,55 +18,54 @@ using HalvardSling::JSONDictionary;
 
 namespace {
 
-/// One run through the items.
 class Run {
   public:
-    Run(Caller& caller, const BatchOptions& options, const std::vector<Item>& items,
+    Run(ActingProfile& profile, const BatchOptions& options, const std::vector<BatchItem>& items,
         const BatchWork& work)
-        : caller_(caller),
-          session_(caller.session()),
+        : profile_(profile),
+          session_(profile.session()),
           options_(options),
           items_(items),
           work_(work) {}
 
     /// Works through the items; a signal ends it early.
-    void play() {
-        const Flights flights{items_.size(), session_.options.dryRun ? 1 : options_.jobs,
-                              [this](std::size_t index) { return request(index); },
-                              [this](std::size_t index, const std::exception_ptr& error) {
-                                  if (error && !mayEnd() && mayHelpAgain(index, error))
-                                      return Next::again;
-                                  end(index, error);
-                                  showProgress();
-                                  return mayEnd() ? Next::stop : Next::more;
-                              }};
-        interrupted_ = !sendAll(session_.interruption(), flights);
-        if (wasRefusedLate_ && !isRefused_) caller_.holdAgain();
+    void execute() {
+        const ConcurrentRequests requests{
+            items_.size(), session_.options.dryRun ? 1 : options_.jobs,
+            [this](std::size_t index) { return request(index); },
+            [this](std::size_t index, const std::exception_ptr& error) {
+                if (error && !mayEnd() && mayRetry(index, error)) return NextStep::retry;
+                end(index, error);
+                showProgress();
+                return mayEnd() ? NextStep::stop : NextStep::proceed;
+            }};
+        interrupted_ = !sendAll(session_.interruption(), requests);
+        if (wasRefusedLate_ && !isRefused_) profile_.restoreBind();
         session_.terminal.progress({});
     }
 
-    /// Prints what came of it.
+    /// Prints the result.
     [[nodiscard]] ExitCode report() const {
         if (!session_.options.dryRun) printSummary();
-        if (interrupted_) throw CommandError({ExitCode::interrupted, "interrupted", {}});
+        if (interrupted_) throw CommandError::interrupted();
         if (failures_.empty()) return ExitCode::ok;
         const auto& [index, failure] = *failures_.begin();
-        session_.terminal.failure(placed(index, failure), failure.advice);
+        session_.terminal.failure(withLocation(index, failure), failure.advice);
         return failure.code;
     }
 
   private:
-    Flights::Request request(std::size_t index) {
-        binds_.insert_or_assign(index, caller_.bind());
-        return work_.request(caller_.bind(), items_[index].text);
+    ConcurrentRequests::Request request(std::size_t index) {
+        binds_.insert_or_assign(index, profile_.bind());
+        return work_.request(profile_.bind(), items_[index].text);
     }
 
     /// Whether there is another bind than the one under which an item was refused.
-    bool mayHelpAgain(std::size_t index, const std::exception_ptr& error) {
+    bool mayRetry(std::size_t index, const std::exception_ptr& error) {
         if (!isForbidden(error)) return false;
-        const bool isLate = binds_.at(index) != caller_.bind();
+        const bool isLate = binds_.at(index) != profile_.bind();
         wasRefusedLate_ = wasRefusedLate_ || isLate;
-        return isLate || caller_.renewedAfter(error);
+        return isLate || profile_.renewBindAfter(error);
     }
 
     [[nodiscard]] bool mayEnd() const { return options_.failFast && !failures_.empty(); }
@@ -80,7 +79,7 @@ class Run {
         const auto& failure = failures_.emplace(index, describe(error)).first->second;
         if (!session_.options.verbose) return;
         session_.terminal.progress({});
-        session_.terminal.note("failed: " + printable(placed(index, failure)));
+        session_.terminal.note("failed: " + printable(withLocation(index, failure)));
     }
 
     void showProgress() const {
@@ -96,51 +95,51 @@ class Run {
         std::string text =
             fmt::format("{} {} of {} {}", work_.done, done_, items_.size(), work_.where);
         if (!failures_.empty()) text += fmt::format("; {} failed", failures_.size());
-        if (brokenOff() > 0) text += fmt::format("; {} broken off", brokenOff());
+        if (aborted() > 0) text += fmt::format("; {} aborted", aborted());
         if (untried() > 0) text += fmt::format("; {} not tried", untried());
         session_.terminal.line(text);
     }
 
-    /// How many were in flight when a signal came: whether they were done is not known.
-    [[nodiscard]] std::size_t brokenOff() const { return binds_.size() - done_ - failures_.size(); }
+    /// How many were in flight when a signal came: the service may have done them or not.
+    [[nodiscard]] std::size_t aborted() const { return binds_.size() - done_ - failures_.size(); }
     [[nodiscard]] std::size_t untried() const { return items_.size() - binds_.size(); }
 
     [[nodiscard]] JSONDictionary summary() const {
         std::vector<JSONDictionary> failures;
         for (const auto& [index, failure] : failures_)
-            failures.push_back(inJSON(index, failure));
+            failures.push_back(toJSON(index, failure));
         JSONDictionary result;
         result.setInteger("done", static_cast<std::int64_t>(done_));
         result.setInteger("failed", static_cast<std::int64_t>(failures_.size()));
-        result.setInteger("brokenOff", static_cast<std::int64_t>(brokenOff()));
+        result.setInteger("aborted", static_cast<std::int64_t>(aborted()));
         result.setInteger("notTried", static_cast<std::int64_t>(untried()));
         result.setDictionaries("failures", failures);
         return result;
     }
 
-    [[nodiscard]] JSONDictionary inJSON(std::size_t index, const Failure& failure) const {
+    [[nodiscard]] JSONDictionary toJSON(std::size_t index, const Failure& failure) const {
         JSONDictionary result;
         result.setText("item", items_[index].text);
-        if (!items_[index].place.empty()) result.setText("place", items_[index].place);
+        if (!items_[index].location.empty()) result.setText("place", items_[index].location);
         result.setText("message", failure.message);
         result.setInteger("exitCode", static_cast<int>(failure.code));
         return result;
     }
 
-    /// What a failure says, with the place of its item and the item itself.
-    [[nodiscard]] std::string placed(std::size_t index, const Failure& failure) const {
-        const Item& item = items_[index];
+    /// What a failure says, after the location of its item and the item itself.
+    [[nodiscard]] std::string withLocation(std::size_t index, const Failure& failure) const {
+        const BatchItem& item = items_[index];
         constexpr std::size_t mostColumns = 80;
-        return fmt::format("{}{}'{}': {}", item.place, item.place.empty() ? "" : ": ",
+        return fmt::format("{}{}'{}': {}", item.location, item.location.empty() ? "" : ": ",
                            shortened(printable(item.text), mostColumns), failure.message);
     }
 
-    Caller& caller_;
+    ActingProfile& profile_;
     Session& session_;
     const BatchOptions& options_;
-    const std::vector<Item>& items_;
+    const std::vector<BatchItem>& items_;
     const BatchWork& work_;
-    std::map<std::size_t, KestrinConfigManager::AnonymousBind> binds_;  // what each was sent with
+    std::map<std::size_t, KestrinConfigManager::AnonymousBind> binds_;  // that each was sent with
     std::size_t done_ = 0;
     bool interrupted_ = false;
     bool wasRefusedLate_ = false;  // under a bind that had been replaced meanwhile
@@ -152,19 +151,19 @@ class Run {
 
 void addBatch(CLI::App& command, BatchOptions& options, const std::string& item,
               const std::string& description) {
-    addItems(command, options.items, item, description);
+    addBatchItems(command, options.items, item, description);
     command.add_option("--jobs", options.jobs, "How many requests are in flight at once, 1 to 64")
         ->type_name("N")
         ->check(CLI::Range(std::size_t{1}, std::size_t{64}).description(""))
         ->capture_default_str();
     command.add_flag("--fail-fast", options.failFast,
-                     "Begin nothing more after a failure; otherwise the rest is still done");
+                     "Start no request after a failure; otherwise the rest is still done");
 }
 
-ExitCode runBatch(Caller& caller, const BatchOptions& options, const std::vector<Item>& items,
-                  const BatchWork& work) {
-    Run run(caller, options, items, work);
-    run.play();
+ExitCode runBatch(ActingProfile& profile, const BatchOptions& options,
+                  const std::vector<BatchItem>& items, const BatchWork& work) {
+    Run run(profile, options, items, work);
+    run.execute();
     return run.report();
 }
 

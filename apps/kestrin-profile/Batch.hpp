@@ -7,18 +7,18 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Caller.hpp"
+#include "ActingProfile.hpp"
+#include "BatchItems.hpp"
+#include "ConcurrentRequests.hpp"
 #include "ExitCode.hpp"
-#include "Flights.hpp"
-#include "Items.hpp"
 
 namespace KestrinProfileCLI {
 
-/// What a command that does the same with many items is told.
+/// The options of a command that does the same with many items.
 struct BatchOptions {
-    ItemSource items;
+    BatchItemSource items;
     std::size_t jobs = 4;   ///< --jobs: how many requests are in flight
-    bool failFast = false;  ///< --fail-fast: nothing is begun after a failure
+    bool failFast = false;  ///< --fail-fast: no request is started after a failure
 };
 
 /// What is done with each item.
@@ -26,7 +26,7 @@ struct BatchWork {
     using Bind = KestrinConfigManager::AnonymousBind;
 
     /// The request for an item; may throw, which is a failure of this item.
-    std::function<Flights::Request(const Bind& bind, const std::string& item)> request;
+    std::function<ConcurrentRequests::Request(const Bind& bind, const std::string& item)> request;
     std::string done;   ///< what was done, e.g. "added"
     std::string where;  ///< where, e.g. "to the favourites"
 };
@@ -35,11 +35,11 @@ struct BatchWork {
 void addBatch(CLI::App& command, BatchOptions& options, const std::string& item,
               const std::string& description);
 
-/// Does the work with every item for a caller, several at once, and prints what came of it: how
-/// much was done, and the failure that stands first. Shows a bar on a terminal meanwhile.
+/// Does the work with every item, several at once, and prints the result: how much was done, and
+/// the failure of the first item that failed. Shows a progress bar on a terminal.
 /// @return the code of that failure, or ok
-/// @throws CommandError where a signal came, after the requests in flight were aborted
-ExitCode runBatch(Caller& caller, const BatchOptions& options, const std::vector<Item>& items,
-                  const BatchWork& work);
+/// @throws CommandError if a signal came, after the requests in flight were aborted
+ExitCode runBatch(ActingProfile& profile, const BatchOptions& options,
+                  const std::vector<BatchItem>& items, const BatchWork& work);
 
 }  // namespace KestrinProfileCLI

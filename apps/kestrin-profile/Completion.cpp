@@ -16,8 +16,8 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-/// What the scripts know of the command line. A place is where on it one is: " history add" after
-/// these two words, each with a blank before it.
+/// What the scripts know of the command line. A path is the command so far, each word after a
+/// blank: " history add".
 struct Words {
     explicit Words(const CommandEntry& program)
         : commands(flattened(program)), common(program.options) {
@@ -26,7 +26,7 @@ struct Words {
                 addValueNames(option);
     }
 
-    [[nodiscard]] static std::string placeOf(const CommandEntry& command) {
+    [[nodiscard]] static std::string pathOf(const CommandEntry& command) {
         return command.path.empty() ? "" : " " + command.path;
     }
 
@@ -39,12 +39,12 @@ struct Words {
         return options;
     }
 
-    /// The places of all commands, each as a pattern that a shell's `case` takes.
-    [[nodiscard]] Texts quotedPlaces() const {
-        Texts places;
+    /// The paths of all commands, each as a pattern that a shell's `case` takes.
+    [[nodiscard]] Texts quotedPaths() const {
+        Texts paths;
         for (const CommandEntry* const command : commands)
-            if (!command->path.empty()) places.push_back(shellQuoted(placeOf(*command)));
-        return places;
+            if (!command->path.empty()) paths.push_back(shellQuoted(pathOf(*command)));
+        return paths;
     }
 
     [[nodiscard]] Texts valueNames() const {
@@ -77,10 +77,10 @@ std::string filled(std::string script,
 
 constexpr const char* bashScript = R"(# Completion of kestrin-profile in bash.
 _kestrin_profile() {
-    local current= previous= place= word words= prefix= index
+    local current= previous= typed= word words= prefix= index
     local -a line=()
     COMPREPLY=()
-    # bash takes --name=value apart where = is among its word breaks.
+    # bash splits --name=value if = is one of its word breaks.
     for word in "${COMP_WORDS[@]:0:COMP_CWORD+1}"; do
         if [[ $current == --*= || $current == --* && $word == = ]]; then
             current+=$word
@@ -95,8 +95,8 @@ _kestrin_profile() {
             @VALUES@) previous=; continue ;;
         esac
         previous=$word
-        case "$place $word" in
-            @PLACES@) place="$place $word" ;;
+        case "$typed $word" in
+            @PATHS@) typed="$typed $word" ;;
         esac
     done
     if [[ $current == --*=* ]]; then
@@ -115,7 +115,7 @@ _kestrin_profile() {
             return ;;
         @OTHERS@) return ;;
     esac
-    case $place in
+    case $typed in
 @WORDS@    esac
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
 }
@@ -125,7 +125,7 @@ complete -F _kestrin_profile kestrin-profile
 constexpr const char* zshScript = R"(#compdef kestrin-profile
 # Completion of kestrin-profile in zsh.
 _kestrin_profile() {
-    local place= previous= word
+    local typed= previous= word
     local -a commands options
     local -i index
     for ((index = 2; index < CURRENT; index++)); do
@@ -134,8 +134,8 @@ _kestrin_profile() {
             (@VALUES@) previous=; continue ;;
         esac
         previous=$word
-        case "$place $word" in
-            (@PLACES@) place="$place $word" ;;
+        case "$typed $word" in
+            (@PATHS@) typed="$typed $word" ;;
         esac
     done
     if [[ $PREFIX == --*=* ]]; then
@@ -150,7 +150,7 @@ _kestrin_profile() {
         (@FILES@) _files; return ;;
         (@OTHERS@) return ;;
     esac
-    case $place in
+    case $typed in
 @WORDS@    esac
     _describe command commands
     _describe -o option options
@@ -164,7 +164,7 @@ fi
 
 constexpr const char* fishScript = R"(# Completion of kestrin-profile in fish.
 function __kestrin_profile_at
-    set -l place ''
+    set -l typed ''
     set -l previous ''
     for word in (commandline -opc)[2..-1]
         switch "$previous"
@@ -173,12 +173,12 @@ function __kestrin_profile_at
                 continue
         end
         set previous $word
-        switch "$place $word"
-            case @PLACES@
-                set place "$place $word"
+        switch "$typed $word"
+            case @PATHS@
+                set typed "$typed $word"
         end
     end
-    test "$place" = "$argv[1]"
+    test "$typed" = "$argv[1]"
 end
 complete -c kestrin-profile -f
 @WORDS@)";
@@ -191,7 +191,7 @@ std::string bashWords(const Words& words) {
             all.push_back(below.name);
         for (const auto& option : words.optionsAt(*command))
             all.insert(all.end(), option.names.begin(), option.names.end());
-        lines += fmt::format("        {}) words='{}' ;;\n", shellQuoted(Words::placeOf(*command)),
+        lines += fmt::format("        {}) words='{}' ;;\n", shellQuoted(Words::pathOf(*command)),
                              joined(all, " "));
     }
     return lines;
@@ -208,7 +208,7 @@ std::string zshWords(const Words& words) {
             for (const auto& name : option.names)
                 options.push_back(shellQuoted(name + ":" + option.description));
         lines += fmt::format("        ({}) commands=({}) options=({}) ;;\n",
-                             shellQuoted(Words::placeOf(*command)), joined(below, " "),
+                             shellQuoted(Words::pathOf(*command)), joined(below, " "),
                              joined(options, " "));
     }
     return lines;
@@ -231,7 +231,7 @@ std::string fishWords(const Words& words) {
     for (const CommandEntry* const command : words.commands) {
         const std::string begin =
             fmt::format("complete -c kestrin-profile -n {}",
-                        fishQuoted("__kestrin_profile_at " + fishQuoted(Words::placeOf(*command))));
+                        fishQuoted("__kestrin_profile_at " + fishQuoted(Words::pathOf(*command))));
         for (const auto& below : command->commands)
             lines +=
                 fmt::format("{} -a {} -d {}\n", begin, below.name, fishQuoted(below.description));
@@ -244,7 +244,7 @@ std::string fishWords(const Words& words) {
 std::string script(const char* text, const Words& words, std::string_view alternatives,
                    std::string lines) {
     return filled(text, {{"VALUES", joined(words.valueNames(), alternatives)},
-                         {"PLACES", joined(words.quotedPlaces(), alternatives)},
+                         {"PATHS", joined(words.quotedPaths(), alternatives)},
                          {"FILES", joined(words.fileNames, alternatives)},
                          {"OTHERS", joined(words.otherNames, alternatives)},
                          {"WORDS", std::move(lines)}});

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include "ExitCode.hpp"
-#include "Readable.hpp"
 
 namespace KestrinProfileCLI {
 
@@ -16,7 +15,7 @@ namespace {
 std::string answer(const Session& session) {
     std::string line;
     for (char next = 0;; line += next) {
-        awaitReadable(session.interruption(), STDIN_FILENO);
+        session.interruption().waitUntilReadable(STDIN_FILENO);
         const bool isEnd = read(STDIN_FILENO, &next, 1) != 1;
         if (isEnd) session.terminal.note("");  // Nobody has typed the end of the line.
         if (isEnd || next == '\n') return line;
@@ -31,15 +30,15 @@ bool isYes(const std::string& text) {
 }  // namespace
 
 void addConfirmation(CLI::App& command, bool& isConfirmed) {
-    command.add_flag("--yes", isConfirmed, "Do not ask on a terminal whether to go on");
+    command.add_flag("--yes", isConfirmed, "Do not ask for confirmation");
 }
 
 void confirm(const Session& session, bool isConfirmed, const std::string& question) {
     if (isConfirmed || session.options.dryRun || !session.terminal.canAsk()) return;
     session.terminal.ask(question + "? [y/N] ");
     if (isYes(answer(session))) return;
-    throw CommandError({ExitCode::interrupted, "not confirmed, so nothing was done",
-                        "answer with y, or give --yes"});
+    throw CommandError(
+        {ExitCode::interrupted, "not confirmed; nothing was done", "answer with y, or give --yes"});
 }
 
 }  // namespace KestrinProfileCLI

@@ -8,14 +8,14 @@
 
 namespace KestrinProfileCLI {
 
-/// Adds --yes to a command that deletes what cannot be had back.
+/// Adds --yes to a command that deletes what cannot be restored.
 void addConfirmation(CLI::App& command, bool& isConfirmed);
 
-/// Asks a person at the terminal whether to go on. Nobody is asked in a dry run, nor where standard
+/// Asks a person at the terminal whether to go on. Nobody is asked in a dry run, or if standard
 /// input or standard error is no terminal: scripts go on.
 /// @param isConfirmed  whether --yes says so already
 /// @param question     without its question mark, e.g. "clear the history"
-/// @throws CommandError where the answer is anything but yes
+/// @throws CommandError unless the answer is yes
 void confirm(const Session& session, bool isConfirmed, const std::string& question);
 
 }  // namespace KestrinProfileCLI

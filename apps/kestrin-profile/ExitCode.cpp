@@ -108,9 +108,9 @@ const std::vector<ExitCodeMeaning>& exitCodeMeanings() {
         {ExitCode::serviceError, "the service answered, but not with what was asked for"},
         {ExitCode::usage, "the command line or the configuration is wrong"},
         {ExitCode::refused, "the service refuses the caller (401, 403)"},
-        {ExitCode::network, "no answer: unreachable, TLS, time is up"},
-        {ExitCode::notFound, "the service does not have it (404, or it is in no list)"},
-        {ExitCode::validation, "what was asked for is not acceptable (400, 409, 422)"},
+        {ExitCode::network, "no answer: unreachable, TLS, timeout"},
+        {ExitCode::notFound, "the service does not have it (404, or it is not in the list)"},
+        {ExitCode::validation, "the input is not acceptable (400, 409, 422)"},
         {ExitCode::interrupted, "interrupted, or a question was not answered with yes"},
     };
     return all;

@@ -14,9 +14,9 @@ enum class ExitCode : int {
     serviceError = 1,   ///< the service answered, but not with what was asked for
     usage = 2,          ///< the command line or the configuration is wrong
     refused = 4,        ///< the service refuses the caller: 401 or 403
-    network = 5,        ///< no answer: unreachable, TLS, time is up
+    network = 5,        ///< no answer: unreachable, TLS, timeout
     notFound = 6,       ///< the service does not have it: 404
-    validation = 7,     ///< what was asked for is not acceptable: 400, 409, 422, or refused here
+    validation = 7,     ///< the input is not acceptable: 400, 409, 422, or refused here
     interrupted = 130,  ///< by SIGINT or SIGTERM, or not confirmed
 };
 
@@ -37,7 +37,7 @@ struct Failure {
 };
 
 /// Why the service answered with an error status, as it says in a problem document (RFC 9457);
-/// empty where it does not.
+/// empty if it does not say.
 [[nodiscard]] std::string reasonOf(const HalvardSling::SlingError& error);
 
 /// What an error means for a person at the terminal. Any exception will do.
@@ -46,6 +46,9 @@ struct Failure {
 /// An error of the program's own, already described.
 struct CommandError : std::exception {
     explicit CommandError(Failure aFailure) : failure(std::move(aFailure)) {}
+    [[nodiscard]] static CommandError interrupted() {
+        return CommandError({ExitCode::interrupted, "interrupted", {}});
+    }
     [[nodiscard]] const char* what() const noexcept override { return failure.message.c_str(); }
 
     Failure failure;

@@ -1,18 +1,21 @@
 #include "Interruption.hpp"
 
 #include <csignal>
+#include <poll.h>
+
+#include "ExitCode.hpp"
 
 namespace KestrinProfileCLI {
 
 namespace {
 
-/// Ends the listener; no person sends it.
-constexpr int farewell = SIGUSR1;
+/// Ends the listener.
+constexpr int endSignal = SIGUSR1;
 
-sigset_t listenedSignals() {
+sigset_t awaitedSignals() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int each : {SIGINT, SIGTERM, farewell})
+    for (const int each : {SIGINT, SIGTERM, endSignal})
         sigaddset(&signals, each);
     return signals;
 }
@@ -20,20 +23,28 @@ sigset_t listenedSignals() {
 }  // namespace
 
 Interruption::Interruption() {
-    const sigset_t signals = listenedSignals();
+    const sigset_t signals = awaitedSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     listener_ = std::thread([this] { listen(); });
 }
 
 Interruption::~Interruption() {
-    pthread_kill(listener_.native_handle(), farewell);
+    pthread_kill(listener_.native_handle(), endSignal);
     listener_.join();
 }
 
+void Interruption::waitUntilReadable(int descriptor) {
+    constexpr int pollMilliseconds = 100;
+    pollfd waited{descriptor, POLLIN, 0};
+    do {
+        if (!pause(std::chrono::seconds(0))) throw CommandError::interrupted();
+    } while (poll(&waited, 1, pollMilliseconds) == 0);
+}
+
 void Interruption::listen() {
-    const sigset_t signals = listenedSignals();
+    const sigset_t signals = awaitedSignals();
     int received = 0;
-    while (sigwait(&signals, &received) == 0 && received != farewell)
+    while (sigwait(&signals, &received) == 0 && received != endSignal)
         notify([this] { interrupted_ = true; });
 }
 

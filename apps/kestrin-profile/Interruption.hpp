@@ -3,7 +3,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
+
+#include <HalvardSling/transport/Transport.hpp>
 
 namespace KestrinProfileCLI {
 
@@ -18,17 +21,25 @@ class Interruption {
     Interruption& operator=(Interruption&&) = delete;
     ~Interruption();
 
-    /// Waits until `ready` holds or a signal came. `ready` is asked with the lock of `notify` held.
-    /// @return false where a signal came first
+    /// Waits until `ready` holds or a signal came. `ready` is called with the lock of `notify`
+    /// held.
+    /// @return false if a signal came first
+    /// @throws std::logic_error on a transport's thread, where what is waited for could never come
     template <class Ready>
     [[nodiscard]] bool wait(Ready ready) {
+        if (HalvardSling::isTransportThread())
+            throw std::logic_error("a handler on the network thread must not wait for a request");
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return interrupted_ || ready(); });
         return ready();
     }
 
+    /// Waits until a file can be read without blocking, or is at its end.
+    /// @throws CommandError if a signal came first
+    void waitUntilReadable(int descriptor);
+
     /// Waits this long, or until a signal came.
-    /// @return false where a signal came
+    /// @return false if a signal came
     [[nodiscard]] bool pause(std::chrono::duration<double> time) {
         std::unique_lock lock(mutex_);
         return !changed_.wait_for(lock, time, [&] { return interrupted_; });

@@ -97,7 +97,7 @@ std::string manPage(const CommandEntry& program, std::string_view version) {
     page += fmt::format(".SH NAME\n{} \\- {}\n", title, does);
     page += fmt::format(".SH SYNOPSIS\n{} [{}] {}\n", bold(program.name), italic("options"),
                         italic("command"));
-    page += ".SH OPTIONS\nThey stand before or after the command.\n" + optionsOf(program);
+    page += ".SH OPTIONS\nThey may stand before or after the command.\n" + optionsOf(program);
     page += commandsOf(program);
     for (const auto& section : helpSections())
         page += sectionText(section);

@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 namespace {
 
 /// The directory that an environment variable names, or one below the home directory. The
-/// variable counts only where it holds an absolute path.
+/// variable counts only if it holds an absolute path.
 fs::path baseDirectory(const char* variable, const char* belowHome) {
     const char* const named = std::getenv(variable);
     if (named != nullptr && fs::path(named).is_absolute()) return named;

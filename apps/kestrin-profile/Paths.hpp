@@ -4,7 +4,7 @@
 
 namespace KestrinProfileCLI {
 
-/// Where the configuration is looked for when none is named: kestrin-profile/config.json in
+/// The configuration file if none is named: kestrin-profile/config.json in
 /// $XDG_CONFIG_HOME, or in ~/.config (XDG base directories, version 0.8).
 [[nodiscard]] std::filesystem::path defaultConfigurationFile();
 

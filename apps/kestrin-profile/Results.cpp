@@ -55,17 +55,17 @@ Row progressCells(const UserProfileElement& element,
 }
 
 Row rowOf(const UserProfileElement& element, const std::vector<UserProfileElement>& elements,
-          const ListLook& look) {
+          const ListFormat& format) {
     Row row{shown(element.id), shown(element.type)};
-    if (look.hasProgress) std::ranges::move(progressCells(element, elements), back_inserter(row));
-    row.push_back(element.autoAddTimestamp ? dateText(*element.autoAddTimestamp, look.utc) : "-");
+    if (format.hasProgress) std::ranges::move(progressCells(element, elements), back_inserter(row));
+    row.push_back(element.autoAddTimestamp ? dateText(*element.autoAddTimestamp, format.utc) : "-");
     return row;
 }
 
-Row headingOf(const ListLook& look) {
-    Row heading{look.item, "KIND"};
-    if (look.hasProgress) heading.insert(heading.end(), {"PROGRESS", "OF LONGEST", "STATE"});
-    heading.emplace_back(look.utc ? "ADDED (UTC)" : "ADDED");
+Row headingOf(const ListFormat& format) {
+    Row heading{format.item, "KIND"};
+    if (format.hasProgress) heading.insert(heading.end(), {"PROGRESS", "OF LONGEST", "STATE"});
+    heading.emplace_back(format.utc ? "ADDED (UTC)" : "ADDED");
     return heading;
 }
 
@@ -83,7 +83,7 @@ Row rowOf(const User& user, const std::string& parent) {
             joined(marks, ", ")};
 }
 
-/// The document of a reply, or one with its status where it has none.
+/// The document of a reply, or one with its status if it has none.
 JSONDictionary documentOf(const HalvardSling::Response& reply) {
     auto parsed = JSONDictionary::parse(reply.sharedBody());
     if (auto* const document = std::get_if<JSONDictionary>(&parsed)) return std::move(*document);
@@ -95,16 +95,16 @@ JSONDictionary documentOf(const HalvardSling::Response& reply) {
 }  // namespace
 
 std::vector<std::string> linesOf(const Session& session, const UserProfile& list,
-                                 const ListLook& look) {
+                                 const ListFormat& format) {
     if (session.options.json) return {jsonLine(list.encode())};
     if (!list.elements)
         throw CommandError({ExitCode::serviceError, "the reply holds no usable list",
-                            "look at what it holds with --json"});
+                            "see what it holds with --json"});
     std::vector<Row> rows;
     for (const auto& element : *list.elements)
-        rows.push_back(rowOf(element, *list.elements, look));
-    auto lines = session.terminal.tableLines(headingOf(look), rows);
-    lines.push_back(session.terminal.marked(Mark::faint, countText(list)));
+        rows.push_back(rowOf(element, *list.elements, format));
+    auto lines = session.terminal.tableLines(headingOf(format), rows);
+    lines.push_back(session.terminal.styled(Style::faint, countText(list)));
     return lines;
 }
 

@@ -12,7 +12,7 @@
 namespace KestrinProfileCLI {
 
 /// How a list is shown to people.
-struct ListLook {
+struct ListFormat {
     std::string item;          ///< the heading of the identifiers, e.g. "VIDEO"
     bool hasProgress = false;  ///< whether its entries say how far they were watched
     bool utc = false;          ///< whether dates are in UTC
@@ -21,7 +21,7 @@ struct ListLook {
 /// A list as the lines of a table, or as one line of JSON.
 [[nodiscard]] std::vector<std::string> linesOf(const Session& session,
                                                const KestrinProfile::UserProfile& list,
-                                               const ListLook& look);
+                                               const ListFormat& format);
 
 /// Profiles as the lines of a table, or as one line of JSON.
 [[nodiscard]] std::vector<std::string> linesOf(const Session& session,
@@ -30,7 +30,7 @@ struct ListLook {
 /// Prints a profile.
 void print(const Session& session, const KestrinProfile::User& user);
 
-/// Prints that something was done; in JSON the reply's own document, or its status where it has
+/// Prints that something was done; in JSON the reply's own document, or its status if it has
 /// none.
 void printDone(const Session& session, const HalvardSling::Response& reply,
                const std::string& text);

@@ -42,7 +42,7 @@ std::string asText(const HalvardSling::TransferLog& log) {
 
 Session::~Session() {
     HalvardSling::setDefaultTransport(nullptr);
-    keepBinds();
+    saveBinds();
 }
 
 fs::path Session::configurationFile() const {
@@ -58,11 +58,11 @@ void Session::configure() {
                             "name a configuration with --config FILE, or write one with "
                             "kestrin-profile-server --write-config FILE"});
 
-    if (!options.dryRun) useKeptBinds(bindFileFor(file));
+    if (!options.dryRun) loadBinds(bindFileFor(file));
     HalvardSling::setDefaultTransport(newTransport());
 }
 
-void Session::useKeptBinds(const fs::path& file) {
+void Session::loadBinds(const fs::path& file) {
     std::error_code failed;
     fs::create_directories(file.parent_path(), failed);
     fs::permissions(file.parent_path(), fs::perms::owner_all, failed);
@@ -83,10 +83,10 @@ std::shared_ptr<HalvardSling::Transport> Session::newTransport() const {
     return std::make_shared<HalvardSling::CurlTransport>(std::move(transport));
 }
 
-void Session::keepBinds() {
+void Session::saveBinds() {
     if (!store_) return;
     if (const auto failed = store_->flush())
-        terminal.note("warning: the bind is not kept for later: " + *failed);
+        terminal.note("warning: the bind could not be saved: " + *failed);
 }
 
 }  // namespace KestrinProfileCLI

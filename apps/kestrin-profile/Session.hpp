@@ -8,20 +8,20 @@
 #include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
 
-#include "Await.hpp"
 #include "DryRun.hpp"
 #include "Interruption.hpp"
 #include "Terminal.hpp"
+#include "WaitFor.hpp"
 
 namespace KestrinProfileCLI {
 
 /// The options that every command takes.
 struct Options {
-    std::filesystem::path configurationFile;  ///< --config; empty: the default place
+    std::filesystem::path configurationFile;  ///< --config; empty: the default one
     bool json = false;                        ///< --json: results for programs
     bool verbose = false;                     ///< -v: each request and reply on standard error
     bool dryRun = false;                      ///< --dry-run: requests are shown, not sent
-    std::optional<std::string> profile;       ///< --profile: who acts; absent: the parent
+    std::optional<std::string> profile;       ///< --profile: the acting profile; absent: the parent
     std::optional<std::string> brand;         ///< --brand; absent: the configured one
 };
 
@@ -45,15 +45,15 @@ class Session {
 
     /// Loads the configuration, the binds kept for it, and the transport with its log.
     /// In a dry run there are no kept binds, and nothing is sent.
-    /// @throws CommandError where the configuration has problems
+    /// @throws CommandError if the configuration has problems
     void configure();
 
-    /// Waits for a result; see `KestrinProfileCLI::await`.
-    /// @throws OnlyShown in a dry run, where the request was shown
+    /// Waits for a result; see `KestrinProfileCLI::waitFor`.
+    /// @throws OnlyShown in a dry run, after the request was shown
     template <class T>
-    [[nodiscard]] T await(const HalvardSling::Observable<T>& source) {
+    [[nodiscard]] T waitFor(const HalvardSling::Observable<T>& source) {
         try {
-            return KestrinProfileCLI::await(interruption_, source);
+            return KestrinProfileCLI::waitFor(interruption_, source);
         } catch (...) {
             if (options.dryRun && wasOnlyShown(std::current_exception())) throw OnlyShown();
             throw;
@@ -63,11 +63,11 @@ class Session {
     /// The signals that came.
     [[nodiscard]] Interruption& interruption() const noexcept { return interruption_; }
 
-    /// Waits until the binds are on the disk; says so where they cannot be kept.
-    void keepBinds();
+    /// Waits until the binds are on the disk; warns if they cannot be saved.
+    void saveBinds();
 
   private:
-    void useKeptBinds(const std::filesystem::path& file);
+    void loadBinds(const std::filesystem::path& file);
     [[nodiscard]] std::shared_ptr<HalvardSling::Transport> newTransport() const;
 
     Interruption& interruption_;

@@ -6,7 +6,7 @@
 
 namespace KestrinProfileCLI {
 
-void takeUpClosedStreams() {
+void replaceClosedStandardStreams() {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(stream, F_GETFD) != -1) continue;
         // The lowest free number is given, which is this one. The wrong direction makes its use

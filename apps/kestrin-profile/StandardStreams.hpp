@@ -2,9 +2,9 @@
 
 namespace KestrinProfileCLI {
 
-/// Puts something that can neither be read nor written in the place of standard streams that the
-/// program was started without. Otherwise the next file or connection to be opened would take their
-/// numbers, and what is printed would go there. Called before anything is opened.
-void takeUpClosedStreams();
+/// Opens every standard stream that the program was started without on something that can be
+/// neither read nor written. Otherwise the next file or connection would get its number, and what
+/// is printed would go there. Called before anything else is opened.
+void replaceClosedStandardStreams();
 
 }  // namespace KestrinProfileCLI

@@ -22,10 +22,10 @@ bool hasColours(int stream) {
     return isCapable(stream) && (refused == nullptr || *refused == '\0');
 }
 
-std::string coloured(bool colours, Mark mark, std::string_view text) {
+std::string coloured(bool colours, Style style, std::string_view text) {
     static constexpr std::array<const char*, 5> codes{"", "1", "32", "31", "2"};
-    if (!colours || mark == Mark::plain) return std::string(text);
-    return std::string("\x1b[") + codes.at(static_cast<std::size_t>(mark)) + "m" +
+    if (!colours || style == Style::plain) return std::string(text);
+    return std::string("\x1b[") + codes.at(static_cast<std::size_t>(style)) + "m" +
            std::string(text) + "\x1b[0m";
 }
 
@@ -40,20 +40,19 @@ void print(std::FILE* stream, std::string_view text) {
     put(stream, "\n");
 }
 
-/// How much a stream's terminal has room for.
-struct Room {
+struct TerminalSize {
     std::size_t lines = 24;
     std::size_t columns = 80;
 };
 
-/// The room as the terminal says; where it does not, the usual.
-Room roomOf(int stream) {
+/// The size that a stream's terminal reports; the usual one if it reports none.
+TerminalSize terminalSize(int stream) {
     winsize size{};
-    Room room;
-    if (ioctl(stream, TIOCGWINSZ, &size) != 0) return room;
-    if (size.ws_row > 0) room.lines = size.ws_row;
-    if (size.ws_col > 0) room.columns = size.ws_col;
-    return room;
+    TerminalSize result;
+    if (ioctl(stream, TIOCGWINSZ, &size) != 0) return result;
+    if (size.ws_row > 0) result.lines = size.ws_row;
+    if (size.ws_col > 0) result.columns = size.ws_col;
+    return result;
 }
 
 constexpr std::string_view wholeScreen = "\x1b[H\x1b[2J";
@@ -78,13 +77,13 @@ void Terminal::json(const HalvardSling::JSONDictionary& document) const {
 }
 
 void Terminal::redraw(const std::vector<std::string>& lines) const {
-    const auto [height, width] = roomOf(STDOUT_FILENO);
+    const auto [height, width] = terminalSize(STDOUT_FILENO);
     const std::size_t room = std::max<std::size_t>(height, 3) - 1;
     const bool all = lines.size() <= room;
     put(stdout, wholeScreen);
     for (std::size_t index = 0; index < (all ? lines.size() : room - 1); ++index)
         line(shortened(lines[index], width));
-    if (!all) line(marked(Mark::faint, std::to_string(lines.size() - room + 1) + " more lines"));
+    if (!all) line(styled(Style::faint, std::to_string(lines.size() - room + 1) + " more lines"));
     static_cast<void>(flush());
 }
 
@@ -95,7 +94,7 @@ bool Terminal::flush() const {
 void Terminal::progress(std::string_view text) const {
     if (!errIsCapable_) return;
     put(stderr, thisLine);
-    put(stderr, shortened(text, roomOf(STDERR_FILENO).columns));
+    put(stderr, shortened(text, terminalSize(STDERR_FILENO).columns));
 }
 
 void Terminal::note(std::string_view text) const {
@@ -107,12 +106,12 @@ void Terminal::ask(std::string_view question) const {
 }
 
 void Terminal::failure(std::string_view message, std::string_view advice) const {
-    note(coloured(errHasColours_, Mark::bad, "error: ") + printable(message));
+    note(coloured(errHasColours_, Style::bad, "error: ") + printable(message));
     if (!advice.empty()) note("  " + std::string(advice));
 }
 
-std::string Terminal::marked(Mark mark, std::string_view text) const {
-    return coloured(outHasColours_, mark, text);
+std::string Terminal::styled(Style style, std::string_view text) const {
+    return coloured(outHasColours_, style, text);
 }
 
 void Terminal::table(const std::vector<std::string>& heading,
@@ -136,7 +135,7 @@ std::vector<std::string> Terminal::tableLines(
             whole += padded(row[column], widths[column]) + "  ";
         return whole.erase(whole.find_last_not_of(' ') + 1);
     };
-    std::vector<std::string> lines{marked(Mark::strong, text(heading))};
+    std::vector<std::string> lines{styled(Style::strong, text(heading))};
     for (const auto& row : rows)
         lines.push_back(text(row));
     return lines;

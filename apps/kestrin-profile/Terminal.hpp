@@ -10,11 +10,11 @@
 
 namespace KestrinProfileCLI {
 
-/// How text is marked on a terminal that has colours.
-enum class Mark { plain, strong, good, bad, faint };
+/// How text is styled on a terminal that has colours.
+enum class Style { plain, strong, good, bad, faint };
 
 /// The program's output: results on standard output, everything else on standard error. Colours
-/// only on a terminal, and never where NO_COLOR is set (https://no-color.org).
+/// only on a terminal, and never if NO_COLOR is set (https://no-color.org).
 class Terminal {
   public:
     Terminal();
@@ -44,11 +44,11 @@ class Terminal {
     /// Prints a line for people on standard error.
     void note(std::string_view text) const;
 
-    /// Prints an error and, where there is any, what to do next.
+    /// Prints an error and, unless it is empty, what to do next.
     void failure(std::string_view message, std::string_view advice) const;
 
-    /// Shows on standard error how far something is, in place of what was shown so before. Does
-    /// nothing unless that is a terminal that can. An empty text takes it away.
+    /// Shows progress on standard error, in place of the last progress shown. Does nothing unless
+    /// that is a capable terminal. An empty text removes it.
     void progress(std::string_view text) const;
 
     /// Whether a person can be asked: what is asked is seen, and what is typed comes here.
@@ -60,8 +60,8 @@ class Terminal {
     /// Whether results go to a terminal that can be redrawn.
     [[nodiscard]] bool canRedraw() const noexcept { return outIsCapable_; }
 
-    /// The text as it is marked on standard output.
-    [[nodiscard]] std::string marked(Mark mark, std::string_view text) const;
+    /// The text as it is styled on standard output.
+    [[nodiscard]] std::string styled(Style style, std::string_view text) const;
 
   private:
     bool inIsTerminal_;

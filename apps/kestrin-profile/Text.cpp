@@ -7,7 +7,12 @@
 
 #include <fmt/format.h>
 
+#include <internal/UTF8.hpp>
+
 namespace KestrinProfileCLI {
+
+using KestrinInternal::firstUTF8Character;
+using KestrinInternal::UTF8Character;
 
 namespace {
 
@@ -39,40 +44,11 @@ bool isIn(const std::array<Range, Count>& ranges, char32_t character) noexcept {
     });
 }
 
-/// The first character of a text, and how many bytes it has.
-struct Character {
-    std::optional<char32_t> value;  ///< absent: the byte begins no character of UTF-8
-    std::size_t bytes = 1;
-};
-
-std::size_t bytesAfter(unsigned char first) noexcept {
-    if (first >= 0xC2 && first <= 0xDF) return 1;
-    if (first >= 0xE0 && first <= 0xEF) return 2;
-    return first >= 0xF0 && first <= 0xF4 ? 3 : 0;
-}
-
-Character firstOf(std::string_view text) noexcept {
-    static constexpr std::array<char32_t, 4> smallest{0, 0x80, 0x800, 0x10000};
-    const auto first = static_cast<unsigned char>(text.front());
-    if (first < 0x80) return {first, 1};
-    const std::size_t more = bytesAfter(first);
-    if (more == 0 || text.size() <= more) return {};
-    char32_t value = first & (0x3FU >> more);
-    for (const char c : text.substr(1, more)) {
-        const auto byte = static_cast<unsigned char>(c);
-        if ((byte & 0xC0U) != 0x80U) return {};
-        value = (value << 6U) | (byte & 0x3FU);
-    }
-    const bool sound =
-        value >= smallest.at(more) && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
-    return sound ? Character{value, more + 1} : Character{};
-}
-
-bool isShown(const Character& character) noexcept {
+bool isShown(const UTF8Character& character) noexcept {
     return character.value && !isIn(controls, *character.value);
 }
 
-std::size_t columnsOf(const Character& character) noexcept {
+std::size_t columnsOf(const UTF8Character& character) noexcept {
     if (!character.value) return 1;
     if (isIn(combining, *character.value)) return 0;
     return isIn(wide, *character.value) ? 2 : 1;
@@ -81,7 +57,7 @@ std::size_t columnsOf(const Character& character) noexcept {
 constexpr std::string_view colourBegin = "\x1b[";
 constexpr const char* noColour = "\x1b[0m";
 
-/// How many bytes a colour at the begin of the text has; 0 where there is none.
+/// How many bytes a colour at the beginning of the text has; 0 if there is none.
 std::size_t colourBytes(std::string_view text) noexcept {
     if (!text.starts_with(colourBegin)) return 0;
     const std::size_t end = text.find('m');
@@ -97,7 +73,7 @@ struct Piece {
 /// What a text begins with.
 Piece pieceOf(std::string_view text) noexcept {
     if (const std::size_t colour = colourBytes(text); colour > 0) return {colour, 0};
-    const Character character = firstOf(text);
+    const UTF8Character character = firstUTF8Character(text);
     return {character.bytes, columnsOf(character)};
 }
 
@@ -107,7 +83,7 @@ std::string filtered(std::string_view text, Replacement replacement) {
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        const Character character = firstOf(text);
+        const UTF8Character character = firstUTF8Character(text);
         if (isShown(character))
             result += text.substr(0, character.bytes);
         else
@@ -139,11 +115,11 @@ std::string shortened(std::string_view text, std::size_t columns) {
 }
 
 std::string printable(std::string_view text) {
-    return filtered(text, [](const Character&) { return std::string("?"); });
+    return filtered(text, [](const UTF8Character&) { return std::string("?"); });
 }
 
 std::string printableJSON(std::string_view json) {
-    return filtered(json, [](const Character& character) {
+    return filtered(json, [](const UTF8Character& character) {
         return character.value ? fmt::format("\\u{:04x}", std::uint32_t{*character.value})
                                : std::string("?");
     });

@@ -21,8 +21,8 @@ namespace KestrinProfileCLI {
 /// The text with blanks after it, so that it takes this many columns.
 [[nodiscard]] std::string padded(std::string text, std::size_t columns);
 
-/// The text, cut where it takes more than this many columns, which are at least one; then it ends
-/// with an ellipsis, and without a colour.
+/// The text, cut if it takes more than this many columns, which are at least one; then it ends with
+/// an ellipsis, and without a colour.
 [[nodiscard]] std::string shortened(std::string_view text, std::size_t columns);
 
 /// The text without blanks, tabs and a carriage return around it.

@@ -21,20 +21,20 @@ Seconds periodOf(const std::string& text) {
     char* end = nullptr;
     const Seconds period{std::strtod(text.c_str(), &end)};
     if (*end == '\0' && period >= shortestPeriod && period <= longestPeriod) return period;
-    throw CommandError({ExitCode::usage, fmt::format("'{}' is no period", text),
+    throw CommandError({ExitCode::usage, fmt::format("'{}' is not a period", text),
                         "give --watch a number of seconds from 0.1 to 86400, or none for 2"});
 }
 
 /// Shows what somebody looks at, time and again.
 class Watch {
   public:
-    Watch(Session& session, const Look& look, Seconds period)
-        : session_(session), look_(look), period_(period) {}
+    Watch(Session& session, const MakeLines& makeLines, Seconds period)
+        : session_(session), makeLines_(makeLines), period_(period) {}
 
     ExitCode follow() {
         do {
             try {
-                draw(look_());
+                draw(makeLines_());
                 noted_.clear();
             } catch (...) {
                 const Failure failure = describe(std::current_exception());
@@ -50,9 +50,9 @@ class Watch {
     void draw(std::vector<std::string> lines) {
         const bool redraws = session_.terminal.canRedraw() && !session_.options.json;
         if (redraws) {
-            lines.insert(lines.begin(),
-                         session_.terminal.marked(
-                             Mark::faint, fmt::format("every {} s; Ctrl-C ends", period_.count())));
+            lines.insert(lines.begin(), session_.terminal.styled(
+                                            Style::faint, fmt::format("every {} s; Ctrl-C ends",
+                                                                      period_.count())));
             session_.terminal.redraw(lines);
         } else if (lines != shown_) {
             print(lines);
@@ -74,7 +74,7 @@ class Watch {
     }
 
     Session& session_;
-    const Look& look_;
+    const MakeLines& makeLines_;
     Seconds period_;
     std::vector<std::string> shown_;
     std::string noted_;
@@ -86,15 +86,16 @@ void addWatch(CLI::App& command, WatchOptions& options) {
     options.asked =
         command
             .add_option("--watch", options.seconds,
-                        "Show it again every so many seconds (2) until Ctrl-C: redrawn on a "
-                        "terminal, otherwise printed anew after each change")
+                        "Show it again every SECONDS (default 2) until Ctrl-C: redrawn on a "
+                        "terminal, otherwise printed after each change")
             ->type_name("SECONDS")
             ->expected(0, 1);
 }
 
-ExitCode show(Session& session, const WatchOptions& options, const Look& look) {
-    if (options.asked->count() > 0) return Watch(session, look, periodOf(options.seconds)).follow();
-    for (const auto& line : look())
+ExitCode show(Session& session, const WatchOptions& options, const MakeLines& makeLines) {
+    if (options.asked->count() > 0)
+        return Watch(session, makeLines, periodOf(options.seconds)).follow();
+    for (const auto& line : makeLines())
         session.terminal.line(line);
     return ExitCode::ok;
 }

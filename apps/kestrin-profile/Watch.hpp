@@ -22,12 +22,12 @@ struct WatchOptions {
 void addWatch(CLI::App& command, WatchOptions& options);
 
 /// The lines of what is shown, as they are at the time of the call.
-using Look = std::function<std::vector<std::string>()>;
+using MakeLines = std::function<std::vector<std::string>()>;
 
 /// Shows something once, or, with --watch, again and again until a signal comes: redrawn on a
 /// terminal, anew after each change elsewhere and in JSON. While it watches, a service that does
 /// not answer is noted and asked again; any other failure ends it.
 /// @return interrupted after a signal, otherwise ok
-ExitCode show(Session& session, const WatchOptions& options, const Look& look);
+ExitCode show(Session& session, const WatchOptions& options, const MakeLines& makeLines);
 
 }  // namespace KestrinProfileCLI

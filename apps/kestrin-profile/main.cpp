@@ -21,12 +21,12 @@ void addOptions(CLI::App& app, Options& options) {
     app.add_flag("-v,--verbose", options.verbose,
                  "Print each request and reply on standard error, without secrets");
     app.add_option("--profile", options.profile,
-                   "Who acts: a profile, by identifier or name; otherwise the parent")
+                   "The acting profile, by identifier or name (default: the parent)")
         ->type_name("PROFILE");
-    app.add_option("--brand", options.brand, "The brand; otherwise the configured one")
+    app.add_option("--brand", options.brand, "The brand (default: the configured one)")
         ->type_name("ID");
     app.add_flag("--dry-run", options.dryRun,
-                 "Send nothing; print each request as a curl command, its secrets as variables");
+                 "Send nothing; print each request as a curl command, with variables for secrets");
     app.set_version_flag("--version", KESTRIN_PROFILE_VERSION);
 }
 
@@ -39,8 +39,8 @@ void addCommands(CLI::App& app, Command& chosen) {
     addSelfDescriptions(app, chosen);
 }
 
-/// Does what was chosen, to the last byte of its output.
-ExitCode play(Session& session, const Command& chosen) {
+/// Runs the chosen command, and writes the last byte of its output.
+ExitCode execute(Session& session, const Command& chosen) {
     ExitCode code = ExitCode::ok;
     try {
         code = chosen(session);
@@ -74,7 +74,7 @@ int run(int argc, char** argv) {
     }
 
     try {
-        return static_cast<int>(play(session, chosen));
+        return static_cast<int>(execute(session, chosen));
     } catch (...) {
         const Failure failure = describe(std::current_exception());
         session.terminal.failure(failure.message, failure.advice);
@@ -85,7 +85,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    takeUpClosedStreams();
+    replaceClosedStandardStreams();
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {

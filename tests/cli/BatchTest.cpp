@@ -118,7 +118,7 @@ TEST_F(Batch, SoManyRequestsAreInFlightAndAnInterruptionEndsThem) {
     program.signal(SIGINT);
     EXPECT_EQ(program.wait(), 130);
     EXPECT_EQ(server.requests().size(), 4U);
-    EXPECT_EQ(program.output(), "added 0 of 5 to the watch list; 3 broken off; 2 not tried\n");
+    EXPECT_EQ(program.output(), "added 0 of 5 to the watch list; 3 aborted; 2 not tried\n");
 }
 
 TEST_F(Batch, AnInterruptionEndsTheWaitForStandardInput) {

@@ -9,7 +9,7 @@
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
-#include "../Caller.hpp"
+#include "../ActingProfile.hpp"
 #include "Commands.hpp"
 
 namespace KestrinProfileCLI {
@@ -32,34 +32,34 @@ void print(const Session& session, const AnonymousBind& bind, bool wasHeld) {
     session.terminal.table(
         {"PROFILE", "BIND", "TOKEN"},
         {{printable(bind.profileID), wasHeld ? "held, still valid" : "obtained from the service",
-          fmt::format("{} characters, kept", bind.token.size())}});
+          fmt::format("{} characters, saved", bind.token.size())}});
 }
 
-/// Whether a text that is refused in this way may yet be a profile's name.
+/// Whether a text that is no identifier, as this failure says, may still be a profile's name.
 bool mayBeName(ExitCode code) {
     return code == ExitCode::notFound || code == ExitCode::usage || code == ExitCode::validation;
 }
 
 /// The bind of a profile. Only what is no identifier is looked up as a name, so that a bind can be
-/// had where the parent's cannot.
+/// had even if the parent's cannot.
 AnonymousBind bindOf(Session& session, const std::string& nameOrID) {
     const Profile profile;
     try {
-        return session.await(profile.requestAnonymousBind(nameOrID));
+        return session.waitFor(profile.requestAnonymousBind(nameOrID));
     } catch (...) {
         if (!mayBeName(describe(std::current_exception()).code)) throw;
-        Caller parent(session, ConfigurationManager::parentProfileID());
+        ActingProfile parent(session, ConfigurationManager::parentProfileID());
         const auto user = Household(parent).seek(nameOrID);
         if (!user || user->profileID == nameOrID) throw;
-        return session.await(profile.requestAnonymousBind(user->profileID));
+        return session.waitFor(profile.requestAnonymousBind(user->profileID));
     }
 }
 
 ExitCode obtainBind(Session& session, const std::optional<std::string>& nameOrID) {
     session.configure();
     const auto before = ConfigurationManager::profileBind(true);
-    const AnonymousBind bind = bindOf(session, nameOrID ? *nameOrID : callersID(session));
-    session.keepBinds();
+    const AnonymousBind bind = bindOf(session, nameOrID ? *nameOrID : actingProfileID(session));
+    session.saveBinds();
     print(session, bind, before == bind);
     return ExitCode::ok;
 }
@@ -68,10 +68,10 @@ ExitCode obtainBind(Session& session, const std::optional<std::string>& nameOrID
 
 void addBindCommand(CLI::App& app, Command& chosen) {
     auto* const command = app.add_subcommand(
-        "bind", "Obtain an anonymous bind for a profile and keep it for later commands");
+        "bind", "Obtain an anonymous bind for a profile and save it for later commands");
     const auto profile = std::make_shared<std::string>();
     auto* const argument = command->add_option(
-        "PROFILE", *profile, "A profile, by identifier or name; without it the one that acts");
+        "PROFILE", *profile, "A profile, by identifier or name (default: the acting one)");
     argument->type_name("");
     command->callback([&chosen, profile, argument] {
         const bool named = argument->count() > 0;

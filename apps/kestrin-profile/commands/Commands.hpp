@@ -12,7 +12,7 @@ namespace KestrinProfileCLI {
 /// What the chosen command does when the command line has been read.
 using Command = std::function<ExitCode(Session&)>;
 
-// Each adds its command to the command line and, where it is chosen, sets `chosen`.
+// Each adds its command to the command line and sets `chosen` if it is chosen.
 
 /// bind [PROFILE]: obtains an anonymous bind and keeps it.
 void addBindCommand(CLI::App& app, Command& chosen);

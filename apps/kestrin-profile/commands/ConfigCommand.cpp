@@ -37,7 +37,7 @@ void printJSON(const Session& session, const Problems& problems) {
 
 void printForPeople(const Session& session, const Configuration& configuration) {
     const std::size_t services = configuration.services ? configuration.services->size() : 0;
-    session.terminal.line(fmt::format("{}  {}", session.terminal.marked(Mark::good, "sound"),
+    session.terminal.line(fmt::format("{}  {}", session.terminal.styled(Style::good, "sound"),
                                       printable(session.configurationFile().string())));
     session.terminal.line(fmt::format(
         "parent profile {}, brand {}, {} services", printable(configuration.parentProfileID),
@@ -78,7 +78,7 @@ JSONDictionary queryOf(const WebService& service) {
 }
 
 /// A service with the keys of the configuration file.
-JSONDictionary inJSON(const WebService& service) {
+JSONDictionary toJSON(const WebService& service) {
     JSONDictionary result;
     result.setText("method", service.method);
     result.setText("url", service.url.text());
@@ -91,11 +91,11 @@ JSONDictionary inJSON(const WebService& service) {
     return result;
 }
 
-JSONDictionary inJSON(const Session& session, const Configuration& configuration) {
+JSONDictionary toJSON(const Session& session, const Configuration& configuration) {
     JSONDictionary services;
     if (configuration.services)
         for (const auto& [operation, service] : *configuration.services)
-            services.setDictionary(operation, inJSON(service));
+            services.setDictionary(operation, toJSON(service));
     JSONDictionary result;
     result.setText("file", session.configurationFile().string());
     result.setText("parentProfileID", configuration.parentProfileID);
@@ -128,7 +128,7 @@ ExitCode show(Session& session) {
     const auto* const configuration = std::get_if<Configuration>(&result);
     if (configuration == nullptr) return check(session);
     if (session.options.json) {
-        session.terminal.json(inJSON(session, *configuration));
+        session.terminal.json(toJSON(session, *configuration));
         return ExitCode::ok;
     }
     printForPeople(session, *configuration);
@@ -139,14 +139,14 @@ ExitCode show(Session& session) {
 }  // namespace
 
 void addConfigCommand(CLI::App& app, Command& chosen) {
-    auto* const group = app.add_subcommand("config", "Look at the configuration");
+    auto* const group = app.add_subcommand("config", "Inspect the configuration");
     group->require_subcommand(1);
-    group->add_subcommand("check", "Say whether the configuration is sound, and every problem")
+    group->add_subcommand("check", "Report every problem of the configuration")
         ->callback([&chosen] { chosen = &check; });
     group
         ->add_subcommand("show",
-                         "Show the configuration as it is in effect, the values of headers and "
-                         "query parameters masked")
+                         "Show the configuration in effect; the values of headers and query "
+                         "parameters are masked")
         ->callback([&chosen] { chosen = &show; });
 }
 

@@ -9,8 +9,8 @@
 #include <KestrinProfile/params/ProfileParams.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
+#include "../ActingProfile.hpp"
 #include "../Batch.hpp"
-#include "../Caller.hpp"
 #include "../Confirmation.hpp"
 #include "../Format.hpp"
 #include "../Results.hpp"
@@ -105,26 +105,27 @@ struct ListOptions {
 };
 using Shared = std::shared_ptr<ListOptions>;
 
-ListLook lookOf(const ListOptions& options) {
+ListFormat formatOf(const ListOptions& options) {
     return {options.kind.item, &options.kind == &history, options.utc};
 }
 
 ExitCode list(Session& session, const ListOptions& options) {
     session.configure();
-    const std::string caller = callersID(session);
+    const std::string profileID = actingProfileID(session);
     const std::string brand = brandOf(session);
     return show(session, options.watch, [&] {
-        const auto found = Caller(session, caller).await([&](const AnonymousBind& bind) {
-            return (Profile().*options.kind.read)(ProfileParams(bind, brand));
-        });
-        return linesOf(session, found, lookOf(options));
+        const auto found =
+            ActingProfile(session, profileID).waitFor([&](const AnonymousBind& bind) {
+                return (Profile().*options.kind.read)(ProfileParams(bind, brand));
+            });
+        return linesOf(session, found, formatOf(options));
     });
 }
 
 ExitCode progress(Session& session, const ListOptions& options) {
     session.configure();
     const std::string brand = brandOf(session);
-    const auto found = Caller(session).await([&](const AnonymousBind& bind) {
+    const auto found = ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
         ProfileParams params(bind, brand);
         params.videoID = options.videoID;
         return Profile().requestVideoHistory(std::move(params));
@@ -133,14 +134,14 @@ ExitCode progress(Session& session, const ListOptions& options) {
         throw CommandError({ExitCode::notFound,
                             fmt::format("the history has no video '{}'", options.videoID),
                             "see what it has: kestrin-profile history list"});
-    for (const auto& line : linesOf(session, found, lookOf(options)))
+    for (const auto& line : linesOf(session, found, formatOf(options)))
         session.terminal.line(line);
     return ExitCode::ok;
 }
 
 std::int64_t progressOf(const Watched& watched) {
     if (const auto seconds = durationOf(watched.progress)) return *seconds;
-    throw CommandError({ExitCode::usage, fmt::format("'{}' is no time", watched.progress),
+    throw CommandError({ExitCode::usage, fmt::format("'{}' is not a time", watched.progress),
                         "give --progress in seconds, or as m:ss or h:mm:ss"});
 }
 
@@ -154,7 +155,7 @@ struct Change {
 
 ExitCode change(Session& session, const ListOptions& options, const Change& what) {
     session.configure();
-    const auto items = itemsOf(options.batch.items, session.interruption());
+    const auto items = readBatchItems(options.batch.items, session.interruption());
     const std::string brand = brandOf(session);
     const auto request = [&](const AnonymousBind& bind, const std::string& item) {
         ProfileParams params(bind, brand);
@@ -163,9 +164,9 @@ ExitCode change(Session& session, const ListOptions& options, const Change& what
         params.*options.kind.identifier = item;
         return (Profile().*what.operation)(std::move(params));
     };
-    Caller caller(session);
+    ActingProfile profile(session);
     return runBatch(
-        caller, options.batch, items,
+        profile, options.batch, items,
         {request, what.done, fmt::format("{} {}", what.preposition, options.kind.name)});
 }
 
@@ -182,9 +183,10 @@ ExitCode remove(Session& session, const ListOptions& options) {
 ExitCode clear(Session& session, const ListOptions& options) {
     session.configure();
     const std::string brand = brandOf(session);
-    confirm(session, options.isConfirmed,
-            fmt::format("clear {} of the profile '{}'", options.kind.name, callersName(session)));
-    const auto reply = Caller(session).await([&](const AnonymousBind& bind) {
+    confirm(
+        session, options.isConfirmed,
+        fmt::format("clear {} of the profile '{}'", options.kind.name, actingProfileName(session)));
+    const auto reply = ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
         return (Profile().*options.kind.clear)(ProfileParams(bind, brand));
     });
     printDone(session, reply, fmt::format("cleared {}", options.kind.name));
@@ -193,12 +195,12 @@ ExitCode clear(Session& session, const ListOptions& options) {
 
 ExitCode addMany(Session& session, const ListOptions& options) {
     session.configure();
-    const auto items = itemsOf(options.batch.items, session.interruption());
+    const auto items = readBatchItems(options.batch.items, session.interruption());
     const std::string brand = brandOf(session);
     std::vector<UserProfileElement> elements;
     for (const auto& item : items)
         elements.emplace_back(item.text, Types::show);
-    const auto reply = Caller(session).await([&](const AnonymousBind& bind) {
+    const auto reply = ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
         return Profile().addFavoriteShows(ProfileParams(bind, brand, elements));
     });
     printDone(session, reply,
@@ -219,7 +221,7 @@ void addUTC(CLI::App& command, ListOptions& options) {
 }
 
 void addListing(CLI::App& group, Command& chosen, const Shared& options) {
-    auto& command = *group.add_subcommand("list", "Show the list, the latest first");
+    auto& command = *group.add_subcommand("list", "Show the list, the latest entry first");
     addWatch(command, options->watch);
     addUTC(command, *options);
     onChosen(command, chosen, options, &list);
@@ -236,7 +238,7 @@ void addProgress(CLI::App& group, Command& chosen, const Shared& options) {
 
 void addAdding(CLI::App& group, Command& chosen, const Shared& options) {
     auto& command = *group.add_subcommand(
-        "add", "Add entries, one request each; what is there moves to the front");
+        "add", "Add entries, one request each; existing ones move to the front");
     addBatch(command, options->batch, options->kind.argument, options->kind.argumentText);
     if (&options->kind == &history) {
         command.add_option("--progress", options->watched.progress, "How far they were watched")
@@ -248,7 +250,7 @@ void addAdding(CLI::App& group, Command& chosen, const Shared& options) {
         command
             .add_flag_callback(
                 "--not-completed", [options] { options->watched.isComplete = false; },
-                "They were not; without either, what the history knows stays")
+                "They were not; without either, the history keeps what it knows")
             ->excludes(completed);
     }
     onChosen(command, chosen, options, &add);
@@ -257,7 +259,8 @@ void addAdding(CLI::App& group, Command& chosen, const Shared& options) {
 void addAddingMany(CLI::App& group, Command& chosen, const Shared& options) {
     auto& command = *group.add_subcommand(
         "add-many", "Add entries, all in one request; the last one is in front");
-    addItems(command, options->batch.items, options->kind.argument, options->kind.argumentText);
+    addBatchItems(command, options->batch.items, options->kind.argument,
+                  options->kind.argumentText);
     onChosen(command, chosen, options, &addMany);
 }
 

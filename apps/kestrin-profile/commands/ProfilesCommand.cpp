@@ -11,8 +11,8 @@
 #include <KestrinProfile/params/UserParams.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
+#include "../ActingProfile.hpp"
 #include "../Batch.hpp"
-#include "../Caller.hpp"
 #include "../Confirmation.hpp"
 #include "../Results.hpp"
 #include "../Watch.hpp"
@@ -29,7 +29,7 @@ using KestrinProfile::UserParams;
 
 namespace {
 
-/// What is said of a profile on the command line.
+/// The options of the commands below.
 struct ProfileOptions {
     std::string profile;  ///< which one, by identifier or name
     std::optional<std::string> name;
@@ -45,11 +45,12 @@ using Shared = std::shared_ptr<ProfileOptions>;
 
 ExitCode list(Session& session, const ProfileOptions& options) {
     session.configure();
-    const std::string caller = callersID(session);
+    const std::string profileID = actingProfileID(session);
     return show(session, options.watch, [&] {
-        return linesOf(session, Caller(session, caller).await([](const AnonymousBind& bind) {
-            return Profile().getProfiles(bind);
-        }));
+        return linesOf(session,
+                       ActingProfile(session, profileID).waitFor([](const AnonymousBind& bind) {
+                           return Profile().getProfiles(bind);
+                       }));
     });
 }
 
@@ -58,7 +59,7 @@ ExitCode create(Session& session, const ProfileOptions& options) {
     auto user = User::withoutProfileID(*options.name, {}, {}, options.isDefault.value_or(false));
     user.avatar = options.avatar;
     user.group = options.group;
-    print(session, Caller(session).await([&](const AnonymousBind& bind) {
+    print(session, ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
         return Profile().createProfile(UserParams(bind, user));
     }));
     return ExitCode::ok;
@@ -77,14 +78,14 @@ User changed(const User& known, const ProfileOptions& options) {
 
 ExitCode edit(Session& session, const ProfileOptions& options) {
     if (changesNothing(options))
-        throw CommandError({ExitCode::usage, "nothing is to be changed",
+        throw CommandError({ExitCode::usage, "nothing to change",
                             "give --name, --avatar, --group, --default or --not-default"});
     session.configure();
-    Caller caller(session);
-    const User known = Household(caller).find(options.profile);
+    ActingProfile profile(session);
+    const User known = Household(profile).find(options.profile);
     if (session.options.dryRun && !options.isDefault)
-        session.terminal.note("note: a dry run looks nothing up; \"default\" stands for false");
-    const auto reply = caller.await([&](const AnonymousBind& bind) {
+        session.terminal.note("note: a dry run looks nothing up, so \"default\" is sent as false");
+    const auto reply = profile.waitFor([&](const AnonymousBind& bind) {
         return Profile().editProfile(UserParams(bind, changed(known, options)));
     });
     printDone(session, reply, fmt::format("changed {}", *known.profileID));
@@ -99,7 +100,7 @@ void dropBind(const std::string& profileID) {
 }
 
 /// What is asked before profiles are deleted.
-std::string questionFor(const std::vector<Item>& items) {
+std::string questionFor(const std::vector<BatchItem>& items) {
     const std::string what = items.size() == 1 ? fmt::format("the profile '{}'", items[0].text)
                                                : fmt::format("{} profiles", items.size());
     return "delete " + what + " with all lists";
@@ -107,28 +108,28 @@ std::string questionFor(const std::vector<Item>& items) {
 
 ExitCode remove(Session& session, const ProfileOptions& options) {
     session.configure();
-    const auto items = itemsOf(options.batch.items, session.interruption());
+    const auto items = readBatchItems(options.batch.items, session.interruption());
     confirm(session, options.isConfirmed, questionFor(items));
-    Caller caller(session);
-    const Household household(caller);
+    ActingProfile profile(session);
+    const Household household(profile);
     const auto request = [&](const AnonymousBind& bind, const std::string& nameOrID) {
         const User user = household.find(nameOrID);
         return Profile().deleteProfile(UserParams(bind, user)) |
                rxcpp::operators::tap(
                    [id = *user.profileID](const HalvardSling::Response&) { dropBind(id); });
     };
-    return runBatch(caller, options.batch, items, {request, "deleted", "profiles"});
+    return runBatch(profile, options.batch, items, {request, "deleted", "profiles"});
 }
 
 ExitCode validate(Session& session, const ProfileOptions& options) {
     session.configure();
     const std::string brand = brandOf(session);
-    const auto reply = Caller(session).await([&](const AnonymousBind& bind) {
+    const auto reply = ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
         ProfileParams params(bind, brand);
         params.userName = *options.name;
         return Profile().validateProfileName(std::move(params));
     });
-    printDone(session, reply, fmt::format("'{}' may be given to the profile", *options.name));
+    printDone(session, reply, fmt::format("'{}' is available", *options.name));
     return ExitCode::ok;
 }
 
@@ -155,8 +156,8 @@ void addName(CLI::App& command, const Shared& options, const char* description) 
 }
 
 void addEdit(CLI::App& group, Command& chosen, const Shared& options) {
-    auto& command = addCommand(group, "edit", "Change a profile; what is not given stays", chosen,
-                               options, &edit);
+    auto& command = addCommand(group, "edit", "Change a profile; what is not given stays as it is",
+                               chosen, options, &edit);
     command.add_option("PROFILE", options->profile, "The profile, by identifier or name")
         ->required()
         ->type_name("");
@@ -165,7 +166,7 @@ void addEdit(CLI::App& group, Command& chosen, const Shared& options) {
     command
         .add_flag_callback(
             "--not-default", [options] { options->isDefault = false; },
-            "Make it the default profile no longer")
+            "Make it an ordinary profile, not the default one")
         ->excludes(isDefault);
 }
 
@@ -187,7 +188,7 @@ void addProfilesCommand(CLI::App& app, Command& chosen) {
                                 options, &remove);
     addBatch(deleting, options->batch, "PROFILE", "A profile, by identifier or name");
     addConfirmation(deleting, options->isConfirmed);
-    addName(addCommand(group, "validate", "Say whether a profile could have a name", chosen,
+    addName(addCommand(group, "validate", "Check whether a profile could have a name", chosen,
                        options, &validate),
             options, "The name");
 }

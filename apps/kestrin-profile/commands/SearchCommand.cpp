@@ -6,8 +6,8 @@
 #include <KestrinProfile/params/SearchParams.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
+#include "../ActingProfile.hpp"
 #include "../Batch.hpp"
-#include "../Caller.hpp"
 #include "../Confirmation.hpp"
 #include "../Results.hpp"
 #include "Commands.hpp"
@@ -23,21 +23,22 @@ namespace {
 
 ExitCode add(Session& session, const BatchOptions& options) {
     session.configure();
-    const auto items = itemsOf(options.items, session.interruption());
+    const auto items = readBatchItems(options.items, session.interruption());
     const std::string brand = brandOf(session);
     const auto request = [&](const AnonymousBind& bind, const std::string& text) {
         return Profile().addSearchHistory(SearchParams(text, Types::none, bind, brand));
     };
-    Caller caller(session);
-    return runBatch(caller, options, items, {request, "added", "to the search history"});
+    ActingProfile profile(session);
+    return runBatch(profile, options, items, {request, "added", "to the search history"});
 }
 
 ExitCode removeAll(Session& session, bool isConfirmed) {
     session.configure();
     const std::string brand = brandOf(session);
-    confirm(session, isConfirmed,
-            fmt::format("delete the search history of the profile '{}'", callersName(session)));
-    const auto reply = Caller(session).await([&](const AnonymousBind& /*selected*/) {
+    confirm(
+        session, isConfirmed,
+        fmt::format("delete the search history of the profile '{}'", actingProfileName(session)));
+    const auto reply = ActingProfile(session).waitFor([&](const AnonymousBind& /*selected*/) {
         return Profile().deleteSearchHistory(brand);  // It takes the selected profile's bind.
     });
     printDone(session, reply, fmt::format("deleted the search history of the brand {}", brand));
@@ -51,7 +52,7 @@ void addSearchCommand(CLI::App& app, Command& chosen) {
     group.require_subcommand(1);
 
     const auto options = std::make_shared<BatchOptions>();
-    auto& adding = *group.add_subcommand("add", "Record what was searched for, one request each");
+    auto& adding = *group.add_subcommand("add", "Record search texts, one request each");
     addBatch(adding, *options, "TEXT", "A text that was searched for");
     adding.callback([&chosen, options] {
         chosen = [options](Session& session) { return add(session, *options); };

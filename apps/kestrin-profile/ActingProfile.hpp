@@ -17,13 +17,13 @@ namespace KestrinProfileCLI {
 
 /// A profile that acts, with a bind for it. A held bind may be stale although it has not expired:
 /// the service has a new key, or the profile was blocked for a while. So a request that is refused
-/// with status 403 under a held bind is sent once more under a new one. Where no new one can be had
-/// the refusal stands.
-class Caller {
+/// with status 403 under a held bind is sent once more under a new one. If none can be had, the
+/// refusal stands.
+class ActingProfile {
   public:
     /// The profile that acts as the command line says.
-    explicit Caller(Session& session);
-    Caller(Session& session, std::string profileID);
+    explicit ActingProfile(Session& session);
+    ActingProfile(Session& session, std::string profileID);
 
     [[nodiscard]] const KestrinConfigManager::AnonymousBind& bind() const noexcept { return bind_; }
     [[nodiscard]] Session& session() const noexcept { return session_; }
@@ -32,22 +32,22 @@ class Caller {
     /// @param make  makes the request's observable; given the bind, and called again for the second
     ///              attempt
     template <class Make>
-    [[nodiscard]] auto await(Make make) {
+    [[nodiscard]] auto waitFor(Make make) {
         try {
-            return session_.await(make(bind_));
+            return session_.waitFor(make(bind_));
         } catch (...) {
-            if (!renewedAfter(std::current_exception())) throw;
+            if (!renewBindAfter(std::current_exception())) throw;
         }
-        return session_.await(make(bind_));
+        return session_.waitFor(make(bind_));
     }
 
-    /// Obtains a new bind where a request that was made with the present one failed in such a way
-    /// that this may help; at most once.
-    /// @return whether `bind` is another one now
-    [[nodiscard]] bool renewedAfter(const std::exception_ptr& error);
+    /// Obtains a new bind if a request that was made with the present one failed in such a way that
+    /// this may help; at most once.
+    /// @return whether `bind` is a new one now
+    [[nodiscard]] bool renewBindAfter(const std::exception_ptr& error);
 
-    /// Holds the present bind again where a late refusal of the one before it dropped it.
-    void holdAgain() const;
+    /// Holds the present bind again, after a late refusal of the former one has dropped it.
+    void restoreBind() const;
 
   private:
     Session& session_;
@@ -60,15 +60,15 @@ class Caller {
 class Household {
   public:
     /// Looks the profiles up. In a dry run it does not.
-    explicit Household(Caller& caller);
+    explicit Household(ActingProfile& profile);
 
-    /// The profile with an identifier; where none has it, the one with that name. In a dry run the
-    /// text is taken for an identifier.
-    /// @throws CommandError where there is no such profile, or more than one with the name
+    /// The profile with this identifier, otherwise the one with this name. In a dry run the text is
+    /// taken for an identifier.
+    /// @throws CommandError if there is no such profile, or more than one with the name
     [[nodiscard]] KestrinProfile::User find(const std::string& nameOrID) const;
 
-    /// The same; absent where there is no such profile.
-    /// @throws CommandError where more than one has the name
+    /// The same; absent if there is no such profile.
+    /// @throws CommandError if more than one has the name
     [[nodiscard]] std::optional<KestrinProfile::User> seek(const std::string& nameOrID) const;
 
   private:
@@ -76,20 +76,20 @@ class Household {
     std::vector<KestrinProfile::User> users_;
 };
 
-/// The bind of a profile, which becomes the selected one: the held one where it is valid, otherwise
-/// a new one, which is kept.
+/// The bind of a profile, which becomes the selected one: the held one if it is valid, otherwise a
+/// new one, which is saved.
 [[nodiscard]] KestrinConfigManager::AnonymousBind bindFor(Session& session,
                                                           const std::string& profileID);
 
 /// The profile that acts, as the command line names it: by its identifier or its name.
-[[nodiscard]] std::string callersName(const Session& session);
+[[nodiscard]] std::string actingProfileName(const Session& session);
 
 /// The identifier of the profile that acts: the parent, or what --profile names by its identifier
 /// or its name. Only a profile for which no bind is held is looked up.
-[[nodiscard]] std::string callersID(Session& session);
+[[nodiscard]] std::string actingProfileID(Session& session);
 
 /// The brand: the named one, or the configured one.
-/// @throws CommandError where there is none
+/// @throws CommandError if there is none
 [[nodiscard]] std::string brandOf(const Session& session);
 
 }  // namespace KestrinProfileCLI

@@ -1,4 +1,4 @@
-#include "Caller.hpp"
+#include "ActingProfile.hpp"
 
 #include <algorithm>
 #include <optional>
@@ -52,15 +52,15 @@ bool isForbidden(const std::exception_ptr& error) {
         [](const std::exception&) { return false; });
 }
 
-Caller::Caller(Session& session) : Caller(session, callersID(session)) {}
+ActingProfile::ActingProfile(Session& session) : ActingProfile(session, actingProfileID(session)) {}
 
-Caller::Caller(Session& session, std::string profileID)
+ActingProfile::ActingProfile(Session& session, std::string profileID)
     : session_(session),
       profileID_(std::move(profileID)),
       isHeld_(usableBind(profileID_).has_value()),
       bind_(bindFor(session, profileID_)) {}
 
-bool Caller::renewedAfter(const std::exception_ptr& error) {
+bool ActingProfile::renewBindAfter(const std::exception_ptr& error) {
     if (!isHeld_ || !isForbidden(error)) return false;
     isHeld_ = false;
     try {
@@ -73,14 +73,14 @@ bool Caller::renewedAfter(const std::exception_ptr& error) {
     }
 }
 
-void Caller::holdAgain() const {
+void ActingProfile::restoreBind() const {
     hold(bind_);
 }
 
-Household::Household(Caller& caller) : isKnown_(!caller.session().options.dryRun) {
+Household::Household(ActingProfile& profile) : isKnown_(!profile.session().options.dryRun) {
     if (isKnown_)
         users_ =
-            caller.await([](const AnonymousBind& bind) { return Profile().getProfiles(bind); });
+            profile.waitFor([](const AnonymousBind& bind) { return Profile().getProfiles(bind); });
 }
 
 User Household::find(const std::string& nameOrID) const {
@@ -108,20 +108,20 @@ std::optional<User> Household::seek(const std::string& nameOrID) const {
 AnonymousBind bindFor(Session& session, const std::string& profileID) {
     if (session.options.dryRun) hold(AnonymousBind(profileID, std::string(unknownToken)));
     if (auto held = usableBind(profileID)) return *std::move(held);
-    auto bind = session.await(Profile().requestAnonymousBind(profileID));
-    session.keepBinds();
+    auto bind = session.waitFor(Profile().requestAnonymousBind(profileID));
+    session.saveBinds();
     return bind;
 }
 
-std::string callersName(const Session& session) {
+std::string actingProfileName(const Session& session) {
     return session.options.profile.value_or(ConfigurationManager::parentProfileID());
 }
 
-std::string callersID(Session& session) {
+std::string actingProfileID(Session& session) {
     const std::string parent = ConfigurationManager::parentProfileID();
-    std::string named = callersName(session);
+    std::string named = actingProfileName(session);
     if (named == parent || session.options.dryRun || heldFor(named)) return named;
-    Caller asking(session, parent);
+    ActingProfile asking(session, parent);
     return Household(asking).find(named).profileID.value_or(named);
 }
 

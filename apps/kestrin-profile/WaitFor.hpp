@@ -15,10 +15,10 @@ namespace KestrinProfileCLI {
 
 /// Subscribes, and waits for the one value.
 /// @return the value
-/// @throws the sequence's error; `CommandError` with `ExitCode::interrupted` where a signal came
-///         first, after unsubscribing
+/// @throws the sequence's error; `CommandError::interrupted` if a signal came first, after
+///         unsubscribing; `std::logic_error` on a transport's thread
 template <class T>
-T await(Interruption& interruption, const HalvardSling::Observable<T>& source) {
+T waitFor(Interruption& interruption, const HalvardSling::Observable<T>& source) {
     struct Arrival {
         std::optional<T> value;
         std::exception_ptr error;
@@ -42,7 +42,7 @@ T await(Interruption& interruption, const HalvardSling::Observable<T>& source) {
 
     if (!interruption.wait([&] { return arrival->ended; })) {
         subscription.unsubscribe();
-        throw CommandError({ExitCode::interrupted, "interrupted", {}});
+        throw CommandError::interrupted();
     }
     if (arrival->error) std::rethrow_exception(arrival->error);
     std::optional<T>& value = arrival->value;

@@ -1,4 +1,4 @@
-#include "Flights.hpp"
+#include "ConcurrentRequests.hpp"
 
 #include <map>
 #include <memory>
@@ -10,14 +10,13 @@ using HalvardSling::Response;
 
 namespace {
 
-/// One run through the requests.
-class Sending {
+class Sender {
   public:
-    Sending(Interruption& interruption, const Flights& flights)
-        : interruption_(interruption), flights_(flights) {}
+    Sender(Interruption& interruption, const ConcurrentRequests& requests)
+        : interruption_(interruption), requests_(requests) {}
 
-    bool play() {
-        while (begin(), !open_.empty()) {
+    bool run() {
+        while (startNext(), !open_.empty()) {
             if (!interruption_.wait([this] { return !arrivals_->empty(); })) {
                 abort();
                 return false;
@@ -35,9 +34,9 @@ class Sending {
     };
     using Arrivals = std::vector<Arrival>;
 
-    /// Begins as many as may be in flight.
-    void begin() {
-        while (mayBegin_ && next_ < flights_.count && open_.size() < flights_.atOnce)
+    /// Starts as many as may be in flight.
+    void startNext() {
+        while (mayStart_ && next_ < requests_.count && open_.size() < requests_.maxConcurrent)
             start(next_++);
     }
 
@@ -49,7 +48,7 @@ class Sending {
         const rxcpp::composite_subscription subscription;
         open_.emplace(index, subscription);
         try {
-            flights_.request(index).subscribe(
+            requests_.request(index).subscribe(
                 subscription, [](const Response&) {},
                 [arrive](const std::exception_ptr& error) { arrive(error); },
                 [arrive] { arrive(nullptr); });
@@ -60,9 +59,9 @@ class Sending {
 
     void end(std::size_t index, const std::exception_ptr& error) {
         open_.erase(index);
-        const Next next = flights_.ended(index, error);
-        if (next == Next::again) start(index);
-        if (next == Next::stop) mayBegin_ = false;
+        const NextStep next = requests_.ended(index, error);
+        if (next == NextStep::retry) start(index);
+        if (next == NextStep::stop) mayStart_ = false;
     }
 
     Arrivals takeArrivals() {
@@ -77,9 +76,9 @@ class Sending {
     }
 
     Interruption& interruption_;
-    const Flights& flights_;
+    const ConcurrentRequests& requests_;
     std::size_t next_ = 0;
-    bool mayBegin_ = true;
+    bool mayStart_ = true;
     std::map<std::size_t, rxcpp::composite_subscription> open_;
     // Shared: after an interruption an event may still be on its way.
     std::shared_ptr<Arrivals> arrivals_ = std::make_shared<Arrivals>();
@@ -87,8 +86,8 @@ class Sending {
 
 }  // namespace
 
-bool sendAll(Interruption& interruption, const Flights& flights) {
-    return Sending(interruption, flights).play();
+bool sendAll(Interruption& interruption, const ConcurrentRequests& requests) {
+    return Sender(interruption, requests).run();
 }
 
 }  // namespace KestrinProfileCLI

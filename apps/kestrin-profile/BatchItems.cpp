@@ -1,0 +1,84 @@
+#include "BatchItems.hpp"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include <internal/FileDescriptor.hpp>
+
+#include "ExitCode.hpp"
+#include "Text.hpp"
+
+namespace KestrinProfileCLI {
+
+using KestrinInternal::FileDescriptor;
+
+namespace {
+
+[[noreturn]] void failToRead(const std::string& file) {
+    throw CommandError({ExitCode::usage,
+                        fmt::format("cannot read {}: {}", file, std::strerror(errno)),
+                        "name a readable file with --from FILE, or - for standard input"});
+}
+
+/// Everything up to the end of a file. A signal ends the wait for a person who types.
+std::string contentOf(const std::string& file, Interruption& interruption) {
+    FileDescriptor opened;
+    if (file != "-") {
+        opened = FileDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!opened.isOpen()) failToRead(file);
+    }
+    const int descriptor = opened.isOpen() ? opened.number() : STDIN_FILENO;
+    std::string all;
+    std::array<char, 65536> piece{};
+    for (;;) {
+        interruption.waitUntilReadable(descriptor);
+        const ssize_t count = read(descriptor, piece.data(), piece.size());
+        if (count < 0) failToRead(file);
+        if (count == 0) return all;
+        all.append(piece.data(), static_cast<std::size_t>(count));
+    }
+}
+
+void addLines(std::vector<BatchItem>& items, std::string_view text, const std::string& file) {
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+    const std::string name = file == "-" ? "standard input" : file;
+    for (std::size_t line = 1; !text.empty(); ++line) {
+        const std::size_t end = text.find('\n');
+        const std::string_view item = trimmed(text.substr(0, end));
+        if (!item.empty() && !item.starts_with('#'))
+            items.push_back({std::string(item), fmt::format("{}:{}", name, line)});
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    }
+}
+
+}  // namespace
+
+void addBatchItems(CLI::App& command, BatchItemSource& source, const std::string& item,
+                   const std::string& description) {
+    command.add_option(item, source.arguments, description)->type_name("");
+    command
+        .add_option("--from", source.file,
+                    "Read more of them from a file, one per line; - is standard input; empty "
+                    "lines and lines that begin with # are skipped")
+        ->type_name("FILE");
+}
+
+std::vector<BatchItem> readBatchItems(const BatchItemSource& source, Interruption& interruption) {
+    std::vector<BatchItem> items;
+    for (const auto& argument : source.arguments)
+        items.push_back({argument, {}});
+    if (!source.file.empty()) addLines(items, contentOf(source.file, interruption), source.file);
+    if (items.empty())
+        throw CommandError({ExitCode::usage, "no item is given",
+                            "give at least one, or a file of them with --from FILE"});
+    return items;
+}
+
+}  // namespace KestrinProfileCLI
