@@ -68,13 +68,12 @@ testing::Matcher<std::string> step(int number, const std::string& what,
 TEST_F(HouseholdEvening, PlaysEveryStepOfTheEvening) {
     startBlockingService({"--max-size", "240"});
     const std::string evening = playedEvening();
-    const std::string origin = "http://127.0.0.1:";
     const std::vector<testing::Matcher<std::string>> steps{
         step(1, "bind for the parent",
              "parent requested, decoded and stored with one request; token masked, "),
         step(2, "the same again", "answered by the held bind, no request sent\n"),
         step(3, "bind for a blocked profile",
-             "2 reactions, held binds dropped, the error delivered: the service at " + origin),
+             "2 reactions, held binds dropped, the error delivered: "),
         step(4, "an unconfigured operation", "serviceNotConfigured"),
         step(5, "who is at home", "1 at home: Parent\n"),
         step(6, "two profiles are created and listed", "3 profiles: Parent, Anna, Ben\n"),
@@ -91,14 +90,15 @@ TEST_F(HouseholdEvening, PlaysEveryStepOfTheEvening) {
         step(14, "a watch list is worked off", "5 films, each removed as it was watched"),
         step(15, "searches are recorded and deleted", "4 recorded"),
         step(16, "Ben the Younger tries to delete Anna", "403, the token's profile may not act"),
-        step(17, "the service cannot be reached", "cannotConnect: GET " + origin),
+        step(17, "the service cannot be reached", "cannotConnect: "),
         step(18, "the service is back", "the same request is answered, with the same bind: 240"),
         step(19, "both profiles are deleted", "Anna and Ben the Younger deleted")};
     for (const auto& each : steps)
         EXPECT_THAT(evening, each);
     EXPECT_THAT(evening,
                 AllOf(HasSubstr(" was the last of 240 and is in front, at 0:12:34\n"),
-                      HasSubstr("; the list keeps the newest 240, "), HasSubstr("\n19 steps, ")));
+                      HasSubstr("; the list keeps the newest 240, "),
+                      HasSubstr("the service at http://127.0.0.1:"), HasSubstr("\n19 steps, ")));
     EXPECT_THAT(evening,
                 AllOf(Not(HasSubstr("eyJ")), Not(HasSubstr("\x1b")), Not(HasSubstr("20. "))));
 }
