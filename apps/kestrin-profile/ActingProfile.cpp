@@ -38,12 +38,6 @@ std::optional<AnonymousBind> usableBind(const std::string& profileID) {
     return held;
 }
 
-void hold(const AnonymousBind& bind) {
-    auto& manager = ConfigurationManager::sharedInstance();
-    manager.setBindProfileID(bind.profileID);
-    manager.setBindToken(bind.token);
-}
-
 }  // namespace
 
 bool isForbidden(const std::exception_ptr& error) {
@@ -74,7 +68,7 @@ bool ActingProfile::renewBindAfter(const std::exception_ptr& error) {
 }
 
 void ActingProfile::restoreBind() const {
-    hold(bind_);
+    ConfigurationManager::sharedInstance().storeBind(bind_);
 }
 
 Household::Household(ActingProfile& profile) : isKnown_(!profile.session().options.dryRun) {
@@ -106,7 +100,8 @@ std::optional<User> Household::seek(const std::string& nameOrID) const {
 }
 
 AnonymousBind bindFor(Session& session, const std::string& profileID) {
-    if (session.options.dryRun) hold(AnonymousBind(profileID, std::string(unknownToken)));
+    if (session.options.dryRun)
+        ConfigurationManager::sharedInstance().storeBind({profileID, std::string(unknownToken)});
     if (auto held = usableBind(profileID)) return *std::move(held);
     auto bind = session.waitFor(Profile().requestAnonymousBind(profileID));
     session.saveBinds();
