@@ -55,9 +55,7 @@ class dynamic_observable {
     template <class End>
     void on_subscribe(End end) const {
         const auto kept = source_;  // an event may replace the observable that emits it
-        if (kept == nullptr) {
-            std::terminate();
-        }
+        if (kept == nullptr) std::terminate();
         kept->on_subscribe(detail::into_subscriber(std::move(end)));
     }
 
@@ -146,7 +144,7 @@ class observable {
     }
 
     /// @return this observable with the type of its source hidden.
-    observable<T> as_dynamic() const { return *this; }
+    [[nodiscard]] observable<T> as_dynamic() const { return *this; }
 
     /// Does what rxcpp::operators::map() does; needs its header.
     template <class... Arguments>
@@ -163,8 +161,8 @@ class observable {
     }
 
     /// @return the source; for the library's own use.
-    const Source& get_source() const& noexcept { return source_; }
-    Source&& get_source() && noexcept { return std::move(source_); }
+    [[nodiscard]] const Source& get_source() const& noexcept { return source_; }
+    [[nodiscard]] Source&& get_source() && noexcept { return std::move(source_); }
 
     /// @return whether both share one source.
     friend bool operator==(const observable& left, const observable& right)
@@ -176,15 +174,11 @@ class observable {
   private:
     composite_subscription start(const subscriber<T>& end) const {
         composite_subscription lifetime = end.get_subscription();
-        if (!lifetime.is_subscribed()) {
-            return lifetime;
-        }
+        if (!lifetime.is_subscribed()) return lifetime;
         try {
             source_.on_subscribe(end);
         } catch (...) {
-            if (!lifetime.is_subscribed()) {
-                throw;
-            }
+            if (!lifetime.is_subscribed()) throw;
             end.on_error(std::current_exception());
         }
         return lifetime;

@@ -73,7 +73,7 @@ class subscriber {
     }
 
     /// @return whether events still reach the observer.
-    bool is_subscribed() const { return get_subscription().is_subscribed(); }
+    [[nodiscard]] bool is_subscribed() const { return get_subscription().is_subscribed(); }
 
     /// Ends the subscription, see composite_subscription::unsubscribe().
     void unsubscribe() const { get_subscription().unsubscribe(); }
@@ -96,19 +96,21 @@ class subscriber {
     void clear() const { get_subscription().clear(); }
 
     /// @return the subscription; valid as long as this handle.
-    const composite_subscription& get_subscription() const { return node().get_subscription(); }
+    [[nodiscard]] const composite_subscription& get_subscription() const {
+        return node().get_subscription();
+    }
 
     /// @return this handle, which hides the type of its observer already.
-    subscriber as_dynamic() const { return *this; }
+    [[nodiscard]] subscriber as_dynamic() const { return *this; }
 
     /// @return the observer without the rules of a subscription; for the library's own use.
-    const detail::reference<detail::observer_node<T>>& get_node() const noexcept { return node_; }
+    [[nodiscard]] const detail::reference<detail::observer_node<T>>& get_node() const noexcept {
+        return node_;
+    }
 
   private:
-    const detail::observer_node<T>& node() const {
-        if (!node_) {
-            std::terminate();
-        }
+    [[nodiscard]] const detail::observer_node<T>& node() const {
+        if (!node_) std::terminate();
         return *node_;
     }
 
@@ -132,7 +134,9 @@ class stage {
         send_error(observer_, get_subscription(), error);
     }
     void on_completed() const { send_completed(observer_, get_subscription()); }
-    const composite_subscription& get_subscription() const { return observer_.get_subscription(); }
+    [[nodiscard]] const composite_subscription& get_subscription() const {
+        return observer_.get_subscription();
+    }
 
     subscriber<T> into_subscriber() && {
         composite_subscription lifetime = get_subscription();

@@ -45,7 +45,7 @@ class subscription {
         : state_(std::move(state)) {}
 
     /// @return whether the subscription has not ended yet.
-    bool is_subscribed() const { return state().is_subscribed(); }
+    [[nodiscard]] bool is_subscribed() const { return state().is_subscribed(); }
 
     /// Ends the subscription: its action runs in this call, at most once whoever calls.
     ///
@@ -56,7 +56,7 @@ class subscription {
     }
 
     /// @return the name that composite_subscription::remove() knows this subscription by.
-    weak_state_type get_weak() const { return weak_state_type(state().id()); }
+    [[nodiscard]] weak_state_type get_weak() const { return weak_state_type(state().id()); }
 
     /// @return whether both handles share one state.
     friend bool operator==(const subscription& left, const subscription& right) noexcept {
@@ -71,10 +71,8 @@ class subscription {
   private:
     using state_reference = detail::reference<detail::subscription_state>;
 
-    detail::subscription_state& state() const {
-        if (!state_) {
-            std::terminate();
-        }
+    [[nodiscard]] detail::subscription_state& state() const {
+        if (!state_) std::terminate();
         return *state_;
     }
 
@@ -127,7 +125,7 @@ class composite_subscription {
     operator subscription() const { return subscription(base_reference()); }
 
     /// @return whether the subscription has not ended yet.
-    bool is_subscribed() const { return state().is_subscribed(); }
+    [[nodiscard]] bool is_subscribed() const { return state().is_subscribed(); }
 
     /// Ends the subscription and runs its actions in this call, each at most once whoever calls.
     ///
@@ -145,9 +143,7 @@ class composite_subscription {
     /// @return the name to remove() it by.
     /// @throws whatever the action of `member` throws, if it runs at once.
     weak_subscription add(subscription member) const {
-        if (member == static_cast<subscription>(*this)) {
-            std::terminate();
-        }
+        if (member == static_cast<subscription>(*this)) std::terminate();
         const weak_subscription name = member.get_weak();
         if (member.is_subscribed()) {
             state().add(
@@ -181,7 +177,7 @@ class composite_subscription {
     }
 
     /// @return the name by which another composite_subscription knows this one.
-    weak_subscription get_weak() const { return weak_subscription(state().id()); }
+    [[nodiscard]] weak_subscription get_weak() const { return weak_subscription(state().id()); }
 
     /// @return whether both handles share one state.
     friend bool operator==(const composite_subscription& left,
@@ -196,14 +192,12 @@ class composite_subscription {
     }
 
   private:
-    detail::composite_state& state() const {
-        if (!state_) {
-            std::terminate();
-        }
+    [[nodiscard]] detail::composite_state& state() const {
+        if (!state_) std::terminate();
         return *state_;
     }
 
-    detail::reference<detail::subscription_state> base_reference() const {
+    [[nodiscard]] detail::reference<detail::subscription_state> base_reference() const {
         state().retain();
         return detail::reference<detail::subscription_state>::adopt(state_.get());
     }

@@ -24,11 +24,10 @@ using error_ptr = std::exception_ptr;
 /// @return the handle. Safe to call from any thread.
 template <class Error>
 error_ptr make_error_ptr(Error&& error) {
-    if constexpr (std::is_same_v<std::decay_t<Error>, error_ptr>) {
+    if constexpr (std::is_same_v<std::decay_t<Error>, error_ptr>)
         return std::forward<Error>(error);
-    } else {
+    else
         return std::make_exception_ptr(std::forward<Error>(error));
-    }
 }
 
 /// Throws the exception in `error`, which must not be null. Safe to call from any thread.

@@ -31,9 +31,7 @@ class end_on_exit {
 /// Sends a value unless the lifetime has ended. What the observer throws becomes its own error.
 template <class Observer, class V>
 void send_next(const Observer& observer, const composite_subscription& lifetime, V&& value) {
-    if (!lifetime.is_subscribed()) {
-        return;
-    }
+    if (!lifetime.is_subscribed()) return;
     try {
         observer.on_next(std::forward<V>(value));
     } catch (...) {
@@ -71,12 +69,12 @@ class observer_node {
 
     void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
-        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-            dispose();
-        }
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) dispose();
     }
 
-    const composite_subscription& get_subscription() const noexcept { return lifetime_; }
+    [[nodiscard]] const composite_subscription& get_subscription() const noexcept {
+        return lifetime_;
+    }
 
     virtual void on_next(const T& value) const = 0;
     virtual void on_next(T&& value) const = 0;

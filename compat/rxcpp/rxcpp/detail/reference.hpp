@@ -18,9 +18,7 @@ class reference {
   public:
     reference() noexcept = default;
     reference(const reference& other) noexcept : object_(other.object_) {
-        if (object_ != nullptr) {
-            object_->retain();
-        }
+        if (object_ != nullptr) object_->retain();
     }
     reference(reference&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
     reference& operator=(reference other) noexcept {
@@ -28,19 +26,17 @@ class reference {
         return *this;
     }
     ~reference() {
-        if (object_ != nullptr) {
-            object_->release();
-        }
+        if (object_ != nullptr) object_->release();
     }
 
     /// Takes over the reference that a new object is born with.
-    static reference adopt(T* object) noexcept {
+    [[nodiscard]] static reference adopt(T* object) noexcept {
         reference result;
         result.object_ = object;
         return result;
     }
 
-    T* get() const noexcept { return object_; }
+    [[nodiscard]] T* get() const noexcept { return object_; }
     T* operator->() const noexcept { return object_; }
     T& operator*() const noexcept { return *object_; }
     explicit operator bool() const noexcept { return object_ != nullptr; }

@@ -31,26 +31,22 @@ class subscription_state {
 
     void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
-        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-            delete this;
-        }
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
     }
 
-    bool is_subscribed() const noexcept { return subscribed_.load(std::memory_order_acquire); }
+    [[nodiscard]] bool is_subscribed() const noexcept {
+        return subscribed_.load(std::memory_order_acquire);
+    }
 
     /// Ends the subscription; all calls after the first do nothing. The caller holds a reference.
     void unsubscribe() {
-        if (subscribed_.exchange(false, std::memory_order_acq_rel)) {
-            on_unsubscribe();
-        }
+        if (subscribed_.exchange(false, std::memory_order_acq_rel)) on_unsubscribe();
     }
 
     /// @return the number of this state. Drawn on first use, most subscriptions never need one.
-    std::uint64_t id() noexcept {
+    [[nodiscard]] std::uint64_t id() noexcept {
         std::uint64_t known = id_.load(std::memory_order_relaxed);
-        if (known != 0) {
-            return known;
-        }
+        if (known != 0) return known;
         const std::uint64_t drawn = next_subscription_id();
         return id_.compare_exchange_strong(known, drawn, std::memory_order_relaxed) ? drawn : known;
     }
@@ -85,18 +81,14 @@ class composite_state : public subscription_state {
 
     /// Keeps the action until the end; runs it before returning if that end is over.
     void add(teardown action) {
-        if (!keep(action)) {
-            action.run();
-        }
+        if (!keep(action)) action.run();
     }
 
     /// Drops the actions that are registered under `id`, without running them.
     void remove(std::uint64_t id) {
         actions dropped;  // destroyed after the lock is released
         const std::lock_guard lock(mutex_);
-        if (actions_.first && actions_.first.id() == id) {
-            dropped.first = std::move(actions_.first);
-        }
+        if (actions_.first && actions_.first.id() == id) dropped.first = std::move(actions_.first);
         auto& more = actions_.more;
         for (auto action = more.begin(); action != more.end();) {
             if (action->id() == id) {
@@ -110,9 +102,7 @@ class composite_state : public subscription_state {
 
     /// Runs and drops all actions without ending the subscription.
     void clear() {
-        if (is_subscribed()) {
-            run_all();
-        }
+        if (is_subscribed()) run_all();
     }
 
   private:
@@ -125,16 +115,13 @@ class composite_state : public subscription_state {
 
     // The flag falls before the actions are taken, both seen under the lock: an action is either
     // kept in time to be taken or refused here.
-    bool keep(teardown& action) {
+    [[nodiscard]] bool keep(teardown& action) {
         const std::lock_guard lock(mutex_);
-        if (!is_subscribed()) {
-            return false;
-        }
-        if (actions_.first || !actions_.more.empty()) {
+        if (!is_subscribed()) return false;
+        if (actions_.first || !actions_.more.empty())
             actions_.more.push_back(std::move(action));
-        } else {
+        else
             actions_.first = std::move(action);
-        }
         return true;
     }
 
@@ -150,7 +137,7 @@ class composite_state : public subscription_state {
         }
     }
 
-    actions take_all() {
+    [[nodiscard]] actions take_all() {
         const std::lock_guard lock(mutex_);
         return std::exchange(actions_, actions{});
     }

@@ -32,11 +32,10 @@ class teardown {
     /// @param action the callable.
     template <class F>
     teardown(std::uint64_t id, F action) : id_(id) {
-        if constexpr (fits_in_place<F>) {
+        if constexpr (fits_in_place<F>)
             emplace(std::move(action));
-        } else {
+        else
             emplace([boxed = std::make_unique<const F>(std::move(action))] { (*boxed)(); });
-        }
     }
 
     teardown(teardown&& other) noexcept { take(other); }
@@ -50,16 +49,14 @@ class teardown {
     ~teardown() { reset(); }
 
     explicit operator bool() const noexcept { return type_ != nullptr; }
-    std::uint64_t id() const noexcept { return id_; }
+    [[nodiscard]] std::uint64_t id() const noexcept { return id_; }
 
     /// Calls the action, which is not empty. What it throws goes to the caller.
     void run() { type_->run(storage_); }
 
     /// Destroys the action without calling it.
     void reset() noexcept {
-        if (const auto* type = std::exchange(type_, nullptr)) {
-            type->destroy(storage_);
-        }
+        if (const auto* type = std::exchange(type_, nullptr)) type->destroy(storage_);
     }
 
   private:
@@ -111,9 +108,7 @@ class teardown {
     void take(teardown& other) noexcept {
         id_ = other.id_;
         type_ = std::exchange(other.type_, nullptr);
-        if (type_ != nullptr) {
-            type_->relocate(other.storage_, storage_);
-        }
+        if (type_ != nullptr) type_->relocate(other.storage_, storage_);
     }
 
     std::uint64_t id_ = 0;

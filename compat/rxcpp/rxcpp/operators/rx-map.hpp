@@ -31,7 +31,9 @@ class map_observer {
     }
     void on_error(const std::exception_ptr& error) const { end_.on_error(error); }
     void on_completed() const { end_.on_completed(); }
-    const composite_subscription& get_subscription() const { return end_.get_subscription(); }
+    [[nodiscard]] const composite_subscription& get_subscription() const {
+        return end_.get_subscription();
+    }
 
   private:
     mutable F function_;  // each subscription has its own copy, which may change

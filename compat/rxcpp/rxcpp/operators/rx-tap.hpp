@@ -37,7 +37,9 @@ class tap_observer {
         watcher_.on_completed();
         end_.on_completed();
     }
-    const composite_subscription& get_subscription() const { return end_.get_subscription(); }
+    [[nodiscard]] const composite_subscription& get_subscription() const {
+        return end_.get_subscription();
+    }
 
   private:
     Watcher watcher_;
