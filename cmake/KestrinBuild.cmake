@@ -48,11 +48,30 @@ if(NOT DEFINED CMAKE_INSTALL_RPATH)
     set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
 endif()
 
-# A library that may be shared. Before 1.0 a minor version may change the binary interface.
-function(kestrin_version_library name)
+# What every library has that may be shared: it exports what its headers mark and nothing else, and
+# carries a version. Before 1.0 a minor version may change the binary interface.
+function(kestrin_export_marked name)
+    string(REGEX REPLACE "([a-z])([A-Z])" "\\1_\\2" macro ${name})
+    string(TOUPPER ${macro} macro)
     set_target_properties(
-        ${name} PROPERTIES VERSION ${PROJECT_VERSION}
-                           SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+        ${name}
+        PROPERTIES VERSION ${PROJECT_VERSION}
+                   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+                   CXX_VISIBILITY_PRESET hidden
+                   VISIBILITY_INLINES_HIDDEN ON
+                   DEFINE_SYMBOL ${macro}_BUILDING)
+    get_target_property(type ${name} TYPE)
+    if(NOT type STREQUAL "SHARED_LIBRARY")
+        return()
+    endif()
+    target_compile_definitions(${name} PUBLIC ${macro}_SHARED)
+    if(UNIX AND NOT APPLE)
+        # Templates of the standard library are visible whatever a compiler is told.
+        set(exports ${CMAKE_CURRENT_BINARY_DIR}/${name}.map)
+        configure_file(${PROJECT_SOURCE_DIR}/cmake/exports.map.in ${exports} @ONLY)
+        target_link_options(${name} PRIVATE LINKER:--version-script=${exports})
+        set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${exports})
+    endif()
 endfunction()
 
 # kestrin_add_library(<name> SOURCES … LINK … [PRIVATE_LINK …])
@@ -62,7 +81,7 @@ function(kestrin_add_library name)
     cmake_parse_arguments(arg "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
     add_library(${name} ${arg_SOURCES})
     add_library(${name}::${name} ALIAS ${name})
-    kestrin_version_library(${name})
+    kestrin_export_marked(${name})
     target_compile_features(${name} PUBLIC cxx_std_20)
     kestrin_include_root(${name} root)
     target_include_directories(

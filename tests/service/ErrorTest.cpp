@@ -97,8 +97,9 @@ std::string_view handlerOf(const Error& error) {
 
 TEST(VisitErrorTest, TheMostExactHandlerGetsTheError) {
     EXPECT_EQ(handlerOf(ProfileError::userSerializationError), "ProfileError");
-    EXPECT_EQ(handlerOf(ConfigurationManagerError(ConfigurationManagerError::Case::serviceDisabled)),
-              "ConfigurationManagerError");
+    EXPECT_EQ(
+        handlerOf(ConfigurationManagerError(ConfigurationManagerError::Case::serviceDisabled)),
+        "ConfigurationManagerError");
     EXPECT_EQ(handlerOf(SlingError(SlingErrorKind::tls, "")), "SlingError");
     EXPECT_EQ(handlerOf(std::logic_error("")), "std::exception");
     EXPECT_EQ(handlerOf("a text"), "std::exception");
