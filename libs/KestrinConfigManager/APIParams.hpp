@@ -4,6 +4,7 @@
 #include <string>
 
 #include <HalvardSling/json/JSONDictionary.hpp>
+#include <KestrinConfigManager/Export.hpp>
 #include <KestrinConfigManager/TextMap.hpp>
 
 namespace KestrinConfigManager {
@@ -13,7 +14,7 @@ namespace KestrinConfigManager {
 ///
 /// Records are values; this interface exists because the pipeline takes any of them. The members
 /// are asked on the thread that builds the request, and none of them fails.
-class APIParams {
+class KESTRIN_CONFIG_MANAGER_EXPORT APIParams {
   public:
     virtual ~APIParams();
 

@@ -5,13 +5,14 @@
 #include <string>
 
 #include <HalvardSling/json/JSONDictionary.hpp>
+#include <KestrinConfigManager/Export.hpp>
 #include <KestrinConfigManager/Serializable.hpp>
 
 namespace KestrinConfigManager {
 
 /// The right to act for one profile without a person's account: the profile's identifier and the
 /// token that the service issued for it. The token is a secret: it belongs in no log and no text.
-struct AnonymousBind : Serializable {
+struct KESTRIN_CONFIG_MANAGER_EXPORT AnonymousBind : Serializable {
     using Clock = std::chrono::system_clock;
 
     /// The keys of both the service's reply and the archive.

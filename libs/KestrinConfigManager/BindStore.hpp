@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <KestrinConfigManager/AnonymousBind.hpp>
+#include <KestrinConfigManager/Export.hpp>
 
 namespace KestrinConfigManager {
 
@@ -23,7 +24,7 @@ struct HeldBinds {
 /// every change, from any thread, also from the thread that delivers replies, with no lock held: it
 /// must not block, so a store that writes to a disk does that on a thread of its own. Neither
 /// throws.
-class BindStore {
+class KESTRIN_CONFIG_MANAGER_EXPORT BindStore {
   public:
     /// What a store gave back.
     struct Loaded {

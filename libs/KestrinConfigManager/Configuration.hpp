@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <KestrinConfigManager/Brand.hpp>
+#include <KestrinConfigManager/Export.hpp>
 
 namespace KestrinConfigManager {
 
@@ -34,9 +35,11 @@ using ConfigurationResult = std::variant<Configuration, std::vector<Configuratio
 
 /// Reads a configuration from its JSON text; the schema is in docs/configuration.md. Checks
 /// everything and reports all problems at once.
-[[nodiscard]] ConfigurationResult parseConfiguration(std::string_view text);
+[[nodiscard]] KESTRIN_CONFIG_MANAGER_EXPORT ConfigurationResult
+parseConfiguration(std::string_view text);
 
 /// Reads a configuration from a file. A file that cannot be read is a problem at path "$".
-[[nodiscard]] ConfigurationResult loadConfiguration(const std::filesystem::path& file);
+[[nodiscard]] KESTRIN_CONFIG_MANAGER_EXPORT ConfigurationResult
+loadConfiguration(const std::filesystem::path& file);
 
 }  // namespace KestrinConfigManager

@@ -12,6 +12,7 @@
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinConfigManager/BindStore.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
+#include <KestrinConfigManager/Export.hpp>
 
 namespace KestrinConfigManager {
 
@@ -21,7 +22,7 @@ namespace KestrinConfigManager {
 /// Binds are held under the identifier of their profile. The parent's bind is the one of the
 /// configuration's parent profile; the current bind is the one of the selected profile. The first
 /// bind that is stored selects its profile, later ones do not; `selectProfile` does.
-class ConfigurationManager {
+class KESTRIN_CONFIG_MANAGER_EXPORT ConfigurationManager {
   public:
     ConfigurationManager() = default;
     ConfigurationManager(const ConfigurationManager&) = delete;

@@ -4,10 +4,12 @@
 #include <stdexcept>
 #include <string_view>
 
+#include <KestrinConfigManager/Export.hpp>
+
 namespace KestrinConfigManager {
 
 /// Why the configuration does not let a request go out. It arrives as an observable's error.
-class [[gnu::visibility("default")]] ConfigurationManagerError final : public std::exception {
+class KESTRIN_CONFIG_MANAGER_EXCEPTION ConfigurationManagerError final : public std::exception {
   public:
     /// The reasons; the position is the error's code.
     enum class Case {

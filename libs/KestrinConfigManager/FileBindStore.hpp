@@ -9,6 +9,7 @@
 #include <thread>
 
 #include <KestrinConfigManager/BindStore.hpp>
+#include <KestrinConfigManager/Export.hpp>
 
 namespace KestrinConfigManager {
 
@@ -21,7 +22,7 @@ namespace KestrinConfigManager {
 /// link in the file's place is not followed: loading from one gives no bind and a warning, saving
 /// replaces the link itself. A file that is damaged counts as no bind plus a warning, and stays
 /// until the next save; one that others may read is loaded, with a warning.
-class FileBindStore final : public BindStore {
+class KESTRIN_CONFIG_MANAGER_EXPORT FileBindStore final : public BindStore {
   public:
     /// @param file  where; its directory must exist
     explicit FileBindStore(std::filesystem::path file);

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include <KestrinConfigManager/Export.hpp>
 #include <KestrinConfigManager/TextMap.hpp>
 
 namespace KestrinConfigManager {
@@ -15,7 +16,7 @@ namespace KestrinConfigManager {
 /// as %2F is not one. If two readings overlap, as in "%ABC%UXID%", the left one counts. The
 /// template is taken apart once; filling it is one pass, and a value is never looked at again for
 /// placeholders.
-class URLTemplate {
+class KESTRIN_CONFIG_MANAGER_EXPORT URLTemplate {
   public:
     URLTemplate() = default;
     explicit URLTemplate(std::string text);

@@ -12,6 +12,7 @@
 #include <HalvardSling/http/Response.hpp>
 #include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/APIParams.hpp>
+#include <KestrinConfigManager/Export.hpp>
 #include <KestrinConfigManager/URLTemplate.hpp>
 
 namespace KestrinConfigManager {
@@ -26,10 +27,10 @@ enum class BodyForm {
 };
 
 /// The name that a body form has in a configuration file, e.g. "automatic".
-[[nodiscard]] std::string_view name(BodyForm form) noexcept;
+[[nodiscard]] KESTRIN_CONFIG_MANAGER_EXPORT std::string_view name(BodyForm form) noexcept;
 
 /// One operation of the web service: where its requests go and under which rules.
-struct WebService {
+struct KESTRIN_CONFIG_MANAGER_EXPORT WebService {
     /// Decides instead of the standard rules; see `configurationGuard`. The parameters are the
     /// operation's own and end when the guard returns: an observable that needs any of them later
     /// has to hold copies.
@@ -60,7 +61,7 @@ struct WebService {
 };
 
 /// The web services of a configuration, by operation name. Names are compared exactly.
-class ServiceTable {
+class KESTRIN_CONFIG_MANAGER_EXPORT ServiceTable {
   public:
     ServiceTable() = default;
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/Response.hpp>
 #include <HalvardSling/http/SlingError.hpp>
 #include <HalvardSling/transport/Transport.hpp>
@@ -57,7 +58,7 @@ using TransferLogHook = std::function<void(const TransferLog&)>;
 ///    but the headers that `RequestPolicy::maxRedirects` names; never from https to http.
 ///  - It may be destroyed from inside a completion: the open transfers still end with `cancelled`,
 ///    on its thread, which then ends by itself; the exit of the process waits for that.
-class CurlTransport final : public Transport {
+class HALVARD_SLING_EXPORT CurlTransport final : public Transport {
   public:
     struct Options {
         /// How many transfers are in flight at most; the others wait in the order they came.

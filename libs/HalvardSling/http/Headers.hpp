@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <HalvardSling/Export.hpp>
+
 namespace HalvardSling {
 
 /// The header fields of one HTTP message, in order. Names are compared without regard to letter
@@ -16,7 +18,7 @@ namespace HalvardSling {
 ///
 /// All texts lie in one piece of memory. Views of them live as long as the object is neither
 /// changed nor destroyed.
-class Headers {
+class HALVARD_SLING_EXPORT Headers {
   public:
     /// Name and value.
     using Field = std::pair<std::string_view, std::string_view>;

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/Headers.hpp>
 
 namespace HalvardSling {
@@ -30,7 +31,7 @@ struct ResponseParts {
 
 /// The reply to one request. An immutable value: copies share one body and may be read from any
 /// number of threads.
-class Response {
+class HALVARD_SLING_EXPORT Response {
   public:
     explicit Response(ResponseParts parts);
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/Headers.hpp>
 
 namespace HalvardSling {
@@ -54,11 +55,11 @@ enum class SlingErrorKind {
 };
 
 /// The name of a kind, e.g. "connectTimeout".
-[[nodiscard]] std::string_view name(SlingErrorKind kind) noexcept;
+[[nodiscard]] HALVARD_SLING_EXPORT std::string_view name(SlingErrorKind kind) noexcept;
 
 /// What the caller should do about an error of a kind, in one sentence without its full stop, e.g.
 /// "try again".
-[[nodiscard]] std::string_view advice(SlingErrorKind kind) noexcept;
+[[nodiscard]] HALVARD_SLING_EXPORT std::string_view advice(SlingErrorKind kind) noexcept;
 
 /// What the service sent with an error status, for diagnosis; bounded.
 struct ErrorReply {
@@ -72,7 +73,7 @@ struct ErrorReply {
 /// The error of the networking library. It arrives through the observable and is never thrown to
 /// the caller of a method. Copies are cheap and share what they hold. Its text never holds a
 /// header's value, a body, or a URL's query.
-class [[gnu::visibility("default")]] SlingError final : public std::exception {
+class HALVARD_SLING_EXCEPTION SlingError final : public std::exception {
   public:
     /// @param kind    why the request failed
     /// @param detail  one sentence for people: what, where, what to do; no secrets

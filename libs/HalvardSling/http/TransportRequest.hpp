@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/Headers.hpp>
 #include <HalvardSling/http/RequestPolicy.hpp>
 #include <HalvardSling/http/SlingError.hpp>
@@ -13,7 +14,7 @@
 namespace HalvardSling {
 
 /// One HTTP request, complete.
-struct TransportRequest {
+struct HALVARD_SLING_EXPORT TransportRequest {
     std::string method = "GET";
     std::string url;  ///< absolute
     Headers headers;
@@ -33,7 +34,7 @@ struct TransportRequest {
 
 /// A request that may be sent, for there is no other way to make one: what a transport is given.
 /// An immutable value; copies share one request and may be read from any number of threads.
-class CheckedRequest {
+class HALVARD_SLING_EXPORT CheckedRequest {
   public:
     /// Checks a request: its URL (see `URL`), whether cleartext is allowed if it is http, its
     /// method, which must be a token, and its headers (see `Headers::isValidName` and

@@ -7,13 +7,14 @@
 #include <utility>
 #include <variant>
 
+#include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/SlingError.hpp>
 
 namespace HalvardSling {
 
 /// Scheme, host and port of a URL (RFC 6454): who is talked to. All three in lower case; the port
 /// is the scheme's own if the URL names none.
-struct Origin {
+struct HALVARD_SLING_EXPORT Origin {
     std::string scheme;
     std::string host;
     std::string port;
@@ -36,7 +37,7 @@ struct Origin {
 /// beyond that is refused, because parsers and resolvers disagree about it: percent-encoding and
 /// "!$&'()*+,;=" in a name, a name that ends in a number ("127.1", "a.0x7f"), and addresses of
 /// future versions. So are a zone of an IPv6 address and a name in other letters than ASCII.
-class URL {
+class HALVARD_SLING_EXPORT URL {
   public:
     /// Takes a URL apart. What a request line cannot carry (bytes from 0x80 and the characters
     /// " < > { } | \ ^ and backtick) is percent-encoded, everything else (an existing %41 too)

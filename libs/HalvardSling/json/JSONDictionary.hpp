@@ -10,6 +10,8 @@
 #include <variant>
 #include <vector>
 
+#include <HalvardSling/Export.hpp>
+
 namespace HalvardSling {
 
 class JSONDictionaryList;
@@ -32,10 +34,10 @@ enum class JSONKind {
 };
 
 /// The name of a kind as people say it, e.g. "a number".
-[[nodiscard]] std::string_view name(JSONKind kind) noexcept;
+[[nodiscard]] HALVARD_SLING_EXPORT std::string_view name(JSONKind kind) noexcept;
 
 /// Why a text is not a JSON dictionary. Never holds any of the text.
-struct JSONFailure {
+struct HALVARD_SLING_EXPORT JSONFailure {
     std::string reason;      ///< e.g. "syntax error"
     std::size_t offset = 0;  ///< byte position, from 0
     std::size_t line = 1;    ///< from 1
@@ -57,7 +59,7 @@ struct JSONFailure {
 /// parsed document with its copies and with the dictionaries inside it, so handing those around
 /// copies nothing; one that was built is copied whole. Const members may be called from any number
 /// of threads at once.
-class JSONDictionary {
+class HALVARD_SLING_EXPORT JSONDictionary {
   public:
     /// An empty dictionary.
     JSONDictionary() noexcept;
@@ -150,7 +152,7 @@ class JSONDictionary {
 /// An iterator holds the one dictionary that it points to, so going through a list costs nothing
 /// per item; a reference taken from an iterator is good until the iterator moves or goes, a copy of
 /// the dictionary for ever.
-class JSONDictionaryList {
+class HALVARD_SLING_EXPORT JSONDictionaryList {
   public:
     class Iterator {
       public:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/Response.hpp>
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <HalvardSling/rx/Observable.hpp>
@@ -12,6 +13,7 @@ namespace HalvardSling {
 /// not an object; the error's text says at which line and column, and never quotes the body. Errors
 /// of the source pass through unchanged. The dictionary keeps the response's body and reads from
 /// it without a copy.
-[[nodiscard]] Observable<JSONDictionary> json(const Observable<Response>& responses);
+[[nodiscard]] HALVARD_SLING_EXPORT Observable<JSONDictionary> json(
+    const Observable<Response>& responses);
 
 }  // namespace HalvardSling

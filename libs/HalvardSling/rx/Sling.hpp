@@ -3,13 +3,14 @@
 #include <memory>
 #include <variant>
 
+#include <HalvardSling/Export.hpp>
 #include <HalvardSling/rx/Observable.hpp>
 #include <HalvardSling/transport/Transport.hpp>
 
 namespace HalvardSling {
 
 /// One request, ready to be sent any number of times. A value; copies are cheap.
-class Sling {
+class HALVARD_SLING_EXPORT Sling {
   public:
     /// A request to send. If it may not be sent (see `CheckedRequest::of`) it is a request that
     /// cannot be made.

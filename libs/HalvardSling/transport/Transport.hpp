@@ -5,6 +5,7 @@
 #include <memory>
 #include <variant>
 
+#include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/Response.hpp>
 #include <HalvardSling/http/SlingError.hpp>
 #include <HalvardSling/http/TransportRequest.hpp>
@@ -33,7 +34,7 @@ using TransferID = std::uint64_t;
 ///    not wait for it. Cancelling a transfer that has ended does nothing.
 ///  - A transport that is destroyed ends every open transfer with `SlingErrorKind::cancelled`. Only
 ///    the default transport, at the exit of the process, drops them without a word.
-class Transport {
+class HALVARD_SLING_EXPORT Transport {
   public:
     Transport() = default;
     Transport(const Transport&) = delete;
@@ -55,11 +56,11 @@ class Transport {
 /// Whether a transport delivers its events on the calling thread. A wait there for another request
 /// never ends: its reply and its time limits come on the same thread. So a function that waits asks
 /// this first, and refuses. Any thread.
-[[nodiscard]] bool isTransportThread() noexcept;
+[[nodiscard]] HALVARD_SLING_EXPORT bool isTransportThread() noexcept;
 
 /// Makes the calling thread one of a transport's while this lives. A transport that calls
 /// completions on a thread of its own creates one at the top of that thread.
-class TransportThreadScope {
+class HALVARD_SLING_EXPORT TransportThreadScope {
   public:
     TransportThreadScope() noexcept;
     TransportThreadScope(const TransportThreadScope&) = delete;
@@ -78,11 +79,11 @@ class TransportThreadScope {
 /// At the exit of the process it drops its transfers and waits for the completion that runs. That
 /// is after the destructors of static objects that were made after the first use: what completions
 /// need must be made before.
-[[nodiscard]] std::shared_ptr<Transport> defaultTransport();
+[[nodiscard]] HALVARD_SLING_EXPORT std::shared_ptr<Transport> defaultTransport();
 
 /// Replaces the default transport for all requests subscribed to from now on; null brings back a
 /// new `CurlTransport` on next use. The former one goes on with its transfers if somebody else
 /// still holds it; otherwise it is destroyed, and they end with `cancelled`. Any thread.
-void setDefaultTransport(std::shared_ptr<Transport> transport);
+HALVARD_SLING_EXPORT void setDefaultTransport(std::shared_ptr<Transport> transport);
 
 }  // namespace HalvardSling

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include <KestrinProfile/Export.hpp>
+
 namespace KestrinProfile {
 
 /// A point in time, UTC, to the microsecond. A clock's own time, which is finer on some platforms,
@@ -13,7 +15,7 @@ using Date = std::chrono::sys_time<std::chrono::microseconds>;
 
 /// Makes texts from dates and dates from texts. An implementation answers from any number of
 /// threads at once.
-class DateFormatter {
+class KESTRIN_PROFILE_EXPORT DateFormatter {
   public:
     virtual ~DateFormatter();
 

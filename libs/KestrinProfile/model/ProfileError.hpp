@@ -5,6 +5,8 @@
 #include <functional>
 #include <string_view>
 
+#include <KestrinProfile/Export.hpp>
+
 namespace KestrinProfile {
 
 /// The library's error. It arrives as an observable's error and is never thrown to the caller of an
@@ -13,7 +15,7 @@ namespace KestrinProfile {
 ///     throw ProfileError::userSerializationError;
 ///     if (error == ProfileError::userSerializationError) …
 ///     switch (error.value()) { case ProfileError::Case::userSerializationError: …
-class [[gnu::visibility("default")]] ProfileError final : public std::exception {
+class KESTRIN_PROFILE_EXCEPTION ProfileError final : public std::exception {
   public:
     /// The cases; the position is the error's code.
     enum class Case {

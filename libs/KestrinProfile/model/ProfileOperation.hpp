@@ -5,6 +5,8 @@
 #include <optional>
 #include <string_view>
 
+#include <KestrinProfile/Export.hpp>
+
 namespace KestrinProfile {
 
 /// The operations of the personalization service. The ordinal of a case is its position.
@@ -40,10 +42,11 @@ inline constexpr std::size_t profileOperationCount =
 
 /// The service's name of an operation, under which the configuration knows it, e.g.
 /// "personalization-history-get". The names follow no one pattern; they are the service's.
-[[nodiscard]] std::string_view rawValue(ProfileOperation operation);
+[[nodiscard]] KESTRIN_PROFILE_EXPORT std::string_view rawValue(ProfileOperation operation);
 
 /// The operation with exactly this name; absent for any other text.
-[[nodiscard]] std::optional<ProfileOperation> profileOperation(std::string_view rawValue);
+[[nodiscard]] KESTRIN_PROFILE_EXPORT std::optional<ProfileOperation> profileOperation(
+    std::string_view rawValue);
 
 }  // namespace KestrinProfile
 

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string_view>
 
+#include <KestrinProfile/Export.hpp>
+
 namespace KestrinProfile {
 
 /// The kinds of content that a list entry or a search can refer to. The ordinal of a case is its
@@ -13,10 +15,10 @@ enum class Types { show, video, game, collection, none };
 
 /// The wire form: "SHOW", "VIDEO", "GAME", "COLLECTION", and "none" in lower case, as the service
 /// has it.
-[[nodiscard]] std::string_view rawValue(Types type);
+[[nodiscard]] KESTRIN_PROFILE_EXPORT std::string_view rawValue(Types type);
 
 /// The kind with exactly this wire form; absent for any other text, another letter case included.
-[[nodiscard]] std::optional<Types> types(std::string_view rawValue);
+[[nodiscard]] KESTRIN_PROFILE_EXPORT std::optional<Types> types(std::string_view rawValue);
 
 }  // namespace KestrinProfile
 

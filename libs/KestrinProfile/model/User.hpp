@@ -5,6 +5,7 @@
 
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Serializable.hpp>
+#include <KestrinProfile/Export.hpp>
 
 namespace KestrinProfile {
 
@@ -12,7 +13,7 @@ namespace KestrinProfile {
 ///
 /// It has two dictionary forms: the one for requests never carries the profile identifier, which
 /// travels in the URL; the archive does. Absent texts are left out of both, "default" never is.
-struct User : KestrinConfigManager::Serializable {
+struct KESTRIN_PROFILE_EXPORT User : KestrinConfigManager::Serializable {
     struct Keys {
         static constexpr const char* profileID = "profileId";
         static constexpr const char* username = "username";

@@ -7,13 +7,14 @@
 
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Serializable.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/UserProfileElement.hpp>
 
 namespace KestrinProfile {
 
 /// One of a profile's lists, as the service returned it. It is made only by its readers, and never
 /// sent: `serialized` is the default that every record has, absent.
-struct UserProfile : KestrinConfigManager::Serializable {
+struct KESTRIN_PROFILE_EXPORT UserProfile : KestrinConfigManager::Serializable {
     struct Keys {
         static constexpr const char* id = "id";
         static constexpr const char* maxSize = "maxSize";

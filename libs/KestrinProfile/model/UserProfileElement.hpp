@@ -6,6 +6,7 @@
 
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Serializable.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/DateFormatter.hpp>
 #include <KestrinProfile/model/Types.hpp>
 
@@ -27,7 +28,7 @@ namespace KestrinProfile {
 ///
 /// Every form leaves out what is absent. `UserProfile` reads and archives its entries with the
 /// formatter, so in a list they keep their time stamps.
-struct UserProfileElement : KestrinConfigManager::Serializable {
+struct KESTRIN_PROFILE_EXPORT UserProfileElement : KestrinConfigManager::Serializable {
     struct Keys {
         static constexpr const char* id = "id";
         static constexpr const char* type = "type";

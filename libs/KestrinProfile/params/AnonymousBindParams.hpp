@@ -4,13 +4,14 @@
 #include <string>
 
 #include <KestrinConfigManager/APIParams.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 
 namespace KestrinProfile {
 
 /// The parameters of the request for an anonymous bind: the only request that carries no bind of
 /// its own, and so no authorisation header. It is always valid.
-class AnonymousBindParams final : public KestrinConfigManager::APIParams {
+class KESTRIN_PROFILE_EXPORT AnonymousBindParams final : public KestrinConfigManager::APIParams {
   public:
     /// The keys of the body.
     struct Keys {

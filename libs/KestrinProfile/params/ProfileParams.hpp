@@ -7,6 +7,7 @@
 
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/AnonymousBind.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/model/Types.hpp>
 #include <KestrinProfile/model/UserProfileElement.hpp>
@@ -16,7 +17,7 @@ namespace KestrinProfile {
 /// The parameters of every operation on a list (history, favourites, watch list) and of the check
 /// of a profile name. Fill in what the operation needs; `Profile` sets the operation, and the
 /// content kind if the operation decides it, on a copy.
-class ProfileParams final : public KestrinConfigManager::APIParams {
+class KESTRIN_PROFILE_EXPORT ProfileParams final : public KestrinConfigManager::APIParams {
   public:
     /// The keys of the body.
     struct Keys {

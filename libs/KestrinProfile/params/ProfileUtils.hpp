@@ -4,6 +4,7 @@
 
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinConfigManager/TextMap.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/ProfileMapping.hpp>
 
 namespace KestrinProfile {
@@ -15,7 +16,7 @@ struct ProfileHeaders {
 };
 
 /// What all request-parameter records share.
-struct ProfileUtils {
+struct KESTRIN_PROFILE_EXPORT ProfileUtils {
     /// The headers that authorise a request: "Authorization" with "JWT " and the bind's token, and
     /// "PXRO-PROFILE-ID" with the bind's profile identifier.
     /// @param bind  absent: no headers at all, an empty map

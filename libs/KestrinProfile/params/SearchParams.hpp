@@ -5,6 +5,7 @@
 
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/AnonymousBind.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/model/Types.hpp>
 
@@ -12,7 +13,7 @@ namespace KestrinProfile {
 
 /// The parameters of the two operations on the search history. The search text travels in the URL;
 /// the body is always the same.
-class SearchParams final : public KestrinConfigManager::APIParams {
+class KESTRIN_PROFILE_EXPORT SearchParams final : public KestrinConfigManager::APIParams {
   public:
     /// The only key of the body, and its value.
     struct Keys {

@@ -4,6 +4,7 @@
 
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/AnonymousBind.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/model/User.hpp>
 
@@ -11,7 +12,7 @@ namespace KestrinProfile {
 
 /// The parameters of the operations on the household's profiles: create, list, edit, delete. It has
 /// no equality.
-class UserParams final : public KestrinConfigManager::APIParams {
+class KESTRIN_PROFILE_EXPORT UserParams final : public KestrinConfigManager::APIParams {
   public:
     /// @param bind  authorises the request; absent: the bind that the shared configuration manager
     ///              holds for the household's parent profile, if any

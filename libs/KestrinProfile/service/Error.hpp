@@ -7,6 +7,7 @@
 
 #include <HalvardSling/http/SlingError.hpp>
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 
 namespace KestrinProfile {
@@ -30,7 +31,8 @@ struct ErrorDescription {
 /// `HalvardSling::SlingError` and `KestrinConfigManager::ConfigurationManagerError` have to be
 /// exceptions, no more. An application's own that lack `domain()`, `code()` or `advice()` are
 /// described by their type's name and their text.
-[[nodiscard]] ErrorDescription describe(const std::exception_ptr& error) noexcept;
+[[nodiscard]] KESTRIN_PROFILE_EXPORT ErrorDescription
+describe(const std::exception_ptr& error) noexcept;
 
 /// An error that is no `std::exception`, or none at all.
 class UnknownError final : public std::exception {

@@ -9,6 +9,7 @@
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinProfile/Export.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/model/Types.hpp>
 #include <KestrinProfile/model/User.hpp>
@@ -46,7 +47,7 @@ namespace KestrinProfile {
 /// A parameter record is taken by value: the operation, and the content kind if the operation says
 /// it, are set on the method's own copy, whatever the caller's record holds there. Operations that
 /// change something emit the service's `Response` as it came, unread.
-class Profile {
+class KESTRIN_PROFILE_EXPORT Profile {
   public:
     template <class T>
     using Observable = HalvardSling::Observable<T>;
