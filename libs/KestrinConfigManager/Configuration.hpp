@@ -22,10 +22,17 @@ struct Configuration {
     std::shared_ptr<const ServiceTable> services;  ///< null: no table
 };
 
+/// How bad a problem is.
+enum class ProblemSeverity {
+    error,    ///< the configuration cannot be used as it is
+    warning,  ///< it can be used, but perhaps not as intended
+};
+
 /// One thing that is wrong with a configuration.
 struct ConfigurationProblem {
     std::string path;     ///< where, e.g. `$.services["personalization-history-get"].url`
     std::string message;  ///< what is there, what was expected; no value of a header
+    ProblemSeverity severity = ProblemSeverity::error;
 
     friend bool operator==(const ConfigurationProblem&, const ConfigurationProblem&) = default;
 };
@@ -34,7 +41,7 @@ struct ConfigurationProblem {
 using ConfigurationResult = std::variant<Configuration, std::vector<ConfigurationProblem>>;
 
 /// Reads a configuration from its JSON text; the schema is in docs/configuration.md. Checks
-/// everything and reports all problems at once.
+/// everything and reports all problems, none of them a warning, at once.
 [[nodiscard]] KESTRIN_CONFIG_MANAGER_EXPORT ConfigurationResult
 parseConfiguration(std::string_view text);
 

@@ -74,6 +74,28 @@ TEST_F(CommandLine, ConfigCheckReportsEveryProblemWithItsPlace) {
     EXPECT_THAT(json.output, HasSubstr(R"("path":"$.version")"));
 }
 
+TEST_F(CommandLine, ConfigCheckReportsWhatDoesNotFitTheOperations) {
+    write(configuration,
+          R"({"version":1,"parentProfileID":"p","services":{"personalization-history-clear":)"
+          R"({"url":"https://a/v1","method":"GET"}}})");
+    const auto result = runConfigured({"config", "check"});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_THAT(result.output, HasSubstr(R"($.services["personalization-history-clear"].method)"));
+    const auto json = runConfigured({"config", "check", "--json"});
+    EXPECT_EQ(json.code, 2);
+    EXPECT_THAT(json.output, HasSubstr(R"({"severity":"error","path":"$.services[)"));
+}
+
+TEST_F(CommandLine, ConfigCheckPassesWithWarningsForOperationsWithoutAService) {
+    write(configuration,
+          R"({"version":1,"parentProfileID":"p","services":{"personalization-history-get":)"
+          R"({"url":"https://a/v1/%UXID%"}}})");
+    const auto result = runConfigured({"config", "check"});
+    EXPECT_EQ(result.code, 0) << result.errors;
+    for (const auto* const text : {"sound", "warning", "personalization-bind-anonymous"})
+        EXPECT_THAT(result.output, HasSubstr(text));
+}
+
 TEST_F(CommandLine, ConfigShowHidesTheValuesOfHeadersAndOfTheQuery) {
     write(configuration,
           R"({"version":1,"parentProfileID":"p","brand":"b","services":{"x":{"url":"https://a/v1",)"

@@ -38,9 +38,8 @@ TEST_F(Watch, PrintsAListAnewAfterAChangeAndEndsWith130) {
 }
 
 TEST_F(Watch, PrintsAListOnceHoweverOftenItIsReadWithoutAChange) {
-    Program program(
-        words({"--config", configuration, "watchlist", "list", "--watch", "0.1", "-v"}),
-        environment);
+    Program program(words({"--config", configuration, "watchlist", "list", "--watch", "0.1", "-v"}),
+                    environment);
     const auto timesRead = [&] {
         std::size_t count = 0;
         const std::string log = program.errors();

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -7,6 +8,7 @@
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinConfigManager/internal/RequestPolicyOptions.hpp>
+#include <KestrinProfile/service/ConfigurationCheck.hpp>
 
 #include "../PublicHeaders.hpp"
 #include "Commands.hpp"
@@ -16,16 +18,29 @@ namespace KestrinProfileCLI {
 using HalvardSling::JSONDictionary;
 using KestrinConfigManager::Configuration;
 using KestrinConfigManager::ConfigurationProblem;
+using KestrinConfigManager::ProblemSeverity;
 using KestrinConfigManager::WebService;
 
 namespace {
 
 using Problems = std::vector<ConfigurationProblem>;
 
+/// What is wrong with a file, or with what it says about the operations.
+Problems problemsOf(const KestrinConfigManager::ConfigurationResult& result) {
+    if (const auto* const configuration = std::get_if<Configuration>(&result))
+        return KestrinProfile::checkConfiguration(*configuration);
+    return std::get<Problems>(result);
+}
+
+const char* nameOf(ProblemSeverity severity) {
+    return severity == ProblemSeverity::error ? "error" : "warning";
+}
+
 void printJSON(const Session& session, const Problems& problems) {
     std::vector<JSONDictionary> all;
     for (const auto& problem : problems) {
         all.emplace_back();
+        all.back().setText("severity", nameOf(problem.severity));
         all.back().setText("path", problem.path);
         all.back().setText("message", problem.message);
     }
@@ -45,20 +60,25 @@ void printForPeople(const Session& session, const Configuration& configuration) 
 }
 
 void printForPeople(const Session& session, const Problems& problems) {
+    if (problems.empty()) return;
     std::vector<std::vector<std::string>> rows;
-    for (const auto& problem : problems)
-        rows.push_back({printable(problem.path), printable(problem.message)});
-    session.terminal.table({"WHERE", "PROBLEM"}, rows);
+    for (const auto& [path, message, severity] : problems)
+        rows.push_back({nameOf(severity), printable(path), printable(message)});
+    session.terminal.table({"SEVERITY", "WHERE", "PROBLEM"}, rows);
 }
 
 ExitCode check(Session& session) {
     const auto result = KestrinConfigManager::loadConfiguration(session.configurationFile());
-    const auto* const problems = std::get_if<Problems>(&result);
-    if (session.options.json)
-        printJSON(session, problems != nullptr ? *problems : Problems{});
-    else
-        std::visit([&](const auto& any) { printForPeople(session, any); }, result);
-    return problems != nullptr ? ExitCode::usage : ExitCode::ok;
+    const Problems problems = problemsOf(result);
+    const bool isSound = std::ranges::find(problems, ProblemSeverity::error,
+                                           &ConfigurationProblem::severity) == problems.end();
+    if (session.options.json) {
+        printJSON(session, problems);
+    } else {
+        if (isSound) printForPeople(session, std::get<Configuration>(result));
+        printForPeople(session, problems);
+    }
+    return isSound ? ExitCode::ok : ExitCode::usage;
 }
 
 constexpr const char* masked = "***";
