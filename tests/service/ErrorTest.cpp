@@ -56,7 +56,9 @@ TEST(DescribeTest, AnErrorOfThePlatformHasTheSameShape) {
     const auto configuration = descriptionOf(
         ConfigurationManagerError(ConfigurationManagerError::Case::serviceNotConfigured, "op"));
     EXPECT_EQ(configuration.domain, "KestrinConfigManager.ConfigurationManagerError");
+    EXPECT_EQ(configuration.code, 3);
     EXPECT_THAT(configuration.message, HasSubstr("op"));
+    EXPECT_NE(configuration.advice, "");
 
     const auto network = descriptionOf(SlingError(SlingErrorKind::tls, "no trust"));
     EXPECT_EQ(network.domain, "HalvardSling.SlingError");
