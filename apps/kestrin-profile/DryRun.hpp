@@ -9,8 +9,8 @@
 
 namespace KestrinProfileCLI {
 
-/// The transport of --dry-run: shows the curl command of each request and sends nothing. Every
-/// transfer ends with `SlingErrorKind::cancelled`, on the caller's thread.
+/// The transport of --dry-run: shows the curl command of each request, without its identifier, and
+/// sends nothing. Every transfer ends with `SlingErrorKind::cancelled`, on the caller's thread.
 class DryRunTransport final : public HalvardSling::Transport {
   public:
     using Show = std::function<void(const std::string& command)>;

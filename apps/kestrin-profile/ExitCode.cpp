@@ -44,10 +44,13 @@ constexpr Rule<SlingErrorKind> anyOtherKind{SlingErrorKind::httpStatus, ExitCode
                                             "check the network and the service, then try again"};
 
 constexpr std::array kindRules{
-    Rule<SlingErrorKind>{SlingErrorKind::malformedURL, ExitCode::usage,
-                         "correct the service's URL in the configuration, or the identifier"},
+    Rule<SlingErrorKind>{
+        SlingErrorKind::malformedURL, ExitCode::usage,
+        "correct what the message names, or the service's URL in the configuration"},
     Rule<SlingErrorKind>{SlingErrorKind::forbiddenHeader, ExitCode::usage,
                          "correct the service's headers in the configuration, or bind anew"},
+    Rule<SlingErrorKind>{SlingErrorKind::malformedBody, ExitCode::validation,
+                         "correct the text that the message names"},
     Rule<SlingErrorKind>{SlingErrorKind::malformedReply, ExitCode::serviceError,
                          "check that the configuration's URL is the personalization service's"},
     Rule<SlingErrorKind>{SlingErrorKind::tooLarge, ExitCode::serviceError,

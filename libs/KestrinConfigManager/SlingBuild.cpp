@@ -4,10 +4,13 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
+#include <vector>
 
 #include <KestrinConfigManager/SlingBuild.hpp>
 #include <internal/ASCII.hpp>
 #include <internal/Hex.hpp>
+#include <internal/UTF8.hpp>
 
 namespace KestrinConfigManager {
 
@@ -15,9 +18,13 @@ namespace {
 
 using HalvardSling::CheckedRequest;
 using HalvardSling::Headers;
+using HalvardSling::JSONDictionary;
 using HalvardSling::Sling;
 using HalvardSling::SlingError;
+using HalvardSling::SlingErrorKind;
 using HalvardSling::TransportRequest;
+using KestrinInternal::isControlOrBlank;
+using KestrinInternal::isUTF8;
 
 // Accept and Content-Type.
 constexpr std::size_t addedHeaders = 2;
@@ -117,10 +124,63 @@ std::optional<Body> bodyOf(const APIParams& params, BodyForm form) {
     return std::nullopt;
 }
 
+/// Where in a dictionary there is a text that is not UTF-8, e.g. "elements[0].id".
+std::optional<std::string> malformedField(const JSONDictionary& dictionary) {
+    for (const std::string_view key : dictionary.keys()) {
+        const std::string field(key);
+        if (!isUTF8(dictionary.text(key).value_or(""))) return field;
+        if (const auto inner = dictionary.dictionary(key))
+            if (const auto found = malformedField(*inner)) return field + '.' + *found;
+        std::size_t index = 0;
+        if (const auto items = dictionary.dictionaries(key))
+            for (const auto& item : *items) {
+                if (const auto found = malformedField(item))
+                    return field + '[' + std::to_string(index) + "]." + *found;
+                ++index;
+            }
+        for (const auto item : dictionary.texts(key).value_or(std::vector<std::string_view>())) {
+            if (!isUTF8(item)) return field + '[' + std::to_string(index) + ']';
+            ++index;
+        }
+    }
+    return std::nullopt;
+}
+
+/// @param body  null: there is none
+std::optional<SlingError> validateBody(const APIParams& params, const std::string* body) {
+    if (body == nullptr || isUTF8(*body)) return std::nullopt;
+    const auto dictionary = params.dictionaryRepresentation();
+    const auto field = dictionary ? malformedField(*dictionary) : std::nullopt;
+    return SlingError(SlingErrorKind::malformedBody,
+                      (field ? "the body's field " + *field : "the body") + " is not UTF-8");
+}
+
+/// The first placeholder whose value no URL can hold.
+std::optional<std::string_view> malformedValue(const APIParams& params, const URLTemplate& url) {
+    const TextMap values = params.URLMapping().value_or(TextMap());
+    for (const std::string_view token : url.placeholders()) {
+        const auto value = values.find(token);
+        if (value != values.end() && std::ranges::any_of(value->second, isControlOrBlank))
+            return token;
+    }
+    return std::nullopt;
+}
+
+/// Names the value that is to blame for a URL that may not be sent, if it is one.
+SlingError explained(SlingError error, const APIParams& params, const WebService& service) {
+    if (error.kind() != SlingErrorKind::malformedURL) return error;
+    const auto token = malformedValue(params, service.url);
+    if (!token) return error;
+    SlingError named(SlingErrorKind::malformedURL, "the value of " + std::string(*token) +
+                                                       " holds a control character or a blank");
+    return error.context() != nullptr ? named.with(*error.context()) : named;
+}
+
 }  // namespace
 
 Sling build(const APIParams& params, const WebService& service) {
     TransportRequest request;
+    request.operation = service.operation;
     request.method = service.method;
     request.url = urlOf(params, service);
     request.headers = headersOf(params, service);
@@ -132,10 +192,14 @@ Sling build(const APIParams& params, const WebService& service) {
     request.sendsUserAgent = !params.removeUserAgent();
     request.pathTemplate = service.url.path();
 
+    if (const auto error = validateBody(params, request.body.get()))
+        return Sling(error->with(request.context()));
     auto checked = CheckedRequest::of(std::move(request));
-    if (auto* const error = std::get_if<SlingError>(&checked)) return Sling(std::move(*error));
+    if (auto* const error = std::get_if<SlingError>(&checked))
+        return Sling(explained(std::move(*error), params, service));
     auto& made = std::get<CheckedRequest>(checked);
-    if (auto error = made.url().validateOrigin(service.url.text())) return Sling(*std::move(error));
+    if (const auto error = made.url().validateOrigin(service.url.text()))
+        return Sling(error->with(made->context()));
     return Sling(std::move(made));
 }
 

@@ -31,4 +31,8 @@ namespace KestrinInternal {
     return lowered(c) >= 'a' && lowered(c) <= 'z';
 }
 
+[[nodiscard]] constexpr bool isControlOrBlank(char c) noexcept {
+    return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F;
+}
+
 }  // namespace KestrinInternal

@@ -1,5 +1,6 @@
 #include <functional>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
@@ -76,12 +77,85 @@ TEST_F(SlingTest, AStatusFrom400IsAnError) {
     }
 }
 
-TEST_F(SlingTest, TheTransportsErrorArrivesUnchanged) {
+TEST_F(SlingTest, TheTransportsErrorArrivesWithItsRequest) {
+    request.operation = "history-get";
+    request.method = "PUT";
+    request.pathTemplate = "/v1/%ID%";
     fake->willAnswer(SlingError(SlingErrorKind::tls, "text"));
     const auto error = sent(request, fake).error<SlingError>();
     ASSERT_TRUE(error);
     EXPECT_EQ(error->kind(), SlingErrorKind::tls);
-    EXPECT_STREQ(error->what(), "text");
+    ASSERT_NE(error->context(), nullptr);
+    EXPECT_EQ(error->context()->operation, "history-get");
+    EXPECT_EQ(error->context()->method, "PUT");
+    EXPECT_EQ(error->context()->pathTemplate, "/v1/%ID%");
+    EXPECT_THAT(error->context()->requestID, testing::MatchesRegex("[0-9a-f]{32}"));
+    EXPECT_EQ(error->what(),
+              "history-get (PUT /v1/%ID%, request " + error->context()->requestID + "): text");
+}
+
+TEST_F(SlingTest, EachSubscriptionHasARequestIDOfItsOwn) {
+    const auto cold = responses();
+    std::set<std::string> ids;
+    for (int i = 0; i < 3; ++i) {
+        fake->willAnswer(SlingError(SlingErrorKind::tls, "text"));
+        ids.insert(Observed<Response>(cold).error<SlingError>()->context()->requestID);
+    }
+    EXPECT_THAT(ids, SizeIs(3));
+}
+
+TEST_F(SlingTest, ARequestsOwnIDIsKept) {
+    request.headers = {{"x-request-id", "mine"}};
+    fake->willAnswer(503);
+    EXPECT_EQ(sent(request, fake).error<SlingError>()->context()->requestID, "mine");
+}
+
+TEST_F(SlingTest, TheRequestIDGoesToTheServiceAndOverRedirects) {
+    const RawServer server([](RawConnection& connection) {
+        while (const auto seen = connection.readRequest())
+            connection.send(seen->starts_with("GET /end ")
+                                ? httpReply(500, "end")
+                                : httpReply(302, "", "Location: /end\r\n"));
+    });
+    request = requestTo(server.url("/start"));
+    request.policy.maxRedirects = 1;
+    const auto error = sent(request, curlTransport()).error<SlingError>();
+    ASSERT_TRUE(error);
+    ASSERT_THAT(server.requests(), SizeIs(2));
+    const auto line = "\r\nX-Request-ID: " + error->context()->requestID + "\r\n";
+    EXPECT_THAT(server.requests(), testing::Each(HasSubstr(line)));
+}
+
+TEST_F(SlingTest, ARequestThatIsNotSentNamesItselfWithoutAnID) {
+    request.operation = "op";
+    request.url = "https://api.example.com/../x";
+    const auto error = sent(request, fake).error<SlingError>();
+    EXPECT_THAT(error->what(), testing::StartsWith("op (GET): "));
+    EXPECT_EQ(error->context()->requestID, "");
+}
+
+TEST_F(SlingTest, AProblemDocumentArrivesAsFields) {
+    const std::string body =
+        R"({"type":"urn:x","title":"T","status":422,"detail":"D","instance":"/i","more":1})";
+    const auto problemOf = [&](const std::string& type, const std::string& text) {
+        fake->willAnswer(422, text, {{"content-type", type}});
+        return *sent(request, fake).error<SlingError>();
+    };
+    const auto error = problemOf("Application/Problem+JSON ; charset=utf-8", body);
+    ASSERT_NE(error.problem(), nullptr);
+    EXPECT_EQ(error.problem()->type, "urn:x");
+    EXPECT_EQ(error.problem()->title, "T");
+    EXPECT_EQ(error.problem()->status, 422);
+    EXPECT_EQ(error.problem()->detail, "D");
+    EXPECT_EQ(error.problem()->instance, "/i");
+    EXPECT_EQ(error.reply()->body, body);
+    const auto odd = problemOf("application/problem+json", R"({"title":1,"status":"422"})");
+    ASSERT_NE(odd.problem(), nullptr);
+    EXPECT_EQ(odd.problem()->type, "about:blank");
+    EXPECT_EQ(odd.problem()->title, "");
+    EXPECT_EQ(odd.problem()->status, std::nullopt);
+    EXPECT_EQ(problemOf("application/json", body).problem(), nullptr);
+    EXPECT_EQ(problemOf("application/problem+json", "[]").problem(), nullptr);
 }
 
 TEST_F(SlingTest, ARequestThatMayNotBeSentFailsAndSendsNothing) {

@@ -28,6 +28,7 @@ using KestrinConfigManager::TextMap;
 using KestrinConfigManager::URLTemplate;
 using KestrinConfigManager::WebService;
 using std::chrono::milliseconds;
+using testing::HasSubstr;
 using TestSupport::Observed;
 using TestSupport::Params;
 
@@ -106,16 +107,14 @@ TEST(SlingBuild, TheRulesOfTheServiceAreCopied) {
     rules.policy.connectTimeout = milliseconds(123);
     rules.policy.totalTimeout = milliseconds(4567);
     rules.policy.maxBodyBytes = 89;
+    rules.policy.maxHeaderBytes = 90;
     rules.policy.maxRedirects = 3;
     rules.policy.allowsCleartext = true;
     const auto sling = build(profile(), rules);
     ASSERT_NE(sling.request(), nullptr);
     const TransportRequest& request = *sling.request();
-    EXPECT_EQ(request.policy.connectTimeout, milliseconds(123));
-    EXPECT_EQ(request.policy.totalTimeout, milliseconds(4567));
-    EXPECT_EQ(request.policy.maxBodyBytes, 89U);
-    EXPECT_EQ(request.policy.maxRedirects, 3);
-    EXPECT_TRUE(request.policy.allowsCleartext);
+    EXPECT_EQ(request.policy, rules.policy);
+    EXPECT_EQ(request.operation, "test");
     EXPECT_TRUE(request.sendsUserAgent);
     EXPECT_EQ(request.pathTemplate, "/v1/%UXID%");
 }
@@ -214,6 +213,40 @@ TEST(SlingBuild, AValueWithAControlCharacterOrABlankIsAProblem) {
         params.mapping = TextMap{{"%UXID%", value}};
         EXPECT_TRUE(problem(params, service()).has_value()) << value;
     }
+}
+
+TEST(SlingBuild, TheErrorNamesThePlaceholderWhoseValueIsToBlameAndNotTheValue) {
+    Params params = profile();
+    params.mapping->emplace("%SEARCH%", "sec\x01ret");
+    const auto error = problem(params, service("https://api.example.com/v1/%UXID%?q=%SEARCH%"));
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->what(), HasSubstr("the value of %SEARCH% holds a control character"));
+    EXPECT_THAT(error->what(), testing::StartsWith("test (GET /v1/%UXID%): "));
+    EXPECT_THAT(error->what(), testing::Not(HasSubstr("ret")));
+}
+
+TEST(SlingBuild, ABodyThatIsNotUTF8IsAProblemThatNamesItsField) {
+    WebService withBody = service();
+    withBody.body = BodyForm::json;
+    const auto refusal = [&](const JSONDictionary& body) {
+        Params params = profile();
+        params.dictionary = body;
+        const auto error = problem(params, withBody);
+        EXPECT_EQ(error ? error->kind() : SlingErrorKind::httpStatus,
+                  SlingErrorKind::malformedBody);
+        return std::string(error ? error->what() : "");
+    };
+    JSONDictionary bad;
+    bad.setText("fine", "\xC3\xA4");
+    bad.setText("name", "secret\xFF");
+    EXPECT_THAT(refusal(bad), testing::EndsWith("the body's field name is not UTF-8"));
+    JSONDictionary outer;
+    outer.setDictionary("user", bad);
+    EXPECT_THAT(refusal(outer), HasSubstr("field user.name is"));
+    outer.setDictionaries("user", {JSONDictionary(), bad});
+    EXPECT_THAT(refusal(outer), HasSubstr("field user[1].name is"));
+    outer.setTexts("user", {"a", "b", "\xC3"});
+    EXPECT_THAT(refusal(outer), HasSubstr("field user[2] is"));
 }
 
 TEST(SlingBuild, AServiceWithoutUrlIsAProblem) {

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -180,6 +181,9 @@ std::string exchange(const Case& tested) {
     std::string request = requests.empty() ? "" : requests.front();
     request = replaced(request, std::to_string(server.port()), "PORT");
     request = replaced(request, HalvardSling::CurlTransport::defaultUserAgent(), "USER-AGENT");
+    // Random, and of no operation.
+    request = std::regex_replace(request, std::regex("X-Request-ID: [0-9a-f]{32}\r\n"),
+                                 "X-Request-ID: REQUEST-ID\r\n");
     return replaced(request, "\r\n", "\n") + "\n\n--- reply: " + std::to_string(tested.status) +
            " " + tested.reply + "\n--- result:\n" + result;
 }

@@ -13,8 +13,8 @@ struct RequestPolicy {
     /// waiting for a free place among the transfers in flight is included.
     std::chrono::milliseconds totalTimeout = std::chrono::seconds(30);
     /// How many redirects are followed; 0: none, a 3xx reply is the answer. Whatever the number,
-    /// a redirect to another origin carries no header but Accept, Accept-Language, Content-Type
-    /// and User-Agent.
+    /// a redirect to another origin carries no header but Accept, Accept-Language, Content-Type,
+    /// User-Agent and X-Request-ID.
     int maxRedirects = 0;
     /// Whether the URL may have the scheme "http".
     bool allowsCleartext = false;

@@ -2,11 +2,13 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/Headers.hpp>
+#include <HalvardSling/http/TransportRequest.hpp>
 
 namespace HalvardSling {
 
@@ -35,17 +37,24 @@ class HALVARD_SLING_EXPORT Response {
   public:
     explicit Response(ResponseParts parts);
 
+    /// The same reply, to this request.
+    [[nodiscard]] Response to(CheckedRequest request) &&;
+
     [[nodiscard]] int status() const noexcept { return parts_->status; }
     [[nodiscard]] const Headers& headers() const noexcept { return parts_->headers; }
     [[nodiscard]] std::string_view body() const noexcept { return parts_->body; }
     [[nodiscard]] const std::string& effectiveURL() const noexcept { return parts_->effectiveURL; }
     [[nodiscard]] const Timings& timings() const noexcept { return parts_->timings; }
 
+    /// The request, for an error's text; absent if the reply did not come through a `Sling`.
+    [[nodiscard]] std::optional<RequestContext> context() const;
+
     /// The body as a shared text, for a reader that keeps views into it without a copy.
     [[nodiscard]] std::shared_ptr<const std::string> sharedBody() const noexcept;
 
   private:
     std::shared_ptr<const ResponseParts> parts_;
+    std::optional<CheckedRequest> request_;
 };
 
 }  // namespace HalvardSling

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -36,8 +38,9 @@ enum class SlingErrorKind {
     /// The reply's headers or its decoded body exceed the request's caps. Ask for less, or raise
     /// the cap in the configuration.
     tooLarge,
-    /// The URL is not one that may be sent (see URL.hpp), or cleartext is not allowed for its
-    /// host. A mistake in the configuration or in an identifier; nothing was sent.
+    /// The URL is not one that may be sent (see `URL`), or cleartext is not allowed for its host.
+    /// Correct the value that the error's text names, or the URL in the configuration; nothing was
+    /// sent.
     malformedURL,
     /// A header's name or value holds a character that no header may carry. Nothing was sent; the
     /// value is never shown.
@@ -52,6 +55,9 @@ enum class SlingErrorKind {
     /// The process has no memory left for the transfer. It may have taken effect: free memory, and
     /// read the state before repeating a change.
     outOfMemory,
+    /// A text in the request's body is not UTF-8. Nothing was sent; correct the field that the
+    /// error's text names. The value is never shown.
+    malformedBody,
 };
 
 /// The name of a kind, e.g. "connectTimeout".
@@ -70,9 +76,28 @@ struct ErrorReply {
     std::string body;  ///< cut to `maxBodyBytes`
 };
 
+/// The request that an error is about.
+struct RequestContext {
+    std::string operation;     ///< e.g. "personalization-history-get"; empty: it has no name
+    std::string method;        ///< e.g. "GET"
+    std::string pathTemplate;  ///< the path with its placeholders; empty: unknown
+    std::string requestID;     ///< what the header "X-Request-ID" says; empty: nothing was sent
+};
+
+/// What a service says about an error (RFC 9457). A member that it does not say, or not in the form
+/// that it must have, is as here.
+struct ProblemDocument {
+    std::string type = "about:blank";  ///< names the kind of problem
+    std::string title;                 ///< the kind in words
+    std::string detail;                ///< what is wrong this time
+    std::optional<std::int64_t> status;
+    std::string instance;  ///< names this one problem
+};
+
 /// The error of the networking library. It arrives through the observable and is never thrown to
-/// the caller of a method. Copies are cheap and share what they hold. Its text never holds a
-/// header's value, a body, or a URL's query.
+/// the caller of a method. Copies are cheap and share what they hold. Its text names the
+/// operation, the method, the path template and the request's identifier, so that many errors can
+/// be told apart; it never holds another header's value, a body, or a URL's path or query.
 class HALVARD_SLING_EXCEPTION SlingError final : public std::exception {
   public:
     /// @param kind    why the request failed
@@ -83,8 +108,13 @@ class HALVARD_SLING_EXCEPTION SlingError final : public std::exception {
     /// @param statusCode  400 or above
     /// @param origin      scheme, host and port of the service, for the text
     /// @param reply       what the service sent; cut to `ErrorReply::maxBodyBytes`
+    /// @param problem     the problem document in it, if there is one
     [[nodiscard]] static SlingError httpStatus(int statusCode, std::string_view origin,
-                                               ErrorReply reply);
+                                               ErrorReply reply,
+                                               std::optional<ProblemDocument> problem = {});
+
+    /// The same error, about this request: its text then begins with it.
+    [[nodiscard]] SlingError with(RequestContext context) const;
 
     SlingError(const SlingError&) = default;
     SlingError(SlingError&&) = default;
@@ -94,11 +124,27 @@ class HALVARD_SLING_EXCEPTION SlingError final : public std::exception {
 
     [[nodiscard]] SlingErrorKind kind() const noexcept;
 
+    /// "HalvardSling.SlingError".
+    [[nodiscard]] static std::string_view domain() noexcept;
+
+    /// The position of the kind.
+    [[nodiscard]] int code() const noexcept { return static_cast<int>(kind()); }
+
+    /// What the caller should do, see `HalvardSling::advice`.
+    [[nodiscard]] std::string_view advice() const noexcept;
+
+    /// The request that failed; null if the error did not come from one.
+    [[nodiscard]] const RequestContext* context() const noexcept;
+
     /// The reply's status; absent unless `kind()` is `httpStatus`.
     [[nodiscard]] std::optional<int> statusCode() const noexcept;
 
     /// What came with the error status; null unless `kind()` is `httpStatus`.
     [[nodiscard]] const ErrorReply* reply() const noexcept;
+
+    /// The problem document that came with the error status; null if there is none: the reply's
+    /// Content-Type is not application/problem+json, or its body is not a JSON object.
+    [[nodiscard]] const ProblemDocument* problem() const noexcept;
 
     [[nodiscard]] const char* what() const noexcept override;
 

@@ -44,13 +44,32 @@ bool TransportRequest::isIdempotent() const noexcept {
     return std::ranges::find(idempotent, method) != idempotent.end();
 }
 
-std::variant<CheckedRequest, SlingError> CheckedRequest::of(TransportRequest request) {
+RequestContext TransportRequest::context(std::string_view requestID) const {
+    return {.operation = operation,
+            .method = method,
+            .pathTemplate = pathTemplate,
+            .requestID = std::string(requestID)};
+}
+
+std::variant<CheckedRequest, SlingError> CheckedRequest::of(TransportRequest request,
+                                                            RequestID id) {
     auto url = URL::parse(request.url);
-    if (auto* const error = std::get_if<SlingError>(&url)) return std::move(*error);
+    if (const auto* const error = std::get_if<SlingError>(&url))
+        return error->with(request.context());
     auto& parsed = std::get<URL>(url);
-    if (auto error = validate(request, parsed.origin())) return *std::move(error);
+    if (const auto error = validate(request, parsed.origin()))
+        return error->with(request.context());
     request.url = parsed.text();
-    return CheckedRequest(Content{std::move(request), std::move(parsed)});
+    return CheckedRequest(
+        std::make_shared<const Content>(Content{std::move(request), std::move(parsed)}), id);
+}
+
+CheckedRequest CheckedRequest::with(RequestID id) const {
+    return {content_, id};
+}
+
+std::string_view CheckedRequest::requestID() const {
+    return content_->request.headers.value(requestIDHeader).value_or(id_.text());
 }
 
 }  // namespace HalvardSling

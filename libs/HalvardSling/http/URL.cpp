@@ -14,16 +14,13 @@ namespace HalvardSling {
 
 namespace {
 
+using KestrinInternal::isControlOrBlank;
 using KestrinInternal::isDigit;
 using KestrinInternal::isLetter;
 using KestrinInternal::loweredText;
 
 constexpr bool isOneOf(char c, std::string_view characters) noexcept {
     return characters.find(c) != std::string_view::npos;
-}
-
-constexpr bool isControlOrBlank(char c) noexcept {
-    return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F;
 }
 
 constexpr bool isEscaped(char c) noexcept {
@@ -168,6 +165,7 @@ bool hasDotSegment(std::string_view path) noexcept {
 /// times. A path that is encoded more often than any honest one counts as hiding something.
 bool mayHideDotSegment(std::string_view path) {
     constexpr int maxLevels = 16;
+    if (path.find_first_of(".%") == std::string_view::npos) return false;
     std::string decoded(path);
     for (int level = 0; level < maxLevels; ++level) {
         if (hasDotSegment(decoded)) return true;

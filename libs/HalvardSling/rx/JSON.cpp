@@ -12,9 +12,11 @@ JSONDictionary decoded(const Response& response) {
     auto parsed = JSONDictionary::parse(response.sharedBody());
     if (auto* const dictionary = std::get_if<JSONDictionary>(&parsed))
         return std::move(*dictionary);
-    throw SlingError(SlingErrorKind::malformedReply,
-                     "the reply of " + internal::originText(response) +
-                         " is not a JSON object: " + std::get<JSONFailure>(parsed).text());
+    const SlingError error(SlingErrorKind::malformedReply,
+                           "the reply of " + internal::originText(response) +
+                               " is not a JSON object: " + std::get<JSONFailure>(parsed).text());
+    const auto context = response.context();
+    throw context ? error.with(*context) : error;
 }
 
 }  // namespace

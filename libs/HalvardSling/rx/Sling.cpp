@@ -1,9 +1,13 @@
 #include <exception>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
+#include <HalvardSling/json/JSONDictionary.hpp>
 #include <HalvardSling/rx/Sling.hpp>
 #include <HalvardSling/rx/internal/ResponseOrigin.hpp>
+#include <internal/ASCII.hpp>
 
 namespace HalvardSling {
 
@@ -11,11 +15,35 @@ namespace {
 
 constexpr int firstErrorStatus = 400;
 
+/// What a reply's header says, without parameters, is "application/problem+json".
+bool isProblem(const Headers& headers) {
+    const std::string_view type = headers.value("Content-Type").value_or("");
+    const std::string_view essence = type.substr(0, type.find(';'));
+    return KestrinInternal::equalsIgnoringCase(
+        essence.substr(0, essence.find_last_not_of(" \t") + 1), "application/problem+json");
+}
+
+std::optional<ProblemDocument> problemOf(const Response& response) {
+    if (!isProblem(response.headers())) return std::nullopt;
+    const auto parsed = JSONDictionary::parse(response.sharedBody());
+    const auto* const json = std::get_if<JSONDictionary>(&parsed);
+    if (json == nullptr) return std::nullopt;
+    ProblemDocument problem;
+    for (const auto& [key, member] : {std::pair{"type", &problem.type},
+                                      {"title", &problem.title},
+                                      {"detail", &problem.detail},
+                                      {"instance", &problem.instance}})
+        if (const auto text = json->text(key)) *member = *text;
+    problem.status = json->integer("status");
+    return problem;
+}
+
 SlingError statusError(const Response& response) {
     return SlingError::httpStatus(
         response.status(), internal::originText(response),
         {.headers = response.headers(),
-         .body = std::string(response.body().substr(0, ErrorReply::maxBodyBytes))});
+         .body = std::string(response.body().substr(0, ErrorReply::maxBodyBytes))},
+        problemOf(response));
 }
 
 /// The process has no file or no thread left for a transport.
@@ -34,20 +62,23 @@ void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) noexc
     }
 }
 
-void deliver(const rxcpp::subscriber<Response>& subscriber, TransportResult result) {
-    if (auto* const error = std::get_if<SlingError>(&result))
-        return fail(subscriber, std::move(*error));
+void deliver(const rxcpp::subscriber<Response>& subscriber, const CheckedRequest& request,
+             TransportResult result) {
+    if (const auto* const error = std::get_if<SlingError>(&result))
+        return fail(subscriber, error->with(request.context()));
     auto& response = std::get<Response>(result);
-    if (response.status() >= firstErrorStatus) return fail(subscriber, statusError(response));
-    subscriber.on_next(std::move(response));
+    if (response.status() >= firstErrorStatus)
+        return fail(subscriber, statusError(response).with(request.context()));
+    subscriber.on_next(std::move(response).to(request));
     subscriber.on_completed();
 }
 
 void send(const CheckedRequest& request, const std::shared_ptr<Transport>& transport,
           const rxcpp::subscriber<Response>& subscriber) {
-    const TransferID transfer = transport->send(
-        request,
-        [subscriber](TransportResult result) noexcept { deliver(subscriber, std::move(result)); });
+    const TransferID transfer =
+        transport->send(request, [subscriber, request](TransportResult result) noexcept {
+            deliver(subscriber, request, std::move(result));
+        });
     // Where the subscription has ended in the meantime this runs at once. It names the transfer and
     // holds nothing, for whatever it held would live in a cycle with the subscription.
     subscriber.add([weak = std::weak_ptr(transport), transfer] {
@@ -75,11 +106,11 @@ Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) cons
             if (const auto* const error = std::get_if<SlingError>(&content))
                 return fail(subscriber, *error);
             if (!subscriber.is_subscribed()) return;
+            const auto request = std::get<CheckedRequest>(content).with(RequestID::random());
             try {
-                send(std::get<CheckedRequest>(content), transport ? transport : defaultTransport(),
-                     subscriber);
+                send(request, transport ? transport : defaultTransport(), subscriber);
             } catch (const std::exception& error) {
-                fail(subscriber, noTransport(error));
+                fail(subscriber, noTransport(error).with(request.context()));
             }
         });
 }

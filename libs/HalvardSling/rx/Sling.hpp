@@ -29,11 +29,18 @@ class HALVARD_SLING_EXPORT Sling {
     /// with a status below 400 and completes, or fails with one `SlingError`. A request that cannot
     /// be made fails in the same way and sends nothing.
     ///
-    /// Unsubscribing aborts the transfer. Events are delivered on the transport's thread, one
-    /// after the other; a subscriber that blocks there holds up every other transfer. What its
-    /// function for values throws goes to its function for errors. What that or the one for the
-    /// completion throws, and an error for which there is no function, ends the program:
-    /// `std::terminate` is called, and shows the text.
+    /// Each subscription has an identifier of its own, which the service gets as "X-Request-ID"
+    /// (unless the request has such a header) and errors name.
+    ///
+    /// Unsubscribing aborts the transfer. Events are delivered one after the other on the
+    /// transport's thread, or, if the request cannot be made or sent or the transport answers at
+    /// once, on the caller's before `subscribe` has returned. A subscriber must not block: it holds
+    /// up every other transfer, and if it waits for another request it waits for ever, for that one
+    /// and its time limits need the same thread. Start the other request and go on in its handler.
+    ///
+    /// What a subscriber's function for values throws goes to its function for errors. What that or
+    /// the one for the completion throws, and an error for which there is no function, ends the
+    /// program: `std::terminate` is called, and shows the text.
     ///
     /// @param transport  who sends; null: the default transport at the time of subscription. The
     ///                   observable keeps it, a subscription does not: where nobody else does, the

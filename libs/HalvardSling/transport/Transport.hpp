@@ -32,6 +32,7 @@ using TransferID = std::uint64_t;
 ///  - After `cancel` the completion is not begun any more; one that is running on another thread
 ///    runs to its end. `cancel` aborts the transfer promptly, at whatever stage it is, and does
 ///    not wait for it. Cancelling a transfer that has ended does nothing.
+///  - The request goes out with its identifier, see `CheckedRequest::requestID`.
 ///  - A transport that is destroyed ends every open transfer with `SlingErrorKind::cancelled`. Only
 ///    the default transport, at the exit of the process, drops them without a word.
 class HALVARD_SLING_EXPORT Transport {

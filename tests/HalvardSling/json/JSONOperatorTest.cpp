@@ -64,6 +64,7 @@ TEST(JSONOperator, ABodyThatIsNotJSONIsAMalformedReplyThatSaysWhere) {
     const auto outcome = outcomeOf("{\"token\":\n\"s3cret\"");
     ASSERT_TRUE(outcome.error);
     EXPECT_EQ(outcome.error->kind(), SlingErrorKind::malformedReply);
+    EXPECT_THAT(outcome.error->what(), testing::StartsWith("GET, request "));
     EXPECT_THAT(outcome.error->what(), HasSubstr("line 2"));
     EXPECT_THAT(outcome.error->what(), HasSubstr("https://api.example.com:443"));
     EXPECT_THAT(outcome.error->what(), Not(HasSubstr("s3cret")));

@@ -185,7 +185,7 @@ void CurlExchange::setRequest(CurlOptions& set) {
     }
     const std::string_view implied = isHead ? "HEAD" : hasBody ? "POST" : "GET";
     set(CURLOPT_CUSTOMREQUEST, current().method == implied ? nullptr : current().method.c_str());
-    set(CURLOPT_HTTPHEADER, headerLines_.of(current(), hasBody, userAgent_));
+    set(CURLOPT_HTTPHEADER, headerLines_.of(*request_, hasBody, userAgent_));
 }
 
 int CurlExchange::onSend(void* self, char*, char*, int, int) {
@@ -280,8 +280,7 @@ SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
 
 SlingError CurlExchange::failure(CURLcode code) const {
     const auto kind = kindOf(code);
-    std::string text = current().method + ' ' + request_->url().origin().text() +
-                       current().pathTemplate + ": " + std::string(sentence(kind));
+    std::string text = request_->url().origin().text() + ": " + std::string(sentence(kind));
     if (!tooLarge_) text += std::string(" (") + curl_easy_strerror(code) + ')';
     return {kind, std::move(text)};
 }

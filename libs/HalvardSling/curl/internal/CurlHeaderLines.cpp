@@ -9,7 +9,7 @@ namespace HalvardSling {
 namespace {
 
 constexpr std::size_t usualBytes = 512;
-constexpr std::size_t ownLines = 4;
+constexpr std::size_t ownLines = 5;
 
 /// Header fields that say how the message is framed.
 bool isFraming(std::string_view name) noexcept {
@@ -24,9 +24,9 @@ bool isBlank(std::string_view text) noexcept {
 
 }  // namespace
 
-curl_slist* CurlHeaderLines::of(const TransportRequest& request, bool sendsBody,
+curl_slist* CurlHeaderLines::of(const CheckedRequest& request, bool sendsBody,
                                 std::string_view userAgent) {
-    const Headers& headers = request.headers;
+    const Headers& headers = request->headers;
     texts_.clear();
     texts_.reserve(usualBytes);
     nodes_.clear();
@@ -37,9 +37,11 @@ curl_slist* CurlHeaderLines::of(const TransportRequest& request, bool sendsBody,
         if (!headers.value("Content-Type")) add({"Content-Type:"});
     }
     // libcurl would send these two of its own accord, but composes them anew for every request.
-    if (request.sendsUserAgent && !userAgent.empty() && !headers.value("User-Agent"))
+    if (request->sendsUserAgent && !userAgent.empty() && !headers.value("User-Agent"))
         add({"User-Agent: ", userAgent});
     if (!headers.value("Accept-Encoding")) add({"Accept-Encoding: gzip"});
+    if (!headers.value(CheckedRequest::requestIDHeader))
+        add({CheckedRequest::requestIDHeader, ": ", request.requestID()});
     for (const auto& [name, value] : headers) {
         if (isFraming(name)) continue;
         if (isBlank(value))

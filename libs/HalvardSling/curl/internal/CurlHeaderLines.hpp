@@ -19,7 +19,7 @@ class CurlHeaderLines {
     /// @param userAgent  what "User-Agent" says where the request has none; empty: nothing is sent
     /// @return null where there is no line. The list lives until the next call; the room it takes
     ///         serves that one.
-    [[nodiscard]] curl_slist* of(const TransportRequest& request, bool sendsBody,
+    [[nodiscard]] curl_slist* of(const CheckedRequest& request, bool sendsBody,
                                  std::string_view userAgent);
 
   private:

@@ -115,8 +115,8 @@ void turnIntoGet(TransportRequest& request) {
 
 /// The headers that hold no secret of the service they were meant for.
 Headers forAnotherOrigin(const Headers& headers) {
-    static constexpr std::array<std::string_view, 4> allowed{"Accept", "Accept-Language",
-                                                             "Content-Type", "User-Agent"};
+    static constexpr std::array<std::string_view, 5> allowed{
+        "Accept", "Accept-Language", "Content-Type", "User-Agent", CheckedRequest::requestIDHeader};
     Headers kept;
     for (const auto& [name, value] : headers)
         if (std::ranges::any_of(allowed, [&](auto each) { return Headers::sameName(each, name); }))
@@ -173,7 +173,7 @@ std::variant<CheckedRequest, SlingError> redirected(const CheckedRequest& reques
         next.headers = forAnotherOrigin(next.headers);
         next.body.reset();
     }
-    return CheckedRequest::of(std::move(next));
+    return CheckedRequest::of(std::move(next), request.id());
 }
 
 }  // namespace HalvardSling::internal
