@@ -5,10 +5,12 @@
 #include <system_error>
 #include <unistd.h>
 
+#include <internal/FileDescriptor.hpp>
 #include <kestrin-profile-server/ClientConfiguration.hpp>
-#include <kestrin-profile-server/JSONText.hpp>
-#include <kestrin-profile-server/Routes.hpp>
-#include <kestrin-profile-server/Secrets.hpp>
+#include <kestrin-profile-server/domain/JSONText.hpp>
+#include <kestrin-profile-server/domain/Secrets.hpp>
+#include <kestrin-profile-server/http/Authorisation.hpp>
+#include <kestrin-profile-server/http/Routes.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -38,37 +40,20 @@ std::string serviceJSON(const Route& route, const std::string& baseURL,
     return json;
 }
 
-/// An open file descriptor that closes itself.
-class Descriptor {
-  public:
-    explicit Descriptor(int number) : number_(number) {
-        if (number_ < 0) throw std::system_error(errno, std::generic_category());
-    }
-    ~Descriptor() { ::close(number_); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    void write(std::string_view content) const {
-        while (!content.empty()) {
-            const ssize_t count = ::write(number_, content.data(), content.size());
-            if (count < 0) throw std::system_error(errno, std::generic_category());
-            content.remove_prefix(static_cast<std::size_t>(count));
-        }
-    }
-
-    void flush() const {
-        if (::fsync(number_) != 0) throw std::system_error(errno, std::generic_category());
-    }
-
-  private:
-    int number_;
-};
+void throwIfFailed(ssize_t result) {
+    if (result < 0) throw std::system_error(errno, std::generic_category());
+}
 
 void writeNewFile(const std::filesystem::path& file, const std::string& content) {
-    const Descriptor descriptor(
+    const KestrinInternal::FileDescriptor descriptor(
         ::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
-    descriptor.write(content);
-    descriptor.flush();
+    throwIfFailed(descriptor.number());
+    for (std::string_view left = content; !left.empty();) {
+        const ssize_t count = ::write(descriptor.number(), left.data(), left.size());
+        throwIfFailed(count);
+        left.remove_prefix(static_cast<std::size_t>(count));
+    }
+    throwIfFailed(::fsync(descriptor.number()));
 }
 
 }  // namespace

@@ -3,14 +3,14 @@
 #include <filesystem>
 #include <string>
 
-#include <kestrin-profile-server/Households.hpp>
+#include <kestrin-profile-server/domain/Households.hpp>
 
 namespace KestrinProfileServer {
 
 /// The configuration with which a client reaches this service: every operation of the table of
 /// routes, and the household's secret for the bind.
-std::string clientConfiguration(const std::string& baseURL, const std::string& brand,
-                                const Household& household);
+[[nodiscard]] std::string clientConfiguration(const std::string& baseURL, const std::string& brand,
+                                              const Household& household);
 
 /// Writes a file that only its owner can read, in one step: a reader sees the former content or
 /// the new one. Throws StartError when it cannot.

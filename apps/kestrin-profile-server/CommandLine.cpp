@@ -4,8 +4,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <internal/UTF8.hpp>
 #include <kestrin-profile-server/CommandLine.hpp>
-#include <kestrin-profile-server/Text.hpp>
+#include <kestrin-profile-server/domain/Text.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -48,7 +49,7 @@ std::string checkProfileID(const std::string& id) {
 }
 
 std::string checkText(const std::string& text) {
-    return isValidUTF8(text) && text.size() <= longestText
+    return KestrinInternal::isUTF8(text) && text.size() <= longestText
                ? ""
                : "expected is UTF-8 text of at most " + std::to_string(longestText) + " bytes";
 }

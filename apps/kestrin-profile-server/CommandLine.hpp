@@ -25,6 +25,7 @@ struct EarlyEnd {
 /// The exit codes that --help explains.
 enum ExitCode : int { cleanStop = 0, failure = 1, wrongUsage = 2 };
 
-std::variant<Options, EarlyEnd> parsedCommandLine(int count, const char* const* arguments);
+[[nodiscard]] std::variant<Options, EarlyEnd> parsedCommandLine(int count,
+                                                                const char* const* arguments);
 
 }  // namespace KestrinProfileServer

@@ -13,12 +13,10 @@ std::string tokenKeyIn(const std::filesystem::path& database) {
 Household preparedIn(Connection& connection, const ServiceSettings& settings) {
     SQLite::Transaction transaction(connection.database(), SQLite::TransactionBehavior::IMMEDIATE);
     Household household = ensureHousehold(connection, settings.household, settings.parentProfileID);
-    for (const auto& profileID : settings.block) {
+    for (const auto& profileID : settings.block)
         setBlocked(connection, household.row, profileID, true);
-    }
-    for (const auto& profileID : settings.unblock) {
+    for (const auto& profileID : settings.unblock)
         setBlocked(connection, household.row, profileID, false);
-    }
     transaction.commit();
     return household;
 }

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include <kestrin-profile-server/Households.hpp>
-#include <kestrin-profile-server/HttpServer.hpp>
+#include <kestrin-profile-server/domain/Households.hpp>
+#include <kestrin-profile-server/http/HttpServer.hpp>
 
 namespace KestrinProfileServer {
 
@@ -30,9 +30,9 @@ class Service {
     /// Opens or creates the database and listens; throws StartError when it cannot.
     explicit Service(const ServiceSettings& settings);
 
-    const Household& household() const { return household_; }
-    std::string baseURL() const { return http_.baseURL(); }
-    bool isLoopback() const { return http_.isLoopback(); }
+    [[nodiscard]] const Household& household() const { return household_; }
+    [[nodiscard]] std::string baseURL() const { return http_.baseURL(); }
+    [[nodiscard]] bool isLoopback() const { return http_.isLoopback(); }
 
     /// Answers the requests that are running and stops. The destructor does so too.
     void stop() { http_.stop(); }
@@ -47,6 +47,6 @@ class Service {
 };
 
 /// Prepares the database and returns the household, created when it is missing.
-Household prepareHousehold(const ServiceSettings& settings);
+[[nodiscard]] Household prepareHousehold(const ServiceSettings& settings);
 
 }  // namespace KestrinProfileServer

@@ -46,7 +46,7 @@ struct UTF8Character {
 inline void appendUTF8(std::string& text, char32_t character) {
     if (character < 0x80) return text.push_back(static_cast<char>(character));
     const unsigned more = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
-    const unsigned lead = 0xF00U >> more & 0xFFU;
+    const unsigned lead = 0xF00U >> (more + 1) & 0xFFU;
     text.push_back(static_cast<char>(lead | character >> (6 * more)));
     for (unsigned left = more; left-- > 0;)
         text.push_back(static_cast<char>(0x80U | (character >> (6 * left) & 0x3FU)));

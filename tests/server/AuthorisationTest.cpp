@@ -60,9 +60,8 @@ class AuthorisationTest : public testing::Test {
         for (const SampleRequest& request : requestsFor(addressed)) {
             // Deleting would end the test early; its rule is that of editing.
             if (request.route.operation == "personalization-delete-profile") continue;
-            if (outcomeOf(send(caller.headers(), request)) == "403 profile-refused") {
+            if (outcomeOf(send(caller.headers(), request)) == "403 profile-refused")
                 refused.emplace(request.route.operation);
-            }
         }
         return refused;
     }

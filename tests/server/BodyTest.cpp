@@ -38,9 +38,8 @@ TEST_F(BodyTest, whatIsNotJSONIsRefused) {
 }
 
 TEST_F(BodyTest, whatIsNoObjectIsRefused) {
-    for (const char* bad : {"[]", "null", "\"x\"", "1"}) {
+    for (const char* bad : {"[]", "null", "\"x\"", "1"})
         EXPECT_EQ(outcomeOf(watch(bad)), "422 invalid-body") << bad;
-    }
 }
 
 TEST_F(BodyTest, anUnexpectedKeyIsNamed) {

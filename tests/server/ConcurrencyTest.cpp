@@ -27,9 +27,8 @@ std::string watchTarget(const std::string& id) {
 template <class Work>
 void inParallel(int count, const Work& work) {
     std::vector<std::thread> threads;
-    for (int index = 0; index < count; ++index) {
+    for (int index = 0; index < count; ++index)
         threads.emplace_back([&work, index] { work(index); });
-    }
     for (auto& thread : threads)
         thread.join();
 }
@@ -191,9 +190,8 @@ TEST(ConcurrencyTest, stoppingAnswersEveryRequestThatIsRunning) {
     Connection connection(service.database(), Connection::Mode::readOnly);
     const auto profile = findProfile(connection, std::string("household"), "parent");
     std::set<std::string> stored;
-    for (const Entry& entry : entriesOf(connection, {profile->row, ListKind::history, "b"}, 500)) {
+    for (const Entry& entry : entriesOf(connection, {profile->row, ListKind::history, "b"}, 500))
         stored.insert(entry.id);
-    }
     std::vector<std::string> newest;
     for (int index = 1; index < 5; ++index) {
         int last = -1;
@@ -262,9 +260,8 @@ TEST_F(KillTest, everyAnsweredWriteIsThereAfterTheProgramWasKilled) {
         client.call(client.bind("parent"), "GET", "/v1/history?brand=b&profile=parent&v=1");
     std::set<std::string> stored;
     const auto document = list.json();
-    for (const auto& element : document.at("elements").as_array()) {
+    for (const auto& element : document.at("elements").as_array())
         stored.emplace(element.at("id").as_string());
-    }
     std::vector<std::string> lost;
     std::ranges::set_difference(answered, stored, std::back_inserter(lost));
     EXPECT_EQ(lost, std::vector<std::string>{});

@@ -130,7 +130,7 @@ TEST_F(DatabaseTest, householdsAreCreatedOnceWithTheirOwnSecrets) {
 TEST_F(DatabaseTest, aHouseholdKeepsItsParent) {
     ServiceSettings settings;
     settings.database = file;
-    prepareHousehold(settings);
+    static_cast<void>(prepareHousehold(settings));
     settings.parentProfileID = "parent";
     EXPECT_EQ(prepareHousehold(settings).parentProfileID, "parent");
     settings.parentProfileID = "somebody";

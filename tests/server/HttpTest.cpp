@@ -116,9 +116,8 @@ TEST_F(HttpTest, aTooLargeBodyInChunksIsRefusedToo) {
     std::string request =
         "POST /v1/favorites/shows?brand=b&profile=parent&v=1 HTTP/1.1\r\n"
         "Host: x\r\nTransfer-Encoding: chunked\r\n\r\n";
-    for (int chunk = 0; chunk < 20; ++chunk) {
+    for (int chunk = 0; chunk < 20; ++chunk)
         request += "10000\r\n" + std::string(0x10000, ' ') + "\r\n";
-    }
     EXPECT_TRUE(sendRaw(service.baseURL(), request + "0\r\n\r\n").starts_with("HTTP/1.1 413 "));
 }
 

@@ -187,12 +187,10 @@ TEST_F(ListTest, clearingEmptiesThatListOnlyAndMayBeRepeated) {
     addLater("v");
     search("v");
     for (std::size_t cleared = 0; cleared < lists.size(); ++cleared) {
-        for (int round = 0; round < 2; ++round) {
+        for (int round = 0; round < 2; ++round)
             EXPECT_EQ(outcomeOf(client.call(parent, "DELETE", listTarget(lists[cleared]))), "204");
-        }
-        for (std::size_t each = 0; each < lists.size(); ++each) {
+        for (std::size_t each = 0; each < lists.size(); ++each)
             EXPECT_EQ(idsIn(lists[each]), each <= cleared ? "" : "v");
-        }
     }
     EXPECT_EQ(searches(), Texts{"v"});
 }
@@ -255,9 +253,8 @@ TEST_F(ShortListTest, theOldestEntriesAreDropped) {
         addLater(id);
         search(id);
     }
-    for (const char* list : {"history", "favorites", "watchlist"}) {
+    for (const char* list : {"history", "favorites", "watchlist"})
         EXPECT_EQ(idsIn(list), "e a d") << list;
-    }
     EXPECT_EQ(searches(), (Texts{"e", "a", "d"}));
     EXPECT_NE(bodyOf(listTarget("history")).find("\"maxSize\":3"), std::string::npos);
 }

@@ -191,9 +191,8 @@ TEST_F(ProfileTest, aNameHasOneToFortyCharactersAfterTrimming) {
     const auto tooLong = create(repeated("\xC3\xB1", 41));
     EXPECT_EQ(outcomeOf(tooLong), "422 invalid-name");
     EXPECT_NE(detailOf(tooLong).find("41"), std::string::npos);
-    for (const char* empty : {R"({"username":""})", R"({"username":" \t\u00A0"})", "{}"}) {
+    for (const char* empty : {R"({"username":""})", R"({"username":" \t\u00A0"})", "{}"})
         EXPECT_EQ(outcomeOf(create(empty)), "422 invalid-name") << empty;
-    }
 }
 
 TEST_F(ProfileTest, aNameHasNoControlCharacters) {

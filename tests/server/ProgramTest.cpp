@@ -8,7 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include <kestrin-profile-server/Secrets.hpp>
+#include <internal/Base64URL.hpp>
+#include <kestrin-profile-server/domain/Secrets.hpp>
 
 #include "Support.hpp"
 
@@ -209,7 +210,8 @@ TEST_F(ProgramTest, theOptionsReachTheService) {
     EXPECT_EQ(client.idsOf(mum, "/v1/favorites?brand=b&profile=mum&v=1"), "b");
     const auto start = mum.token.find('.') + 1;
     const std::string payload =
-        bytesOfBase64URL(mum.token.substr(start, mum.token.rfind('.') - start)).value();
+        KestrinInternal::base64URLDecoded(mum.token.substr(start, mum.token.rfind('.') - start))
+            .value();
     const auto claims = boost::json::parse(payload);
     EXPECT_EQ(claims.at("exp").as_int64() - claims.at("iat").as_int64(), 7);
     EXPECT_EQ(claims.at("hh").as_string(), "ours");

@@ -65,17 +65,15 @@ TEST(RouteTableTest, isTheProtocolThatClientsKnow) {
 
 TEST(RouteTableTest, methodAndPathChooseOneRoute) {
     std::set<std::string> addresses;
-    for (const Route& route : routes()) {
+    for (const Route& route : routes())
         addresses.insert(std::string(route.method) + std::string(route.path));
-    }
     EXPECT_EQ(addresses.size(), routes().size());
     EXPECT_EQ(routes().size(), 22U);
 }
 
 TEST(RouteTableTest, onlyTheBindIsOpenToWhoHasNoToken) {
-    for (const Route& route : routes()) {
+    for (const Route& route : routes())
         EXPECT_EQ(route.access == Access::household, route.path == "/v1/binds") << route.operation;
-    }
 }
 
 TEST(RouteTableTest, getsReadAndOtherMethodsWriteExceptTheBind) {

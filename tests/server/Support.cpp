@@ -45,9 +45,8 @@ std::string outcomeOf(const HttpReply& reply) {
     const std::string status = std::to_string(reply.status);
     if (reply.status < 400) return status;
     const auto type = reply.headers.find("content-type");
-    if (type == reply.headers.end() || type->second != "application/problem+json") {
+    if (type == reply.headers.end() || type->second != "application/problem+json")
         return status + " without a problem document";
-    }
     const auto document = reply.json();
     if (document.at("status").as_int64() != reply.status ||
         document.at("title").as_string().empty() || document.at("detail").as_string().empty() ||
@@ -158,9 +157,8 @@ std::string HouseholdClient::idsOf(const Caller& caller, const std::string& targ
     if (reply.status != 200) return outcomeOf(reply);
     std::string ids;
     const auto list = reply.json();
-    for (const auto& element : list.at("elements").as_array()) {
+    for (const auto& element : list.at("elements").as_array())
         ids += (ids.empty() ? "" : " ") + std::string(element.at("id").as_string());
-    }
     return ids;
 }
 

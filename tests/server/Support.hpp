@@ -12,8 +12,8 @@
 
 #include <boost/json.hpp>
 
-#include <kestrin-profile-server/Routes.hpp>
 #include <kestrin-profile-server/Service.hpp>
+#include <kestrin-profile-server/http/Routes.hpp>
 
 #include "support/Program.hpp"
 

@@ -1,0 +1,199 @@
+#include <algorithm>
+
+#include <kestrin-profile-server/domain/JSONText.hpp>
+#include <kestrin-profile-server/domain/Problem.hpp>
+#include <kestrin-profile-server/domain/Profiles.hpp>
+#include <kestrin-profile-server/domain/Secrets.hpp>
+#include <kestrin-profile-server/domain/Text.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+constexpr std::size_t longestUsername = 40;
+constexpr std::size_t profileIDBytes = 12;
+
+constexpr std::string_view profileByHousehold =
+    "SELECT profile, household, id, username, avatar, profile_group, is_default, is_parent"
+    " FROM profiles WHERE household = ? AND id = ?";
+
+constexpr std::string_view profileByHouseholdName =
+    "SELECT profile, household, id, username, avatar, profile_group, is_default, is_parent"
+    " FROM profiles WHERE household = (SELECT household FROM households WHERE name = ?) AND id = ?";
+
+constexpr std::string_view profilesByHousehold =
+    "SELECT profile, household, id, username, avatar, profile_group, is_default, is_parent"
+    " FROM profiles WHERE household = ? ORDER BY is_parent DESC, profile";
+
+Profile profileIn(const Query& query) {
+    return Profile{query.integer(0),      query.integer(1),      query.text(2),  query.text(3),
+                   query.optionalText(4), query.optionalText(5), query.truth(6), query.truth(7)};
+}
+
+/// The form under which names are unique.
+std::string nameKeyOf(const std::string& username) {
+    return toUTF8(lowerCased(codePointsOf(username)));
+}
+
+bool isTaken(Connection& connection, std::int64_t household, const std::string& username,
+             std::optional<std::int64_t> owner) {
+    return Query(connection,
+                 "SELECT 1 FROM profiles WHERE household = ? AND name_key = ?"
+                 " AND profile IS NOT ?",
+                 household, nameKeyOf(username), owner)
+        .next();
+}
+
+std::size_t countProfiles(Connection& connection, std::int64_t household) {
+    Query query(connection, "SELECT count(*) FROM profiles WHERE household = ?", household);
+    query.next();
+    return static_cast<std::size_t>(query.integer(0));
+}
+
+Profile reread(Connection& connection, const Profile& profile) {
+    return *findProfile(connection, profile.household, profile.id);
+}
+
+/// A household has exactly one default profile: the new one takes it from the former one.
+void makeDefault(Connection& connection, std::int64_t household, const std::string& id) {
+    Query(connection, "UPDATE profiles SET is_default = 0 WHERE household = ? AND is_default",
+          household)
+        .run();
+    Query(connection, "UPDATE profiles SET is_default = 1 WHERE household = ? AND id = ?",
+          household, id)
+        .run();
+}
+
+void makeParentDefault(Connection& connection, std::int64_t household) {
+    makeDefault(connection, household, profilesOf(connection, household).front().id);
+}
+
+void applyDefault(Connection& connection, const Profile& profile, std::optional<bool> wanted) {
+    if (!wanted || *wanted == profile.isDefault) return;
+    if (*wanted)
+        makeDefault(connection, profile.household, profile.id);
+    else
+        makeParentDefault(connection, profile.household);
+}
+
+void insertProfile(Connection& connection, const Profile& profile) {
+    Query(connection,
+          "INSERT INTO profiles (household, id, username, name_key, avatar, profile_group,"
+          " is_default, is_parent) VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
+          profile.household, profile.id, profile.username, nameKeyOf(profile.username),
+          profile.avatar, profile.group, profile.isDefault, profile.isParent)
+        .run();
+}
+
+void appendMember(std::string& json, std::string_view name,
+                  const std::optional<std::string>& value) {
+    if (!value) return;
+    json.push_back(',');
+    appendJSONText(json, name);
+    json.push_back(':');
+    appendJSONText(json, *value);
+}
+
+}  // namespace
+
+std::optional<Profile> findProfile(Connection& connection, std::int64_t household,
+                                   const std::string& id) {
+    Query query(connection, profileByHousehold, household, id);
+    return query.next() ? std::optional(profileIn(query)) : std::nullopt;
+}
+
+std::optional<Profile> findProfile(Connection& connection, const std::string& householdName,
+                                   const std::string& id) {
+    Query query(connection, profileByHouseholdName, householdName, id);
+    return query.next() ? std::optional(profileIn(query)) : std::nullopt;
+}
+
+std::vector<Profile> profilesOf(Connection& connection, std::int64_t household) {
+    std::vector<Profile> profiles;
+    Query query(connection, profilesByHousehold, household);
+    while (query.next())
+        profiles.push_back(profileIn(query));
+    return profiles;
+}
+
+std::string checkedUsername(Connection& connection, std::int64_t household,
+                            const std::string& username, std::optional<std::int64_t> owner) {
+    const auto refuse = [](const std::string& reason) {
+        throw Problem(ProblemKind::invalidName, reason);
+    };
+    const std::u32string name = trimmed(codePointsOf(username));
+    if (name.empty()) refuse("the name is empty; it needs at least one visible character");
+    if (std::ranges::any_of(name, isControl)) refuse("the name has a control character");
+    if (name.size() > longestUsername) {
+        refuse("the name has " + std::to_string(name.size()) + " characters, " +
+               std::to_string(longestUsername) + " are allowed");
+    }
+    std::string text = toUTF8(name);
+    if (isTaken(connection, household, text, owner))
+        refuse("another profile of the household is already called '" + text + "'");
+    return text;
+}
+
+void insertParentProfile(Connection& connection, std::int64_t household, const std::string& id,
+                         const std::string& username) {
+    insertProfile(connection, Profile{.household = household,
+                                      .id = id,
+                                      .username = username,
+                                      .avatar = {},
+                                      .group = {},
+                                      .isDefault = true,
+                                      .isParent = true});
+}
+
+Profile createProfile(Connection& connection, std::int64_t household, const ProfileChange& change,
+                      std::size_t limit) {
+    const std::string username =
+        checkedUsername(connection, household, change.username.value_or(""), std::nullopt);
+    const std::size_t count = countProfiles(connection, household);
+    if (count >= limit) {
+        throw Problem(ProblemKind::tooManyProfiles, "the household has " + std::to_string(count) +
+                                                        " profiles, " + std::to_string(limit) +
+                                                        " are allowed; delete one first");
+    }
+    const Profile profile{.household = household,
+                          .id = hexadecimal(randomBytes(profileIDBytes)),
+                          .username = username,
+                          .avatar = change.avatar,
+                          .group = change.group};
+    insertProfile(connection, profile);
+    applyDefault(connection, profile, change.isDefault);
+    return reread(connection, profile);
+}
+
+Profile editProfile(Connection& connection, const Profile& profile, const ProfileChange& change) {
+    const std::string username = change.username ? checkedUsername(connection, profile.household,
+                                                                   *change.username, profile.row)
+                                                 : profile.username;
+    Query(connection,
+          "UPDATE profiles SET username = ?2, name_key = ?3, avatar = coalesce(?4, avatar),"
+          " profile_group = coalesce(?5, profile_group) WHERE profile = ?1",
+          profile.row, username, nameKeyOf(username), change.avatar, change.group)
+        .run();
+    applyDefault(connection, profile, change.isDefault);
+    return reread(connection, profile);
+}
+
+void deleteProfile(Connection& connection, const Profile& profile) {
+    if (profile.isParent) {
+        throw Problem(ProblemKind::parentProfile,
+                      "the household's parent profile cannot be deleted");
+    }
+    if (profile.isDefault) makeParentDefault(connection, profile.household);
+    Query(connection, "DELETE FROM profiles WHERE profile = ?", profile.row).run();
+}
+
+std::string profileJSON(const Profile& profile) {
+    std::string json = R"({"profileId":)" + jsonText(profile.id);
+    appendMember(json, "username", profile.username);
+    appendMember(json, "avatar", profile.avatar);
+    appendMember(json, "group", profile.group);
+    json += R"(,"default":)";
+    json += profile.isDefault ? "true}" : "false}";
+    return json;
+}
+
+}  // namespace KestrinProfileServer

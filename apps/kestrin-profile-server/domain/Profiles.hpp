@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <kestrin-profile-server/storage/Database.hpp>
+
+namespace KestrinProfileServer {
+
+struct Profile {
+    std::int64_t row = 0;
+    std::int64_t household = 0;
+    std::string id;
+    std::string username;
+    std::optional<std::string> avatar;
+    std::optional<std::string> group;
+    bool isDefault = false;
+    bool isParent = false;
+};
+
+/// What a create or edit request says; absent values stay as they are.
+struct ProfileChange {
+    std::optional<std::string> username;
+    std::optional<std::string> avatar;
+    std::optional<std::string> group;
+    std::optional<bool> isDefault;
+};
+
+[[nodiscard]] std::optional<Profile> findProfile(Connection& connection, std::int64_t household,
+                                                 const std::string& id);
+[[nodiscard]] std::optional<Profile> findProfile(Connection& connection,
+                                                 const std::string& householdName,
+                                                 const std::string& id);
+
+/// The household's profiles: the parent first, then as they were created.
+[[nodiscard]] std::vector<Profile> profilesOf(Connection& connection, std::int64_t household);
+
+/// The trimmed name, when a profile of the household may be called so; otherwise throws the
+/// problem with the reason. The profile `owner` may keep its own name.
+[[nodiscard]] std::string checkedUsername(Connection& connection, std::int64_t household,
+                                          const std::string& username,
+                                          std::optional<std::int64_t> owner);
+
+/// The first profile of a new household; it is the default one.
+void insertParentProfile(Connection& connection, std::int64_t household, const std::string& id,
+                         const std::string& username);
+
+/// A new profile with a random identifier. Throws when the household already has `limit`.
+[[nodiscard]] Profile createProfile(Connection& connection, std::int64_t household,
+                                    const ProfileChange& change, std::size_t limit);
+
+[[nodiscard]] Profile editProfile(Connection& connection, const Profile& profile,
+                                  const ProfileChange& change);
+
+/// Deletes the profile and its lists. The parent profile stays: a problem.
+void deleteProfile(Connection& connection, const Profile& profile);
+
+/// The profile as the protocol writes it.
+[[nodiscard]] std::string profileJSON(const Profile& profile);
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace KestrinProfileServer {
+
+/// The longest text that the service takes as one value, in bytes.
+constexpr std::size_t longestText = 2048;
+
+/// The code points of well-formed UTF-8.
+[[nodiscard]] std::u32string codePointsOf(std::string_view text);
+
+/// The UTF-8 form of code points.
+[[nodiscard]] std::string toUTF8(std::u32string_view codePoints);
+
+/// Whether the code point is a C0 or C1 control character or DEL.
+[[nodiscard]] bool isControl(char32_t codePoint);
+
+/// The code points without white space at both ends.
+[[nodiscard]] std::u32string trimmed(std::u32string_view codePoints);
+
+/// Upper-case Latin, Greek and Cyrillic letters made lower-case one by one; everything else stays.
+[[nodiscard]] std::u32string lowerCased(std::u32string_view codePoints);
+
+/// The beginning of `text` for messages: at most `limit` bytes, cut between code points, always
+/// well-formed UTF-8 (where `text` is not, its bytes beyond ASCII become question marks).
+[[nodiscard]] std::string excerptOf(std::string_view text, std::size_t limit = 80);
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include <kestrin-profile-server/domain/Households.hpp>
+#include <kestrin-profile-server/domain/Profiles.hpp>
+#include <kestrin-profile-server/domain/Tokens.hpp>
+#include <kestrin-profile-server/http/QueryString.hpp>
+#include <kestrin-profile-server/storage/Database.hpp>
+
+namespace KestrinProfileServer {
+
+struct Route;
+
+/// The header with which a bind proves its household.
+constexpr std::string_view secretHeader = "X-Household-Secret";
+
+/// A request as it came; the views live as long as the connection waits for the answer.
+struct Request {
+    std::string_view method;
+    std::string_view target;
+    std::string_view body;
+    std::vector<std::pair<std::string_view, std::string_view>> headers;
+};
+
+/// The value of a header that may come once; throws the problem when it is repeated.
+[[nodiscard]] std::optional<std::string_view> headerOf(const Request& request,
+                                                       std::string_view name);
+
+/// Who says to be calling: proven by a token, or by the household's secret.
+using Identity = std::variant<TokenClaims, std::string>;
+
+/// Checks the request's credentials as far as that needs no database.
+[[nodiscard]] Identity identityOf(const Request& request, const Route& route, const Tokens& tokens);
+
+/// Who is calling and which profile the request addresses. The bind has a household only.
+struct Authorised {
+    std::optional<Household> household;
+    Profile caller;
+    Profile addressed;
+};
+
+/// Checks the rights of a request. Whatever does not belong to the caller's household is refused
+/// in the same words whether it exists or not.
+[[nodiscard]] Authorised authorise(Connection& connection, const Route& route,
+                                   const QueryValues& query, const Identity& identity);
+
+}  // namespace KestrinProfileServer

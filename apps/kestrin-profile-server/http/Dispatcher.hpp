@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+
+#include <boost/json/object.hpp>
+
+#include <kestrin-profile-server/http/Authorisation.hpp>
+#include <kestrin-profile-server/http/Handlers.hpp>
+#include <kestrin-profile-server/http/WriteQueue.hpp>
+
+namespace KestrinProfileServer {
+
+/// Answers requests: finds the route, checks the general rules in one order for all operations,
+/// and runs the operation where it belongs. Used by all threads at once.
+class Dispatcher {
+  public:
+    using Done = std::function<void(Reply)>;
+
+    Dispatcher(const Tokens& tokens, const Limits& limits, Clock clock, WriteQueue& writes)
+        : tokens_(tokens), limits_(limits), clock_(std::move(clock)), writes_(writes) {}
+
+    /// Calls `done` once: at once for reads and refused requests, from the thread of the writes
+    /// after a write is on the disk. `reader` belongs to the calling thread.
+    void dispatch(const Request& request, Connection& reader, Done done) const;
+
+  private:
+    struct Call;
+
+    [[nodiscard]] Call callFor(const Request& request, std::string_view path,
+                               std::string_view query) const;
+    [[nodiscard]] Reply run(const Call& call, Connection& connection) const;
+    [[nodiscard]] Reply runRead(const Call& call, Connection& reader) const;
+    void addWrite(Call call, Done done) const;
+
+    const Tokens& tokens_;
+    Limits limits_;
+    Clock clock_;
+    WriteQueue& writes_;
+};
+
+/// The part of a request target before the query.
+[[nodiscard]] std::string_view pathOf(std::string_view target);
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,177 @@
+#include <array>
+
+#include <boost/json.hpp>
+
+#include <kestrin-profile-server/domain/JSONText.hpp>
+#include <kestrin-profile-server/domain/Problem.hpp>
+#include <kestrin-profile-server/domain/Text.hpp>
+#include <kestrin-profile-server/http/Handlers.hpp>
+#include <kestrin-profile-server/http/Routes.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+const Reply noContent{};
+
+ListAddress listOf(const HandlerContext& context) {
+    return ListAddress{context.authorised.addressed.row, context.route.list,
+                       context.query[ParameterRole::brand]};
+}
+
+ProfileChange changeIn(const boost::json::object& body) {
+    return ProfileChange{textIn(body, "username"), textIn(body, "avatar"), textIn(body, "group"),
+                         booleanIn(body, "default")};
+}
+
+void checkEntryID(const std::string& id) {
+    if (!id.empty()) return;
+    throw Problem(ProblemKind::invalidEntry,
+                  "the entry's identifier is empty; an entry needs at least one byte");
+}
+
+void checkBindBody(const HandlerContext& context) {
+    const std::string inBody = textIn(context.body, "profileId").value_or("");
+    const std::string& inQuery = context.query[ParameterRole::profile];
+    if (inBody == inQuery) return;
+    throw Problem(ProblemKind::invalidBody, "the body.profileId is '" + excerptOf(inBody) +
+                                                "'; expected is the profile of the query, '" +
+                                                excerptOf(inQuery) + "'");
+}
+
+Reply bindAnonymously(const HandlerContext& context) {
+    checkBindBody(context);
+    const Household& household = *context.authorised.household;
+    const std::string& profileID = context.query[ParameterRole::profile];
+    if (isBlocked(context.connection, household.row, profileID))
+        throw Problem(ProblemKind::profileBlocked, "the profile is blocked; it obtains no bind");
+    if (!findProfile(context.connection, household.row, profileID)) {
+        throw Problem(ProblemKind::unknownProfile,
+                      "the household has no profile '" + excerptOf(profileID) + "'");
+    }
+    const std::string token = context.tokens.issue({profileID, household.name});
+    return jsonReply(
+        200, R"({"profileId":)" + jsonText(profileID) + R"(,"token":)" + jsonText(token) + "}");
+}
+
+Reply validateName(const HandlerContext& context) {
+    const Profile& addressed = context.authorised.addressed;
+    const std::string name = checkedUsername(context.connection, addressed.household,
+                                             context.query[ParameterRole::name], addressed.row);
+    return jsonReply(200, R"({"valid":true,"username":)" + jsonText(name) + "}");
+}
+
+Reply createProfile(const HandlerContext& context) {
+    const ProfileChange wanted = changeIn(context.body);
+    if (!wanted.username) {
+        throw Problem(ProblemKind::invalidName,
+                      "the body lacks the key 'username'; a new profile needs a name");
+    }
+    const Profile created = createProfile(context.connection, context.authorised.caller.household,
+                                          wanted, context.limits.maxProfiles);
+    return jsonReply(201, profileJSON(created));
+}
+
+Reply getProfiles(const HandlerContext& context) {
+    std::string json = R"({"data":[)";
+    for (const Profile& each :
+         profilesOf(context.connection, context.authorised.caller.household)) {
+        if (!json.ends_with('[')) json.push_back(',');
+        json += profileJSON(each);
+    }
+    return jsonReply(200, json + "]}");
+}
+
+Reply editProfile(const HandlerContext& context) {
+    const Profile edited =
+        editProfile(context.connection, context.authorised.addressed, changeIn(context.body));
+    return jsonReply(200, profileJSON(edited));
+}
+
+Reply deleteProfile(const HandlerContext& context) {
+    deleteProfile(context.connection, context.authorised.addressed);
+    return noContent;
+}
+
+Reply getList(const HandlerContext& context) {
+    const std::size_t maxSize = context.limits.maxListSize;
+    return jsonReply(200, listJSON(context.route.list, maxSize,
+                                   entriesOf(context.connection, listOf(context), maxSize)));
+}
+
+Reply getEntry(const HandlerContext& context) {
+    std::vector<Entry> found;
+    if (auto entry =
+            findEntry(context.connection, listOf(context), context.query[ParameterRole::item])) {
+        found.push_back(*std::move(entry));
+    }
+    return jsonReply(200, listJSON(context.route.list, context.limits.maxListSize, found));
+}
+
+Reply addEntry(const HandlerContext& context) {
+    const std::string& id = context.query[ParameterRole::item];
+    checkEntryID(id);
+    putInFront(context.connection, listOf(context),
+               Entry{id, textIn(context.body, "type"), decimalTextIn(context.body, "progress"),
+                     truthTextIn(context.body, "isCompleted"), context.now},
+               context.limits.maxListSize);
+    return noContent;
+}
+
+Reply addEntries(const HandlerContext& context) {
+    for (const auto& each : context.body.at("elements").get_array()) {
+        const auto& element = each.get_object();
+        putInFront(context.connection, listOf(context),
+                   Entry{.id = *textIn(element, "id"),
+                         .type = textIn(element, "type"),
+                         .progress = {},
+                         .isCompleted = {},
+                         .added = context.now},
+                   context.limits.maxListSize);
+    }
+    return noContent;
+}
+
+Reply deleteEntry(const HandlerContext& context) {
+    deleteEntry(context.connection, listOf(context), context.query[ParameterRole::item]);
+    return noContent;
+}
+
+Reply clearList(const HandlerContext& context) {
+    clearList(context.connection, listOf(context));
+    return noContent;
+}
+
+struct HandlerRow {
+    Action action;
+    Reply (*handler)(const HandlerContext&);
+};
+
+constexpr std::array<HandlerRow, 12> handlerTable{{
+    {Action::bindAnonymously, bindAnonymously},
+    {Action::validateName, validateName},
+    {Action::createProfile, createProfile},
+    {Action::getProfiles, getProfiles},
+    {Action::editProfile, editProfile},
+    {Action::deleteProfile, deleteProfile},
+    {Action::getList, getList},
+    {Action::getEntry, getEntry},
+    {Action::addEntry, addEntry},
+    {Action::addEntries, addEntries},
+    {Action::deleteEntry, deleteEntry},
+    {Action::clearList, clearList},
+}};
+
+constexpr bool tableIsInEnumOrder() {
+    for (std::size_t index = 0; index < handlerTable.size(); ++index)
+        if (static_cast<std::size_t>(handlerTable[index].action) != index) return false;
+    return true;
+}
+static_assert(tableIsInEnumOrder(), "the action is the index of its row");
+
+}  // namespace
+
+Reply runAction(const HandlerContext& context) {
+    return handlerTable[static_cast<std::size_t>(context.route.action)].handler(context);
+}
+
+}  // namespace KestrinProfileServer

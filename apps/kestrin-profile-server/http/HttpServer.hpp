@@ -1,0 +1,49 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <kestrin-profile-server/http/Dispatcher.hpp>
+#include <kestrin-profile-server/http/RequestLog.hpp>
+
+namespace KestrinProfileServer {
+
+struct HttpSettings {
+    std::string host = "127.0.0.1";
+    std::uint16_t port = 8480;
+    unsigned threads = 1;
+    /// How long a client may take for a request, or for reading the reply; also how long a
+    /// connection may be idle.
+    std::chrono::milliseconds transferTimeout{30000};
+};
+
+/// Listens, reads requests, has them answered and writes the replies. Every connection belongs to
+/// one of the threads, which has its own connection for reading to the database.
+class HttpServer {
+  public:
+    /// Listens at once; throws StartError when it cannot.
+    HttpServer(const HttpSettings& settings, const std::filesystem::path& database,
+               const Dispatcher& dispatcher, const RequestLog& log);
+    /// Stops.
+    ~HttpServer();
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    /// Where clients on this computer reach it, like http://127.0.0.1:8080.
+    [[nodiscard]] std::string baseURL() const;
+
+    /// Whether only programs on this computer reach it.
+    [[nodiscard]] bool isLoopback() const;
+
+    /// Takes no more connections, answers the requests that are running, and returns then.
+    void stop();
+
+  private:
+    class Implementation;
+    std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,72 @@
+#include <array>
+#include <cstddef>
+
+#include <kestrin-profile-server/domain/JSONText.hpp>
+#include <kestrin-profile-server/http/ProblemReply.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+struct ProblemRow {
+    ProblemKind kind;
+    unsigned status;
+    std::string_view name;
+    std::string_view title;
+};
+
+constexpr std::array<ProblemRow, 29> problemTable{{
+    {ProblemKind::malformedRequest, 400, "malformed-request", "The request is not HTTP"},
+    {ProblemKind::missingSentinel, 400, "missing-sentinel", "The query does not end with v=1"},
+    {ProblemKind::unknownParameter, 400, "unknown-parameter", "Unknown query parameter"},
+    {ProblemKind::repeatedParameter, 400, "repeated-parameter", "Repeated query parameter"},
+    {ProblemKind::missingParameter, 400, "missing-parameter", "Missing query parameter"},
+    {ProblemKind::malformedParameter, 400, "malformed-parameter", "Malformed query parameter"},
+    {ProblemKind::repeatedHeader, 400, "repeated-header", "Repeated header"},
+    {ProblemKind::missingHeader, 400, "missing-header", "Missing header"},
+    {ProblemKind::unexpectedBody, 400, "unexpected-body", "This operation takes no body"},
+    {ProblemKind::missingBody, 400, "missing-body", "This operation needs a body"},
+    {ProblemKind::malformedJSON, 400, "malformed-json", "The body is not JSON"},
+    {ProblemKind::secretRequired, 401, "secret-required", "The household secret is required"},
+    {ProblemKind::tokenRequired, 401, "token-required", "A token is required"},
+    {ProblemKind::tokenRefused, 403, "token-refused", "The token is refused"},
+    {ProblemKind::profileRefused, 403, "profile-refused", "Not allowed for this profile"},
+    {ProblemKind::profileBlocked, 403, "profile-blocked", "The profile is blocked"},
+    {ProblemKind::unknownPath, 404, "unknown-path", "Unknown path"},
+    {ProblemKind::unknownProfile, 404, "unknown-profile", "Unknown profile"},
+    {ProblemKind::methodNotAllowed, 405, "method-not-allowed", "Method not allowed"},
+    {ProblemKind::tooManyProfiles, 409, "too-many-profiles", "The household is full"},
+    {ProblemKind::parentProfile, 409, "parent-profile", "The parent profile stays"},
+    {ProblemKind::bodyTooLarge, 413, "body-too-large", "The body is too large"},
+    {ProblemKind::unsupportedMediaType, 415, "unsupported-media-type", "The body must be JSON"},
+    {ProblemKind::invalidBody, 422, "invalid-body", "The body has unexpected content"},
+    {ProblemKind::invalidName, 422, "invalid-name", "The profile name cannot be used"},
+    {ProblemKind::invalidEntry, 422, "invalid-entry", "The entry cannot be stored"},
+    {ProblemKind::headersTooLarge, 431, "headers-too-large", "The headers are too large"},
+    {ProblemKind::internal, 500, "internal", "The service failed"},
+    {ProblemKind::unavailable, 503, "unavailable", "The service cannot write now"},
+}};
+
+constexpr bool tableIsInEnumOrder() {
+    for (std::size_t index = 0; index < problemTable.size(); ++index)
+        if (static_cast<std::size_t>(problemTable[index].kind) != index) return false;
+    return true;
+}
+static_assert(tableIsInEnumOrder(), "the kind is the index of its row");
+
+}  // namespace
+
+Reply replyTo(const Problem& problem, std::string_view instance) {
+    const ProblemRow& row = problemTable[static_cast<std::size_t>(problem.kind())];
+    std::string json = R"({"type":"urn:kestrin-profile:problem:)";
+    json += row.name;
+    json += R"(","title":)";
+    appendJSONText(json, row.title);
+    json += R"(,"status":)" + std::to_string(row.status) + R"(,"detail":)";
+    appendJSONText(json, problem.what());
+    json += R"(,"instance":)";
+    appendJSONText(json, instance);
+    json += "}";
+    return Reply{row.status, std::move(json), "application/problem+json", problem.headers()};
+}
+
+}  // namespace KestrinProfileServer

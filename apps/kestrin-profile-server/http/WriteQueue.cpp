@@ -1,0 +1,94 @@
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <utility>
+
+#include <kestrin-profile-server/http/ProblemReply.hpp>
+#include <kestrin-profile-server/http/WriteQueue.hpp>
+
+namespace KestrinProfileServer {
+
+WriteQueue::WriteQueue(const std::filesystem::path& file)
+    : connection_(file, Connection::Mode::readWrite), thread_([this] { serve(); }) {}
+
+WriteQueue::~WriteQueue() {
+    {
+        const std::lock_guard lock(mutex_);
+        isClosing_ = true;
+    }
+    changed_.notify_one();
+    thread_.join();
+}
+
+void WriteQueue::add(std::string instance, Work work, Done done) {
+    {
+        const std::lock_guard lock(mutex_);
+        waiting_.push_back({std::move(instance), std::move(work), std::move(done)});
+    }
+    changed_.notify_one();
+}
+
+std::vector<WriteQueue::Job> WriteQueue::takeWaiting() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return isClosing_ || !waiting_.empty(); });
+    return std::exchange(waiting_, {});
+}
+
+void WriteQueue::serve() {
+    for (auto batch = takeWaiting(); !batch.empty(); batch = takeWaiting())
+        runBatch(batch);
+}
+
+void WriteQueue::runBatch(std::vector<Job>& batch) {
+    std::vector<Reply> replies;
+    try {
+        replies = committed(batch);
+    } catch (const std::exception& failure) {
+        std::cerr << "cannot write to the database: " << failure.what() << std::endl;
+        const Problem problem(ProblemKind::unavailable,
+                              "the database could not be written; nothing was changed, try again");
+        replies.clear();
+        for (const Job& job : batch)
+            replies.push_back(replyTo(problem, job.instance));
+    }
+    for (std::size_t index = 0; index < batch.size(); ++index)
+        batch[index].done(std::move(replies[index]));
+}
+
+std::vector<Reply> WriteQueue::committed(const std::vector<Job>& batch) {
+    try {
+        Query(connection_, "BEGIN IMMEDIATE").run();
+        if (batch.size() == 1) return {committedAlone(batch.front().work)};
+        std::vector<Reply> replies;
+        for (const Job& job : batch)
+            replies.push_back(runInSavepoint(job.work));
+        Query(connection_, "COMMIT").run();
+        return replies;
+    } catch (const std::exception&) {
+        if (connection_.isInTransaction()) Query(connection_, "ROLLBACK").run();
+        throw;
+    }
+}
+
+Reply WriteQueue::committedAlone(const Work& work) {
+    Reply reply = run(work);
+    Query(connection_, isFailure(reply) ? "ROLLBACK" : "COMMIT").run();
+    return reply;
+}
+
+Reply WriteQueue::runInSavepoint(const Work& work) {
+    Query(connection_, "SAVEPOINT one_write").run();
+    Reply reply = run(work);
+    if (isFailure(reply)) Query(connection_, "ROLLBACK TO one_write").run();
+    Query(connection_, "RELEASE one_write").run();
+    return reply;
+}
+
+Reply WriteQueue::run(const Work& work) {
+    Reply reply = work(connection_);
+    if (!connection_.isInTransaction())
+        throw std::runtime_error("the transaction was ended by a failure inside SQLite");
+    return reply;
+}
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <kestrin-profile-server/http/Reply.hpp>
+#include <kestrin-profile-server/storage/Database.hpp>
+
+namespace KestrinProfileServer {
+
+/// All writes, one after another, on one thread and one connection. What waits when the thread is
+/// free goes into one transaction, so that many writers share one flush to the disk; each of them
+/// has its own savepoint. A failed write leaves nothing and disturbs no other. A write is answered
+/// only when its transaction is on the disk.
+class WriteQueue {
+  public:
+    /// Changes the database and says what to answer; a failure reply undoes its changes. Must not
+    /// throw.
+    using Work = std::function<Reply(Connection&)>;
+    /// Takes the answer, on the queue's thread.
+    using Done = std::function<void(Reply)>;
+
+    explicit WriteQueue(const std::filesystem::path& file);
+    /// Finishes what waits.
+    ~WriteQueue();
+    WriteQueue(const WriteQueue&) = delete;
+    WriteQueue& operator=(const WriteQueue&) = delete;
+
+    /// `instance` is what a problem document names when the transaction itself fails.
+    void add(std::string instance, Work work, Done done);
+
+  private:
+    struct Job {
+        std::string instance;
+        Work work;
+        Done done;
+    };
+
+    [[nodiscard]] std::vector<Job> takeWaiting();
+    void serve();
+    void runBatch(std::vector<Job>& batch);
+    [[nodiscard]] std::vector<Reply> committed(const std::vector<Job>& batch);
+    [[nodiscard]] Reply committedAlone(const Work& work);
+    [[nodiscard]] Reply runInSavepoint(const Work& work);
+    [[nodiscard]] Reply run(const Work& work);
+
+    Connection connection_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<Job> waiting_;
+    bool isClosing_ = false;
+    std::thread thread_;
+};
+
+}  // namespace KestrinProfileServer
