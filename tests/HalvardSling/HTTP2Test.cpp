@@ -219,10 +219,9 @@ TEST_F(HTTP2Test, ErrorsAndCapsAreAsInHTTP1) {
 
 TEST_F(HTTP2Test, UnsubscribingEndsTheStreamAndLeavesTheConnection) {
     ASSERT_THAT(sent(request("/small"), transport), Answers(200, "small"));
-    for (int i = 0; i < 50; ++i) {
+    for (unsigned i = 0; i < 50; ++i) {
         Responses open = sent(request("/large"), transport);
-        for (int turns = 0; turns < 20 * i; ++turns)
-            std::this_thread::yield();
+        spin(2'000 * i);
         open.unsubscribe();
     }
     EXPECT_THAT(sent(request("/small"), transport), Answers(200, "small"));

@@ -31,8 +31,7 @@ void onThreads(unsigned count, Work work) {
 
 /// Lets the others go on for a while that is another each time.
 void letOthersRun(std::minstd_rand& random) {
-    for (auto turns = random() % 400; turns > 0; --turns)
-        std::this_thread::yield();
+    spin(static_cast<unsigned>(random() % 30'000));
 }
 
 TEST(Race, CancellingMeetsCompletion) {

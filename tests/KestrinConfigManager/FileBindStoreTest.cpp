@@ -20,6 +20,7 @@
 
 #include "Support.hpp"
 #include "support/Program.hpp"
+#include "support/Waiting.hpp"
 
 namespace {
 
@@ -408,8 +409,7 @@ TEST_F(FileBindStoreTest, AProcessKilledWhileItSavesLeavesOneStateAsAWhole) {
         {
             const SavingProcess process(file, 1 + round % 5);
             ASSERT_TRUE(process.saves());
-            for (int turns = 0; turns < 100 * round; ++turns)
-                std::this_thread::yield();
+            TestSupport::spin(50'000U * static_cast<unsigned>(round));
         }
         const auto result = loaded();
         ASSERT_EQ(result.warning, std::nullopt);

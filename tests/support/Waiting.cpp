@@ -1,5 +1,6 @@
 #include "support/Waiting.hpp"
 
+#include <atomic>
 #include <thread>
 
 namespace TestSupport {
@@ -12,6 +13,11 @@ bool eventually(const std::function<bool()>& isReached) {
         std::this_thread::sleep_for(betweenLooks);
     }
     return true;
+}
+
+void spin(unsigned turns) {
+    for (std::atomic<unsigned> left = turns; left > 0; --left) {
+    }
 }
 
 void Tally::add() {

@@ -16,6 +16,10 @@ constexpr std::chrono::minutes patience{10};
 /// @return whether it came
 [[nodiscard]] bool eventually(const std::function<bool()>& isReached);
 
+/// Keeps the processor busy for so many turns, some nanoseconds each, so that threads meet at other
+/// places. Nothing may depend on how long it takes.
+void spin(unsigned turns);
+
 /// Counts what happens on any thread.
 class Tally {
   public:
