@@ -4,7 +4,6 @@
 #include <fstream>
 #include <future>
 #include <mutex>
-#include <thread>
 
 #include <gmock/gmock.h>
 
