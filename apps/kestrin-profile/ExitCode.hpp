@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include <HalvardSling/http/SlingError.hpp>
-
 namespace KestrinProfileCLI {
 
 /// The exit codes of the program; documented in docs/cli.md.
@@ -35,10 +33,6 @@ struct Failure {
     std::string message;  ///< what went wrong, and where
     std::string advice;   ///< what to do next; may be empty
 };
-
-/// Why the service answered with an error status, as it says in a problem document (RFC 9457);
-/// empty if it does not say.
-[[nodiscard]] std::string reasonOf(const HalvardSling::SlingError& error);
 
 /// What an error means for a person at the terminal. Any exception will do.
 [[nodiscard]] Failure describe(const std::exception_ptr& error);

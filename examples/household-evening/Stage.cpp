@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 
 namespace HouseholdEvening {
@@ -57,11 +56,8 @@ void awaitAll(std::size_t count, std::size_t atOnce,
 }
 
 std::string reasonOf(const HalvardSling::SlingError& error) {
-    using HalvardSling::JSONDictionary;
-    if (error.reply() == nullptr) return {};
-    const auto parsed = JSONDictionary::parse(error.reply()->body);
-    const auto* const problem = std::get_if<JSONDictionary>(&parsed);
-    return std::string(problem != nullptr ? problem->text("detail").value_or("") : "");
+    const auto* const problem = error.problem();
+    return problem != nullptr ? problem->detail : std::string();
 }
 
 Stage::Stage() : transport_(std::make_shared<CountingTransport>(HalvardSling::defaultTransport())) {

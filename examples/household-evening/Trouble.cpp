@@ -94,7 +94,8 @@ std::string loseService(const Stage& stage, const Cast& cast) {
     const auto refusal = stage.refusalOf(request);
     require(refusal.error.kind() == SlingErrorKind::cannotConnect && refusal.reactions == 0,
             "it fails with cannotConnect, without a reaction");
-    return fmt::format("{}: {}", name(refusal.error.kind()), refusal.error.what());
+    return fmt::format("{}: {}; what to do: {}", name(refusal.error.kind()), refusal.error.what(),
+                       refusal.error.advice());
 }
 
 std::string findService(const Stage& stage, const Cast& cast) {
