@@ -87,7 +87,7 @@ TEST_F(ProfilesCommand, TheParentIsNeitherEditedNorDeleted) {
     EXPECT_EQ(runConfigured({"profiles", "edit", "parent", "--name", "Boss"}).code, 7);
     const auto result = runConfigured({"profiles", "delete", "parent"});
     EXPECT_EQ(result.code, 7);
-    EXPECT_THAT(result.errors, HasSubstr("name another profile"));
+    EXPECT_THAT(result.errors, HasSubstr("choose another profile"));
 }
 
 TEST_F(ProfilesCommand, SeveralAreDeletedAtOnceAndAnUnknownOneIsNotFound) {
