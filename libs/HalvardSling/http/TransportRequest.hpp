@@ -42,6 +42,9 @@ struct HALVARD_SLING_EXPORT TransportRequest {
     [[nodiscard]] RequestContext context(std::string_view requestID = {}) const;
 };
 
+/// The name of the header that carries a request's identifier to the service.
+inline constexpr std::string_view requestIDHeader = "X-Request-ID";
+
 /// A request that may be sent, for there is no other way to make one: what a transport is given.
 /// An immutable value; copies share one request and may be read from any number of threads. Each
 /// has an identifier, under which the service's log and the client's errors can be brought
@@ -64,9 +67,6 @@ class HALVARD_SLING_EXPORT CheckedRequest {
     [[nodiscard]] const TransportRequest* operator->() const noexcept { return &content_->request; }
 
     [[nodiscard]] const URL& url() const noexcept { return content_->url; }
-
-    /// The name of the header that carries the identifier to the service.
-    static constexpr std::string_view requestIDHeader = "X-Request-ID";
 
     /// The identifier. A transport sends it in `requestIDHeader` unless the request's own headers
     /// have one; then that is the identifier. It stays over redirects.

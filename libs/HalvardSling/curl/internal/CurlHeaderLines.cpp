@@ -40,8 +40,7 @@ curl_slist* CurlHeaderLines::of(const CheckedRequest& request, bool sendsBody,
     if (request->sendsUserAgent && !userAgent.empty() && !headers.value("User-Agent"))
         add({"User-Agent: ", userAgent});
     if (!headers.value("Accept-Encoding")) add({"Accept-Encoding: gzip"});
-    if (!headers.value(CheckedRequest::requestIDHeader))
-        add({CheckedRequest::requestIDHeader, ": ", request.requestID()});
+    if (!headers.value(requestIDHeader)) add({requestIDHeader, ": ", request.requestID()});
     for (const auto& [name, value] : headers) {
         if (isFraming(name)) continue;
         if (isBlank(value))

@@ -116,7 +116,7 @@ void turnIntoGet(TransportRequest& request) {
 /// The headers that hold no secret of the service they were meant for.
 Headers forAnotherOrigin(const Headers& headers) {
     static constexpr std::array<std::string_view, 5> allowed{
-        "Accept", "Accept-Language", "Content-Type", "User-Agent", CheckedRequest::requestIDHeader};
+        "Accept", "Accept-Language", "Content-Type", "User-Agent", requestIDHeader};
     Headers kept;
     for (const auto& [name, value] : headers)
         if (std::ranges::any_of(allowed, [&](auto each) { return Headers::sameName(each, name); }))
