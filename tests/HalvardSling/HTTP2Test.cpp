@@ -104,7 +104,7 @@ TEST_F(HTTP2Test, LargeAndSmallRepliesAreWhole) {
 /// choose. libcurl has a buffer for each reply and fills all of them while it reads for one.
 class HTTP2OrderTest : public testing::Test {
   protected:
-    static constexpr std::size_t readAtOnce = CurlHandle::receiveBufferBytes;
+    static constexpr std::size_t readAtOnce = internal::CurlHandle::receiveBufferBytes;
     static constexpr std::size_t frameSize = 8192;
     /// Less than the window that libcurl opens from the start, for the server counts none.
     static constexpr std::size_t warmUpSize = 8'000'000;

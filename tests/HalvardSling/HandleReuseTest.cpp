@@ -12,6 +12,7 @@
 #include "Transfers.hpp"
 
 using namespace HalvardSling;
+using namespace HalvardSling::internal;
 using namespace TestSupport;
 
 namespace {

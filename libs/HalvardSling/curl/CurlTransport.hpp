@@ -1,41 +1,18 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
-#include <cstdint>
-#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include <HalvardSling/Export.hpp>
-#include <HalvardSling/http/Response.hpp>
-#include <HalvardSling/http/SlingError.hpp>
+#include <HalvardSling/transport/TransferLog.hpp>
 #include <HalvardSling/transport/Transport.hpp>
 
 namespace HalvardSling {
 
-/// What a log may know of one transfer that has ended. It holds no header, no body, and of the URL
-/// only the origin and the path with its placeholders unfilled.
-struct TransferLog {
-    TransferID transfer = 0;    ///< what `send` returned
-    std::string method;         ///< of the last request that was sent, after redirects
-    std::string origin;         ///< whom it was sent to, e.g. "https://api.example.com:443"
-    std::string pathTemplate;   ///< `TransportRequest::pathTemplate`
-    std::optional<int> status;  ///< absent where there was no reply
-    std::optional<SlingErrorKind> error;  ///< absent where the transfer ended with a reply
-    std::uint64_t bytesSent = 0;          ///< of the last request's body
-    std::uint64_t bytesReceived = 0;      ///< of the last reply's body, before decoding
-    std::chrono::microseconds waited{0};  ///< for a free place among the transfers in flight
-    Timings timings;                      ///< counted from the end of the wait
-    int redirects = 0;                    ///< how many were followed
-    bool reusedConnection = false;        ///< whether it went over a connection that was there
-    std::string httpVersion;              ///< "1.0", "1.1" or "2"; empty where there was no reply
-};
-
-/// Receives one record for each transfer that ends, cancelled ones included, on the transport's
-/// thread, before the completion and with no lock held. It must neither block nor throw.
-using TransferLogHook = std::function<void(const TransferLog&)>;
+namespace internal {
+class TransferLoop;
+}
 
 /// Sends requests with libcurl, all on one thread of its own that starts with the first request
 /// and sleeps without any wake-up while nothing is open.
@@ -73,8 +50,7 @@ class HALVARD_SLING_EXPORT CurlTransport final : public Transport {
         TransferLogHook log{};
     };
 
-    /// @throws std::system_error, std::runtime_error, std::bad_alloc where the process has no file
-    /// or
+    /// @throws std::system_error, std::runtime_error, std::bad_alloc if the process has no file or
     ///         no memory left for it, or libcurl cannot be set up
     CurlTransport();
     explicit CurlTransport(Options options);
@@ -83,18 +59,13 @@ class HALVARD_SLING_EXPORT CurlTransport final : public Transport {
     TransferID send(CheckedRequest request, TransportCompletion completion) override;
     void cancel(TransferID transfer) noexcept override;
 
-    /// Ends without a word, for the exit of a process: aborts what is open, begins no completion
-    /// any more, neither of an open transfer nor of a later one, and waits for the one that is
-    /// running, unless called from inside it.
-    void abandon() noexcept;
+    void abandon() noexcept override;
 
     /// "KestrinProfile/" and the version.
     [[nodiscard]] static std::string defaultUserAgent();
 
   private:
-    class Loop;
-
-    std::shared_ptr<Loop> loop_;
+    std::shared_ptr<internal::TransferLoop> loop_;
 };
 
 }  // namespace HalvardSling

@@ -1,9 +1,11 @@
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include <HalvardSling/http/internal/OutOfMemory.hpp>
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <HalvardSling/rx/Sling.hpp>
 #include <HalvardSling/rx/internal/ResponseOrigin.hpp>
@@ -62,14 +64,24 @@ void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) noexc
     }
 }
 
-void deliver(const rxcpp::subscriber<Response>& subscriber, const CheckedRequest& request,
-             TransportResult result) {
-    if (const auto* const error = std::get_if<SlingError>(&result))
-        return fail(subscriber, error->with(request.context()));
-    auto& response = std::get<Response>(result);
-    if (response.status() >= firstErrorStatus)
-        return fail(subscriber, statusError(response).with(request.context()));
-    subscriber.on_next(std::move(response).to(request));
+/// What a subscriber gets of an outcome: a reply below 400, or an error that names its request.
+TransportResult eventOf(TransportResult result, const CheckedRequest& request) noexcept {
+    try {
+        if (const auto* const error = std::get_if<SlingError>(&result))
+            return error->with(request.context());
+        auto& response = std::get<Response>(result);
+        if (response.status() >= firstErrorStatus)
+            return statusError(response).with(request.context());
+        return std::move(response).to(request);
+    } catch (const std::bad_alloc&) {
+        return internal::outOfMemoryError();
+    }
+}
+
+void deliver(const rxcpp::subscriber<Response>& subscriber, TransportResult event) {
+    if (auto* const error = std::get_if<SlingError>(&event))
+        return fail(subscriber, std::move(*error));
+    subscriber.on_next(std::get<Response>(std::move(event)));
     subscriber.on_completed();
 }
 
@@ -77,13 +89,18 @@ void send(const CheckedRequest& request, const std::shared_ptr<Transport>& trans
           const rxcpp::subscriber<Response>& subscriber) {
     const TransferID transfer =
         transport->send(request, [subscriber, request](TransportResult result) noexcept {
-            deliver(subscriber, request, std::move(result));
+            deliver(subscriber, eventOf(std::move(result), request));
         });
     // Where the subscription has ended in the meantime this runs at once. It names the transfer and
     // holds nothing, for whatever it held would live in a cycle with the subscription.
-    subscriber.add([weak = std::weak_ptr(transport), transfer] {
-        if (const auto alive = weak.lock()) alive->cancel(transfer);
-    });
+    try {
+        subscriber.add([weak = std::weak_ptr(transport), transfer] {
+            if (const auto alive = weak.lock()) alive->cancel(transfer);
+        });
+    } catch (const std::bad_alloc&) {
+        transport->cancel(transfer);
+        throw;
+    }
 }
 
 }  // namespace
@@ -109,6 +126,8 @@ Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) cons
             const auto request = std::get<CheckedRequest>(content).with(RequestID::random());
             try {
                 send(request, transport ? transport : defaultTransport(), subscriber);
+            } catch (const std::bad_alloc&) {
+                fail(subscriber, internal::outOfMemoryError());
             } catch (const std::exception& error) {
                 fail(subscriber, noTransport(error).with(request.context()));
             }

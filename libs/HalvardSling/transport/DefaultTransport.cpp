@@ -3,8 +3,8 @@
 #include <mutex>
 #include <utility>
 
-#include <HalvardSling/curl/CurlTransport.hpp>
 #include <HalvardSling/transport/Transport.hpp>
+#include <HalvardSling/transport/internal/DefaultTransport.hpp>
 
 namespace HalvardSling {
 
@@ -12,7 +12,7 @@ namespace {
 
 /// Where the default transport is kept. Never destroyed, so that threads which outlive `main` and
 /// the destructors of an application's globals may still ask for it.
-class Place {
+class DefaultTransport {
   public:
     std::shared_ptr<Transport> transport() {
         const std::scoped_lock lock(mutex_);
@@ -27,28 +27,27 @@ class Place {
         return std::exchange(transport_, std::move(transport));
     }
 
-    static Place& instance() {
-        static Place* const place = new Place;
-        return *place;
+    static DefaultTransport& instance() {
+        static DefaultTransport* const only = new DefaultTransport;
+        return *only;
     }
 
   private:
     /// A new one; once the process is at its exit, one that sends nothing.
-    [[nodiscard]] std::shared_ptr<CurlTransport> made() const {
-        auto transport = std::make_shared<CurlTransport>();
+    [[nodiscard]] std::shared_ptr<Transport> made() const {
+        auto transport = internal::makeDefaultTransport();
         if (exiting_) transport->abandon();
         return transport;
     }
 
-    /// Called once a transport exists, and with it libcurl's own clean-up is registered: what is
-    /// registered later runs earlier.
+    /// Called once a transport exists, and with it its library's own clean-up is registered: what
+    /// is registered later runs earlier.
     void registerExit() {
         if (!std::exchange(registered_, true)) static_cast<void>(std::atexit(&atExit));
     }
 
     static void atExit() {
-        if (const auto curl = std::dynamic_pointer_cast<CurlTransport>(instance().beginExit()))
-            curl->abandon();
+        if (const auto transport = instance().beginExit()) transport->abandon();
     }
 
     std::shared_ptr<Transport> beginExit() {
@@ -66,12 +65,12 @@ class Place {
 }  // namespace
 
 std::shared_ptr<Transport> defaultTransport() {
-    return Place::instance().transport();
+    return DefaultTransport::instance().transport();
 }
 
 void setDefaultTransport(std::shared_ptr<Transport> transport) {
     // The former one is released here, without the lock, for its end calls completions.
-    const auto former = Place::instance().replace(std::move(transport));
+    const auto former = DefaultTransport::instance().replace(std::move(transport));
 }
 
 }  // namespace HalvardSling

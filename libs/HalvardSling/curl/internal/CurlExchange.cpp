@@ -1,12 +1,13 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include <HalvardSling/curl/internal/CurlExchange.hpp>
 #include <HalvardSling/curl/internal/CurlOptions.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 namespace {
 
@@ -31,7 +32,7 @@ constexpr std::array meanings{
     Meaning{CURLE_WEIRD_SERVER_REPLY, cannotConnect, malformedReply},
     Meaning{CURLE_BAD_CONTENT_ENCODING, malformedReply, malformedReply},
     // The length of a line of the reply's head is the one size that libcurl limits by itself.
-    Meaning{CURLE_OUT_OF_MEMORY, cannotConnect, tooLarge},
+    Meaning{CURLE_OUT_OF_MEMORY, outOfMemory, tooLarge},
     Meaning{CURLE_FILESIZE_EXCEEDED, tooLarge, tooLarge},
     Meaning{CURLE_OPERATION_TIMEDOUT, connectTimeout, connectionLost},
     Meaning{CURLE_SSL_CONNECT_ERROR, tls, tls},
@@ -57,7 +58,7 @@ SlingErrorKind meaningOf(CURLcode code, bool begun) {
 }
 
 std::string_view sentence(SlingErrorKind kind) {
-    static constexpr std::array<std::pair<SlingErrorKind, std::string_view>, 9> sentences{{
+    static constexpr std::array<std::pair<SlingErrorKind, std::string_view>, 10> sentences{{
         {cannotConnect, "no connection could be made"},
         {nameNotResolved, "the host's name could not be resolved"},
         {tls, "no trustworthy TLS connection could be made"},
@@ -67,6 +68,7 @@ std::string_view sentence(SlingErrorKind kind) {
         {tooLarge, "the reply is larger than allowed"},
         {malformedURL, "the URL cannot be used"},
         {malformedReply, "the reply is not valid HTTP"},
+        {outOfMemory, "there is not enough memory for it"},
     }};
     const auto* const found =
         std::ranges::find(sentences, kind, &std::pair<SlingErrorKind, std::string_view>::first);
@@ -126,7 +128,7 @@ std::uint64_t bytesOf(CURL* easy, CURLINFO info) {
 CurlExchange::CurlExchange(CurlHandle handle, std::string_view userAgent)
     : userAgent_(userAgent), handle_(std::move(handle)) {}
 
-bool CurlExchange::setUpHandle() {
+CURLcode CurlExchange::setUpHandle() {
     CurlOptions set = handle_.setUp();
     set(CURLOPT_HEADERFUNCTION, &CurlExchange::onHeader);
     set(CURLOPT_WRITEFUNCTION, &CurlExchange::onBody);
@@ -135,7 +137,7 @@ bool CurlExchange::setUpHandle() {
          {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA, CURLOPT_PRIVATE})
         set(each, static_cast<void*>(this));
     if (set.result() != CURLE_OK) handle_.release();
-    return easy() != nullptr;
+    return set.result();
 }
 
 std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span span,
@@ -145,7 +147,9 @@ std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span spa
     transfer_ = transfer;
     deadline_ = span.deadline;
     offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span.started);
-    if (easy() == nullptr && !setUpHandle())
+    const CURLcode code = easy() != nullptr ? CURLE_OK : setUpHandle();
+    if (code == CURLE_OUT_OF_MEMORY) return failure(code);
+    if (code != CURLE_OK)
         return SlingError(SlingErrorKind::cannotConnect,
                           "libcurl refuses an option that a safe transfer needs");
     CurlOptions set(easy());
@@ -166,7 +170,7 @@ void CurlExchange::clear(HandleUse use) {
     if (use == HandleUse::once) handle_.release();
     request_.reset();
     reading_ = Reading::statusLine;
-    begun_ = tooLarge_ = cut_ = hasMore_ = false;
+    begun_ = tooLarge_ = cut_ = outOfMemory_ = hasMore_ = false;
     headerBytes_ = 0;
     parts_ = {};
 }
@@ -188,21 +192,34 @@ void CurlExchange::setRequest(CurlOptions& set) {
     set(CURLOPT_HTTPHEADER, headerLines_.of(*request_, hasBody, userAgent_));
 }
 
-int CurlExchange::onSend(void* self, char*, char*, int, int) {
+int CurlExchange::onSend(void* self, char*, char*, int, int) noexcept {
     auto& exchange = *static_cast<CurlExchange*>(self);
     const bool again = std::exchange(exchange.begun_, true);
     // libcurl repeats a request by itself when a kept connection was closed under it.
     return again && !exchange.current().isIdempotent() ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
 }
 
-std::size_t CurlExchange::onHeader(char* data, std::size_t, std::size_t size, void* self) {
-    return static_cast<CurlExchange*>(self)->takeHeaderLine({data, size}) ? size : 0;
+// No exception may pass through libcurl. Anything but the size ends the transfer.
+
+std::size_t CurlExchange::onHeader(char* data, std::size_t, std::size_t size, void* self) noexcept {
+    auto& exchange = *static_cast<CurlExchange*>(self);
+    return exchange.taken([&] { return exchange.takeHeaderLine({data, size}); }) ? size : 0;
 }
 
-std::size_t CurlExchange::onBody(char* data, std::size_t, std::size_t size, void* self) {
+std::size_t CurlExchange::onBody(char* data, std::size_t, std::size_t size, void* self) noexcept {
     if (size == 0) return 0;
-    // Anything but the size ends the transfer.
-    return static_cast<CurlExchange*>(self)->takeBody({data, size}) ? size : 0;
+    auto& exchange = *static_cast<CurlExchange*>(self);
+    return exchange.taken([&] { return exchange.takeBody({data, size}); }) ? size : 0;
+}
+
+template <class Take>
+bool CurlExchange::taken(Take take) noexcept {
+    try {
+        return take();
+    } catch (const std::bad_alloc&) {
+        outOfMemory_ = true;
+        return false;
+    }
 }
 
 bool CurlExchange::takeHeaderLine(std::string_view line) {
@@ -242,16 +259,24 @@ bool CurlExchange::takeBody(std::string_view data) {
     const std::size_t cap = isError
                                 ? std::min(current().policy.maxBodyBytes, ErrorReply::maxBodyBytes)
                                 : current().policy.maxBodyBytes;
-    if (parts_.body.empty()) {
-        const auto announced = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
-        if (announced > 0) parts_.body.reserve(std::min(cap, static_cast<std::size_t>(announced)));
-    }
     hasMore_ = hasMore_ || (hasFilledBuffer() && sharesConnection());
     const std::size_t room = cap - parts_.body.size();
+    makeRoom(parts_.body.size() + std::min(data.size(), room), cap);
     parts_.body.append(data.substr(0, room));
     if (data.size() <= room) return true;
     (isError ? cut_ : tooLarge_) = true;
     return false;
+}
+
+/// Reserves memory for the body in few steps: as much as is announced, but no more than a few times
+/// of what has come, for nobody has to send what he announces.
+void CurlExchange::makeRoom(std::size_t size, std::size_t cap) {
+    if (size <= parts_.body.capacity()) return;
+    const auto announced = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    const std::size_t expected =
+        announced > 0 ? std::min(cap, static_cast<std::size_t>(announced)) : 0;
+    const std::size_t trusted = std::max(4 * size, CurlHandle::receiveBufferBytes);
+    if (expected > size) parts_.body.reserve(std::min(expected, trusted));
 }
 
 Timings CurlExchange::timings() const {
@@ -272,6 +297,7 @@ Timings CurlExchange::timings() const {
 SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
     // libcurl counts time in milliseconds of a start of its own.
     constexpr std::chrono::milliseconds slack{5};
+    if (outOfMemory_) return outOfMemory;
     if (tooLarge_) return tooLarge;
     if (code == CURLE_OPERATION_TIMEDOUT && std::chrono::steady_clock::now() + slack >= deadline_)
         return totalTimeout;
@@ -281,7 +307,7 @@ SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
 SlingError CurlExchange::failure(CURLcode code) const {
     const auto kind = kindOf(code);
     std::string text = request_->url().origin().text() + ": " + std::string(sentence(kind));
-    if (!tooLarge_) text += std::string(" (") + curl_easy_strerror(code) + ')';
+    if (!tooLarge_ && !outOfMemory_) text += std::string(" (") + curl_easy_strerror(code) + ')';
     return {kind, std::move(text)};
 }
 
@@ -323,4 +349,4 @@ void CurlExchange::describe(TransferLog& log) const {
     log.httpVersion = httpVersionOf(easy());
 }
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

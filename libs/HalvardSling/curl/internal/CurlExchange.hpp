@@ -14,12 +14,12 @@
 #include <HalvardSling/curl/internal/CurlHeaderLines.hpp>
 #include <HalvardSling/transport/Transport.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 class CurlOptions;
 
 /// Sends requests to one origin, one after the other, with one of libcurl's easy handles, and takes
-/// in what comes back: the part of `CurlTransport` that knows what libcurl is told of a request,
+/// in what comes back: the part of `CurlEngine` that knows what libcurl is told of a request,
 /// and its error codes. Used on one thread.
 class CurlExchange {
   public:
@@ -82,11 +82,13 @@ class CurlExchange {
     void clear(HandleUse use);
 
   private:
-    static std::size_t onHeader(char* data, std::size_t, std::size_t size, void* self);
-    static std::size_t onBody(char* data, std::size_t, std::size_t size, void* self);
-    static int onSend(void* self, char*, char*, int, int);
+    static std::size_t onHeader(char* data, std::size_t, std::size_t size, void* self) noexcept;
+    static std::size_t onBody(char* data, std::size_t, std::size_t size, void* self) noexcept;
+    static int onSend(void* self, char*, char*, int, int) noexcept;
+    template <class Take>
+    [[nodiscard]] bool taken(Take take) noexcept;
 
-    [[nodiscard]] bool setUpHandle();
+    [[nodiscard]] CURLcode setUpHandle();
     void setRequest(CurlOptions& set);
 
     /// Only between `prepare` and `clear`.
@@ -95,6 +97,7 @@ class CurlExchange {
     [[nodiscard]] bool takeHeaderLine(std::string_view line);
     void takeField(std::string_view line);
     [[nodiscard]] bool takeBody(std::string_view data);
+    void makeRoom(std::size_t size, std::size_t cap);
     [[nodiscard]] bool sharesConnection() const;
     [[nodiscard]] bool hasFilledBuffer() const;
     [[nodiscard]] Timings timings() const;
@@ -112,14 +115,15 @@ class CurlExchange {
 
     enum class Reading { statusLine, fields, body };
     Reading reading_ = Reading::statusLine;
-    bool begun_ = false;     ///< whether the request was handed to a connection
-    bool tooLarge_ = false;  ///< whether the reply broke a cap
-    bool cut_ = false;       ///< whether the rest of an error's body was left unread
-    bool hasMore_ = false;   ///< see `mayHaveMore`
+    bool begun_ = false;        ///< whether the request was handed to a connection
+    bool tooLarge_ = false;     ///< whether the reply broke a cap
+    bool cut_ = false;          ///< whether the rest of an error's body was left unread
+    bool outOfMemory_ = false;  ///< whether there was not enough for the reply
+    bool hasMore_ = false;      ///< see `mayHaveMore`
     std::size_t headerBytes_ = 0;
     ResponseParts parts_;
 
     CurlHandle handle_;  // goes first, for it refers to the others
 };
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

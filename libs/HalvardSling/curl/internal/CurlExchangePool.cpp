@@ -1,11 +1,12 @@
 #include <algorithm>
 #include <iterator>
+#include <new>
 #include <utility>
 
 #include <HalvardSling/curl/internal/CurlExchangePool.hpp>
 #include <HalvardSling/curl/internal/CurlHandle.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 std::unique_ptr<CurlExchange> CurlExchangePool::take(const Origin& origin) {
     const auto found =
@@ -18,10 +19,14 @@ std::unique_ptr<CurlExchange> CurlExchangePool::take(const Origin& origin) {
     return exchange;
 }
 
-void CurlExchangePool::keep(std::unique_ptr<CurlExchange> exchange) {
+void CurlExchangePool::keep(std::unique_ptr<CurlExchange> exchange) noexcept {
     if (waiting_.size() >= kept_) waiting_.erase(waiting_.begin());
     exchange->clear(use_);
-    waiting_.push_back(std::move(exchange));
+    try {
+        waiting_.push_back(std::move(exchange));
+    } catch (const std::bad_alloc&) {
+        // The next request gets a new one.
+    }
 }
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

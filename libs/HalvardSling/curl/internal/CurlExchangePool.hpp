@@ -8,7 +8,7 @@
 #include <HalvardSling/curl/CurlTransport.hpp>
 #include <HalvardSling/curl/internal/CurlExchange.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 /// Exchanges that are done with a request and wait for the next one to their origin. Used on one
 /// thread.
@@ -24,7 +24,7 @@ class CurlExchangePool {
     [[nodiscard]] std::unique_ptr<CurlExchange> take(const Origin& origin);
 
     /// Takes one back that is done with a request.
-    void keep(std::unique_ptr<CurlExchange> exchange);
+    void keep(std::unique_ptr<CurlExchange> exchange) noexcept;
 
     void clear() noexcept { waiting_.clear(); }
 
@@ -35,4 +35,4 @@ class CurlExchangePool {
     std::vector<std::unique_ptr<CurlExchange>> waiting_;  // in the order they came
 };
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

@@ -1,9 +1,10 @@
+#include <new>
 #include <utility>
 
 #include <HalvardSling/curl/internal/CurlHandle.hpp>
 #include <HalvardSling/curl/internal/CurlOptions.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 namespace {
 
@@ -50,11 +51,13 @@ CurlHandle::CurlHandle(Origin origin, const CurlTransport::Options& options)
     : options_(options), origin_(std::move(origin)), parts_(curl_url()) {
     const auto parsed =
         curl_url_set(parts_.get(), CURLUPART_URL, origin_.text().c_str(), CURLU_DISALLOW_USER);
+    if (!parts_ || parsed == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
     if (parsed != CURLUE_OK) parts_.reset();
 }
 
 CurlOptions CurlHandle::setUp() {
     easy_.reset(curl_easy_init());
+    if (!easy_) throw std::bad_alloc();
     const bool isSecure = origin_.scheme == "https";
     CurlOptions set(easy_.get());
     setSafety(set, isSecure, options_);
@@ -72,4 +75,4 @@ void CurlHandle::setURL(CurlOptions& set, const URL& url) const {
         set(CURLOPT_REQUEST_TARGET, url.requestTarget().c_str());
 }
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

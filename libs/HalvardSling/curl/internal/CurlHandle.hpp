@@ -10,7 +10,7 @@
 #include <HalvardSling/curl/CurlTransport.hpp>
 #include <HalvardSling/http/URL.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 class CurlOptions;
 
@@ -66,4 +66,4 @@ class CurlHandle {
     std::unique_ptr<CURL, EasyCleanup> easy_;     // goes first, for it refers to the parts
 };
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

@@ -4,7 +4,7 @@
 
 #include <HalvardSling/curl/internal/CurlHeaderLines.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 namespace {
 
@@ -71,4 +71,4 @@ curl_slist* CurlHeaderLines::linked() noexcept {
     return nodes_.empty() ? nullptr : nodes_.data();
 }
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

@@ -8,7 +8,7 @@
 
 #include <HalvardSling/transport/Transport.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 /// The header lines of a request as libcurl takes them: a list, which lies here in one piece of
 /// memory and its texts in another. libcurl's own functions allocate twice for each line.
@@ -30,4 +30,4 @@ class CurlHeaderLines {
     std::vector<curl_slist> nodes_;
 };
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

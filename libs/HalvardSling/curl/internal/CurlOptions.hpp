@@ -2,7 +2,7 @@
 
 #include <curl/curl.h>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 /// Sets options of one of libcurl's easy handles and remembers whether one of those that matter was
 /// refused.
@@ -33,4 +33,4 @@ class CurlOptions {
     CURLcode result_ = CURLE_OK;
 };
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

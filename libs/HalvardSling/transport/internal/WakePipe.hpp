@@ -1,23 +1,18 @@
 #pragma once
 
-#include <array>
+#include <internal/FileDescriptor.hpp>
 
-namespace HalvardSling {
+namespace HalvardSling::internal {
 
 /// Wakes up a thread that sleeps in poll(2) or the like. libcurl has a way of its own,
 /// `curl_multi_wakeup`, but that takes more system calls, and ends with the multi handle.
 class WakePipe {
   public:
-    /// @throws std::system_error where the process may open no more files
+    /// @throws std::system_error if the process may open no more files
     WakePipe();
-    WakePipe(const WakePipe&) = delete;
-    WakePipe(WakePipe&&) = delete;
-    WakePipe& operator=(const WakePipe&) = delete;
-    WakePipe& operator=(WakePipe&&) = delete;
-    ~WakePipe();
 
     /// Becomes readable with `wake`.
-    [[nodiscard]] int descriptor() const noexcept { return ends_.front(); }
+    [[nodiscard]] int descriptor() const noexcept { return readEnd_.number(); }
 
     /// Any thread.
     void wake() const noexcept;
@@ -26,7 +21,8 @@ class WakePipe {
     void clear() const noexcept;
 
   private:
-    std::array<int, 2> ends_{};  // to read from, to write to
+    KestrinInternal::FileDescriptor readEnd_;
+    KestrinInternal::FileDescriptor writeEnd_;
 };
 
-}  // namespace HalvardSling
+}  // namespace HalvardSling::internal

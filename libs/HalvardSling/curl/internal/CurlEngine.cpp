@@ -1,0 +1,124 @@
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#include <HalvardSling/curl/internal/CurlEngine.hpp>
+#include <HalvardSling/http/internal/OutOfMemory.hpp>
+
+namespace HalvardSling::internal {
+
+namespace {
+
+constexpr std::size_t minKept = 8;
+constexpr std::size_t maxKept = std::numeric_limits<int>::max();
+
+/// How many connections, and exchanges, are kept for the next request.
+std::size_t keptOf(const CurlTransport::Options& options) {
+    return std::clamp(options.maxInFlight, minKept, maxKept);
+}
+
+void setUpCurl() {
+    // libcurl's own clean-up is left to the exit of the process: an application may use it, too.
+    static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (result != CURLE_OK) throw std::runtime_error("libcurl could not be set up");
+}
+
+}  // namespace
+
+CurlEngine::CurlEngine(CurlTransport::Options options)
+    : options_(std::move(options)),
+      exchanges_(options_, keptOf(options_),
+                 safeHandleUse(curl_version_info(CURLVERSION_NOW)->version_num)) {
+    setUpCurl();
+    multi_.reset(curl_multi_init());
+    if (!multi_) throw std::bad_alloc();
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(keptOf(options_)));
+    curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
+}
+
+std::optional<SlingError> CurlEngine::start(TransferID id, const Transfer& transfer) {
+    Running& running = running_[id];
+    running.exchange = exchanges_.take(transfer.request.url().origin());
+    const CurlExchange::Span span{.started = transfer.started.value_or(transfer.accepted),
+                                  .deadline = transfer.deadline};
+    if (auto problem = running.exchange->prepare(transfer.request, span, id)) return problem;
+    const CURLMcode code = curl_multi_add_handle(multi_.get(), running.exchange->easy());
+    if (code == CURLM_OUT_OF_MEMORY) return outOfMemoryError();
+    if (code != CURLM_OK)
+        return SlingError(SlingErrorKind::cannotConnect, "libcurl took no further transfer");
+    running.isAdded = true;
+    return std::nullopt;
+}
+
+void CurlEngine::perform() noexcept {
+    int running = 0;
+    curl_multi_perform(multi_.get(), &running);
+}
+
+std::optional<TransferID> CurlEngine::takeEnded() noexcept {
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        const TransferID id = CurlExchange::transferOf(message->easy_handle);
+        Running& running = running_.find(id)->second;
+        running.ended = message->data.result;
+        leave(running);
+        return id;
+    }
+    return std::nullopt;
+}
+
+/// Takes the handle from libcurl, which aborts the transfer if it has not ended.
+void CurlEngine::leave(Running& running) noexcept {
+    if (!std::exchange(running.isAdded, false)) return;
+    curl_multi_remove_handle(multi_.get(), running.exchange->easy());
+    leavesMore_ |= running.exchange->leavesMore(running.ended == CURLE_OK);
+}
+
+TransportResult CurlEngine::result(TransferID id) {
+    const Running& running = running_.at(id);
+    return running.exchange->result(running.ended.value_or(CURLE_ABORTED_BY_CALLBACK));
+}
+
+void CurlEngine::describe(TransferID id, TransferLog& log) const {
+    const auto running = running_.find(id);
+    if (running != running_.end() && running->second.exchange)
+        running->second.exchange->describe(log);
+}
+
+void CurlEngine::remove(TransferID id) noexcept {
+    auto node = running_.extract(id);
+    if (!node) return;
+    Running& running = node.mapped();
+    leave(running);
+    // A handle that failed may still hold what it worked with; a new one is cheap.
+    if (running.ended == CURLE_OK) exchanges_.keep(std::move(running.exchange));
+}
+
+/// libcurl may have something in hand that it would keep while the thread sleeps: has it handed out
+/// what there is.
+bool CurlEngine::hasMore() noexcept {
+    const bool left = std::exchange(leavesMore_, false);
+    bool more = left;
+    for (const auto& [id, running] : running_) {
+        if (left) running.exchange->readOn();
+        more |= running.exchange->mayHaveMore();
+    }
+    return more;
+}
+
+void CurlEngine::wait(std::chrono::milliseconds limit) noexcept {
+    curl_waitfd woken{.fd = wakePipe_.descriptor(), .events = CURL_WAIT_POLLIN, .revents = 0};
+    curl_multi_poll(multi_.get(), &woken, 1, static_cast<int>(limit.count()), nullptr);
+    if (woken.revents != 0) wakePipe_.clear();
+}
+
+void CurlEngine::shutDown() noexcept {
+    running_.clear();
+    exchanges_.clear();
+    multi_.reset();
+}
+
+}  // namespace HalvardSling::internal

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstddef>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include <HalvardSling/transport/TransferLog.hpp>
+#include <HalvardSling/transport/Transport.hpp>
+#include <HalvardSling/transport/internal/TransferEngine.hpp>
+#include <HalvardSling/transport/internal/TransferQueue.hpp>
+
+namespace HalvardSling::internal {
+
+/// What transports with a thread of their own have in common: the thread, which starts with the
+/// first transfer, the transfers that wait and those in flight, who may call a completion,
+/// redirects and the log. It keeps the contract of `Transport`; an engine does the rest.
+///
+/// The thread and the transport share it: if the transport is destroyed from inside a completion,
+/// the thread goes on for a moment without it.
+///
+/// Where memory is lacking on the thread, the transfer that needed it ends with `outOfMemory`; what
+/// keeps the loop going needs none.
+class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
+  public:
+    /// @param maxInFlight  how many transfers the engine has at most; at least one
+    TransferLoop(std::unique_ptr<TransferEngine> engine, std::size_t maxInFlight,
+                 TransferLogHook log);
+
+    /// See `Transport`.
+    /// @throws std::bad_alloc, std::system_error if the thread cannot be started
+    TransferID send(CheckedRequest request, TransportCompletion completion);
+    void cancel(TransferID id) noexcept;
+
+    enum class Ending {
+        none,
+        cancelling,  ///< open transfers end with `cancelled`
+        silent       ///< no completion is begun any more
+    };
+    /// Ends the thread, and waits for it unless this is the thread.
+    void end(Ending ending) noexcept;
+
+  private:
+    // Any thread.
+    void notify(std::unique_lock<std::mutex> lock) noexcept;
+    [[nodiscard]] std::optional<TransportCompletion> claim(TransferID id) noexcept;
+
+    // The thread.
+    void run() noexcept;
+    [[nodiscard]] bool takeInbox() noexcept;
+    void expireWaiting() noexcept;
+    void startWaiting() noexcept;
+    [[nodiscard]] bool hasRoom() const noexcept { return inFlight_.size() < maxInFlight_; }
+    [[nodiscard]] std::optional<SlingError> start(TransferID id, const Transfer& transfer) noexcept;
+    void finishEnded() noexcept;
+    [[nodiscard]] bool follow(TransferID id, Transfer& transfer, TransportResult& result);
+    void drop(TransferID id) noexcept;
+    void complete(TransferNode node, TransportResult result) noexcept;
+    void log(TransferID id, const Transfer& transfer, const TransportResult& result) noexcept;
+    [[nodiscard]] bool maySleep() noexcept;
+    [[nodiscard]] std::chrono::milliseconds untilNextDeadline() const noexcept;
+    void endOpenTransfers() noexcept;
+
+    using Completions = std::map<TransferID, TransportCompletion>;
+
+    const std::unique_ptr<TransferEngine> engine_;
+    const std::size_t maxInFlight_;
+    const TransferLogHook log_;
+
+    std::mutex mutex_;
+    // Guarded by the mutex:
+    TransferID last_ = 0;
+    Completions completions_;  // of all open transfers; who takes one out may call it
+    TransferQueue sent_;       // not yet seen by the thread
+    Completions cancelled_;    // likewise; empty ones
+    Ending ending_ = Ending::none;
+    bool asleep_ = false;            // the thread sleeps, or will without another look at these
+    std::list<std::thread> thread_;  // one at most; a list's entry can be handed on without memory
+
+    // The thread's own:
+    TransferQueue waiting_;
+    TransferMap inFlight_;
+};
+
+}  // namespace HalvardSling::internal
