@@ -203,23 +203,4 @@ TEST(Concurrency, EventsComeOneAfterTheOtherOnOneThread) {
     EXPECT_NE(threads.front(), std::this_thread::get_id());
 }
 
-TEST(Concurrency, ACompletionMaySendAndCancel) {
-    const RawServer server(RawServer::answering(httpReply(200, "x")));
-    const auto transport = curlTransport({.maxInFlight = 2});
-    const auto request = checked(requestTo(server.url()));
-    std::promise<int> done;
-    int answered = 0;
-    std::function<void(TransportResult)> again = [&](const TransportResult&) {
-        if (++answered == 20) return done.set_value(answered);
-        const TransferID extra =
-            transport->send(request, [](const TransportResult&) { ADD_FAILURE(); });
-        transport->send(request, again);
-        transport->cancel(extra);
-    };
-    transport->send(request, again);
-    auto result = done.get_future();
-    ASSERT_EQ(result.wait_for(patience), std::future_status::ready);
-    EXPECT_EQ(result.get(), 20);
-}
-
 }  // namespace

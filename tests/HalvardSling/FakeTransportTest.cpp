@@ -1,5 +1,3 @@
-#include <optional>
-
 #include <gmock/gmock.h>
 
 #include <HalvardSling/testing/FakeTransport.hpp>
@@ -86,29 +84,6 @@ TEST_F(FakeTransportTest, ACancelledTransferGetsNoAnswer) {
     EXPECT_FALSE(fake.answer(transfer, Response(ResponseParts{})));
     EXPECT_THAT(results, IsEmpty());
     EXPECT_THAT(fake.requests(), SizeIs(1));
-}
-
-TEST_F(FakeTransportTest, ItsEndEndsWhatWaits) {
-    std::optional<TransportResult> result;
-    {
-        FakeTransport short_lived;
-        short_lived.send(requestTo("https://a/"),
-                         [&](TransportResult each) { result = std::move(each); });
-        EXPECT_FALSE(result);
-    }
-    ASSERT_TRUE(result);
-    EXPECT_EQ(std::get<SlingError>(*result).kind(), SlingErrorKind::cancelled);
-}
-
-TEST_F(FakeTransportTest, ACompletionMaySendAgain) {
-    int answers = 0;
-    fake.alwaysAnswer([](const TransportRequest&) { return Response(ResponseParts{}); });
-    const auto request = requestTo("https://a/");
-    fake.send(request, [&](const TransportResult&) {
-        ++answers;
-        fake.send(request, [&](const TransportResult&) { ++answers; });
-    });
-    EXPECT_EQ(answers, 2);
 }
 
 }  // namespace

@@ -44,41 +44,6 @@ TEST(Lifetime, OpenTransfersEndAsCancelledInTheirOrder) {
     EXPECT_TRUE(server.awaitClosed(4));
 }
 
-TEST(Lifetime, ATransferSentDuringTheEndIsCancelledToo) {
-    const RawServer server(&neverAnswer);
-    std::atomic<int> cancelled{0};
-    {
-        CurlTransport transport;
-        transport.send(checked(requestTo(server.url())), [&](const TransportResult& first) {
-            cancelled += isCancelled(first) ? 1 : 0;
-            transport.send(checked(requestTo(server.url())), [&](const TransportResult& second) {
-                cancelled += isCancelled(second) ? 1 : 0;
-            });
-        });
-        ASSERT_TRUE(server.awaitRequests(1));
-    }
-    EXPECT_EQ(cancelled, 2);
-    EXPECT_EQ(server.requests().size(), 1U);
-}
-
-TEST(Lifetime, MayEndInsideACompletion) {
-    const RawServer server(RawServer::answering(httpReply(200, "x")));
-    const RawServer silent(&neverAnswer);
-    auto transport = curlTransport();
-    std::promise<void> open;
-    std::promise<bool> waiting;
-    transport->send(checked(requestTo(silent.url())),
-                    [&](const TransportResult& result) { waiting.set_value(isCancelled(result)); });
-    ASSERT_TRUE(silent.awaitRequests(1));
-    transport->send(checked(requestTo(server.url())), [&](const TransportResult&) {
-        transport.reset();
-        open.set_value();
-    });
-    open.get_future().wait();
-    EXPECT_TRUE(waiting.get_future().get());
-    EXPECT_TRUE(silent.awaitClosed(1));
-}
-
 TEST(Lifetime, MayEndInsideTheLastEventOfASubscription) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
     for (int i = 0; i < 200; ++i) {

@@ -5,9 +5,24 @@
 
 namespace HalvardSling {
 
+namespace {
+
+SlingError destroyedError() {
+    return {SlingErrorKind::cancelled, "the fake transport was destroyed"};
+}
+
+}  // namespace
+
 FakeTransport::~FakeTransport() {
-    for (auto& [transfer, completion] : waiting_)
-        completion(SlingError(SlingErrorKind::cancelled, "the fake transport was destroyed"));
+    // A completion may send and cancel, so that none of them is called while the map is walked.
+    std::unique_lock lock(mutex_);
+    ending_ = true;
+    while (!waiting_.empty()) {
+        const auto completion = std::move(waiting_.extract(waiting_.begin()).mapped());
+        lock.unlock();
+        completion(destroyedError());
+        lock.lock();
+    }
 }
 
 void FakeTransport::willAnswer(TransportResult result) {
@@ -71,7 +86,9 @@ TransferID FakeTransport::send(CheckedRequest request, TransportCompletion compl
         const std::scoped_lock lock(mutex_);
         transfer = ++last_;
         requests_.push_back(request);
-        if (!script_.empty()) {
+        if (ending_) {
+            scripted = destroyedError();
+        } else if (!script_.empty()) {
             scripted = std::move(script_.front());
             script_.pop_front();
         } else if (reply_) {

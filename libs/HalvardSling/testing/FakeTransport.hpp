@@ -55,6 +55,7 @@ class FakeTransport final : public Transport {
     mutable std::mutex mutex_;
     TransferID last_ = 0;
     std::size_t cancelled_ = 0;
+    bool ending_ = false;
     std::deque<TransportResult> script_;
     Reply reply_;
     std::vector<CheckedRequest> requests_;
