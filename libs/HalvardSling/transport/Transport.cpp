@@ -12,6 +12,8 @@ thread_local bool isWithinTransport = false;
 
 Transport::~Transport() = default;
 
+void Transport::abandon() noexcept {}
+
 bool isTransportThread() noexcept {
     return isWithinTransport;
 }

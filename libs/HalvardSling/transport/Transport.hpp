@@ -57,7 +57,7 @@ class HALVARD_SLING_EXPORT Transport {
     /// any more, neither of an open transfer nor of a later one, and waits for the one that is
     /// running, unless called from inside it. Does nothing unless a transport overrides it. Called
     /// once, of the default transport.
-    virtual void abandon() noexcept {}
+    virtual void abandon() noexcept;
 };
 
 /// Whether a transport delivers its events on the calling thread. A wait there for another request
