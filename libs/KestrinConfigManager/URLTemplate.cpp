@@ -53,22 +53,30 @@ std::string URLTemplate::filled(const TextMap& values) const {
     // Both are sorted by placeholder, so one walk over them finds every value.
     std::vector<std::string_view> parts(slots_.size());
     std::size_t size = text_.size();
+    std::string_view former;
+    std::string_view part;
     auto value = values.begin();
     for (const std::size_t slot : slotsByToken_) {
         const std::string_view placeholder = token(slots_[slot]);
         int order = 1;
         while (value != values.end() && (order = value->first.compare(placeholder)) < 0)
             ++value;
-        parts[slot] = order == 0 ? std::string_view(value->second) : placeholder;
-        size += parts[slot].size();
+        if (order == 0)
+            part = (value++)->second;
+        else if (placeholder != former)  // one that stands there twice has the same part again
+            part = placeholder;
+        former = placeholder;
+        parts[slot] = part;
+        size += part.size() - placeholder.size();
     }
 
     std::string result;
     result.reserve(size);
     std::size_t end = 0;  // of what was taken from the template
     for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
-        result.append(text_, end, slots_[slot].begin - end).append(parts[slot]);
-        end = slots_[slot].begin + slots_[slot].length;
+        const auto& [begin, length] = slots_[slot];
+        result.append(text_.data() + end, begin - end).append(parts[slot]);
+        end = begin + length;
     }
     return result.append(text_, end);
 }
