@@ -134,7 +134,8 @@ void ConfigurationManager::setBindProfileID(std::string profileID) {
 
 void ConfigurationManager::setBindToken(std::optional<std::string> token) {
     if (!notedProfile || notedProfile->manager != number_) return;
-    std::string profileID = std::exchange(notedProfile, std::nullopt)->profileID;
+    std::string profileID = std::move(notedProfile->profileID);
+    notedProfile.reset();
     if (token) return storeBind({std::move(profileID), *std::move(token)});
     updateBinds([&](HeldBinds& held) { return drop(held, profileID); });
 }
