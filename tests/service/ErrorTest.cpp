@@ -62,7 +62,9 @@ TEST(DescribeTest, AnErrorOfThePlatformHasTheSameShape) {
 
     const auto network = descriptionOf(SlingError(SlingErrorKind::tls, "no trust"));
     EXPECT_EQ(network.domain, "HalvardSling.SlingError");
+    EXPECT_EQ(network.code, static_cast<int>(SlingErrorKind::tls));
     EXPECT_THAT(network.message, HasSubstr("no trust"));
+    EXPECT_NE(network.advice, "");
 }
 
 TEST(DescribeTest, AnyOtherExceptionHasADomainAndItsText) {
