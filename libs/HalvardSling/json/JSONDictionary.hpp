@@ -47,6 +47,12 @@ struct HALVARD_SLING_EXPORT JSONFailure {
     [[nodiscard]] std::string text() const;
 };
 
+class JSONDictionary;
+
+/// Equal when both hold the same keys with equal values, whatever the order of the keys. An
+/// integer never equals another kind of number.
+HALVARD_SLING_EXPORT bool operator==(const JSONDictionary& left, const JSONDictionary& right);
+
 /// A string-keyed map of JSON values: the input of every reader and the output of every writer.
 ///
 /// It reads strictly: a look-up gives a value only if the key exists and its value has exactly the
@@ -123,8 +129,6 @@ class HALVARD_SLING_EXPORT JSONDictionary {
     /// only what JSON requires is escaped.
     [[nodiscard]] std::string toJSON() const;
 
-    /// Equal when both hold the same keys with equal values, whatever the order of the keys. An
-    /// integer never equals another kind of number.
     friend bool operator==(const JSONDictionary& left, const JSONDictionary& right);
 
   private:
