@@ -127,7 +127,7 @@ std::optional<Body> bodyOf(const APIParams& params, BodyForm form) {
 /// Where in a dictionary there is a text that is not UTF-8, e.g. "elements[0].id".
 std::optional<std::string> malformedField(const JSONDictionary& dictionary) {
     for (const std::string_view key : dictionary.keys()) {
-        const std::string field(key);
+        std::string field(key);
         if (!isUTF8(dictionary.text(key).value_or(""))) return field;
         if (const auto inner = dictionary.dictionary(key))
             if (const auto found = malformedField(*inner)) return field + '.' + *found;
