@@ -5,9 +5,10 @@
 #include <system_error>
 #include <unistd.h>
 
+#include <boost/json.hpp>
+
 #include <internal/FileDescriptor.hpp>
 #include <kestrin-profile-server/ClientConfiguration.hpp>
-#include <kestrin-profile-server/domain/JSONText.hpp>
 #include <kestrin-profile-server/domain/Secrets.hpp>
 #include <kestrin-profile-server/http/Authorisation.hpp>
 #include <kestrin-profile-server/http/Routes.hpp>
@@ -16,15 +17,12 @@ namespace KestrinProfileServer {
 namespace {
 
 std::string memberJSON(std::string_view name, std::string_view value) {
-    std::string json = jsonText(name);
-    json += ": ";
-    appendJSONText(json, value);
-    return json;
+    return boost::json::serialize(name) + ": " + boost::json::serialize(value);
 }
 
 std::string serviceJSON(const Route& route, const std::string& baseURL,
                         const Household& household) {
-    std::string json = jsonText(route.operation);
+    std::string json = boost::json::serialize(route.operation);
     json += ": {\n      ";
     json += memberJSON("method", route.method);
     json += ",\n      ";

@@ -96,6 +96,9 @@ void addOptions(CLI::App& app, Options& options, std::string& parentProfileID,
         ->check(isProfileID)
         ->expected(1)
         ->take_all();
+}
+
+void addLimits(CLI::App& app, ServiceSettings& service) {
     app.add_option("--max-profiles", service.limits.maxProfiles, "profiles per household")
         ->type_name("NUMBER")
         ->check(CLI::Range(1, 100))
@@ -130,6 +133,7 @@ std::variant<Options, EarlyEnd> parsedCommandLine(int count, const char* const* 
     CLI::App app(description, "kestrin-profile-server");
     app.footer(footer);
     addOptions(app, options, parentProfileID, configuration);
+    addLimits(app, options.service);
     try {
         app.parse(count, arguments);
     } catch (const CLI::CallForHelp&) {

@@ -50,6 +50,7 @@ Household ensureHousehold(Connection& connection, const std::string& name,
                           const std::optional<std::string>& parentProfileID) {
     if (!householdByName(connection, name))
         createHousehold(connection, name, parentProfileID.value_or(defaultParentProfileID));
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): it exists by now.
     Household household = *householdByName(connection, name);
     if (parentProfileID && *parentProfileID != household.parentProfileID) {
         throw StartError("the household '" + name + "' already has the parent profile '" +

@@ -1,6 +1,8 @@
 #include <array>
+#include <utility>
 
-#include <kestrin-profile-server/domain/JSONText.hpp>
+#include <boost/json.hpp>
+
 #include <kestrin-profile-server/domain/Lists.hpp>
 
 namespace KestrinProfileServer {
@@ -48,24 +50,15 @@ Entry entryIn(const Query& query) {
                  completed ? std::optional(*completed != 0) : std::nullopt, query.integer(4)};
 }
 
-void appendEntry(std::string& json, const Entry& entry) {
-    json += R"({"id":)";
-    appendJSONText(json, entry.id);
-    if (entry.type) {
-        json += R"(,"type":)";
-        appendJSONText(json, *entry.type);
-    }
-    if (entry.progress) {
-        json += R"(,"progress":)";
-        json += std::to_string(*entry.progress);
-    }
-    if (entry.isCompleted) {
-        json += R"(,"isCompleted":)";
-        json += *entry.isCompleted ? "true" : "false";
-    }
-    json += R"(,"autoAddTimestamp":")";
-    json += timestampText(entry.added);
-    json += "\"}";
+boost::json::object entryJSON(const Entry& entry) {
+    boost::json::object json;
+    json.reserve(5);
+    json["id"] = entry.id;
+    if (entry.type) json["type"] = *entry.type;
+    if (entry.progress) json["progress"] = *entry.progress;
+    if (entry.isCompleted) json["isCompleted"] = *entry.isCompleted;
+    json["autoAddTimestamp"] = timestampText(entry.added);
+    return json;
 }
 
 }  // namespace
@@ -115,17 +108,13 @@ void clearList(Connection& connection, const ListAddress& list) {
         .run();
 }
 
-std::string listJSON(ListKind kind, std::size_t maxSize, const std::vector<Entry>& entries) {
-    std::string json = R"({"id":)";
-    json.reserve(64 + entries.size() * 128);
-    appendJSONText(json, listID(kind));
-    json += R"(,"maxSize":)" + std::to_string(maxSize) + R"(,"elements":[)";
-    for (const Entry& entry : entries) {
-        if (&entry != &entries.front()) json.push_back(',');
-        appendEntry(json, entry);
-    }
-    json += "]}";
-    return json;
+boost::json::object listJSON(ListKind kind, std::size_t maxSize,
+                             const std::vector<Entry>& entries) {
+    boost::json::array elements;
+    elements.reserve(entries.size());
+    for (const Entry& entry : entries)
+        elements.push_back(entryJSON(entry));
+    return {{"id", listID(kind)}, {"maxSize", maxSize}, {"elements", std::move(elements)}};
 }
 
 }  // namespace KestrinProfileServer

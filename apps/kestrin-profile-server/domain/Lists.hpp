@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include <boost/json/object.hpp>
+
 #include <kestrin-profile-server/domain/Timestamp.hpp>
 #include <kestrin-profile-server/storage/Database.hpp>
 
@@ -52,7 +54,7 @@ void deleteEntry(Connection& connection, const ListAddress& list, const std::str
 void clearList(Connection& connection, const ListAddress& list);
 
 /// The list as the protocol writes it.
-[[nodiscard]] std::string listJSON(ListKind kind, std::size_t maxSize,
-                                   const std::vector<Entry>& entries);
+[[nodiscard]] boost::json::object listJSON(ListKind kind, std::size_t maxSize,
+                                           const std::vector<Entry>& entries);
 
 }  // namespace KestrinProfileServer

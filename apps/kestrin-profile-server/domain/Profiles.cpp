@@ -1,6 +1,7 @@
 #include <algorithm>
 
-#include <kestrin-profile-server/domain/JSONText.hpp>
+#include <boost/json.hpp>
+
 #include <kestrin-profile-server/domain/Problem.hpp>
 #include <kestrin-profile-server/domain/Profiles.hpp>
 #include <kestrin-profile-server/domain/Secrets.hpp>
@@ -50,6 +51,7 @@ std::size_t countProfiles(Connection& connection, std::int64_t household) {
 }
 
 Profile reread(Connection& connection, const Profile& profile) {
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): the caller has just written it.
     return *findProfile(connection, profile.household, profile.id);
 }
 
@@ -82,15 +84,6 @@ void insertProfile(Connection& connection, const Profile& profile) {
           profile.household, profile.id, profile.username, nameKeyOf(profile.username),
           profile.avatar, profile.group, profile.isDefault, profile.isParent)
         .run();
-}
-
-void appendMember(std::string& json, std::string_view name,
-                  const std::optional<std::string>& value) {
-    if (!value) return;
-    json.push_back(',');
-    appendJSONText(json, name);
-    json.push_back(':');
-    appendJSONText(json, *value);
 }
 
 }  // namespace
@@ -186,13 +179,11 @@ void deleteProfile(Connection& connection, const Profile& profile) {
     Query(connection, "DELETE FROM profiles WHERE profile = ?", profile.row).run();
 }
 
-std::string profileJSON(const Profile& profile) {
-    std::string json = R"({"profileId":)" + jsonText(profile.id);
-    appendMember(json, "username", profile.username);
-    appendMember(json, "avatar", profile.avatar);
-    appendMember(json, "group", profile.group);
-    json += R"(,"default":)";
-    json += profile.isDefault ? "true}" : "false}";
+boost::json::object profileJSON(const Profile& profile) {
+    boost::json::object json{{"profileId", profile.id}, {"username", profile.username}};
+    if (profile.avatar) json["avatar"] = *profile.avatar;
+    if (profile.group) json["group"] = *profile.group;
+    json["default"] = profile.isDefault;
     return json;
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <boost/json/object.hpp>
+
 #include <kestrin-profile-server/storage/Database.hpp>
 
 namespace KestrinProfileServer {
@@ -59,6 +61,6 @@ void insertParentProfile(Connection& connection, std::int64_t household, const s
 void deleteProfile(Connection& connection, const Profile& profile);
 
 /// The profile as the protocol writes it.
-[[nodiscard]] std::string profileJSON(const Profile& profile);
+[[nodiscard]] boost::json::object profileJSON(const Profile& profile);
 
 }  // namespace KestrinProfileServer

@@ -27,7 +27,7 @@ Reply guarded(std::string_view path, const Work& work) {
     } catch (const Problem& problem) {
         return replyTo(problem, instance);
     } catch (const std::exception& failure) {
-        std::cerr << instance << " failed: " << failure.what() << std::endl;
+        std::cerr << instance << " failed: " << failure.what() << '\n';
         return replyTo(Problem(ProblemKind::internal,
                                "the service failed in a way that it does not know; its standard"
                                " error says more"),
@@ -37,7 +37,7 @@ Reply guarded(std::string_view path, const Work& work) {
 
 Reply healthOf(const Request& request) {
     return guarded(healthPath, [&] {
-        if (request.method == "GET") return jsonReply(200, R"({"status":"ok"})");
+        if (request.method == "GET") return jsonReply(200, {{"status", "ok"}});
         throw methodNotAllowed(request.method, "GET");
     });
 }

@@ -2,7 +2,6 @@
 
 #include <boost/json.hpp>
 
-#include <kestrin-profile-server/domain/JSONText.hpp>
 #include <kestrin-profile-server/domain/Problem.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
 #include <kestrin-profile-server/http/Handlers.hpp>
@@ -40,6 +39,7 @@ void checkBindBody(const HandlerContext& context) {
 
 Reply bindAnonymously(const HandlerContext& context) {
     checkBindBody(context);
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): the route is open to households alone.
     const Household& household = *context.authorised.household;
     const std::string& profileID = context.query[ParameterRole::profile];
     if (isBlocked(context.connection, household.row, profileID))
@@ -48,16 +48,15 @@ Reply bindAnonymously(const HandlerContext& context) {
         throw Problem(ProblemKind::unknownProfile,
                       "the household has no profile '" + excerptOf(profileID) + "'");
     }
-    const std::string token = context.tokens.issue({profileID, household.name});
-    return jsonReply(
-        200, R"({"profileId":)" + jsonText(profileID) + R"(,"token":)" + jsonText(token) + "}");
+    return jsonReply(200, {{"profileId", profileID},
+                           {"token", context.tokens.issue({profileID, household.name})}});
 }
 
 Reply validateName(const HandlerContext& context) {
     const Profile& addressed = context.authorised.addressed;
     const std::string name = checkedUsername(context.connection, addressed.household,
                                              context.query[ParameterRole::name], addressed.row);
-    return jsonReply(200, R"({"valid":true,"username":)" + jsonText(name) + "}");
+    return jsonReply(200, {{"valid", true}, {"username", name}});
 }
 
 Reply createProfile(const HandlerContext& context) {
@@ -72,13 +71,10 @@ Reply createProfile(const HandlerContext& context) {
 }
 
 Reply getProfiles(const HandlerContext& context) {
-    std::string json = R"({"data":[)";
-    for (const Profile& each :
-         profilesOf(context.connection, context.authorised.caller.household)) {
-        if (!json.ends_with('[')) json.push_back(',');
-        json += profileJSON(each);
-    }
-    return jsonReply(200, json + "]}");
+    boost::json::array profiles;
+    for (const Profile& each : profilesOf(context.connection, context.authorised.caller.household))
+        profiles.push_back(profileJSON(each));
+    return jsonReply(200, {{"data", std::move(profiles)}});
 }
 
 Reply editProfile(const HandlerContext& context) {
@@ -121,6 +117,7 @@ Reply addEntries(const HandlerContext& context) {
     for (const auto& each : context.body.at("elements").get_array()) {
         const auto& element = each.get_object();
         putInFront(context.connection, listOf(context),
+                   // NOLINTNEXTLINE(bugprone-unchecked-optional-access): the body was checked.
                    Entry{.id = *textIn(element, "id"),
                          .type = textIn(element, "type"),
                          .progress = {},

@@ -1,7 +1,9 @@
 #include <array>
 #include <cstddef>
+#include <string>
 
-#include <kestrin-profile-server/domain/JSONText.hpp>
+#include <boost/json.hpp>
+
 #include <kestrin-profile-server/http/ProblemReply.hpp>
 
 namespace KestrinProfileServer {
@@ -57,16 +59,14 @@ static_assert(tableIsInEnumOrder(), "the kind is the index of its row");
 
 Reply replyTo(const Problem& problem, std::string_view instance) {
     const ProblemRow& row = problemTable[static_cast<std::size_t>(problem.kind())];
-    std::string json = R"({"type":"urn:kestrin-profile:problem:)";
-    json += row.name;
-    json += R"(","title":)";
-    appendJSONText(json, row.title);
-    json += R"(,"status":)" + std::to_string(row.status) + R"(,"detail":)";
-    appendJSONText(json, problem.what());
-    json += R"(,"instance":)";
-    appendJSONText(json, instance);
-    json += "}";
-    return Reply{row.status, std::move(json), "application/problem+json", problem.headers()};
+    const boost::json::object document{
+        {"type", "urn:kestrin-profile:problem:" + std::string(row.name)},
+        {"title", row.title},
+        {"status", row.status},
+        {"detail", problem.what()},
+        {"instance", instance}};
+    return Reply{row.status, boost::json::serialize(document), "application/problem+json",
+                 problem.headers()};
 }
 
 }  // namespace KestrinProfileServer

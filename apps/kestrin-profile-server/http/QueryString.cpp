@@ -90,7 +90,8 @@ std::string decoded(const RawParameter& parameter) {
         }
         const auto byte = escapedByte(parameter.value.substr(index + 1));
         if (!byte) refuse("has a '%' without two hexadecimal digits; write a percent sign %25");
-        text.push_back(*byte);
+        text.push_back(
+            *byte);  // NOLINT(bugprone-unchecked-optional-access): refuse does not return
         index += 2;
     }
     if (text.size() > longestText) {

@@ -3,6 +3,9 @@
 #include <string>
 #include <utility>
 
+#include <boost/json/object.hpp>
+#include <boost/json/serialize.hpp>
+
 #include <kestrin-profile-server/domain/Problem.hpp>
 
 namespace KestrinProfileServer {
@@ -16,8 +19,8 @@ struct Reply {
 };
 
 /// A reply with a JSON body.
-[[nodiscard]] inline Reply jsonReply(unsigned status, std::string body) {
-    return Reply{status, std::move(body), "application/json", {}};
+[[nodiscard]] inline Reply jsonReply(unsigned status, const boost::json::object& body) {
+    return Reply{status, boost::json::serialize(body), "application/json", {}};
 }
 
 /// Whether the reply says that the request failed, so nothing of it may stay in the database.

@@ -44,7 +44,7 @@ void WriteQueue::runBatch(std::vector<Job>& batch) {
     try {
         replies = committed(batch);
     } catch (const std::exception& failure) {
-        std::cerr << "cannot write to the database: " << failure.what() << std::endl;
+        std::cerr << "cannot write to the database: " << failure.what() << '\n';
         const Problem problem(ProblemKind::unavailable,
                               "the database could not be written; nothing was changed, try again");
         replies.clear();
@@ -60,6 +60,7 @@ std::vector<Reply> WriteQueue::committed(const std::vector<Job>& batch) {
         Query(connection_, "BEGIN IMMEDIATE").run();
         if (batch.size() == 1) return {committedAlone(batch.front().work)};
         std::vector<Reply> replies;
+        replies.reserve(batch.size());
         for (const Job& job : batch)
             replies.push_back(runInSavepoint(job.work));
         Query(connection_, "COMMIT").run();
