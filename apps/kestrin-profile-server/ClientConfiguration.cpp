@@ -22,60 +22,40 @@ std::string memberJSON(std::string_view name, std::string_view value) {
 
 std::string serviceJSON(const Route& route, const std::string& baseURL,
                         const Household& household) {
-    std::string json = boost::json::serialize(route.operation);
-    json += ": {\n      ";
-    json += memberJSON("method", route.method);
-    json += ",\n      ";
-    json += memberJSON("url", baseURL + urlTemplate(route));
-    json += ",\n      ";
-    json += memberJSON("body", route.body.rule == BodyRule::none ? "none" : "json");
-    if (route.access == Access::household) {
-        json += ",\n      \"headers\": {";
-        json += memberJSON(secretHeader, household.secret);
-        json += "}";
-    }
-    json += "\n    }";
-    return json;
-}
-
-void throwIfFailed(ssize_t result) {
-    if (result < 0) throw std::system_error(errno, std::generic_category());
+    const std::string headers =
+        route.access == Access::household
+            ? ",\n      \"headers\": {" + memberJSON(secretHeader, household.secret) + "}"
+            : "";
+    return boost::json::serialize(route.operation) + ": {\n      " +
+           memberJSON("method", route.method) + ",\n      " +
+           memberJSON("url", baseURL + urlTemplate(route)) + ",\n      " +
+           memberJSON("body", route.body.rule == BodyRule::none ? "none" : "json") + headers +
+           "\n    }";
 }
 
 void writeNewFile(const std::filesystem::path& file, const std::string& content) {
     const KestrinInternal::FileDescriptor descriptor(
         ::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
-    throwIfFailed(descriptor.number());
-    for (std::string_view left = content; !left.empty();) {
-        const ssize_t count = ::write(descriptor.number(), left.data(), left.size());
-        throwIfFailed(count);
-        left.remove_prefix(static_cast<std::size_t>(count));
-    }
-    throwIfFailed(::fsync(descriptor.number()));
+    if (!descriptor.isOpen() || !descriptor.writeAll(content) || ::fsync(descriptor.number()) != 0)
+        throw std::system_error(errno, std::generic_category());
 }
 
 }  // namespace
 
 std::string clientConfiguration(const std::string& baseURL, const std::string& brand,
                                 const Household& household) {
-    std::string json = "{\n  \"version\": 1,\n  ";
-    json += memberJSON("parentProfileID", household.parentProfileID);
-    json += ",\n  ";
-    json += memberJSON("brand", brand);
-    json += ",\n  \"development\": true,\n  \"services\": {";
-    for (const Route& route : routes()) {
-        json += &route == &routes().front() ? "\n    " : ",\n    ";
-        json += serviceJSON(route, baseURL, household);
-    }
-    json += "\n  }\n}\n";
-    return json;
+    std::string services;
+    for (const Route& route : routes())
+        services +=
+            (services.empty() ? "\n    " : ",\n    ") + serviceJSON(route, baseURL, household);
+    return "{\n  \"version\": 1,\n  " + memberJSON("parentProfileID", household.parentProfileID) +
+           ",\n  " + memberJSON("brand", brand) + ",\n  \"development\": true,\n  \"services\": {" +
+           services + "\n  }\n}\n";
 }
 
 void writePrivateFile(const std::filesystem::path& file, const std::string& content) {
     auto temporary = file;
-    temporary += ".";
-    temporary += hexadecimal(randomBytes(4));
-    temporary += ".tmp";
+    temporary += "." + hexadecimal(randomBytes(4)) + ".tmp";
     try {
         writeNewFile(temporary, content);
         std::filesystem::rename(temporary, file);

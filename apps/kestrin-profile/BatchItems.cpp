@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <internal/ASCII.hpp>
 #include <internal/FileDescriptor.hpp>
 
 #include "ExitCode.hpp"
@@ -51,7 +52,7 @@ void addLines(std::vector<BatchItem>& items, std::string_view text, const std::s
     const std::string name = file == "-" ? "standard input" : file;
     for (std::size_t line = 1; !text.empty(); ++line) {
         const std::size_t end = text.find('\n');
-        const std::string_view item = trimmed(text.substr(0, end));
+        const std::string_view item = KestrinInternal::trimmed(text.substr(0, end), " \t\r");
         if (!item.empty() && !item.starts_with('#'))
             items.push_back({std::string(item), fmt::format("{}:{}", name, line)});
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <unistd.h>
 
+#include <internal/ASCII.hpp>
+
 #include "ExitCode.hpp"
 
 namespace KestrinProfileCLI {
@@ -24,7 +26,7 @@ std::string answer(const Session& session) {
 
 bool isYes(const std::string& text) {
     constexpr std::array<std::string_view, 5> forms{"y", "Y", "yes", "Yes", "YES"};
-    return std::ranges::count(forms, trimmed(text)) > 0;
+    return std::ranges::count(forms, KestrinInternal::trimmed(text, " \t\r")) > 0;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "CurlCommand.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <chrono>
 #include <vector>
@@ -8,8 +9,9 @@
 #include <fmt/format.h>
 
 #include <HalvardSling/curl/CurlTransport.hpp>
+#include <HalvardSling/http/Headers.hpp>
+#include <KestrinProfile/params/ProfileUtils.hpp>
 
-#include "PublicHeaders.hpp"
 #include "Text.hpp"
 
 namespace KestrinProfileCLI {
@@ -83,6 +85,13 @@ void addRules(Words& words, const TransportRequest& request) {
 std::string shellQuoted(std::string_view text) {
     if (!text.empty() && std::ranges::all_of(text, &isPlain)) return std::string(text);
     return "'" + replaced(std::string(text), "'", R"('\'')") + "'";
+}
+
+bool isPublicHeader(std::string_view name) {
+    static constexpr std::array<std::string_view, 4> names{
+        "Accept", "Content-Type", "User-Agent", KestrinProfile::ProfileHeaders::profileID};
+    return std::ranges::any_of(
+        names, [name](auto each) { return HalvardSling::Headers::sameName(each, name); });
 }
 
 std::string curlCommand(const TransportRequest& request) {

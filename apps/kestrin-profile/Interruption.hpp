@@ -16,9 +16,7 @@ class Interruption {
   public:
     Interruption();
     Interruption(const Interruption&) = delete;
-    Interruption(Interruption&&) = delete;
     Interruption& operator=(const Interruption&) = delete;
-    Interruption& operator=(Interruption&&) = delete;
     ~Interruption();
 
     /// Waits until `ready` holds or a signal came. `ready` is called with the lock of `notify`

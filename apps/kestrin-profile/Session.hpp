@@ -31,9 +31,7 @@ class Session {
     /// @param interruption  outlives the session
     explicit Session(Interruption& interruption) : interruption_(interruption) {}
     Session(const Session&) = delete;
-    Session(Session&&) = delete;
     Session& operator=(const Session&) = delete;
-    Session& operator=(Session&&) = delete;
     /// Ends the transport, so that no event comes after, and keeps the binds.
     ~Session();
 

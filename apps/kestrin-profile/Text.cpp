@@ -131,13 +131,6 @@ std::string padded(std::string text, std::size_t columns) {
     return text;
 }
 
-std::string_view trimmed(std::string_view text) noexcept {
-    constexpr std::string_view blanks = " \t\r";
-    const std::size_t begin = text.find_first_not_of(blanks);
-    if (begin == std::string_view::npos) return {};
-    return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
-}
-
 std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
     return fmt::format("{}", fmt::join(texts, separator));
 }

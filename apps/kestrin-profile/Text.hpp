@@ -25,9 +25,6 @@ namespace KestrinProfileCLI {
 /// an ellipsis, and without a colour.
 [[nodiscard]] std::string shortened(std::string_view text, std::size_t columns);
 
-/// The text without blanks, tabs and a carriage return around it.
-[[nodiscard]] std::string_view trimmed(std::string_view text) noexcept;
-
 /// The texts with a separator between them.
 [[nodiscard]] std::string joined(const std::vector<std::string>& texts, std::string_view separator);
 

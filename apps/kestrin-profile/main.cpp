@@ -1,5 +1,8 @@
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
+#include <initializer_list>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -7,7 +10,6 @@
 #include "HelpSections.hpp"
 #include "Interruption.hpp"
 #include "Session.hpp"
-#include "StandardStreams.hpp"
 #include "commands/Commands.hpp"
 
 namespace {
@@ -37,6 +39,18 @@ void addCommands(CLI::App& app, Command& chosen) {
     addSearchCommand(app, chosen);
     addConfigCommand(app, chosen);
     addSelfDescriptions(app, chosen);
+}
+
+/// Opens every standard stream that the program was started without on something that can be
+/// neither read nor written. Otherwise the next file or connection would get its number, and what
+/// is printed would go there. Called before anything else is opened.
+void replaceClosedStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) != -1) continue;
+        // The lowest free number is given, which is this one. The wrong direction makes its use
+        // fail.
+        if (open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) != stream) return;
+    }
 }
 
 /// Runs the chosen command, and writes the last byte of its output.

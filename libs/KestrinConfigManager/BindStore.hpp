@@ -34,9 +34,7 @@ class KESTRIN_CONFIG_MANAGER_EXPORT BindStore {
 
     BindStore() = default;
     BindStore(const BindStore&) = delete;
-    BindStore(BindStore&&) = delete;
     BindStore& operator=(const BindStore&) = delete;
-    BindStore& operator=(BindStore&&) = delete;
     virtual ~BindStore();
 
     [[nodiscard]] virtual Loaded load() = 0;

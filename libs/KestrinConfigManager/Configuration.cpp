@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
+#include <fcntl.h>
 #include <memory>
 #include <set>
 #include <span>
@@ -20,6 +20,7 @@
 #include <KestrinConfigManager/internal/RequestPolicyOptions.hpp>
 #include <internal/ASCII.hpp>
 #include <internal/EditDistance.hpp>
+#include <internal/FileDescriptor.hpp>
 #include <internal/Quoting.hpp>
 
 namespace KestrinConfigManager {
@@ -87,8 +88,8 @@ std::vector<std::string_view> distinctKeys(const Location& location,
     return dictionary.keys();
 }
 
-// What the value of a key can be. Each shape says what is expected, finds a value of its kind, and
-// checks and stores it.
+// What the value of a key can be. Each shape says what is expected, how a dictionary finds a
+// value of its kind, and checks and stores it.
 
 template <class Target>
 struct Text {
@@ -97,9 +98,7 @@ struct Text {
 
     [[nodiscard]] std::string expected() const { return std::string(what); }
 
-    [[nodiscard]] static auto find(const JSONDictionary& dictionary, std::string_view key) {
-        return dictionary.text(key);
-    }
+    static constexpr auto find = &JSONDictionary::text;
 
     void accept(const Location& location, std::string_view value, Target& target) const {
         location.report(value.empty() ? Refusal("is empty, expected " + expected())
@@ -113,9 +112,7 @@ struct Flag {
 
     [[nodiscard]] static std::string expected() { return "a Boolean"; }
 
-    [[nodiscard]] static auto find(const JSONDictionary& dictionary, std::string_view key) {
-        return dictionary.boolean(key);
-    }
+    static constexpr auto find = &JSONDictionary::boolean;
 
     void accept(const Location&, bool value, Target& target) const { store(target, value); }
 };
@@ -131,9 +128,7 @@ struct Integer {
         return "an integer from " + std::to_string(least) + " to " + std::to_string(greatest);
     }
 
-    [[nodiscard]] static auto find(const JSONDictionary& dictionary, std::string_view key) {
-        return dictionary.integer(key);
-    }
+    static constexpr auto find = &JSONDictionary::integer;
 
     void accept(const Location& location, std::int64_t value, Target& target) const {
         if (value < least || value > greatest)
@@ -150,9 +145,7 @@ struct Word {
 
     [[nodiscard]] std::string expected() const { return "one of " + listInQuotes(words); }
 
-    [[nodiscard]] static auto find(const JSONDictionary& dictionary, std::string_view key) {
-        return dictionary.text(key);
-    }
+    static constexpr auto find = &JSONDictionary::text;
 
     void accept(const Location& location, std::string_view value, Target& target) const {
         const auto found = std::ranges::find(words, value);
@@ -172,9 +165,7 @@ struct TextList {
         return "an array of nothing but texts: " + std::string(what);
     }
 
-    [[nodiscard]] static auto find(const JSONDictionary& dictionary, std::string_view key) {
-        return dictionary.texts(key);
-    }
+    static constexpr auto find = &JSONDictionary::texts;
 
     void accept(const Location& location, const std::vector<std::string_view>& items,
                 Target& target) const {
@@ -189,9 +180,7 @@ struct TextTable {
 
     [[nodiscard]] static std::string expected() { return "a dictionary of texts"; }
 
-    [[nodiscard]] static auto find(const JSONDictionary& dictionary, std::string_view key) {
-        return dictionary.dictionary(key);
-    }
+    static constexpr auto find = &JSONDictionary::dictionary;
 
     void accept(const Location& location, const JSONDictionary& table, Target& target) const {
         for (const std::string_view name : distinctKeys(location, table)) {
@@ -209,9 +198,7 @@ struct Nested {
 
     [[nodiscard]] static std::string expected() { return "a dictionary"; }
 
-    [[nodiscard]] static auto find(const JSONDictionary& dictionary, std::string_view key) {
-        return dictionary.dictionary(key);
-    }
+    static constexpr auto find = &JSONDictionary::dictionary;
 
     void accept(const Location& location, const JSONDictionary& content, Target& target) const {
         read(location, content, target);
@@ -231,7 +218,7 @@ struct Key {
         std::visit(
             [&](const auto& known) {
                 const auto kind = dictionary.kind(name);
-                if (const auto value = known.find(dictionary, name))
+                if (const auto value = (dictionary.*known.find)(name))
                     known.accept(location, *value, target);
                 else if (kind || required)
                     location.report(mismatch(kind, known.expected()));
@@ -424,10 +411,6 @@ ConfigurationResult problemAtTop(std::string message) {
 
 constexpr std::size_t largestFile = std::size_t{16} << 20;
 
-struct CloseFile {
-    void operator()(std::FILE* file) const noexcept { static_cast<void>(std::fclose(file)); }
-};
-
 }  // namespace
 
 ConfigurationResult parseConfiguration(std::string_view text) {
@@ -443,21 +426,13 @@ ConfigurationResult parseConfiguration(std::string_view text) {
 }
 
 ConfigurationResult loadConfiguration(const std::filesystem::path& file) {
-    const auto failure = [&](std::string_view reason) {
-        return problemAtTop("the file " + inQuotes(file.string()) +
-                            " cannot be read: " + std::string(reason));
-    };
-    const std::unique_ptr<std::FILE, CloseFile> stream(std::fopen(file.c_str(), "rb"));
-    if (!stream) return failure(std::generic_category().message(errno));
-
-    std::string text;
-    std::array<char, 8192> piece{};
-    while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), stream.get())) {
-        text.append(piece.data(), count);
-        if (text.size() > largestFile) return failure("it is larger than any configuration");
-    }
-    if (std::ferror(stream.get()) != 0) return failure(std::generic_category().message(errno));
-    return parseConfiguration(text);
+    const KestrinInternal::FileDescriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    const auto text = opened.isOpen() ? opened.readAll(largestFile) : std::nullopt;
+    if (text) return parseConfiguration(*text);
+    const int error = errno;
+    return problemAtTop("the file " + inQuotes(file.string()) + " cannot be read: " +
+                        (error == EFBIG ? "it is larger than any configuration"
+                                        : std::generic_category().message(error)));
 }
 
 }  // namespace KestrinConfigManager

@@ -26,9 +26,7 @@ class KESTRIN_CONFIG_MANAGER_EXPORT ConfigurationManager {
   public:
     ConfigurationManager() = default;
     ConfigurationManager(const ConfigurationManager&) = delete;
-    ConfigurationManager(ConfigurationManager&&) = delete;
     ConfigurationManager& operator=(const ConfigurationManager&) = delete;
-    ConfigurationManager& operator=(ConfigurationManager&&) = delete;
     ~ConfigurationManager() = default;
 
     /// The one that `KestrinProfile` uses. It lives until the process has ended.

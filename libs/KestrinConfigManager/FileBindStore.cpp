@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -111,23 +110,6 @@ Decoded decoded(std::string_view text) {
 
 // Reading.
 
-/// Reads everything; absent, with `errno` set, if that fails.
-std::optional<std::string> readAll(const FileDescriptor& file) {
-    std::string text;
-    std::array<char, 8192> piece{};
-    while (text.size() <= largestFile) {
-        // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): no lock is held here.
-        const ssize_t count = ::read(file.number(), piece.data(), piece.size());
-        if (count == 0) return text;
-        if (count > 0)
-            text.append(piece.data(), static_cast<std::size_t>(count));
-        else if (errno != EINTR)
-            return std::nullopt;
-    }
-    errno = EFBIG;
-    return std::nullopt;
-}
-
 BindStore::Loaded nothing(std::string reason) {
     return {{}, std::move(reason)};
 }
@@ -137,7 +119,7 @@ BindStore::Loaded loadedFrom(const FileDescriptor& file) {
     if (::fstat(file.number(), &status) != 0) return nothing(systemFailure("cannot be read"));
     if (!S_ISREG(status.st_mode)) return nothing("is not a regular file");
 
-    const auto text = readAll(file);
+    const auto text = file.readAll(largestFile);
     if (!text) return nothing(systemFailure("cannot be read"));
     auto content = decoded(*text);
     if (auto* const reason = std::get_if<std::string>(&content)) return nothing(std::move(*reason));
@@ -197,17 +179,6 @@ void removeLeftovers(const std::filesystem::path& file) {
     }
 }
 
-bool writeAll(const FileDescriptor& file, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = ::write(file.number(), text.data(), text.size());
-        if (count >= 0)
-            text.remove_prefix(static_cast<std::size_t>(count));
-        else if (errno != EINTR)
-            return false;
-    }
-    return true;
-}
-
 /// Makes a rename in the directory last. Some file systems cannot sync a directory and need not.
 bool syncDirectory(const std::filesystem::path& directory) {
     const FileDescriptor file = opened(directory, O_RDONLY | O_DIRECTORY);
@@ -220,7 +191,7 @@ std::optional<std::string> replace(const std::filesystem::path& file, std::strin
     const NewFile& fresh = std::get<NewFile>(created);
 
     std::optional<std::string> failure;
-    if (!writeAll(fresh.file, content) || ::fsync(fresh.file.number()) != 0)
+    if (!fresh.file.writeAll(content) || ::fsync(fresh.file.number()) != 0)
         failure = systemFailure("cannot write");
     else if (::rename(fresh.path.c_str(), file.c_str()) != 0)
         failure = systemFailure("cannot replace it");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,20 @@ namespace KestrinInternal {
 
 [[nodiscard]] constexpr bool isControlOrBlank(char c) noexcept {
     return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F;
+}
+
+/// A text without the blanks around it.
+[[nodiscard]] constexpr std::string_view trimmed(std::string_view text,
+                                                 std::string_view blanks = " \t") noexcept {
+    const std::size_t begin = text.find_first_not_of(blanks);
+    if (begin == std::string_view::npos) return {};
+    return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
+}
+
+/// Whether the value of a Content-Type is this media type, with or without parameters.
+[[nodiscard]] constexpr bool isMediaType(std::string_view contentType,
+                                         std::string_view type) noexcept {
+    return equalsIgnoringCase(trimmed(contentType.substr(0, contentType.find(';'))), type);
 }
 
 }  // namespace KestrinInternal

@@ -1,5 +1,11 @@
 #pragma once
 
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
@@ -23,6 +29,36 @@ class FileDescriptor {
 
     [[nodiscard]] bool isOpen() const noexcept { return number_ >= 0; }
     [[nodiscard]] int number() const noexcept { return number_; }
+
+    /// Reads everything; absent, with `errno` set, if that fails or there is more than the limit.
+    [[nodiscard]] std::optional<std::string> readAll(std::size_t limit) const {
+        std::string text;
+        std::array<char, 8192> piece{};
+        while (text.size() <= limit) {
+            // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): no caller holds a lock.
+            const ssize_t count = ::read(number_, piece.data(), piece.size());
+            if (count == 0) return text;
+            if (count > 0)
+                text.append(piece.data(), static_cast<std::size_t>(count));
+            else if (errno != EINTR)
+                return std::nullopt;
+        }
+        errno = EFBIG;
+        return std::nullopt;
+    }
+
+    /// Writes everything.
+    /// @return false, with `errno` set, if that fails
+    [[nodiscard]] bool writeAll(std::string_view text) const noexcept {
+        while (!text.empty()) {
+            const ssize_t count = ::write(number_, text.data(), text.size());
+            if (count >= 0)
+                text.remove_prefix(static_cast<std::size_t>(count));
+            else if (errno != EINTR)
+                return false;
+        }
+        return true;
+    }
 
   private:
     int number_ = -1;

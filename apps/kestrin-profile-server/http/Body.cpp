@@ -5,6 +5,7 @@
 #include <boost/json.hpp>
 
 #include <internal/ASCII.hpp>
+#include <internal/Table.hpp>
 #include <kestrin-profile-server/domain/Problem.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
 #include <kestrin-profile-server/http/Body.hpp>
@@ -67,6 +68,7 @@ constexpr std::array<KindRow, 7> kindTable{{
     {ValueKind::elements, [](const json::value& value) { return value.is_array(); },
      "an array of objects"},
 }};
+static_assert(KestrinInternal::isInOrder(kindTable, &KindRow::kind));
 
 [[noreturn]] void refuse(const std::string& detail) {
     throw Problem(ProblemKind::invalidBody, detail);
@@ -88,7 +90,7 @@ void checkElements(const json::array& elements, const std::string& place) {
 }
 
 void checkValue(const json::value& value, ValueKind kind, const std::string& place) {
-    const KindRow& row = kindTable[static_cast<std::size_t>(kind)];
+    const KindRow& row = KestrinInternal::rowOf(kindTable, kind);
     if (!row.accepts(value)) {
         refuse(place + " is " + excerptOf(json::serialize(value)) + "; expected is " +
                std::string(row.expected));
@@ -122,10 +124,7 @@ const json::object& checkedObject(const json::value& value, std::span<const Body
 }
 
 void checkContentType(std::string_view contentType) {
-    std::string_view type = contentType.substr(0, contentType.find(';'));
-    while (type.ends_with(' '))
-        type.remove_suffix(1);
-    if (KestrinInternal::equalsIgnoringCase(type, "application/json")) return;
+    if (KestrinInternal::isMediaType(contentType, "application/json")) return;
     throw Problem(ProblemKind::unsupportedMediaType,
                   contentType.empty() ? "the body has no Content-Type; expected is application/json"
                                       : "the body's Content-Type is '" + excerptOf(contentType) +

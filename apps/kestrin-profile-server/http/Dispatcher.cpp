@@ -5,7 +5,6 @@
 
 #include <kestrin-profile-server/domain/Text.hpp>
 #include <kestrin-profile-server/http/Dispatcher.hpp>
-#include <kestrin-profile-server/http/ProblemReply.hpp>
 #include <kestrin-profile-server/http/Routes.hpp>
 
 namespace KestrinProfileServer {

@@ -2,6 +2,7 @@
 
 #include <boost/json.hpp>
 
+#include <internal/Table.hpp>
 #include <kestrin-profile-server/domain/Problem.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
 #include <kestrin-profile-server/http/Handlers.hpp>
@@ -158,17 +159,12 @@ constexpr std::array<HandlerRow, 12> handlerTable{{
     {Action::clearList, clearList},
 }};
 
-constexpr bool tableIsInEnumOrder() {
-    for (std::size_t index = 0; index < handlerTable.size(); ++index)
-        if (static_cast<std::size_t>(handlerTable[index].action) != index) return false;
-    return true;
-}
-static_assert(tableIsInEnumOrder(), "the action is the index of its row");
+static_assert(KestrinInternal::isInOrder(handlerTable, &HandlerRow::action));
 
 }  // namespace
 
 Reply runAction(const HandlerContext& context) {
-    return handlerTable[static_cast<std::size_t>(context.route.action)].handler(context);
+    return KestrinInternal::rowOf(handlerTable, context.route.action).handler(context);
 }
 
 }  // namespace KestrinProfileServer

@@ -13,7 +13,6 @@
 #include <internal/ASCII.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
 #include <kestrin-profile-server/http/HttpServer.hpp>
-#include <kestrin-profile-server/http/ProblemReply.hpp>
 
 namespace KestrinProfileServer {
 namespace {

@@ -1,10 +1,10 @@
 #include <array>
-#include <cstddef>
 #include <string>
 
 #include <boost/json.hpp>
 
-#include <kestrin-profile-server/http/ProblemReply.hpp>
+#include <internal/Table.hpp>
+#include <kestrin-profile-server/http/Reply.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -48,17 +48,12 @@ constexpr std::array<ProblemRow, 29> problemTable{{
     {ProblemKind::unavailable, 503, "unavailable", "The service cannot write now"},
 }};
 
-constexpr bool tableIsInEnumOrder() {
-    for (std::size_t index = 0; index < problemTable.size(); ++index)
-        if (static_cast<std::size_t>(problemTable[index].kind) != index) return false;
-    return true;
-}
-static_assert(tableIsInEnumOrder(), "the kind is the index of its row");
+static_assert(KestrinInternal::isInOrder(problemTable, &ProblemRow::kind));
 
 }  // namespace
 
 Reply replyTo(const Problem& problem, std::string_view instance) {
-    const ProblemRow& row = problemTable[static_cast<std::size_t>(problem.kind())];
+    const ProblemRow& row = KestrinInternal::rowOf(problemTable, problem.kind());
     const boost::json::object document{
         {"type", "urn:kestrin-profile:problem:" + std::string(row.name)},
         {"title", row.title},

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <string>
-#include <utility>
+#include <string_view>
 
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
@@ -22,6 +22,9 @@ struct Reply {
 [[nodiscard]] inline Reply jsonReply(unsigned status, const boost::json::object& body) {
     return Reply{status, boost::json::serialize(body), "application/json", {}};
 }
+
+/// The reply that carries the problem document; `instance` is the path of the request.
+[[nodiscard]] Reply replyTo(const Problem& problem, std::string_view instance);
 
 /// Whether the reply says that the request failed, so nothing of it may stay in the database.
 [[nodiscard]] inline bool isFailure(const Reply& reply) {

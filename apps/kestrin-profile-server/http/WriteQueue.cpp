@@ -3,7 +3,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include <kestrin-profile-server/http/ProblemReply.hpp>
 #include <kestrin-profile-server/http/WriteQueue.hpp>
 
 namespace KestrinProfileServer {

@@ -164,8 +164,4 @@ void prepareDatabase(const std::filesystem::path& file, int version) {
     }
 }
 
-void prepareDatabase(const std::filesystem::path& file) {
-    prepareDatabase(file, currentSchemaVersion());
-}
-
 }  // namespace KestrinProfileServer

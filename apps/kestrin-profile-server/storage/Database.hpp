@@ -101,12 +101,11 @@ class ReadTransaction {
 /// The error of a database file that cannot be used.
 [[nodiscard]] StartError cannotOpen(const std::filesystem::path& file, const std::string& reason);
 
-/// Creates the file when it is missing (readable by its owner only) and brings its schema up to
-/// `version`. Throws StartError for a file that is no database of this program, or a newer one.
-void prepareDatabase(const std::filesystem::path& file, int version);
-void prepareDatabase(const std::filesystem::path& file);
-
 /// The schema version that this program works with.
 [[nodiscard]] int currentSchemaVersion();
+
+/// Creates the file when it is missing (readable by its owner only) and brings its schema up to
+/// `version`. Throws StartError for a file that is no database of this program, or a newer one.
+void prepareDatabase(const std::filesystem::path& file, int version = currentSchemaVersion());
 
 }  // namespace KestrinProfileServer

@@ -69,16 +69,12 @@ ExitCode obtainBind(Session& session, const std::optional<std::string>& nameOrID
 void addBindCommand(CLI::App& app, Command& chosen) {
     auto* const command = app.add_subcommand(
         "bind", "Obtain an anonymous bind for a profile and save it for later commands");
-    const auto profile = std::make_shared<std::string>();
-    auto* const argument = command->add_option(
-        "PROFILE", *profile, "A profile, by identifier or name (default: the acting one)");
-    argument->type_name("");
-    command->callback([&chosen, profile, argument] {
-        const bool named = argument->count() > 0;
-        chosen = [profile, named](Session& session) {
-            return obtainBind(session, named ? std::optional(*profile) : std::nullopt);
-        };
-    });
+    const auto profile = std::make_shared<std::optional<std::string>>();
+    command
+        ->add_option("PROFILE", *profile,
+                     "A profile, by identifier or name (default: the acting one)")
+        ->type_name("");
+    onChosen(*command, chosen, profile, &obtainBind);
 }
 
 }  // namespace KestrinProfileCLI

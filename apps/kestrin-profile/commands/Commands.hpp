@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -11,6 +13,15 @@ namespace KestrinProfileCLI {
 
 /// What the chosen command does when the command line has been read.
 using Command = std::function<ExitCode(Session&)>;
+
+/// Makes a command of the command line do this with its options, if it is the chosen one.
+template <class Options>
+void onChosen(CLI::App& command, Command& chosen, std::shared_ptr<Options> options,
+              ExitCode (*what)(Session&, const Options&)) {
+    command.callback([&chosen, options = std::move(options), what] {
+        chosen = [options, what](Session& session) { return what(session, *options); };
+    });
+}
 
 // Each adds its command to the command line and sets `chosen` if it is chosen.
 

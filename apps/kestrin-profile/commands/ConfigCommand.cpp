@@ -10,7 +10,7 @@
 #include <KestrinConfigManager/internal/RequestPolicyOptions.hpp>
 #include <KestrinProfile/service/ConfigurationCheck.hpp>
 
-#include "../PublicHeaders.hpp"
+#include "../CurlCommand.hpp"
 #include "Commands.hpp"
 
 namespace KestrinProfileCLI {

@@ -51,39 +51,23 @@ struct ListKind {
 constexpr const char* aVideo = "The identifier of a video";
 constexpr const char* aShow = "The identifier of a show";
 
-constexpr ListKind history{"history",
-                           "What a profile has watched",
-                           "the history",
-                           "VIDEO",
-                           "VIDEO_ID",
-                           aVideo,
-                           &ProfileParams::videoID,
-                           &Profile::requestHistory,
-                           &Profile::addHistoryVideo,
-                           &Profile::deleteVideoHistory,
-                           &Profile::clearHistory};
-constexpr ListKind favorites{"favorites",
-                             "The shows that a profile likes",
-                             "the favorites",
-                             "SHOW",
-                             "SHOW_ID",
-                             aShow,
-                             &ProfileParams::showID,
-                             &Profile::requestFavorites,
-                             &Profile::addFavoriteShow,
-                             &Profile::deleteFavoriteShow,
-                             &Profile::clearFavorites};
-constexpr ListKind watchList{"watchlist",
-                             "The videos that a profile wants to watch",
-                             "the watch list",
-                             "VIDEO",
-                             "VIDEO_ID",
-                             aVideo,
-                             &ProfileParams::videoID,
-                             &Profile::requestWatchList,
-                             &Profile::addWatchListVideo,
-                             &Profile::deleteWatchListVideo,
-                             &Profile::clearWatchList};
+// clang-format off
+constexpr ListKind history{
+    "history", "What a profile has watched", "the history",
+    "VIDEO", "VIDEO_ID", aVideo, &ProfileParams::videoID,
+    &Profile::requestHistory, &Profile::addHistoryVideo, &Profile::deleteVideoHistory,
+    &Profile::clearHistory};
+constexpr ListKind favorites{
+    "favorites", "The shows that a profile likes", "the favorites",
+    "SHOW", "SHOW_ID", aShow, &ProfileParams::showID,
+    &Profile::requestFavorites, &Profile::addFavoriteShow, &Profile::deleteFavoriteShow,
+    &Profile::clearFavorites};
+constexpr ListKind watchList{
+    "watchlist", "The videos that a profile wants to watch", "the watch list",
+    "VIDEO", "VIDEO_ID", aVideo, &ProfileParams::videoID,
+    &Profile::requestWatchList, &Profile::addWatchListVideo, &Profile::deleteWatchListVideo,
+    &Profile::clearWatchList};
+// clang-format on
 
 /// How far the videos were watched, as it is typed.
 struct Watched {
@@ -206,14 +190,6 @@ ExitCode addMany(Session& session, const ListOptions& options) {
     printDone(session, reply,
               fmt::format("added {} in one request to the favorites", items.size()));
     return ExitCode::ok;
-}
-
-/// Makes a command of a list choose what it does.
-void onChosen(CLI::App& command, Command& chosen, const Shared& options,
-              ExitCode (*what)(Session&, const ListOptions&)) {
-    command.callback([&chosen, options, what] {
-        chosen = [options, what](Session& session) { return what(session, *options); };
-    });
 }
 
 void addUTC(CLI::App& command, ListOptions& options) {

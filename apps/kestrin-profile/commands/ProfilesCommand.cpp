@@ -135,11 +135,9 @@ ExitCode validate(Session& session, const ProfileOptions& options) {
 
 CLI::App& addCommand(CLI::App& group, const char* name, const char* description, Command& chosen,
                      const Shared& options, ExitCode (*what)(Session&, const ProfileOptions&)) {
-    auto* const command = group.add_subcommand(name, description);
-    command->callback([&chosen, options, what] {
-        chosen = [options, what](Session& session) { return what(session, *options); };
-    });
-    return *command;
+    auto& command = *group.add_subcommand(name, description);
+    onChosen(command, chosen, options, what);
+    return command;
 }
 
 /// @return the option that makes a profile the default one

@@ -32,7 +32,7 @@ ExitCode add(Session& session, const BatchOptions& options) {
     return runBatch(profile, options, items, {request, "added", "to the search history"});
 }
 
-ExitCode removeAll(Session& session, bool isConfirmed) {
+ExitCode removeAll(Session& session, const bool& isConfirmed) {
     session.configure();
     const std::string brand = brandOf(session);
     confirm(
@@ -54,16 +54,12 @@ void addSearchCommand(CLI::App& app, Command& chosen) {
     const auto options = std::make_shared<BatchOptions>();
     auto& adding = *group.add_subcommand("add", "Record search texts, one request each");
     addBatch(adding, *options, "TEXT", "A text that was searched for");
-    adding.callback([&chosen, options] {
-        chosen = [options](Session& session) { return add(session, *options); };
-    });
+    onChosen(adding, chosen, options, &add);
 
     const auto isConfirmed = std::make_shared<bool>(false);
     auto& deleting = *group.add_subcommand("delete", "Delete the brand's whole search history");
     addConfirmation(deleting, *isConfirmed);
-    deleting.callback([&chosen, isConfirmed] {
-        chosen = [isConfirmed](Session& session) { return removeAll(session, *isConfirmed); };
-    });
+    onChosen(deleting, chosen, isConfirmed, &removeAll);
 }
 
 }  // namespace KestrinProfileCLI

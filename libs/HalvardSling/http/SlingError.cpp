@@ -2,6 +2,7 @@
 #include <utility>
 
 #include <HalvardSling/http/SlingError.hpp>
+#include <internal/Table.hpp>
 
 namespace HalvardSling {
 
@@ -38,16 +39,7 @@ constexpr std::array<Wording, 15> wordings{{
     {malformedBody, "malformedBody", "correct the field that the error's text names"},
 }};
 
-constexpr bool areInOrder() {
-    for (std::size_t at = 0; at < wordings.size(); ++at)
-        if (static_cast<std::size_t>(wordings[at].kind) != at) return false;
-    return true;
-}
-static_assert(areInOrder());
-
-const Wording& wordingOf(SlingErrorKind kind) noexcept {
-    return wordings[static_cast<std::size_t>(kind)];
-}
+static_assert(KestrinInternal::isInOrder(wordings, &Wording::kind));
 
 /// E.g. "personalization-history-get (GET /v1/history, request 0af7…)".
 std::string textOf(const RequestContext& context) {
@@ -60,11 +52,11 @@ std::string textOf(const RequestContext& context) {
 }  // namespace
 
 std::string_view name(SlingErrorKind kind) noexcept {
-    return wordingOf(kind).name;
+    return KestrinInternal::rowOf(wordings, kind).name;
 }
 
 std::string_view advice(SlingErrorKind kind) noexcept {
-    return wordingOf(kind).advice;
+    return KestrinInternal::rowOf(wordings, kind).advice;
 }
 
 struct SlingError::Content {

@@ -17,16 +17,9 @@ namespace {
 
 constexpr int firstErrorStatus = 400;
 
-/// What a reply's header says, without parameters, is "application/problem+json".
-bool isProblem(const Headers& headers) {
-    const std::string_view type = headers.value("Content-Type").value_or("");
-    const std::string_view essence = type.substr(0, type.find(';'));
-    return KestrinInternal::equalsIgnoringCase(
-        essence.substr(0, essence.find_last_not_of(" \t") + 1), "application/problem+json");
-}
-
 std::optional<ProblemDocument> problemOf(const Response& response) {
-    if (!isProblem(response.headers())) return std::nullopt;
+    const auto type = response.headers().value("Content-Type").value_or("");
+    if (!KestrinInternal::isMediaType(type, "application/problem+json")) return std::nullopt;
     const auto parsed = JSONDictionary::parse(response.sharedBody());
     const auto* const json = std::get_if<JSONDictionary>(&parsed);
     if (json == nullptr) return std::nullopt;

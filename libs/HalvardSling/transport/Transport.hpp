@@ -39,9 +39,7 @@ class HALVARD_SLING_EXPORT Transport {
   public:
     Transport() = default;
     Transport(const Transport&) = delete;
-    Transport(Transport&&) = delete;
     Transport& operator=(const Transport&) = delete;
-    Transport& operator=(Transport&&) = delete;
     virtual ~Transport();
 
     /// Begins a transfer.
@@ -71,9 +69,7 @@ class HALVARD_SLING_EXPORT TransportThreadScope {
   public:
     TransportThreadScope() noexcept;
     TransportThreadScope(const TransportThreadScope&) = delete;
-    TransportThreadScope(TransportThreadScope&&) = delete;
     TransportThreadScope& operator=(const TransportThreadScope&) = delete;
-    TransportThreadScope& operator=(TransportThreadScope&&) = delete;
     ~TransportThreadScope();
 
   private:

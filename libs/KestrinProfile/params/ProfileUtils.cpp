@@ -6,11 +6,9 @@ using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::TextMap;
 
 TextMap ProfileUtils::header(const std::optional<AnonymousBind>& bind) {
-    TextMap header;
-    if (!bind) return header;
-    header.emplace(ProfileHeaders::jwt, "JWT " + bind->token);
-    header.emplace(ProfileHeaders::profileID, bind->profileID);
-    return header;
+    if (!bind) return {};
+    return {{ProfileHeaders::jwt, "JWT " + bind->token},
+            {ProfileHeaders::profileID, bind->profileID}};
 }
 
 }  // namespace KestrinProfile

@@ -6,6 +6,7 @@
 
 #include <HalvardSling/curl/internal/CurlExchange.hpp>
 #include <HalvardSling/curl/internal/CurlOptions.hpp>
+#include <internal/ASCII.hpp>
 
 namespace HalvardSling::internal {
 
@@ -23,6 +24,7 @@ struct Meaning {
 };
 
 using enum SlingErrorKind;
+using KestrinInternal::trimmed;
 
 constexpr std::array meanings{
     Meaning{CURLE_UNSUPPORTED_PROTOCOL, malformedURL, malformedReply},  // after: HTTP/0.9
@@ -35,25 +37,27 @@ constexpr std::array meanings{
     Meaning{CURLE_OUT_OF_MEMORY, outOfMemory, tooLarge},
     Meaning{CURLE_FILESIZE_EXCEEDED, tooLarge, tooLarge},
     Meaning{CURLE_OPERATION_TIMEDOUT, connectTimeout, connectionLost},
-    Meaning{CURLE_SSL_CONNECT_ERROR, tls, tls},
-    Meaning{CURLE_SSL_ENGINE_NOTFOUND, tls, tls},
-    Meaning{CURLE_SSL_ENGINE_SETFAILED, tls, tls},
-    Meaning{CURLE_SSL_CERTPROBLEM, tls, tls},
-    Meaning{CURLE_SSL_CIPHER, tls, tls},
-    Meaning{CURLE_PEER_FAILED_VERIFICATION, tls, tls},
-    Meaning{CURLE_USE_SSL_FAILED, tls, tls},
-    Meaning{CURLE_SSL_ENGINE_INITFAILED, tls, tls},
-    Meaning{CURLE_SSL_CACERT_BADFILE, tls, tls},
-    Meaning{CURLE_SSL_CRL_BADFILE, tls, tls},
-    Meaning{CURLE_SSL_ISSUER_ERROR, tls, tls},
-    Meaning{CURLE_SSL_PINNEDPUBKEYNOTMATCH, tls, tls},
-    Meaning{CURLE_SSL_INVALIDCERTSTATUS, tls, tls},
-    Meaning{CURLE_SSL_CLIENTCERT, tls, tls},
 };
+
+constexpr std::array tlsFailures{CURLE_SSL_CONNECT_ERROR,
+                                 CURLE_SSL_ENGINE_NOTFOUND,
+                                 CURLE_SSL_ENGINE_SETFAILED,
+                                 CURLE_SSL_CERTPROBLEM,
+                                 CURLE_SSL_CIPHER,
+                                 CURLE_PEER_FAILED_VERIFICATION,
+                                 CURLE_USE_SSL_FAILED,
+                                 CURLE_SSL_ENGINE_INITFAILED,
+                                 CURLE_SSL_CACERT_BADFILE,
+                                 CURLE_SSL_CRL_BADFILE,
+                                 CURLE_SSL_ISSUER_ERROR,
+                                 CURLE_SSL_PINNEDPUBKEYNOTMATCH,
+                                 CURLE_SSL_INVALIDCERTSTATUS,
+                                 CURLE_SSL_CLIENTCERT};
 
 SlingErrorKind meaningOf(CURLcode code, bool begun) {
     const auto* const found = std::ranges::find(meanings, code, &Meaning::code);
     if (found != meanings.end()) return begun ? found->after : found->before;
+    if (std::ranges::find(tlsFailures, code) != tlsFailures.end()) return tls;
     return begun ? connectionLost : cannotConnect;
 }
 
@@ -79,18 +83,6 @@ constexpr long milliseconds(std::chrono::milliseconds time) {
     // Zero would mean "no limit" to libcurl.
     return static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
         time.count(), 1, std::numeric_limits<int>::max()));
-}
-
-constexpr bool isBlank(char c) noexcept {
-    return c == ' ' || c == '\t';
-}
-
-std::string_view trimmed(std::string_view text) noexcept {
-    while (!text.empty() && isBlank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back()))
-        text.remove_suffix(1);
-    return text;
 }
 
 bool hasContent(std::string_view method) {
@@ -250,7 +242,8 @@ bool CurlExchange::takeHeaderLine(std::string_view line) {
 
 void CurlExchange::takeField(std::string_view line) {
     const std::size_t colon = line.find(':');
-    if (colon == 0 || colon == std::string_view::npos || isBlank(line.front())) return;
+    const bool isFolded = line.front() == ' ' || line.front() == '\t';
+    if (colon == 0 || colon == std::string_view::npos || isFolded) return;
     parts_.headers.add(trimmed(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
 }
 

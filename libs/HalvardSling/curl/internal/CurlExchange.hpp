@@ -27,9 +27,7 @@ class CurlExchange {
     ///                   Referred to.
     CurlExchange(CurlHandle handle, std::string_view userAgent);
     CurlExchange(const CurlExchange&) = delete;
-    CurlExchange(CurlExchange&&) = delete;
     CurlExchange& operator=(const CurlExchange&) = delete;
-    CurlExchange& operator=(CurlExchange&&) = delete;
     ~CurlExchange() = default;
 
     struct Span {

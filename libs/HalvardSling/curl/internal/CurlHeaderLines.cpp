@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include <HalvardSling/curl/internal/CurlHeaderLines.hpp>
+#include <internal/ASCII.hpp>
 
 namespace HalvardSling::internal {
 
@@ -16,10 +17,6 @@ bool isFraming(std::string_view name) noexcept {
     static constexpr std::array<std::string_view, 3> framing{"Content-Length", "Transfer-Encoding",
                                                              "Expect"};
     return std::ranges::any_of(framing, [&](auto each) { return Headers::sameName(each, name); });
-}
-
-bool isBlank(std::string_view text) noexcept {
-    return text.find_first_not_of(" \t") == std::string_view::npos;
 }
 
 }  // namespace
@@ -43,7 +40,7 @@ curl_slist* CurlHeaderLines::of(const CheckedRequest& request, bool sendsBody,
     if (!headers.value(requestIDHeader)) add({requestIDHeader, ": ", request.requestID()});
     for (const auto& [name, value] : headers) {
         if (isFraming(name)) continue;
-        if (isBlank(value))
+        if (KestrinInternal::trimmed(value).empty())
             add({name, ";"});
         else
             add({name, ": ", value});

@@ -16,9 +16,7 @@ class TransferEngine {
   public:
     TransferEngine() = default;
     TransferEngine(const TransferEngine&) = delete;
-    TransferEngine(TransferEngine&&) = delete;
     TransferEngine& operator=(const TransferEngine&) = delete;
-    TransferEngine& operator=(TransferEngine&&) = delete;
     virtual ~TransferEngine() = default;
 
     /// Begins a transfer that the engine does not have, without waiting for anything.

@@ -1,4 +1,6 @@
 #include <KestrinProfile/model/internal/DebugText.hpp>
+#include <internal/ASCII.hpp>
+#include <internal/Hex.hpp>
 
 namespace KestrinProfile::internal {
 
@@ -7,15 +9,14 @@ namespace {
 void appendEscaped(std::string& out, char c) {
     static constexpr std::string_view special("\0\t\n\r\"'\\", 7);
     static constexpr std::string_view names = "0tnr\"'\\";
-    static constexpr std::string_view digits = "0123456789ABCDEF";
-
-    const auto byte = static_cast<unsigned char>(c);
-    if (const auto at = special.find(c); at != std::string_view::npos)
+    if (const auto at = special.find(c); at != std::string_view::npos) {
         (out += '\\') += names[at];
-    else if (byte < 0x20 || byte == 0x7F)
-        (((out += "\\u{") += digits[byte >> 4]) += digits[byte & 15]) += '}';
-    else
+    } else if (KestrinInternal::isControlOrBlank(c) && c != ' ') {
+        KestrinInternal::appendHex(out += "\\u{", c, KestrinInternal::upperHexDigits);
+        out += '}';
+    } else {
         out += c;
+    }
 }
 
 }  // namespace

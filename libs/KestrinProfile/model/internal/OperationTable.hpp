@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <optional>
@@ -8,6 +7,7 @@
 
 #include <KestrinProfile/model/ProfileMapping.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
+#include <internal/Table.hpp>
 
 namespace KestrinProfile::internal {
 
@@ -90,9 +90,7 @@ inline constexpr auto operationTable = [] {
     // clang-format on
 }();
 
-static_assert(std::ranges::all_of(operationTable, [](const OperationRow& row) {
-    return &row == &operationTable[static_cast<std::size_t>(row.operation)];
-}));
+static_assert(KestrinInternal::isInOrder(operationTable, &OperationRow::operation));
 
 /// The row of an operation; of an absent one, the row of an operation without body and need.
 [[nodiscard]] constexpr const OperationRow& rowOf(std::optional<ProfileOperation> operation) {
