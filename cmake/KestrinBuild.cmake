@@ -77,11 +77,11 @@ function(kestrin_export_marked name)
     endif()
 endfunction()
 
-# kestrin_add_library(<name> SOURCES … LINK … [PRIVATE_LINK …])
+# kestrin_add_library(<name> SOURCES … LINK … [PRIVATE_LINK …] [NOT_INSTALLED <folder>])
 # A library of libs/: target <name>, alias <name>::<name>, include root libs/, installed with its
-# headers.
+# headers, except those in the folder NOT_INSTALLED.
 function(kestrin_add_library name)
-    cmake_parse_arguments(arg "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+    cmake_parse_arguments(arg "" "NOT_INSTALLED" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
     add_library(${name} ${arg_SOURCES})
     add_library(${name}::${name} ALIAS ${name})
     kestrin_export_marked(${name})
@@ -98,6 +98,9 @@ function(kestrin_add_library name)
                                   PRIVATE $<BUILD_INTERFACE:kestrin_warnings>
                                           $<BUILD_INTERFACE:kestrin_internal> ${arg_PRIVATE_LINK})
     install(TARGETS ${name} EXPORT ${name}Targets)
+    if(arg_NOT_INSTALLED)
+        set(not_installed PATTERN ${arg_NOT_INSTALLED} EXCLUDE)
+    endif()
     install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${name}
-            FILES_MATCHING PATTERN "*.hpp" PATTERN "internal" EXCLUDE)
+            FILES_MATCHING PATTERN "*.hpp" PATTERN "internal" EXCLUDE ${not_installed})
 endfunction()

@@ -12,7 +12,7 @@
 
 #include <gmock/gmock.h>
 
-#include "Transfers.hpp"
+#include "CurlTransfers.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;

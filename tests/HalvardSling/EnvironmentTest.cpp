@@ -6,7 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include "Transfers.hpp"
+#include "CurlTransfers.hpp"
 #include "support/Certificates.hpp"
 
 using namespace HalvardSling;

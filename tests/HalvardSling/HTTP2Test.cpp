@@ -9,7 +9,7 @@
 
 #include <HalvardSling/curl/internal/CurlHandle.hpp>
 
-#include "Transfers.hpp"
+#include "CurlTransfers.hpp"
 #include "support/Certificates.hpp"
 #include "support/HTTP2Connection.hpp"
 #include "support/Ports.hpp"

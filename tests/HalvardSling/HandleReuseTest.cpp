@@ -10,7 +10,7 @@
 
 #include <HalvardSling/curl/internal/CurlExchangePool.hpp>
 
-#include "Transfers.hpp"
+#include "CurlTransfers.hpp"
 
 using namespace HalvardSling;
 using namespace HalvardSling::internal;

@@ -7,7 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include "Transfers.hpp"
+#include "CurlTransfers.hpp"
 #include "support/SystemCalls.hpp"
 
 using namespace HalvardSling;

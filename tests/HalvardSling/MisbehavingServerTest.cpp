@@ -9,8 +9,8 @@
 
 #include <gmock/gmock.h>
 
+#include "CurlTransfers.hpp"
 #include "Gzip.hpp"
-#include "Transfers.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;

@@ -13,8 +13,8 @@
 
 #include <gmock/gmock.h>
 
+#include "CurlTransfers.hpp"
 #include "Gzip.hpp"
-#include "Transfers.hpp"
 
 namespace {
 

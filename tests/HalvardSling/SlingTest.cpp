@@ -3,7 +3,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -108,22 +107,6 @@ TEST_F(SlingTest, ARequestsOwnIDIsKept) {
     request.headers = {{"x-request-id", "mine"}};
     fake->willAnswer(503);
     EXPECT_EQ(sent(request, fake).error<SlingError>()->context()->requestID, "mine");
-}
-
-TEST_F(SlingTest, TheRequestIDGoesToTheServiceAndOverRedirects) {
-    const RawServer server([](RawConnection& connection) {
-        while (const auto seen = connection.readRequest())
-            connection.send(seen->starts_with("GET /end ")
-                                ? httpReply(500, "end")
-                                : httpReply(302, "", "Location: /end\r\n"));
-    });
-    request = requestTo(server.url("/start"));
-    request.policy.maxRedirects = 1;
-    const auto error = sent(request, curlTransport()).error<SlingError>();
-    ASSERT_TRUE(error);
-    ASSERT_THAT(server.requests(), SizeIs(2));
-    const auto line = "\r\nX-Request-ID: " + error->context()->requestID + "\r\n";
-    EXPECT_THAT(server.requests(), testing::Each(HasSubstr(line)));
 }
 
 TEST_F(SlingTest, ARequestThatIsNotSentNamesItselfWithoutAnID) {
@@ -305,12 +288,6 @@ class DefaultTransportTest : public SlingTest {
     ~DefaultTransportTest() override { setDefaultTransport(nullptr); }
 };
 
-TEST_F(DefaultTransportTest, IsACurlTransportThatStays) {
-    const auto transport = defaultTransport();
-    EXPECT_NE(std::dynamic_pointer_cast<CurlTransport>(transport), nullptr);
-    EXPECT_EQ(defaultTransport(), transport);
-}
-
 TEST_F(DefaultTransportTest, IsChosenWhenSubscribing) {
     const auto cold = Sling(request).responses();
     setDefaultTransport(fake);
@@ -326,34 +303,8 @@ TEST_F(DefaultTransportTest, IsChosenWhenSubscribing) {
 TEST_F(DefaultTransportTest, ComesBackAfterNull) {
     setDefaultTransport(fake);
     setDefaultTransport(nullptr);
-    EXPECT_NE(std::dynamic_pointer_cast<CurlTransport>(defaultTransport()), nullptr);
-}
-
-TEST_F(DefaultTransportTest, FailsTheRequestWhereTheProcessMayOpenNoFileForIt) {
-    if (UNDER_SANITIZER) GTEST_SKIP() << "a sanitizer opens files to look at memory";
-    const auto cold = Sling(request).responses();
-    rlimit usual{};
-    getrlimit(RLIMIT_NOFILE, &usual);
-    const rlimit none{.rlim_cur = 0, .rlim_max = usual.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    const Observed<Response> refused(cold);
-    setrlimit(RLIMIT_NOFILE, &usual);
-    ASSERT_TRUE(refused.error<SlingError>());
-    EXPECT_EQ(refused.error<SlingError>()->kind(), SlingErrorKind::cannotConnect);
-    EXPECT_THAT(refused.error<SlingError>()->what(), HasSubstr("no transport could be set up"));
     EXPECT_NE(defaultTransport(), nullptr);
-}
-
-TEST_F(DefaultTransportTest, EndsWhatIsOpenWhenReplaced) {
-    const RawServer silent([](RawConnection& connection) {
-        connection.readRequest();
-        connection.awaitClose();
-    });
-    const Observed<Response> open(Sling(requestTo(silent.url())).responses());
-    ASSERT_TRUE(silent.awaitRequests(1));
-    setDefaultTransport(fake);
-    EXPECT_EQ(open.error<SlingError>()->kind(), SlingErrorKind::cancelled);
-    EXPECT_TRUE(silent.awaitClosed(1));
+    EXPECT_NE(defaultTransport(), fake);
 }
 
 TEST_F(DefaultTransportTest, MayBeReplacedFromManyThreads) {

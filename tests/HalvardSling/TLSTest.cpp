@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <openssl/ssl.h>
 
-#include "Transfers.hpp"
+#include "CurlTransfers.hpp"
 #include "support/Certificates.hpp"
 
 using namespace HalvardSling;

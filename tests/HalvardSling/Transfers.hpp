@@ -11,7 +11,6 @@
 
 #include <gmock/gmock.h>
 
-#include <HalvardSling/curl/CurlTransport.hpp>
 #include <HalvardSling/rx/Sling.hpp>
 
 #include "support/Observed.hpp"
@@ -30,11 +29,6 @@ class Responses : public Observed<HalvardSling::Response> {
   private:
     std::shared_ptr<HalvardSling::Transport> transport_;
 };
-
-inline std::shared_ptr<HalvardSling::CurlTransport> curlTransport(
-    HalvardSling::CurlTransport::Options options = {}) {
-    return std::make_shared<HalvardSling::CurlTransport>(std::move(options));
-}
 
 /// A request that may go to a test server in cleartext, and that no time limit ends.
 inline HalvardSling::TransportRequest requestTo(std::string url, std::string method = "GET") {

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Transfers.hpp"
+#include "CurlTransfers.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;

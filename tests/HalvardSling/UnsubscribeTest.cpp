@@ -5,8 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include "CurlTransfers.hpp"
 #include "SlowNames.hpp"
-#include "Transfers.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;

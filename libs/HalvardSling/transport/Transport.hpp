@@ -77,15 +77,15 @@ class HALVARD_SLING_EXPORT TransportThreadScope {
 };
 
 /// The transport of every request for which no other is named: a `CurlTransport` that is made on
-/// first use, unless `setDefaultTransport` came before. Any thread.
+/// first use, unless `setDefaultTransport` came before. If the library was built without it
+/// (`KESTRIN_TRANSPORT=none`), one that fails every request with `cannotConnect`. Any thread.
 ///
-/// At the exit of the process it drops its transfers and waits for the completion that runs. That
-/// is after the destructors of static objects that were made after the first use: what completions
-/// need must be made before.
+/// At the exit of the process, after the destructors of static objects made since the first use, it
+/// drops its transfers and waits for the completion that runs: what that needs must be made before.
 [[nodiscard]] HALVARD_SLING_EXPORT std::shared_ptr<Transport> defaultTransport();
 
-/// Replaces the default transport for all requests subscribed to from now on; null brings back a
-/// new `CurlTransport` on next use. The former one goes on with its transfers if somebody else
+/// Replaces the default transport for all requests subscribed to from now on; null makes a new
+/// one on next use, as at the start. The former one goes on with its transfers if somebody else
 /// still holds it; otherwise it is destroyed, and they end with `cancelled`. Any thread.
 HALVARD_SLING_EXPORT void setDefaultTransport(std::shared_ptr<Transport> transport);
 
