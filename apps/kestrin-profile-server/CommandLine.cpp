@@ -119,7 +119,7 @@ void addLimits(CLI::App& app, ServiceSettings& service) {
         ->type_name("NUMBER")
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
-    app.add_flag("--quiet", service.isQuiet, "do not log the requests to the standard error");
+    app.add_flag("--quiet", service.http.isQuiet, "do not log the requests to the standard error");
 }
 
 }  // namespace

@@ -26,10 +26,9 @@ Household preparedIn(Connection& connection, const ServiceSettings& settings) {
 Service::Service(const ServiceSettings& settings)
     : household_(prepareHousehold(settings)),
       tokens_(tokenKeyIn(settings.database), settings.tokenLifetime, settings.clock),
-      log_(settings.isQuiet),
       writes_(settings.database),
       dispatcher_(tokens_, settings.limits, settings.clock, writes_),
-      http_(settings.http, settings.database, dispatcher_, log_) {}
+      http_(settings.http, settings.database, dispatcher_) {}
 
 Household prepareHousehold(const ServiceSettings& settings) {
     prepareDatabase(settings.database);

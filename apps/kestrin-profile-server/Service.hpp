@@ -20,7 +20,6 @@ struct ServiceSettings {
     std::optional<std::string> parentProfileID;
     std::vector<std::string> block;
     std::vector<std::string> unblock;
-    bool isQuiet = false;
     Clock clock = systemTime;
 };
 
@@ -40,7 +39,6 @@ class Service {
   private:
     Household household_;
     Tokens tokens_;
-    RequestLog log_;
     WriteQueue writes_;
     Dispatcher dispatcher_;
     HttpServer http_;

@@ -67,14 +67,6 @@ struct Words {
     }
 };
 
-/// A script with the gaps "@NAME@" filled.
-std::string filled(std::string script,
-                   const std::vector<std::pair<std::string, std::string>>& gaps) {
-    for (const auto& [name, text] : gaps)
-        script = replaced(std::move(script), fmt::format("@{}@", name), text);
-    return script;
-}
-
 constexpr const char* bashScript = R"(# Completion of kestrin-profile in bash.
 _kestrin_profile() {
     local current= previous= typed= word words= prefix= index
@@ -241,13 +233,17 @@ std::string fishWords(const Words& words) {
     return lines;
 }
 
-std::string script(const char* text, const Words& words, std::string_view alternatives,
-                   std::string lines) {
-    return filled(text, {{"VALUES", joined(words.valueNames(), alternatives)},
-                         {"PATHS", joined(words.quotedPaths(), alternatives)},
-                         {"FILES", joined(words.fileNames, alternatives)},
-                         {"OTHERS", joined(words.otherNames, alternatives)},
-                         {"WORDS", std::move(lines)}});
+/// A script with its gaps filled.
+std::string script(std::string text, const Words& words, std::string_view alternatives,
+                   const std::string& lines) {
+    for (const auto& [gap, filling] :
+         {std::pair("@VALUES@", joined(words.valueNames(), alternatives)),
+          {"@PATHS@", joined(words.quotedPaths(), alternatives)},
+          {"@FILES@", joined(words.fileNames, alternatives)},
+          {"@OTHERS@", joined(words.otherNames, alternatives)},
+          {"@WORDS@", lines}})
+        text = replaced(std::move(text), gap, filling);
+    return text;
 }
 
 }  // namespace

@@ -92,8 +92,8 @@ Failure failureFor(const std::exception_ptr& error, const SlingError& known) {
 
 }  // namespace
 
-const std::vector<ExitCodeMeaning>& exitCodeMeanings() {
-    static const std::vector<ExitCodeMeaning> all{
+std::vector<std::pair<ExitCode, const char*>> exitCodeMeanings() {
+    return {
         {ExitCode::ok, "ok"},
         {ExitCode::serviceError, "the service answered, but not with what was asked for"},
         {ExitCode::usage, "the command line or the configuration is wrong"},
@@ -103,7 +103,6 @@ const std::vector<ExitCodeMeaning>& exitCodeMeanings() {
         {ExitCode::validation, "the input is not acceptable (400, 409, 422)"},
         {ExitCode::interrupted, "interrupted, or a question was not answered with yes"},
     };
-    return all;
 }
 
 Failure describe(const std::exception_ptr& error) {

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KestrinProfileCLI {
@@ -18,14 +19,8 @@ enum class ExitCode : int {
     interrupted = 130,  ///< by SIGINT or SIGTERM, or not confirmed
 };
 
-/// What an exit code means, for people.
-struct ExitCodeMeaning {
-    ExitCode code;
-    const char* text;
-};
-
-/// All exit codes and what they mean.
-[[nodiscard]] const std::vector<ExitCodeMeaning>& exitCodeMeanings();
+/// All exit codes and what they mean, for people.
+[[nodiscard]] std::vector<std::pair<ExitCode, const char*>> exitCodeMeanings();
 
 /// A failed command, as it is reported to people.
 struct Failure {

@@ -1,17 +1,20 @@
 #pragma once
 
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
 
 #include "DryRun.hpp"
+#include "ExitCode.hpp"
 #include "Interruption.hpp"
 #include "Terminal.hpp"
-#include "WaitFor.hpp"
 
 namespace KestrinProfileCLI {
 
@@ -46,17 +49,13 @@ class Session {
     /// @throws CommandError if the configuration has problems
     void configure();
 
-    /// Waits for a result; see `KestrinProfileCLI::waitFor`.
-    /// @throws OnlyShown in a dry run, after the request was shown
+    /// Subscribes, and waits for the one value.
+    /// @return the value
+    /// @throws the sequence's error; `OnlyShown` in a dry run, after the request was shown;
+    ///         `CommandError::interrupted` if a signal came first, after unsubscribing;
+    ///         `std::logic_error` on a transport's thread
     template <class T>
-    [[nodiscard]] T waitFor(const HalvardSling::Observable<T>& source) {
-        try {
-            return KestrinProfileCLI::waitFor(interruption_, source);
-        } catch (...) {
-            if (options.dryRun && wasOnlyShown(std::current_exception())) throw OnlyShown();
-            throw;
-        }
-    }
+    [[nodiscard]] T waitFor(const HalvardSling::Observable<T>& source);
 
     /// The signals that came.
     [[nodiscard]] Interruption& interruption() const noexcept { return interruption_; }
@@ -71,5 +70,41 @@ class Session {
     Interruption& interruption_;
     std::shared_ptr<KestrinConfigManager::FileBindStore> store_;
 };
+
+template <class T>
+T Session::waitFor(const HalvardSling::Observable<T>& source) {
+    struct Arrival {
+        std::optional<T> value;
+        std::exception_ptr error;
+        bool ended = false;
+    };
+    // Shared: after an interruption an event may still be on its way when this function has left.
+    const auto arrival = std::make_shared<Arrival>();
+    const rxcpp::composite_subscription subscription;
+    source.subscribe(
+        subscription,
+        [&interruption = interruption_, arrival](T value) {
+            interruption.notify([&] { arrival->value = std::move(value); });
+        },
+        [&interruption = interruption_, arrival](const std::exception_ptr& error) {
+            interruption.notify([&] {
+                arrival->error = error;
+                arrival->ended = true;
+            });
+        },
+        [&interruption = interruption_, arrival] {
+            interruption.notify([&] { arrival->ended = true; });
+        });
+
+    if (!interruption_.wait([&] { return arrival->ended; })) {
+        subscription.unsubscribe();
+        throw CommandError::interrupted();
+    }
+    if (options.dryRun && arrival->error && wasOnlyShown(arrival->error)) throw OnlyShown();
+    if (arrival->error) std::rethrow_exception(arrival->error);
+    std::optional<T>& value = arrival->value;
+    if (!value) throw std::logic_error("the request ended without a value");
+    return *std::move(value);
+}
 
 }  // namespace KestrinProfileCLI

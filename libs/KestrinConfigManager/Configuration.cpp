@@ -19,7 +19,6 @@
 #include <KestrinConfigManager/internal/BodyFormNames.hpp>
 #include <KestrinConfigManager/internal/RequestPolicyOptions.hpp>
 #include <internal/ASCII.hpp>
-#include <internal/EditDistance.hpp>
 #include <internal/FileDescriptor.hpp>
 #include <internal/Quoting.hpp>
 
@@ -35,7 +34,6 @@ using HalvardSling::RequestPolicy;
 using KestrinInternal::inQuotes;
 using KestrinInternal::listInQuotes;
 using KestrinInternal::loweredText;
-using KestrinInternal::nearestName;
 using Problems = std::vector<ConfigurationProblem>;
 
 /// Why a value is refused; absent if it was stored.
@@ -229,13 +227,10 @@ struct Key {
 
 void reportUnknownKeys(const Location& location, const JSONDictionary& dictionary,
                        const std::vector<std::string_view>& known) {
-    for (const std::string_view key : distinctKeys(location, dictionary)) {
-        if (std::ranges::find(known, key) != known.end()) continue;
-        const auto meant = nearestName(key, known);
-        location.entry(key).report("is not a known key; " +
-                                   (meant ? "did you mean " + inQuotes(*meant) + "?"
-                                          : "known are " + listInQuotes(known)));
-    }
+    for (const std::string_view key : distinctKeys(location, dictionary))
+        if (std::ranges::find(known, key) == known.end())
+            location.entry(key).report("is not a known key" +
+                                       KestrinInternal::suggestion(key, known));
 }
 
 /// The top of the configuration while it is read.

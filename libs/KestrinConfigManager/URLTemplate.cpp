@@ -30,6 +30,9 @@ URLTemplate::URLTemplate(std::string text) : text_(std::move(text)), path_(pathI
         if (length > 0) slots_.push_back({at, length});
         at += std::max<std::size_t>(length, 1);
     }
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot)
+        slotsByToken_.push_back(slot);
+    std::ranges::sort(slotsByToken_, {}, [this](std::size_t slot) { return token(slots_[slot]); });
 }
 
 std::vector<std::string_view> URLTemplate::placeholders() const {
@@ -47,13 +50,33 @@ std::optional<std::string_view> URLTemplate::unfilled(const TextMap& values) con
 }
 
 std::string URLTemplate::filled(const TextMap& values) const {
+    // Both are sorted by placeholder, so one walk over them finds every value.
+    std::vector<std::string_view> parts(slots_.size());
+    std::size_t size = text_.size();
+    std::string_view former;
+    std::string_view part;
+    auto value = values.begin();
+    for (const std::size_t slot : slotsByToken_) {
+        const std::string_view placeholder = token(slots_[slot]);
+        int order = 1;
+        while (value != values.end() && (order = value->first.compare(placeholder)) < 0)
+            ++value;
+        if (order == 0)
+            part = (value++)->second;
+        else if (placeholder != former)  // one that stands there twice has the same part again
+            part = placeholder;
+        former = placeholder;
+        parts[slot] = part;
+        size += part.size() - placeholder.size();
+    }
+
     std::string result;
+    result.reserve(size);
     std::size_t end = 0;  // of what was taken from the template
-    for (const Slot& slot : slots_) {
-        const auto value = values.find(token(slot));
-        result.append(text_, end, slot.begin - end)
-            .append(value != values.end() ? std::string_view(value->second) : token(slot));
-        end = slot.begin + slot.length;
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+        const auto& [begin, length] = slots_[slot];
+        result.append(text_.data() + end, begin - end).append(parts[slot]);
+        end = begin + length;
     }
     return result.append(text_, end);
 }

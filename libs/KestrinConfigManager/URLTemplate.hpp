@@ -59,6 +59,7 @@ class KESTRIN_CONFIG_MANAGER_EXPORT URLTemplate {
     std::string text_;
     std::string path_ = "/";
     std::vector<Slot> slots_;
+    std::vector<std::size_t> slotsByToken_;  ///< indices of the slots, sorted by their tokens
 };
 
 }  // namespace KestrinConfigManager

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include <internal/EditDistance.hpp>
 #include <internal/Hex.hpp>
 
 namespace KestrinInternal {
@@ -30,6 +31,14 @@ namespace KestrinInternal {
     for (const std::string_view text : texts)
         result.append(result.empty() ? "" : ", ").append(inQuotes(text));
     return result;
+}
+
+/// The end of a message about a name that is none of the known ones.
+[[nodiscard]] inline std::string suggestion(std::string_view name,
+                                            const std::ranges::forward_range auto& known) {
+    const auto meant = nearestName(name, known);
+    return meant ? "; did you mean " + inQuotes(*meant) + "?"
+                 : "; known are " + listInQuotes(known);
 }
 
 }  // namespace KestrinInternal

@@ -15,8 +15,8 @@ namespace KestrinInternal {
 /// Whether each row is the one of the case that it names.
 /// @param value  the member that names the case
 [[nodiscard]] constexpr bool isInOrder(const auto& table, auto value) noexcept {
-    return std::ranges::all_of(
-        table, [&](const auto& row) { return &row == &rowOf(table, row.*value); });
+    return std::ranges::all_of(table,
+                               [&](const auto& row) { return &row == &rowOf(table, row.*value); });
 }
 
 }  // namespace KestrinInternal

@@ -70,7 +70,7 @@ TEST_F(DatabaseTest, anOlderSchemaIsMigratedAndItsDataStays) {
     ServiceSettings settings;
     settings.database = file;
     settings.http.port = 0;
-    settings.isQuiet = true;
+    settings.http.isQuiet = true;
     const Service service(settings);
     HouseholdClient client(service.baseURL(), "old secret");
     const Caller parent = client.bind("old-parent");

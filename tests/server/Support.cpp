@@ -168,7 +168,7 @@ TestService::TestService(const Change& change)
     settings_.http.port = 0;
     settings_.http.threads = 2;
     settings_.http.transferTimeout = std::chrono::milliseconds(noTimeout);
-    settings_.isQuiet = true;
+    settings_.http.isQuiet = true;
     settings_.clock = [now = now_] { return now->load(); };
     restart(change);
 }

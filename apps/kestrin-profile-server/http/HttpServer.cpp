@@ -1,6 +1,8 @@
 #include <array>
 #include <chrono>
+#include <iostream>
 #include <optional>
+#include <string>
 #include <thread>
 #include <unordered_set>
 #include <utility>
@@ -12,6 +14,7 @@
 
 #include <internal/ASCII.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
+#include <kestrin-profile-server/domain/Timestamp.hpp>
 #include <kestrin-profile-server/http/HttpServer.hpp>
 
 namespace KestrinProfileServer {
@@ -32,63 +35,64 @@ constexpr std::chrono::milliseconds acceptPause{100};
 class Session;
 
 /// One thread with its connections to clients and its connection to the database.
-class Worker {
-  public:
-    Worker(const std::filesystem::path& database, const Dispatcher& dispatcher,
-           const RequestLog& log, std::chrono::milliseconds transferTimeout)
-        : reader_(database, Connection::Mode::readOnly),
-          dispatcher_(dispatcher),
-          log_(log),
-          transferTimeout_(transferTimeout) {}
+struct Worker {
+    Worker(const std::filesystem::path& database, const Dispatcher& aDispatcher,
+           const HttpSettings& settings)
+        : reader(database, Connection::Mode::readOnly),
+          dispatcher(aDispatcher),
+          transferTimeout(settings.transferTimeout),
+          isQuiet(settings.isQuiet) {}
 
     void start() {
-        thread_ = std::thread([this] { context_.run(); });
+        thread = std::thread([this] { context.run(); });
     }
     /// Lets the running requests finish; the thread ends after them.
     void finish();
-    void join() { thread_.join(); }
 
-    asio::io_context& context() { return context_; }
-    Connection& reader() { return reader_; }
-    const Dispatcher& dispatcher() const { return dispatcher_; }
-    const RequestLog& log() const { return log_; }
-    std::chrono::milliseconds transferTimeout() const { return transferTimeout_; }
-    std::unordered_set<Session*>& sessions() { return sessions_; }
-    bool isFinishing() const { return isFinishing_; }
-
-  private:
-    std::unordered_set<Session*> sessions_;
-    asio::io_context context_{1};
-    asio::executor_work_guard<asio::io_context::executor_type> guard_{context_.get_executor()};
-    Connection reader_;
-    const Dispatcher& dispatcher_;
-    const RequestLog& log_;
-    std::chrono::milliseconds transferTimeout_;
-    bool isFinishing_ = false;
-    std::thread thread_;
+    std::unordered_set<Session*> sessions;
+    asio::io_context context{1};
+    asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
+    Connection reader;
+    const Dispatcher& dispatcher;
+    const std::chrono::milliseconds transferTimeout;
+    const bool isQuiet;
+    bool isFinishing = false;
+    std::thread thread;
 };
 
 std::string_view viewOf(beast::string_view text) {
     return {text.data(), text.size()};
 }
 
+void logRequest(std::string_view method, std::string_view path, unsigned status,
+                steady_clock::duration duration) {
+    const auto tenths =
+        std::chrono::duration_cast<std::chrono::microseconds>(duration).count() / 100;
+    const std::string line = timestampText(systemTime()) + " " + excerptOf(method) + " " +
+                             excerptOf(path) + " " + std::to_string(status) + " " +
+                             std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) +
+                             " ms\n";
+    // One call per line keeps the lines of several threads apart.
+    std::cerr.write(line.data(), static_cast<std::streamsize>(line.size()));
+}
+
 /// One connection to a client: reads a request, has it answered, writes the reply, and again.
 class Session : public std::enable_shared_from_this<Session> {
   public:
     Session(tcp::socket socket, Worker& worker) : stream_(std::move(socket)), worker_(worker) {
-        worker_.sessions().insert(this);
+        worker_.sessions.insert(this);
     }
-    ~Session() { worker_.sessions().erase(this); }
+    ~Session() { worker_.sessions.erase(this); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     void readHeader() {
-        if (worker_.isFinishing()) return close();
+        if (worker_.isFinishing) return close();
         isReading_ = true;
         parser_.emplace();
         parser_->header_limit(headerLimit);
         parser_->body_limit(bodyLimit);
-        stream_.expires_after(worker_.transferTimeout());
+        stream_.expires_after(worker_.transferTimeout);
         http::async_read_header(stream_, buffer_, *parser_,
                                 [self = shared_from_this()](beast::error_code error, std::size_t) {
                                     error ? self->onReadError(error) : self->onHeader();
@@ -175,8 +179,8 @@ class Session : public std::enable_shared_from_this<Session> {
         for (const auto& field : message)
             request.headers.emplace_back(viewOf(field.name_string()), viewOf(field.value()));
         auto guard = asio::make_work_guard(stream_.get_executor());
-        worker_.dispatcher().dispatch(
-            request, worker_.reader(),
+        worker_.dispatcher.dispatch(
+            request, worker_.reader,
             [self = shared_from_this(), guard = std::move(guard)](Reply reply) mutable {
                 auto executor = guard.get_executor();
                 asio::dispatch(executor, [self = std::move(self), guard = std::move(guard),
@@ -188,9 +192,10 @@ class Session : public std::enable_shared_from_this<Session> {
 
     void write(Reply reply) {
         const auto& message = parser_->get();
-        worker_.log().add(viewOf(message.method_string()), pathOf(viewOf(message.target())),
-                          reply.status, steady_clock::now() - start_);
-        isLast_ = isLast_ || worker_.isFinishing();
+        if (!worker_.isQuiet)
+            logRequest(viewOf(message.method_string()), pathOf(viewOf(message.target())),
+                       reply.status, steady_clock::now() - start_);
+        isLast_ = isLast_ || worker_.isFinishing;
         response_.emplace(http::int_to_status(reply.status), message.version());
         response_->set(http::field::cache_control, "no-store");
         for (const auto& [name, value] : reply.headers)
@@ -202,7 +207,7 @@ class Session : public std::enable_shared_from_this<Session> {
         response_->prepare_payload();
         // Such a reply has no length either (RFC 9110, 8.6).
         if (reply.status == noContentStatus) response_->erase(http::field::content_length);
-        stream_.expires_after(worker_.transferTimeout());
+        stream_.expires_after(worker_.transferTimeout);
         http::async_write(stream_, *response_,
                           [self = shared_from_this()](beast::error_code error, std::size_t) {
                               self->onWritten(error);
@@ -244,11 +249,11 @@ class Session : public std::enable_shared_from_this<Session> {
 };
 
 void Worker::finish() {
-    asio::post(context_, [this] {
-        isFinishing_ = true;
-        for (Session* session : sessions_)
+    asio::post(context, [this] {
+        isFinishing = true;
+        for (Session* session : sessions)
             session->finish();
-        guard_.reset();
+        guard.reset();
     });
 }
 
@@ -282,12 +287,10 @@ void listen(tcp::acceptor& acceptor, const HttpSettings& settings) {
 class HttpServer::Implementation {
   public:
     Implementation(const HttpSettings& settings, const std::filesystem::path& database,
-                   const Dispatcher& dispatcher, const RequestLog& log) {
+                   const Dispatcher& dispatcher) {
         listen(acceptor_, settings);
-        for (unsigned index = 0; index < settings.threads; ++index) {
-            workers_.push_back(
-                std::make_unique<Worker>(database, dispatcher, log, settings.transferTimeout));
-        }
+        for (unsigned index = 0; index < settings.threads; ++index)
+            workers_.push_back(std::make_unique<Worker>(database, dispatcher, settings));
         for (auto& worker : workers_)
             worker->start();
         accept();
@@ -315,14 +318,14 @@ class HttpServer::Implementation {
         for (auto& worker : workers_)
             worker->finish();
         for (auto& worker : workers_)
-            worker->join();
+            worker->thread.join();
     }
 
   private:
     void accept() {
         Worker& worker = *workers_[next_++ % workers_.size()];
         acceptor_.async_accept(
-            worker.context(), [this, &worker](boost::system::error_code error, tcp::socket socket) {
+            worker.context, [this, &worker](boost::system::error_code error, tcp::socket socket) {
                 onAccepted(error, std::move(socket), worker);
             });
     }
@@ -332,7 +335,7 @@ class HttpServer::Implementation {
         if (error) return acceptLater();
         boost::system::error_code ignored;
         socket.set_option(tcp::no_delay(true), ignored);
-        asio::post(worker.context(), [socket = std::move(socket), &worker]() mutable {
+        asio::post(worker.context, [socket = std::move(socket), &worker]() mutable {
             std::make_shared<Session>(std::move(socket), worker)->readHeader();
         });
         accept();
@@ -355,8 +358,8 @@ class HttpServer::Implementation {
 };
 
 HttpServer::HttpServer(const HttpSettings& settings, const std::filesystem::path& database,
-                       const Dispatcher& dispatcher, const RequestLog& log)
-    : implementation_(std::make_unique<Implementation>(settings, database, dispatcher, log)) {}
+                       const Dispatcher& dispatcher)
+    : implementation_(std::make_unique<Implementation>(settings, database, dispatcher)) {}
 
 HttpServer::~HttpServer() {
     stop();

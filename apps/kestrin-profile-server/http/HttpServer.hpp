@@ -7,7 +7,6 @@
 #include <string>
 
 #include <kestrin-profile-server/http/Dispatcher.hpp>
-#include <kestrin-profile-server/http/RequestLog.hpp>
 
 namespace KestrinProfileServer {
 
@@ -18,6 +17,9 @@ struct HttpSettings {
     /// How long a client may take for a request, or for reading the reply; also how long a
     /// connection may be idle.
     std::chrono::milliseconds transferTimeout{30000};
+    /// Otherwise each request is a line on the standard error: time, method, path, status,
+    /// milliseconds. Never a query, a header or a body.
+    bool isQuiet = false;
 };
 
 /// Listens, reads requests, has them answered and writes the replies. Every connection belongs to
@@ -26,7 +28,7 @@ class HttpServer {
   public:
     /// Listens at once; throws StartError when it cannot.
     HttpServer(const HttpSettings& settings, const std::filesystem::path& database,
-               const Dispatcher& dispatcher, const RequestLog& log);
+               const Dispatcher& dispatcher);
     /// Stops.
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;

@@ -12,7 +12,6 @@
 #include <KestrinProfile/params/SearchParams.hpp>
 #include <KestrinProfile/params/UserParams.hpp>
 #include <KestrinProfile/service/ConfigurationCheck.hpp>
-#include <internal/EditDistance.hpp>
 #include <internal/Quoting.hpp>
 
 namespace KestrinProfile {
@@ -29,6 +28,7 @@ using KestrinConfigManager::URLTemplate;
 using KestrinConfigManager::WebService;
 using KestrinInternal::inQuotes;
 using KestrinInternal::listInQuotes;
+using KestrinInternal::suggestion;
 
 namespace {
 
@@ -70,13 +70,6 @@ Fitting fitting(OperationRow::Effect effect) {
             break;
     }
     return {"reads", {"GET", "POST"}};
-}
-
-/// The end of a message about a name that is none of the known ones.
-std::string suggestion(std::string_view name, const std::ranges::forward_range auto& known) {
-    const auto meant = KestrinInternal::nearestName(name, known);
-    return meant ? "; did you mean " + inQuotes(*meant) + "?"
-                 : "; known are " + listInQuotes(known);
 }
 
 /// Collects what is wrong with one service.
