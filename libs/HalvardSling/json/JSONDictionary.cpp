@@ -72,7 +72,7 @@ const JSONDocument* JSONDictionary::document() const noexcept {
 JSONView JSONDictionary::view() const noexcept {
     static constexpr JSONNode empty(Kind::dictionary, 0);
     const Document* const all = document();
-    return all != nullptr ? all->view(node_) : JSONView{&empty, nullptr, nullptr};
+    return all != nullptr ? all->view(node_) : JSONView{&empty, nullptr};
 }
 
 namespace {

@@ -1,10 +1,8 @@
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
 #include <KestrinProfile/model/DateFormatter.hpp>
-#include <internal/ASCII.hpp>
 
 namespace KestrinProfile {
 
@@ -64,55 +62,82 @@ std::string textOutOfRange(Date date) {
     return text.replace(0, 4, (year < 0 ? "-" : "") + digits);
 }
 
-/// Whether a text has the form of a pattern: '0' stands for any digit, anything else for itself.
-bool hasForm(std::string_view text, std::string_view pattern) {
-    return std::ranges::equal(text, pattern, [](char c, char expected) {
-        return expected == '0' ? KestrinInternal::isDigit(c) : c == expected;
-    });
-}
+/// Reads a text of a known length from left to right; each member tells whether it found what it
+/// was to read.
+class FixedReader {
+  public:
+    explicit FixedReader(std::string_view text) : next_(text.data()) {}
 
-/// The number of so many digits.
-template <std::size_t Digits>
-unsigned number(std::string_view text, std::size_t at) {
-    unsigned value = 0;
-    for (const char digit : text.substr(at, Digits))
-        value = 10 * value + static_cast<unsigned>(digit - '0');
-    return value;
-}
+    bool character(char expected) { return *next_++ == expected; }
+
+    /// The number of so many digits.
+    template <int Digits>
+    bool number(unsigned& value) {
+        value = 0;
+        if constexpr (Digits > 1)
+            if (!number<Digits - 1>(value)) return false;
+        const unsigned digit = static_cast<unsigned>(*next_++) - '0';
+        value = 10 * value + digit;
+        return digit <= 9;
+    }
+
+    /// The number of two digits, at most the highest.
+    bool pair(unsigned& value, unsigned highest) { return number<2>(value) && value <= highest; }
+
+  private:
+    const char* next_;
+};
 
 /// The offset from UTC that ends a date's text: `Z`, or a sign and hh:mm or hh:mm:ss.
 std::optional<seconds> readOffset(std::string_view text) {
     if (text == "Z") return seconds(0);
-    if (!text.starts_with('+') && !text.starts_with('-')) return std::nullopt;
-    const std::string_view size = text.substr(1);
-    if (!hasForm(size, "00:00") && !hasForm(size, "00:00:00")) return std::nullopt;
+    const bool hasSeconds = text.size() == 9;
+    if (!hasSeconds && text.size() != 6) return std::nullopt;
+    if (text.front() != '+' && text.front() != '-') return std::nullopt;
 
-    const unsigned minute = number<2>(size, 3);
-    const unsigned second = size.size() > 5 ? number<2>(size, 6) : 0;
-    const seconds offset = hours(number<2>(size, 0)) + minutes(minute) + seconds(second);
-    if (minute > 59 || second > 59 || offset > hours(18)) return std::nullopt;
+    unsigned hour = 0;
+    unsigned minute = 0;
+    unsigned second = 0;
+    FixedReader reader(text.substr(1));
+    if (!reader.pair(hour, 18) || !reader.character(':') || !reader.pair(minute, 59) ||
+        (hasSeconds && !(reader.character(':') && reader.pair(second, 59))))
+        return std::nullopt;
+
+    const seconds offset = hours(hour) + minutes(minute) + seconds(second);
+    if (offset > hours(18)) return std::nullopt;
     return text.front() == '-' ? -offset : offset;
 }
 
 std::optional<Date> readDate(std::string_view text) {
-    constexpr std::string_view form = "0000-00-00T00:00:00.000";
-    if (text.size() <= form.size() || !hasForm(text.substr(0, form.size()), form))
+    constexpr std::size_t offsetAt = std::string_view("0000-00-00T00:00:00.000").size();
+    if (text.size() <= offsetAt) return std::nullopt;
+
+    unsigned year = 0;
+    unsigned month = 0;
+    unsigned day = 0;
+    unsigned hour = 0;
+    unsigned minute = 0;
+    unsigned second = 0;
+    unsigned millisecond = 0;
+    FixedReader reader(text);
+    if (!reader.number<4>(year) || !reader.character('-') || !reader.number<2>(month) ||
+        !reader.character('-') || !reader.number<2>(day) || !reader.character('T') ||
+        !reader.pair(hour, 23) || !reader.character(':') || !reader.pair(minute, 59) ||
+        !reader.character(':') || !reader.pair(second, 59) || !reader.character('.') ||
+        !reader.number<3>(millisecond))
         return std::nullopt;
 
-    const year_month_day day(std::chrono::year(static_cast<int>(number<4>(text, 0))),
-                             std::chrono::month(number<2>(text, 5)),
-                             std::chrono::day(number<2>(text, 8)));
-    const unsigned hour = number<2>(text, 11);
-    const unsigned minute = number<2>(text, 14);
-    const unsigned second = number<2>(text, 17);
-    const auto offset = readOffset(text.substr(form.size()));
-    if (!day.ok() || hour > 23 || minute > 59 || second > 59 || !offset) return std::nullopt;
+    const auto offset = readOffset(text.substr(offsetAt));
+    if (!offset) return std::nullopt;
 
-    const Date local = sys_days(day) + hours(hour) + minutes(minute) + seconds(second) +
-                       milliseconds(number<3>(text, 20));
+    const year_month_day date(std::chrono::year(static_cast<int>(year)), std::chrono::month(month),
+                              std::chrono::day(day));
     // The year 0000 is none of ours, whatever the offset makes of it.
-    if (!isInRange(local) || !isInRange(local - *offset)) return std::nullopt;
-    return local - *offset;
+    if (!date.ok() || year == 0) return std::nullopt;
+    const Date utc = sys_days(date) + hours(hour) + minutes(minute) + seconds(second) +
+                     milliseconds(millisecond) - *offset;
+    if (!isInRange(utc)) return std::nullopt;
+    return utc;
 }
 
 class ISO8601 final : public DateFormatter {

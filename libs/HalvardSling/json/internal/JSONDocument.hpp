@@ -44,6 +44,11 @@ struct JSONNode {
 
     [[nodiscard]] bool isText() const noexcept { return kind == Kind::text || kind == Kind::key; }
 
+    [[nodiscard]] constexpr std::size_t textLength() const noexcept { return value >> 32U; }
+
+    /// What stands after this value and all that is in it.
+    [[nodiscard]] const JSONNode* next() const noexcept { return this + extent; }
+
     /// The value of a text's node.
     [[nodiscard]] static constexpr std::uint64_t textValue(std::size_t place,
                                                            std::size_t length) noexcept {
@@ -52,13 +57,14 @@ struct JSONNode {
 };
 static_assert(sizeof(JSONNode) == 16);
 
+class JSONDocument;
+
 /// A value where it stands in a document; good until the document changes or goes.
 struct JSONView {
     using Kind = JSONNode::Kind;
 
     const JSONNode* node;
-    const char* source;
-    const char* store;
+    const JSONDocument* document;
 
     [[nodiscard]] Kind kind() const noexcept { return node->kind; }
 
@@ -71,31 +77,26 @@ struct JSONView {
     [[nodiscard]] std::string_view text() const noexcept { return textOf(*node); }
 
     /// Another value of the same document.
-    [[nodiscard]] JSONView at(const JSONNode* other) const noexcept {
-        return {other, source, store};
-    }
+    [[nodiscard]] JSONView at(const JSONNode* other) const noexcept { return {other, document}; }
 
     /// An array's first item, a dictionary's first key.
     [[nodiscard]] JSONView first() const noexcept { return at(node + 1); }
 
     /// What stands after this one and all that is in it: of a key its value.
-    [[nodiscard]] JSONView next() const noexcept { return at(node + node->extent); }
+    [[nodiscard]] JSONView next() const noexcept { return at(node->next()); }
 
     /// The value under a dictionary's key; null if there is none.
     [[nodiscard]] const JSONNode* find(std::string_view key) const noexcept {
         const JSONNode* member = node + 1;
         for (std::size_t left = count(); left > 0; --left) {
-            if (textOf(*member) == key) return member + 1;
-            member += 1 + member[1].extent;
+            if (member->textLength() == key.size() && textOf(*member) == key) return member + 1;
+            member = member[1].next();
         }
         return nullptr;
     }
 
   private:
-    [[nodiscard]] std::string_view textOf(const JSONNode& of) const noexcept {
-        const char* const characters = of.inStore ? store : source;
-        return {characters + (of.value & 0xFFFF'FFFFU), static_cast<std::size_t>(of.value >> 32U)};
-    }
+    [[nodiscard]] std::string_view textOf(const JSONNode& of) const noexcept;
 };
 
 /// Equal whatever the order of a dictionary's keys.
@@ -114,7 +115,7 @@ class JSONDocument {
     std::string store;                          ///< texts that do not stand in the source
 
     [[nodiscard]] JSONView view(std::uint32_t node) const noexcept {
-        return {nodes.data() + node, source ? source->data() : nullptr, store.data()};
+        return {nodes.data() + node, this};
     }
 
     [[nodiscard]] std::uint32_t indexOf(const JSONNode* node) const noexcept {
@@ -162,5 +163,10 @@ class JSONDocument {
         nodes.front().extent = static_cast<std::uint32_t>(nodes.size());
     }
 };
+
+inline std::string_view JSONView::textOf(const JSONNode& of) const noexcept {
+    const std::string& characters = of.inStore ? document->store : *document->source;
+    return {characters.data() + (of.value & 0xFFFF'FFFFU), of.textLength()};
+}
 
 }  // namespace HalvardSling::internal

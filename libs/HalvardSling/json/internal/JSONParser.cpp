@@ -33,7 +33,6 @@ class ParseHandler {
         : document_(&document), source_(text) {
         // A typical list has a value or key every 11 bytes.
         nodes_.reserve(source_.size() / 11 + 8);
-        open_.reserve(16);
     }
 
     // The names that the parser calls.
@@ -44,9 +43,9 @@ class ParseHandler {
     }
     bool on_object_begin(Error&) { return begin(Kind::dictionary); }
     bool on_object_end(std::size_t members, Error&) {
-        const std::uint32_t dictionary = open_.back();
+        const std::size_t dictionary = open_;
         end(members);
-        if (mayRepeatKeys(view(dictionary))) removeRepeatedMembers(dictionary);
+        if (mayRepeatKeys(&nodes_[dictionary])) removeRepeatedMembers(dictionary);
         return true;
     }
     bool on_array_begin(Error&) { return begin(Kind::array); }
@@ -102,25 +101,24 @@ class ParseHandler {
     }
 
     bool begin(Kind kind) {
-        open_.push_back(static_cast<std::uint32_t>(nodes_.size()));
-        return add(kind, 0);
+        // Until it ends, a container holds the place of the one around it.
+        return add(kind, std::exchange(open_, nodes_.size()));
     }
 
     bool end(std::size_t items) {
-        JSONNode& node = nodes_[open_.back()];
-        node.extent = static_cast<std::uint32_t>(nodes_.size() - open_.back());
-        node.value = items;
-        open_.pop_back();
+        JSONNode& node = nodes_[open_];
+        node.extent = static_cast<std::uint32_t>(nodes_.size() - open_);
+        open_ = std::exchange(node.value, items);
         return true;
     }
 
     /// False only if no key is repeated: if their lengths differ, as in every record of the
     /// service.
-    static bool mayRepeatKeys(JSONView dictionary) {
+    static bool mayRepeatKeys(const JSONNode* dictionary) {
         std::uint64_t lengths = 0;
-        JSONView key = dictionary.first();
-        for (std::size_t i = 0; i < dictionary.count(); ++i, key = key.next().next()) {
-            const std::uint64_t length = std::uint64_t{1} << key.text().size() % 64U;
+        const JSONNode* const end = dictionary + dictionary->extent;
+        for (const JSONNode* key = dictionary + 1; key < end; key = key[1].next()) {
+            const std::uint64_t length = std::uint64_t{1} << key->textLength() % 64U;
             if ((lengths & length) != 0) return true;
             lengths |= length;
         }
@@ -129,7 +127,7 @@ class ParseHandler {
 
     /// Of members with one key the first counts. Removes the others from the dictionary that was
     /// parsed last, and puts their keys behind its members.
-    void removeRepeatedMembers(std::uint32_t dictionary) {
+    [[gnu::noinline]] void removeRepeatedMembers(std::size_t dictionary) {
         std::set<std::string_view> seen;
         std::set<std::string_view> repeated;
         std::vector<JSONNode> repeatedKeys;
@@ -150,13 +148,13 @@ class ParseHandler {
     }
 
     [[nodiscard]] JSONView view(std::ptrdiff_t node) const {
-        return {nodes_.data() + node, source_.data(), document_->store.data()};
+        return {nodes_.data() + node, document_};
     }
 
     JSONDocument* document_;
     std::string_view source_;
     std::vector<JSONNode> nodes_;
-    std::vector<std::uint32_t> open_;
+    std::size_t open_ = 0;  // the innermost container that has not ended
     std::size_t partsAt_ = 0;
     bool inParts_ = false;
 };
