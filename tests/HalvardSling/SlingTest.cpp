@@ -15,7 +15,6 @@
 using namespace HalvardSling;
 using namespace TestSupport;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 

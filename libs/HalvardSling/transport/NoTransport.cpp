@@ -1,4 +1,5 @@
 #include <atomic>
+#include <memory>
 
 #include <HalvardSling/transport/internal/DefaultTransport.hpp>
 
