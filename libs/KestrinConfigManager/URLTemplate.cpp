@@ -78,7 +78,8 @@ std::string URLTemplate::filled(const TextMap& values) const {
         result.append(text_.data() + end, begin - end).append(parts[slot]);
         end = begin + length;
     }
-    return result.append(text_, end);
+    result.append(text_, end);
+    return result;
 }
 
 std::size_t URLTemplate::pathBegin() const noexcept {

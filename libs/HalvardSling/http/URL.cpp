@@ -215,7 +215,8 @@ std::string URL::requestTarget() const {
 
 std::optional<SlingError> URL::validateOrigin(std::string_view urlTemplate) const {
     const auto parts = split(urlTemplate);
-    if (parts && parts->beginning == text_.substr(0, targetBegin_)) return std::nullopt;
+    if (parts && parts->beginning == std::string_view(text_).substr(0, targetBegin_))
+        return std::nullopt;
     const auto expected = parts ? originOf(*parts) : std::nullopt;
     if (!expected)
         return malformed("a request's URL template", "does not name a fixed scheme, host and port");

@@ -190,8 +190,10 @@ void JSONDictionary::appendTo(Document& to) const {
 
 std::unique_ptr<JSONDocument> JSONDictionary::copyWithout(std::string_view key) const {
     auto copy = std::make_unique<Document>();
-    copy->append(Kind::dictionary, 0);
     const JSONView all = view();
+    // Room for a typical record, that is set member by member.
+    copy->nodes.reserve(all.node->extent + 10);
+    copy->append(Kind::dictionary, 0);
     JSONView member = all.first();
     for (std::size_t i = 0; i < all.count(); ++i, member = member.next().next())
         if (member.text() != key)

@@ -162,6 +162,8 @@ void append(std::string& out, JSONView value) {
 
 std::string jsonText(JSONView value) {
     std::string out;
+    // A typical record takes so many characters for each key and value.
+    out.reserve(std::size_t{16} * value.node->extent);
     append(out, value);
     return out;
 }
