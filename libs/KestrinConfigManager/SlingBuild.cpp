@@ -194,7 +194,7 @@ Sling build(const APIParams& params, const WebService& service) {
 
     if (const auto error = validateBody(params, request.body.get()))
         return Sling(error->with(request.context()));
-    auto checked = CheckedRequest::of(std::move(request));
+    auto checked = CheckedRequest::of(std::move(request), HalvardSling::RequestID());
     if (auto* const error = std::get_if<SlingError>(&checked))
         return Sling(explained(std::move(*error), params, service));
     auto& made = std::get<CheckedRequest>(checked);

@@ -24,7 +24,8 @@ allowed='<([a-z0-9_]+|rxcpp/[a-z/-]+\.hpp|(HalvardMorrow|HalvardSling|KestrinCon
 expect_none "an include that is neither of the standard library nor of ReactiveX nor ours" \
     "$(grep -nE '^ *# *include' "${headers[@]}" | grep -vE "# *include $allowed$")"
 
-private='boost|BOOST|CURL[A-Z]*\b|curl_|<curl/|internal[/:]|KestrinInternal'
+# A private member may hold a type of the namespace `internal` that is declared and nothing more.
+private='boost|BOOST|CURL[A-Z]*\b|curl_|<curl/|internal/|KestrinInternal'
 test_friend='friend (class|struct) [A-Za-z:]*(Test|Friend|Access)'
 expect_none "a name that is not public" "$(grep -nE "$private|$test_friend" "${headers[@]}")"
 exit "$status"

@@ -98,7 +98,9 @@ void send(const CheckedRequest& request, const std::shared_ptr<Transport>& trans
 
 }  // namespace
 
-Sling::Sling(TransportRequest request) : content_(CheckedRequest::of(std::move(request))) {}
+// Each subscription names its own sending.
+Sling::Sling(TransportRequest request)
+    : content_(CheckedRequest::of(std::move(request), RequestID())) {}
 
 Sling::Sling(CheckedRequest request) : content_(std::move(request)) {}
 

@@ -132,7 +132,7 @@ class ParseHandler {
         std::set<std::string_view> repeated;
         std::vector<JSONNode> repeatedKeys;
         const auto end = nodes_.end();
-        auto kept = nodes_.begin() + dictionary + 1;
+        auto kept = nodes_.begin() + static_cast<std::ptrdiff_t>(dictionary) + 1;
         for (auto member = kept; member != end;) {
             const auto next = member + 1 + member[1].extent;
             const std::string_view key = view(member - nodes_.begin()).text();
