@@ -7,8 +7,9 @@ namespace HalvardSling::internal {
 /// An error of the kind `outOfMemory`. Only the first call needs memory, and may throw
 /// std::bad_alloc.
 [[nodiscard]] inline const SlingError& outOfMemoryError() {
-    static const SlingError error(SlingErrorKind::outOfMemory,
-                                  "there is not enough memory for the request or its reply");
+    // Never destroyed: a transport's thread may still use it while the process ends.
+    static const SlingError& error = *new SlingError(
+        SlingErrorKind::outOfMemory, "there is not enough memory for the request or its reply");
     return error;
 }
 
