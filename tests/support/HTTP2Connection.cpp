@@ -25,13 +25,6 @@ std::uint32_t numberOf(std::string_view bytes) {
     return result;
 }
 
-std::string frame(Type type, Flag flag, std::uint32_t stream, std::string_view payload) {
-    std::string result = bigEndian(static_cast<std::uint32_t>(payload.size()), 3);
-    result += static_cast<char>(type);
-    result += static_cast<char>(flag);
-    return result + bigEndian(stream, 4) + std::string(payload);
-}
-
 }  // namespace
 
 HTTP2Connection::HTTP2Connection(RawConnection& connection) : connection_(connection) {
@@ -60,6 +53,18 @@ bool HTTP2Connection::sendHead(std::uint32_t stream, std::size_t bodySize) {
 
 std::string HTTP2Connection::data(std::uint32_t stream, std::string_view bytes, Ends ends) {
     return frame(dataType, ends == Ends::yes ? endStreamFlag : noFlag, stream, bytes);
+}
+
+std::string HTTP2Connection::frame(std::uint8_t type, std::uint8_t flags, std::uint32_t stream,
+                                   std::string_view payload) {
+    std::string result = bigEndian(static_cast<std::uint32_t>(payload.size()), 3);
+    result += static_cast<char>(type);
+    result += static_cast<char>(flags);
+    return result + number(stream) + std::string(payload);
+}
+
+std::string HTTP2Connection::number(std::uint32_t value) {
+    return bigEndian(value, 4);
 }
 
 }  // namespace TestSupport

@@ -33,6 +33,14 @@ class HTTP2Connection {
     /// @param ends  whether the reply ends with it
     [[nodiscard]] static std::string data(std::uint32_t stream, std::string_view bytes, Ends ends);
 
+    /// Any frame, right or wrong.
+    /// @param stream  0: the connection
+    [[nodiscard]] static std::string frame(std::uint8_t type, std::uint8_t flags,
+                                           std::uint32_t stream, std::string_view payload);
+
+    /// The four bytes of a number in a frame's payload.
+    [[nodiscard]] static std::string number(std::uint32_t value);
+
   private:
     RawConnection& connection_;
 };
