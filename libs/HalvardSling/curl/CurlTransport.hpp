@@ -25,8 +25,9 @@ class TransferLoop;
 /// Beyond the contract of `Transport`:
 ///  - Completions are called one after the other on that thread. One that throws ends the program,
 ///    like any exception that leaves a thread.
-///  - A request that is not idempotent reaches the service at most once. Any other is sent again
-///    when a kept connection turns out to be closed before a byte of the reply has come.
+///  - A request that changes something (any method but GET, HEAD, OPTIONS and TRACE) reaches the
+///    service at most once. A reading one is sent again if a kept connection turns out to be closed
+///    before a byte of the reply has come.
 ///  - Of a reply with an error status no more than `ErrorReply::maxBodyBytes` of the body are read.
 ///  - Content-Length, Transfer-Encoding and Expect of a request's headers are not sent: the framing
 ///    is the transport's business. The body of a HEAD request is not sent either.

@@ -38,10 +38,9 @@ std::optional<SlingError> validate(const TransportRequest& request, const Origin
 
 }  // namespace
 
-bool TransportRequest::isIdempotent() const noexcept {
-    static constexpr std::array<std::string_view, 6> idempotent{"GET",    "HEAD",    "PUT",
-                                                                "DELETE", "OPTIONS", "TRACE"};
-    return std::ranges::find(idempotent, method) != idempotent.end();
+bool TransportRequest::isSafe() const noexcept {
+    static constexpr std::array<std::string_view, 4> safe{"GET", "HEAD", "OPTIONS", "TRACE"};
+    return std::ranges::find(safe, method) != safe.end();
 }
 
 RequestContext TransportRequest::context(std::string_view requestID) const {

@@ -33,9 +33,9 @@ struct HALVARD_SLING_EXPORT TransportRequest {
     /// URL; may be empty.
     std::string pathTemplate;
 
-    /// Whether the method may reach the service more than once without a different effect
-    /// (RFC 9110, section 9.2.2). A request of which this is false is never sent again by itself.
-    [[nodiscard]] bool isIdempotent() const noexcept;
+    /// Whether the method only reads (RFC 9110, section 9.2.1). A transport never sends any other
+    /// request again by itself.
+    [[nodiscard]] bool isSafe() const noexcept;
 
     /// What an error says of the request.
     /// @param requestID  see `CheckedRequest::requestID`; empty: it was not sent

@@ -188,7 +188,7 @@ int CurlExchange::onSend(void* self, char*, char*, int, int) noexcept {
     auto& exchange = *static_cast<CurlExchange*>(self);
     const bool again = std::exchange(exchange.begun_, true);
     // libcurl repeats a request by itself when a kept connection was closed under it.
-    return again && !exchange.current().isIdempotent() ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+    return again && !exchange.current().isSafe() ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
 }
 
 // No exception may pass through libcurl. Anything but the size ends the transfer.
