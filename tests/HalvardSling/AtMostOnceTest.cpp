@@ -44,8 +44,10 @@ constexpr std::array endings{
 
     Ending{"closes", [](RawConnection&) {}},
     Ending{"resets", [](RawConnection& connection) { connection.resetOnClose(); }},
-    Ending{"closes in the status line", [](RawConnection& connection) { connection.send("HTTP/1."); }},
-    Ending{"closes after 100", [](RawConnection& connection) { connection.send("HTTP/1.1 100 C\r\n\r\n"); }},
+    Ending{"closes in the status line",
+           [](RawConnection& connection) { connection.send("HTTP/1."); }},
+    Ending{"closes after 100",
+           [](RawConnection& connection) { connection.send("HTTP/1.1 100 C\r\n\r\n"); }},
 };
 
 class AtMostOnce : public testing::TestWithParam<Ending> {};
@@ -96,8 +98,10 @@ std::string goAwayAfter(std::uint32_t lastStream, ErrorCode code) {
 
 constexpr std::array refusals{
 
-    Refusal{"RST_STREAM_REFUSED_STREAM", [](std::uint32_t id) { return resetWith(id, refusedStream); }},
-    Refusal{"RST_STREAM_INTERNAL_ERROR", [](std::uint32_t id) { return resetWith(id, internalError); }},
+    Refusal{"RST_STREAM_REFUSED_STREAM",
+            [](std::uint32_t id) { return resetWith(id, refusedStream); }},
+    Refusal{"RST_STREAM_INTERNAL_ERROR",
+            [](std::uint32_t id) { return resetWith(id, internalError); }},
     Refusal{"RST_STREAM_HTTP_1_1_REQUIRED", [](std::uint32_t id) { return resetWith(id, http11); }},
     Refusal{"GOAWAY_before_it", [](std::uint32_t) { return goAwayAfter(0, noError); }},
     Refusal{"GOAWAY_at_it", [](std::uint32_t id) { return goAwayAfter(id, noError); }},
