@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include "CurlTransfers.hpp"
+#include "support/Rounds.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;
@@ -40,7 +41,7 @@ TEST(Race, CancellingMeetsCompletion) {
     const auto request = checked(requestTo(server.url()));
     std::atomic<int> twice{0};
     onThreads(4, [&](std::minstd_rand& random) {
-        for (int i = 0; i < 100; ++i) {
+        for (std::size_t i = 0; i < roundsOf(100); ++i) {
             const auto begun = std::make_shared<std::atomic<int>>(0);
             const TransferID transfer =
                 transport->send(request, [begun, &twice](const TransportResult&) {
@@ -60,7 +61,7 @@ TEST(Race, UnsubscribingMeetsEveryEvent) {
     const auto transport = curlTransport({.maxInFlight = 8});
     std::atomic<int> wrong{0};
     onThreads(4, [&](std::minstd_rand& random) {
-        for (int i = 0; i < 100; ++i) {
+        for (std::size_t i = 0; i < roundsOf(100); ++i) {
             const auto events = std::make_shared<std::atomic<int>>(0);
             const rxcpp::composite_subscription subscription;
             Sling(requestTo(server.url()))
@@ -82,7 +83,7 @@ TEST(Race, UnsubscribingMeetsEveryEvent) {
 TEST(Race, TwoThreadsUnsubscribeTheSame) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
     const auto transport = curlTransport();
-    for (int i = 0; i < 100; ++i) {
+    for (std::size_t i = 0; i < roundsOf(100); ++i) {
         Responses open = sent(requestTo(server.url()), transport);
         onThreads(2, [&](std::minstd_rand& random) {
             letOthersRun(random);
@@ -95,7 +96,7 @@ TEST(Race, TwoThreadsUnsubscribeTheSame) {
 TEST(Race, TheEndOfTheTransportMeetsUnsubscribing) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
     std::minstd_rand random(1);
-    for (int i = 0; i < 50; ++i) {
+    for (std::size_t i = 0; i < roundsOf(50); ++i) {
         auto transport = curlTransport();
         std::vector<Observed<Response>> open;
         for (int each = 0; each < 10; ++each)

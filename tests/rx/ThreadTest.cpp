@@ -14,6 +14,7 @@
 #include <rxcpp/operators/rx-tap.hpp>
 
 #include "RxTestSupport.hpp"
+#include "support/Rounds.hpp"
 
 using rx_test::event_log;
 using rx_test::events;
@@ -22,7 +23,7 @@ using rx_test::subscriber_of_int;
 
 namespace {
 
-constexpr int races = 500;
+const std::size_t races = TestSupport::roundsOf(500);
 
 /// Runs all functions at the same time, as nearly as threads can.
 template <class... F>
@@ -88,7 +89,7 @@ TEST(RxThreads, UnsubscribingDoesNotWaitForAValueAndDropsTheNextOne) {
 }
 
 TEST(RxThreads, UnsubscribingWhileAChainEmitsStopsItAndRunsTheTeardownOnce) {
-    for (int run = 0; run < races; ++run) {
+    for (std::size_t run = 0; run < races; ++run) {
         std::atomic<int> teardowns{0};
         std::atomic<bool> stop{false};
         int received = 0;
@@ -121,7 +122,7 @@ TEST(RxThreads, UnsubscribingWhileAChainEmitsStopsItAndRunsTheTeardownOnce) {
 }
 
 TEST(RxThreads, TwoThreadsThatUnsubscribeRunTheTeardownOnce) {
-    for (int run = 0; run < races; ++run) {
+    for (std::size_t run = 0; run < races; ++run) {
         std::atomic<int> teardowns{0};
         rxcpp::composite_subscription subscription;
         subscription.add([&teardowns] { ++teardowns; });
@@ -155,7 +156,7 @@ TEST(RxThreads, AFunctionSubscriptionThatTwoThreadsEndRunsOnce) {
 }
 
 TEST(RxThreads, ACompletionAndAnUnsubscribeRunTheTeardownOnce) {
-    for (int run = 0; run < races; ++run) {
+    for (std::size_t run = 0; run < races; ++run) {
         std::atomic<int> teardowns{0};
         std::atomic<int> completions{0};
         std::optional<subscriber_of_int> emitter;
@@ -171,7 +172,7 @@ TEST(RxThreads, ACompletionAndAnUnsubscribeRunTheTeardownOnce) {
 }
 
 TEST(RxThreads, AnActionAddedDuringAnUnsubscribeRunsOnce) {
-    for (int run = 0; run < races; ++run) {
+    for (std::size_t run = 0; run < races; ++run) {
         constexpr int actions = 8;
         std::atomic<int> ran{0};
         rxcpp::composite_subscription subscription;
@@ -191,7 +192,7 @@ TEST(RxThreads, ActionsCanBeAddedAndRemovedByManyThreads) {
     std::atomic<int> removed{0};
     rxcpp::composite_subscription subscription;
     const auto work = [&] {
-        for (int round = 0; round < races; ++round) {
+        for (std::size_t round = 0; round < races; ++round) {
             const auto name = subscription.add([&removed] { ++removed; });
             subscription.remove(name);
         }
@@ -205,7 +206,7 @@ TEST(RxThreads, ActionsCanBeAddedAndRemovedByManyThreads) {
 }
 
 TEST(RxThreads, TheLastHandlesCanBeDroppedByDifferentThreads) {
-    for (int run = 0; run < races; ++run) {
+    for (std::size_t run = 0; run < races; ++run) {
         const auto captured = std::make_shared<int>(0);
         std::optional<subscriber_of_int> emitter;
         std::optional<rxcpp::composite_subscription> subscription =
@@ -220,9 +221,10 @@ TEST(RxThreads, TheLastHandlesCanBeDroppedByDifferentThreads) {
 }
 
 TEST(RxThreads, OneObservableCanBeSubscribedByManyThreads) {
+    static constexpr int values = 500;
     const observable_of_int source =
         rxcpp::observable<>::create<int>([](subscriber_of_int to) {
-            for (int value = 0; value < races; ++value) {
+            for (int value = 0; value < values; ++value) {
                 to.on_next(value);
             }
             to.on_completed();
@@ -232,7 +234,7 @@ TEST(RxThreads, OneObservableCanBeSubscribedByManyThreads) {
         int last = 0;
         bool completed = false;
         source.subscribe([&last](int value) { last = value; }, [&completed] { completed = true; });
-        EXPECT_EQ(last, races);
+        EXPECT_EQ(last, values);
         EXPECT_TRUE(completed);
     };
     race(work, work, work);
