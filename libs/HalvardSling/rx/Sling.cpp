@@ -49,7 +49,7 @@ SlingError noTransport(const std::exception& reason) {
 
 /// Sends the error while it is being handled: if the subscriber has no error function, or that
 /// throws, the program ends and shows its text.
-void fail(const rxcpp::subscriber<Response>& subscriber, SlingError error) noexcept {
+void emitError(const rxcpp::subscriber<Response>& subscriber, SlingError error) noexcept {
     try {
         throw std::move(error);
     } catch (const SlingError&) {
@@ -73,7 +73,7 @@ TransportResult eventOf(TransportResult result, const CheckedRequest& request) n
 
 void deliver(const rxcpp::subscriber<Response>& subscriber, TransportResult event) {
     if (auto* const error = std::get_if<SlingError>(&event))
-        return fail(subscriber, std::move(*error));
+        return emitError(subscriber, std::move(*error));
     subscriber.on_next(std::get<Response>(std::move(event)));
     subscriber.on_completed();
 }
@@ -116,15 +116,15 @@ Observable<Response> Sling::responses(std::shared_ptr<Transport> transport) cons
         [content = content_,
          transport = std::move(transport)](const rxcpp::subscriber<Response>& subscriber) {
             if (const auto* const error = std::get_if<SlingError>(&content))
-                return fail(subscriber, *error);
+                return emitError(subscriber, *error);
             if (!subscriber.is_subscribed()) return;
             const auto request = std::get<CheckedRequest>(content).with(RequestID::random());
             try {
                 send(request, transport ? transport : defaultTransport(), subscriber);
             } catch (const std::bad_alloc&) {
-                fail(subscriber, internal::outOfMemoryError());
+                emitError(subscriber, internal::outOfMemoryError());
             } catch (const std::exception& error) {
-                fail(subscriber, noTransport(error).with(request.context()));
+                emitError(subscriber, noTransport(error).with(request.context()));
             }
         });
 }
