@@ -2,7 +2,9 @@
 #include <string_view>
 #include <variant>
 
+#include <HalvardSling/http/Headers.hpp>
 #include <KestrinConfigManager/AnonymousBind.hpp>
+#include <internal/ASCII.hpp>
 #include <internal/Base64URL.hpp>
 
 namespace KestrinConfigManager {
@@ -33,6 +35,12 @@ std::optional<std::int64_t> expiry(std::string_view token) {
     return dictionary != nullptr ? dictionary->integer("exp") : std::nullopt;
 }
 
+/// Whether a header can carry a text and it arrives as it is: the blanks around a value are lost.
+bool isSendable(std::string_view text) noexcept {
+    return text.size() <= AnonymousBind::longestText && HalvardSling::Headers::isValidValue(text) &&
+           text.size() == KestrinInternal::trimmed(text).size();
+}
+
 }  // namespace
 
 std::optional<AnonymousBind> AnonymousBind::fromJSON(const JSONDictionary& dictionary) {
@@ -53,8 +61,13 @@ JSONDictionary AnonymousBind::encode() const {
     return dictionary;
 }
 
+const char* AnonymousBind::unsendableText() const noexcept {
+    if (!isSendable(profileID)) return Keys::profileID;
+    return isSendable(token) ? nullptr : Keys::token;
+}
+
 bool AnonymousBind::isValid(Clock::time_point now) const {
-    if (profileID.empty() || token.empty()) return false;
+    if (profileID.empty() || token.empty() || unsendableText() != nullptr) return false;
     const auto expires = expiry(token);
     if (!expires) return true;
     // Whole seconds, rounded up, and the leeway taken from now: "exp" may be any 64-bit number, and

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -25,6 +26,10 @@ struct KESTRIN_CONFIG_MANAGER_EXPORT AnonymousBind : Serializable {
     /// is fast does not refuse every new bind. The service has the last word.
     static constexpr std::chrono::seconds leeway = std::chrono::minutes(5);
 
+    /// The longest text of a bind, in bytes. Both texts travel in headers, and few servers take
+    /// larger ones.
+    static constexpr std::size_t longestText = std::size_t{16} * 1024;
+
     AnonymousBind() = default;
     AnonymousBind(std::string aProfileID, std::string aToken)
         : profileID(std::move(aProfileID)), token(std::move(aToken)) {}
@@ -40,9 +45,16 @@ struct KESTRIN_CONFIG_MANAGER_EXPORT AnonymousBind : Serializable {
     /// The archive form: both texts.
     [[nodiscard]] HalvardSling::JSONDictionary encode() const;
 
-    /// Whether the bind can be used: both texts are non-empty and, if the token is a JSON Web
-    /// Token with an "exp" claim (RFC 7519, section 4.1.4), it did not expire more than `leeway`
-    /// ago. A token of another form has no expiry that a client could know.
+    /// Which of the texts can be sent in no header, so that every request with the bind would fail:
+    /// it holds anything but printable ASCII, begins or ends with a blank, or is longer than
+    /// `longestText`.
+    /// @return its key, one of `Keys`; null if both can be sent. An empty text can.
+    [[nodiscard]] const char* unsendableText() const noexcept;
+
+    /// Whether the bind can be used: both texts are non-empty and can be sent (see
+    /// `unsendableText`) and, if the token is a JSON Web Token with an "exp" claim (RFC 7519,
+    /// section 4.1.4), it did not expire more than `leeway` ago. A token of another form has no
+    /// expiry that a client could know.
     /// @param now  the time to judge by
     [[nodiscard]] bool isValid(Clock::time_point now = Clock::now()) const;
 

@@ -47,6 +47,19 @@ bool drop(HeldBinds& held, std::string_view profileID) {
            }) > 0;
 }
 
+/// Drops the binds that no request can carry. They would make every operation fail.
+/// @return what was dropped; absent if nothing was
+std::optional<std::string> dropUnsendable(HeldBinds& held) {
+    std::optional<std::string> dropped;
+    std::erase_if(held.binds, [&](const AnonymousBind& each) {
+        const char* const text = each.unsendableText();
+        if (text != nullptr)
+            dropped = "dropped a bind whose \"" + std::string(text) + "\" can be sent in no header";
+        return text != nullptr;
+    });
+    return dropped;
+}
+
 }  // namespace
 
 // Everything that is taken out of use below, a handler or a store or a configuration, is destroyed
@@ -187,13 +200,19 @@ void ConfigurationManager::dropBinds() {
 
 std::optional<std::string> ConfigurationManager::useBindStore(std::shared_ptr<BindStore> store) {
     auto loaded = store ? std::optional(store->load()) : std::nullopt;
-    const std::scoped_lock lock(mutex_);
-    store_.swap(store);
-    if (!loaded) return std::nullopt;
-    // States of both histories may still be on their way to a store; the next one must beat them.
-    loaded->held.revision = std::max(loaded->held.revision, held_.revision);
-    held_ = std::move(loaded->held);
-    return std::move(loaded->warning);
+    auto dropped = loaded ? dropUnsendable(loaded->held) : std::nullopt;
+    {
+        const std::scoped_lock lock(mutex_);
+        store_.swap(store);
+        if (!loaded) return std::nullopt;
+        // States of both histories may still be on their way to a store; the next one must beat
+        // them.
+        loaded->held.revision = std::max(loaded->held.revision, held_.revision);
+        held_ = std::move(loaded->held);
+    }
+    if (!dropped) return std::move(loaded->warning);
+    updateBinds([](const HeldBinds&) { return true; });  // The store keeps them no longer.
+    return loaded->warning ? *loaded->warning + "; " + *dropped : dropped;
 }
 
 }  // namespace KestrinConfigManager

@@ -104,7 +104,8 @@ class KESTRIN_CONFIG_MANAGER_EXPORT ConfigurationManager {
     void dropBinds();
 
     /// From now on binds are kept in this store, and what it holds replaces what is held now. Null
-    /// keeps them in memory only, which is the default.
+    /// keeps them in memory only, which is the default. A bind that cannot be sent (see
+    /// `AnonymousBind::unsendableText`) is dropped, here and from the store.
     /// @return why the store gave back less than it should have; absent if nothing is missing
     std::optional<std::string> useBindStore(std::shared_ptr<BindStore> store);
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -81,6 +82,44 @@ TEST(AnonymousBindValidity, NeedsBothTexts) {
     EXPECT_FALSE(AnonymousBind("", "t").isValid());
     EXPECT_FALSE(AnonymousBind("p", "").isValid());
     EXPECT_FALSE(AnonymousBind().isValid());
+}
+
+/// Texts with one byte of a kind at the beginning, within and at the end.
+std::vector<std::string> textsWith(char byte) {
+    return {std::string(1, byte) + "t", std::string("t") + byte + "t", std::string("t") + byte};
+}
+
+TEST(AnonymousBindValidity, OnlyTextsThatAHeaderCarriesUnchangedAreValid) {
+    for (int value = 0; value < 256; ++value) {
+        const char byte = static_cast<char>(value);
+        const bool isBlank = byte == ' ' || byte == '\t';
+        const bool isPrinted = value > 0x20 && value < 0x7F;
+        const auto texts = textsWith(byte);
+        for (const std::string& text : texts) {
+            const bool isWithin = &text == &texts[1];
+            const bool isFine = isPrinted || (isBlank && isWithin);
+            EXPECT_EQ(AnonymousBind("p", text).isValid(), isFine) << "token with byte " << value;
+            EXPECT_EQ(AnonymousBind(text, "t").isValid(), isFine) << "profile with byte " << value;
+        }
+    }
+    EXPECT_FALSE(AnonymousBind("p", "t\r\nX-Evil: 1").isValid());
+    EXPECT_FALSE(AnonymousBind("p", " ").isValid());
+}
+
+TEST(AnonymousBindValidity, ATextThatIsTooLongForAHeaderIsInvalid) {
+    const std::string longest(AnonymousBind::longestText, 'x');
+    EXPECT_TRUE(AnonymousBind("p", longest).isValid());
+    EXPECT_FALSE(AnonymousBind("p", longest + 'x').isValid());
+    EXPECT_TRUE(AnonymousBind(longest, "t").isValid());
+    EXPECT_FALSE(AnonymousBind(longest + 'x', "t").isValid());
+    EXPECT_FALSE(AnonymousBind("p", std::string(2'000'000, 'x')).isValid());
+}
+
+TEST(AnonymousBindValidity, TheTextThatCannotBeSentIsNamed) {
+    EXPECT_EQ(AnonymousBind("p", "t").unsendableText(), nullptr);
+    EXPECT_EQ(AnonymousBind("", "").unsendableText(), nullptr);
+    EXPECT_STREQ(AnonymousBind("p", "t\n").unsendableText(), "token");
+    EXPECT_STREQ(AnonymousBind("p\n", "t").unsendableText(), "profileId");
 }
 
 TEST(AnonymousBindValidity, ATokenIsValidBeforeItsExpiry) {

@@ -486,6 +486,25 @@ TEST_F(ConfigurationManagerTest, WhatAStoreHoldsReplacesWhatIsHeld) {
     EXPECT_EQ(store->saved.front().revision, 42U);
 }
 
+TEST_F(ConfigurationManagerTest, StoredBindsThatNoHeaderCanCarryAreDroppedHereAndFromTheStore) {
+    HeldBinds stored;
+    stored.binds = {{"a", "s3cret\r\n"}, {"b", "fine"}, {"c\xC3\xB6", "s3cret"}, {"d", ""}};
+    stored.selectedProfileID = "a";
+    stored.revision = 7;
+    const auto store = recordingStore({stored, "a warning"});
+    const auto warning = manager.useBindStore(store);
+    ASSERT_TRUE(warning);
+    EXPECT_THAT(*warning,
+                testing::AllOf(testing::HasSubstr("a warning"), testing::HasSubstr("\"profileId\""),
+                               testing::Not(testing::HasSubstr("s3cret"))));
+    EXPECT_EQ(manager.bind(false), std::nullopt);
+    EXPECT_EQ(manager.selectedProfileID(), "a");
+    ASSERT_EQ(store->saved.size(), 1U);
+    EXPECT_THAT(store->saved[0].binds,
+                ElementsAre(AnonymousBind("b", "fine"), AnonymousBind("d", "")));
+    EXPECT_EQ(store->saved[0].revision, 8U);
+}
+
 TEST_F(ConfigurationManagerTest, ARevisionNeverFallsWhenTheStoreChanges) {
     const auto first = recordingStore({held(100, "p", "t"), {}});
     manager.useBindStore(first);

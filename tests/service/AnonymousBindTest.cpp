@@ -144,6 +144,34 @@ TEST_F(RequestAnonymousBind, AReplyWithoutAValidBindFailsAndStoresNothing) {
     EXPECT_FALSE(ConfigurationManager::profileBind(true));
 }
 
+TEST_F(RequestAnonymousBind, ABindThatNoHeaderCanCarryFailsNamingItsFieldAndStoresNothing) {
+    const std::string secret = "s3cret";
+    for (const std::string& spoilt : std::vector<std::string>{
+             secret + "\\r\\nX: y", secret + "\\u0000", secret + "ö", secret + " ", " " + secret,
+             "\\t" + secret, secret + "\\u007f", secret + std::string(2'000'000, 'x')}) {
+        for (const std::string field : {"token", "profileId"}) {
+            const std::string other = field == "token" ? "profileId" : "token";
+            transport->willAnswer(
+                200, R"({")" + field + R"(":")" + spoilt + R"(",")" + other + R"(":"parent"})");
+            const auto error =
+                Observed<AnonymousBind>(profile.requestAnonymousBind()).error<ProfileError>();
+            ASSERT_EQ(error, ProfileError::anonymousBindSerializationError);
+            EXPECT_THAT(error->what(), testing::HasSubstr('"' + field + '"'));
+            EXPECT_THAT(error->what(), testing::Not(testing::HasSubstr(secret)));
+        }
+    }
+    EXPECT_FALSE(ConfigurationManager::profileBind(true));
+    EXPECT_FALSE(manager.bind(false));
+}
+
+TEST_F(RequestAnonymousBind, AHeldBindThatNoHeaderCanCarryIsReplacedByARequest) {
+    hold("parent", "held\r\n");
+    transport->willAnswer(200, R"({"profileId":"parent","token":"new"})");
+    EXPECT_EQ(Observed<AnonymousBind>(profile.requestAnonymousBind()).values().at(0).token, "new");
+    EXPECT_EQ(ConfigurationManager::profileBind(true), AnonymousBind("parent", "new"));
+    EXPECT_EQ(transport->requests().size(), 1U);
+}
+
 TEST_F(RequestAnonymousBind, AReplyThatIsNoDictionaryFailsEarlier) {
     transport->willAnswer(200, "[]");
     EXPECT_EQ(Observed<AnonymousBind>(profile.requestAnonymousBind()).error<SlingError>()->kind(),

@@ -49,7 +49,7 @@ std::string_view ProfileError::advice() const noexcept {
 }
 
 const char* ProfileError::what() const noexcept {
-    return textOf(value_).what;
+    return what_ != nullptr ? what_ : textOf(value_).what;
 }
 
 }  // namespace KestrinProfile

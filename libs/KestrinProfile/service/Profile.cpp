@@ -1,4 +1,5 @@
 #include <exception>
+#include <string_view>
 #include <utility>
 
 #include <rxcpp/operators/rx-map.hpp>
@@ -68,10 +69,21 @@ std::vector<User> decodedUsers(const JSONDictionary& reply) {
     return users;
 }
 
-AnonymousBind storedBind(const JSONDictionary& reply) {
+/// The error for a bind that is not valid; says which text is to blame if it cannot be sent.
+ProfileError invalidBindError(const AnonymousBind& bind) {
     constexpr auto failure = ProfileError::Case::anonymousBindSerializationError;
-    auto bind = decoded<AnonymousBind, failure>(reply);
-    if (!bind.isValid()) throw ProfileError(failure);
+    const char* const text = bind.unsendableText();
+    if (text == nullptr) return ProfileError(failure);
+    return {failure, text == std::string_view(AnonymousBind::Keys::token)
+                         ? "anonymousBindSerializationError: the \"token\" of the bind in the "
+                           "service's reply can be sent in no header"
+                         : "anonymousBindSerializationError: the \"profileId\" of the bind in the "
+                           "service's reply can be sent in no header"};
+}
+
+AnonymousBind storedBind(const JSONDictionary& reply) {
+    auto bind = decoded<AnonymousBind, ProfileError::Case::anonymousBindSerializationError>(reply);
+    if (!bind.isValid()) throw invalidBindError(bind);
     auto& manager = ConfigurationManager::sharedInstance();
     manager.setBindProfileID(bind.profileID);
     manager.setBindToken(bind.token);
