@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
+#include <limits>
 #include <set>
 #include <string_view>
 #include <sys/file.h>
@@ -23,14 +24,17 @@ namespace {
 
 using HalvardSling::JSONDictionary;
 using KestrinInternal::FileDescriptor;
+using KestrinInternal::uninterrupted;
 
 constexpr std::int64_t formatVersion = 1;
 constexpr std::size_t largestFile = std::size_t{16} << 20;
 constexpr mode_t modeOfOthers = S_IRWXG | S_IRWXO;
+constexpr mode_t writingOfOthers = S_IWGRP | S_IWOTH;
 
 /// An open file; not open, with `errno` set, if that fails.
 FileDescriptor opened(const std::filesystem::path& path, int flags, mode_t mode = 0) {
-    return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC, mode));
+    return FileDescriptor(
+        uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
 /// Whether a file has no name any more.
@@ -40,8 +44,15 @@ bool isRemoved(const FileDescriptor& file) {
 }
 
 /// Takes the advisory lock unless somebody else has it; it goes with the file.
+/// @return false, with `errno` set, if it was not to be had
 bool lock(const FileDescriptor& file) {
-    return ::flock(file.number(), LOCK_EX | LOCK_NB) == 0;
+    return uninterrupted([&] { return ::flock(file.number(), LOCK_EX | LOCK_NB); }) == 0;
+}
+
+/// Waits until a file's content is on the disk.
+/// @return false, with `errno` set, if that fails
+bool sync(const FileDescriptor& file) {
+    return uninterrupted([&] { return ::fsync(file.number()); }) == 0;
 }
 
 /// What was being done when the system reported an error, and the error.
@@ -64,7 +75,9 @@ std::string contentOf(const HeldBinds& held) {
 
     JSONDictionary content;
     content.setInteger("version", formatVersion);
-    content.setInteger("revision", static_cast<std::int64_t>(held.revision));
+    // The largest one that can be read back. Only a damaged file can bring it so far.
+    constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
+    content.setInteger("revision", static_cast<std::int64_t>(std::min(held.revision, most)));
     if (held.selectedProfileID) content.setText("selectedProfileID", *held.selectedProfileID);
     content.setDictionaries("binds", binds);
     return content.toJSON();
@@ -114,20 +127,32 @@ BindStore::Loaded nothing(std::string reason) {
     return {{}, std::move(reason)};
 }
 
+/// Leaves the file to its owner alone.
+/// @return what others could do with it until now; absent if nothing
+std::optional<std::string> closeToOthers(const FileDescriptor& file, mode_t mode) {
+    if ((mode & modeOfOthers) == 0) return std::nullopt;
+    std::string text = "could be used by others than its owner";
+    if (uninterrupted([&] { return ::fchmod(file.number(), mode & S_IRWXU); }) != 0)
+        return systemFailure(text + ", and that cannot be changed");
+    return text + " until now";
+}
+
 BindStore::Loaded loadedFrom(const FileDescriptor& file) {
     struct stat status{};
     if (::fstat(file.number(), &status) != 0) return nothing(systemFailure("cannot be read"));
     if (!S_ISREG(status.st_mode)) return nothing("is not a regular file");
+    if (status.st_uid != ::geteuid()) return nothing("belongs to another user, so it is not used");
+    // Its mode stays, so that it is not trusted the next time either.
+    if ((status.st_mode & writingOfOthers) != 0)
+        return nothing("can be changed by others than its owner, so it is not used");
+    auto exposure = closeToOthers(file, status.st_mode);
 
     const auto text = file.readAll(largestFile);
     if (!text) return nothing(systemFailure("cannot be read"));
     auto content = decoded(*text);
     if (auto* const reason = std::get_if<std::string>(&content)) return nothing(std::move(*reason));
 
-    BindStore::Loaded loaded{std::get<HeldBinds>(std::move(content)), std::nullopt};
-    if ((status.st_mode & modeOfOthers) != 0)
-        loaded.warning = "can be used by others than its owner until the next save";
-    return loaded;
+    return {std::get<HeldBinds>(std::move(content)), std::move(exposure)};
 }
 
 // Writing.
@@ -150,6 +175,12 @@ struct NewFile {
     FileDescriptor file;
 };
 
+/// Whether a file that was just created is ours to write. Somebody who looks for leftovers may have
+/// been quicker than the lock; a file system without locks has nobody who is.
+bool isOurs(const FileDescriptor& created) {
+    return (lock(created) || errno != EWOULDBLOCK) && !isRemoved(created);
+}
+
 /// Creates a file under a name that nothing had. It is locked as long as it is written, by which
 /// another process knows that it is not left over.
 std::variant<NewFile, std::string> createdBeside(const std::filesystem::path& file) {
@@ -159,8 +190,7 @@ std::variant<NewFile, std::string> createdBeside(const std::filesystem::path& fi
         FileDescriptor created =
             opened(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
         if (!created.isOpen() && errno != EEXIST) return systemFailure("cannot create a file");
-        // Somebody who looks for leftovers may have been quicker than the lock.
-        if (created.isOpen() && lock(created) && !isRemoved(created))
+        if (created.isOpen() && isOurs(created))
             return NewFile{std::move(path), std::move(created)};
     }
     return "cannot create a file: every name is taken";
@@ -182,7 +212,7 @@ void removeLeftovers(const std::filesystem::path& file) {
 /// Makes a rename in the directory last. Some file systems cannot sync a directory and need not.
 bool syncDirectory(const std::filesystem::path& directory) {
     const FileDescriptor file = opened(directory, O_RDONLY | O_DIRECTORY);
-    return file.isOpen() && (::fsync(file.number()) == 0 || errno == EINVAL);
+    return file.isOpen() && (sync(file) || errno == EINVAL);
 }
 
 std::optional<std::string> replace(const std::filesystem::path& file, std::string_view content) {
@@ -191,9 +221,9 @@ std::optional<std::string> replace(const std::filesystem::path& file, std::strin
     const NewFile& fresh = std::get<NewFile>(created);
 
     std::optional<std::string> failure;
-    if (!fresh.file.writeAll(content) || ::fsync(fresh.file.number()) != 0)
+    if (!fresh.file.writeAll(content) || !sync(fresh.file))
         failure = systemFailure("cannot write");
-    else if (::rename(fresh.path.c_str(), file.c_str()) != 0)
+    else if (uninterrupted([&] { return ::rename(fresh.path.c_str(), file.c_str()); }) != 0)
         failure = systemFailure("cannot replace it");
     else if (!syncDirectory(directoryOf(file)))
         return systemFailure("cannot sync its directory");

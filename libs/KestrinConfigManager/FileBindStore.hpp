@@ -20,8 +20,9 @@ namespace KestrinConfigManager {
 /// the newest is written. Whenever the process ends, the file holds one state as a whole, and what
 /// an ended process left half-written beside it is removed by the next one that saves. A symbolic
 /// link in the file's place is not followed: loading from one gives no bind and a warning, saving
-/// replaces the link itself. A file that is damaged counts as no bind plus a warning, and stays
-/// until the next save; one that others may read is loaded, with a warning.
+/// replaces the link itself. A file that is damaged, belongs to another user or can be changed by
+/// others counts as no bind plus a warning, and stays until the next save. One that others can only
+/// read is loaded, with a warning, and loading takes that from them.
 class KESTRIN_CONFIG_MANAGER_EXPORT FileBindStore final : public BindStore {
   public:
     /// @param file  where; its directory must exist

@@ -11,6 +11,16 @@
 
 namespace KestrinInternal {
 
+/// Makes a system call, again for as long as a signal interrupts it.
+/// @return its result; negative, with `errno` set, if it failed
+template <class Call>
+auto uninterrupted(const Call& call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
 /// Owns a file descriptor of POSIX, or none (-1).
 class FileDescriptor {
   public:
@@ -36,12 +46,11 @@ class FileDescriptor {
         std::array<char, 8192> piece{};
         while (text.size() <= limit) {
             // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): no caller holds a lock.
-            const ssize_t count = ::read(number_, piece.data(), piece.size());
+            const ssize_t count =
+                uninterrupted([&] { return ::read(number_, piece.data(), piece.size()); });
             if (count == 0) return text;
-            if (count > 0)
-                text.append(piece.data(), static_cast<std::size_t>(count));
-            else if (errno != EINTR)
-                return std::nullopt;
+            if (count < 0) return std::nullopt;
+            text.append(piece.data(), static_cast<std::size_t>(count));
         }
         errno = EFBIG;
         return std::nullopt;
@@ -51,11 +60,10 @@ class FileDescriptor {
     /// @return false, with `errno` set, if that fails
     [[nodiscard]] bool writeAll(std::string_view text) const noexcept {
         while (!text.empty()) {
-            const ssize_t count = ::write(number_, text.data(), text.size());
-            if (count >= 0)
-                text.remove_prefix(static_cast<std::size_t>(count));
-            else if (errno != EINTR)
-                return false;
+            const ssize_t count =
+                uninterrupted([&] { return ::write(number_, text.data(), text.size()); });
+            if (count < 0) return false;
+            text.remove_prefix(static_cast<std::size_t>(count));
         }
         return true;
     }

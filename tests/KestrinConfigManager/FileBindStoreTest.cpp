@@ -118,20 +118,61 @@ TEST_F(FileBindStoreTest, OnlyTheOwnerMayReadTheFile) {
     EXPECT_THAT(directory.names(), ElementsAre("binds.json"));
 }
 
-TEST_F(FileBindStoreTest, AFileThatOthersMayReadIsLoadedWithAWarningAndClosedByTheNextSave) {
+TEST_F(FileBindStoreTest, AFileThatOthersMayReadIsLoadedWithAWarningAndClosed) {
     FileBindStore store(file);
     store.save(held(1, "p", "s3cret"));
     EXPECT_EQ(store.flush(), std::nullopt);
-    ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
-    const auto result = store.load();
-    EXPECT_THAT(result.held.binds, ElementsAre(AnonymousBind("p", "s3cret")));
-    ASSERT_TRUE(result.warning.has_value());
-    EXPECT_THAT(*result.warning, AllOf(HasSubstr("others"), Not(HasSubstr("s3cret"))));
+    for (const mode_t mode : {0604U, 0640U, 0644U, 0601U, 0611U, 0744U, 0655U}) {
+        ASSERT_EQ(::chmod(file.c_str(), mode), 0);
+        const auto result = store.load();
+        EXPECT_THAT(result.held.binds, ElementsAre(AnonymousBind("p", "s3cret")));
+        ASSERT_TRUE(result.warning.has_value());
+        EXPECT_THAT(*result.warning, AllOf(HasSubstr("others"), Not(HasSubstr("s3cret"))));
+        EXPECT_EQ(modeOf(file), mode & 0700U);
+        EXPECT_EQ(store.load().warning, std::nullopt);
+    }
+}
 
+TEST_F(FileBindStoreTest, AFileThatOthersMayChangeIsNotTrustedUntilItIsReplaced) {
+    FileBindStore store(file);
+    store.save(held(1, "p", "s3cret"));
+    EXPECT_EQ(store.flush(), std::nullopt);
+    for (const mode_t mode : {0602U, 0620U, 0666U, 0660U, 0777U}) {
+        ASSERT_EQ(::chmod(file.c_str(), mode), 0);
+        expectNoBindAndAWarning("not used");
+        expectNoBindAndAWarning("not used");
+    }
     store.save(held(2, "p", "s3cret"));
     EXPECT_EQ(store.flush(), std::nullopt);
     EXPECT_EQ(modeOf(file), 0600U);
     EXPECT_EQ(store.load().warning, std::nullopt);
+}
+
+TEST_F(FileBindStoreTest, AFileOfAnotherUserIsNotUsedUntilItIsReplaced) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a file away";
+    FileBindStore store(file);
+    store.save(held(1, "p", "s3cret"));
+    EXPECT_EQ(store.flush(), std::nullopt);
+    ASSERT_EQ(::chown(file.c_str(), 12345, 12345), 0);
+    expectNoBindAndAWarning("another user");
+    store.save(held(2, "p", "s3cret"));
+    EXPECT_EQ(store.flush(), std::nullopt);
+    EXPECT_EQ(store.load().held.revision, 2U);
+}
+
+TEST_F(FileBindStoreTest, TheGreatestRevisionOfAFileDoesNotSpoilWhatIsSavedAfterIt) {
+    constexpr std::uint64_t greatest = 9223372036854775807U;
+    write(file, R"({"version":1,"revision":9223372036854775807,"binds":[]})");
+    ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+    ASSERT_EQ(loaded().held.revision, greatest);
+    FileBindStore store(file);
+    for (const std::uint64_t more : {1, 2, 3}) {
+        store.save(held(greatest + more, "p", numbered("t", more)));
+        EXPECT_EQ(store.flush(), std::nullopt);
+        const auto result = loaded();
+        EXPECT_EQ(result.warning, std::nullopt);
+        EXPECT_THAT(result.held.binds, ElementsAre(AnonymousBind("p", numbered("t", more))));
+    }
 }
 
 TEST_F(FileBindStoreTest, EndingAStoreWritesWhatIsStillWaiting) {
@@ -250,6 +291,7 @@ TEST_F(FileBindStoreTest, ADamagedFileCountsAsNoBindAndStays) {
 TEST_F(FileBindStoreTest, AFileThatIsFarTooLargeIsNotRead) {
     write(file, "{}");
     std::filesystem::resize_file(file, (std::size_t{16} << 20) + 1);
+    ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
     expectNoBindAndAWarning("cannot be read");
 }
 
