@@ -1,7 +1,12 @@
 #include "Paths.hpp"
 
 #include <cstdlib>
+#include <optional>
 #include <string>
+
+#include <fmt/format.h>
+
+#include "ExitCode.hpp"
 
 namespace KestrinProfileCLI {
 
@@ -9,27 +14,38 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The directory that an environment variable names, or one below the home directory. The
-/// variable counts only if it holds an absolute path.
-fs::path baseDirectory(const char* variable, const char* belowHome) {
-    const char* const named = std::getenv(variable);
-    if (named != nullptr && fs::path(named).is_absolute()) return named;
-    const char* const home = std::getenv("HOME");
-    return fs::path(home != nullptr ? home : "/") / belowHome;
+/// The absolute path that an environment variable holds; absent if it holds none.
+std::optional<fs::path> pathIn(const char* variable) {
+    const char* const text = std::getenv(variable);
+    if (text == nullptr || !fs::path(text).is_absolute()) return std::nullopt;
+    return text;
+}
+
+/// The directory that an environment variable names, or one below the home directory. Elsewhere,
+/// below the current directory for instance, nobody would look for what is secret.
+fs::path baseDirectory(const char* variable, const char* belowHome, const char* alternative) {
+    if (auto named = pathIn(variable)) return *std::move(named);
+    if (const auto home = pathIn("HOME")) return *home / belowHome;
+    throw CommandError({ExitCode::usage,
+                        fmt::format("neither HOME nor {} is an absolute path", variable),
+                        fmt::format("set one of them{}", alternative)});
 }
 
 }  // namespace
 
 fs::path defaultConfigurationFile() {
-    return baseDirectory("XDG_CONFIG_HOME", ".config") / "kestrin-profile" / "config.json";
+    return baseDirectory("XDG_CONFIG_HOME", ".config", ", or name a configuration with --config") /
+           "kestrin-profile" / "config.json";
+}
+
+fs::path stateDirectory() {
+    return baseDirectory("XDG_STATE_HOME", ".local/state", ": binds are kept there");
 }
 
 fs::path bindFileFor(const fs::path& configurationFile) {
     std::error_code ignored;
     const fs::path whole = fs::weakly_canonical(fs::absolute(configurationFile), ignored);
-    fs::path file = baseDirectory("XDG_STATE_HOME", ".local/state") / "kestrin-profile" / "binds";
-    file /= whole.relative_path();
-    return file;
+    return fs::path("kestrin-profile") / "binds" / whole.relative_path();
 }
 
 }  // namespace KestrinProfileCLI

@@ -8,6 +8,7 @@
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 
 #include "Paths.hpp"
+#include "PrivateDirectories.hpp"
 
 namespace KestrinProfileCLI {
 
@@ -63,12 +64,12 @@ void Session::configure() {
 }
 
 void Session::loadBinds(const fs::path& file) {
-    std::error_code failed;
-    fs::create_directories(file.parent_path(), failed);
-    fs::permissions(file.parent_path(), fs::perms::owner_all, failed);
-    store_ = std::make_shared<FileBindStore>(file);
+    const fs::path base = stateDirectory();
+    if (const auto refusal = makePrivateDirectories(base, file.parent_path()))
+        return terminal.note("warning: binds are not kept: " + printable(*refusal));
+    store_ = std::make_shared<FileBindStore>(base / file);
     if (const auto warning = ConfigurationManager::sharedInstance().useBindStore(store_))
-        terminal.note("warning: " + *warning);
+        terminal.note("warning: " + printable(*warning));
 }
 
 std::shared_ptr<HalvardSling::Transport> Session::newTransport() const {
@@ -86,7 +87,7 @@ std::shared_ptr<HalvardSling::Transport> Session::newTransport() const {
 void Session::saveBinds() {
     if (!store_) return;
     if (const auto failed = store_->flush())
-        terminal.note("warning: the bind could not be saved: " + *failed);
+        terminal.note("warning: the bind could not be saved: " + printable(*failed));
 }
 
 }  // namespace KestrinProfileCLI

@@ -64,6 +64,7 @@ class Session {
     void saveBinds();
 
   private:
+    /// @param file  relative to the state directory
     void loadBinds(const std::filesystem::path& file);
     [[nodiscard]] std::shared_ptr<HalvardSling::Transport> newTransport() const;
 

@@ -37,15 +37,17 @@ const char* nameOf(ProblemSeverity severity) {
 }
 
 void printJSON(const Session& session, const Problems& problems) {
+    const std::string file = session.configurationFile().string();
     std::vector<JSONDictionary> all;
     for (const auto& problem : problems) {
         all.emplace_back();
         all.back().setText("severity", nameOf(problem.severity));
         all.back().setText("path", problem.path);
         all.back().setText("message", problem.message);
+        all.back().setText("file", file);
     }
     JSONDictionary result;
-    result.setText("file", session.configurationFile().string());
+    result.setText("file", file);
     result.setDictionaries("problems", all);
     session.terminal.json(result);
 }
@@ -61,9 +63,11 @@ void printForPeople(const Session& session, const Configuration& configuration) 
 
 void printForPeople(const Session& session, const Problems& problems) {
     if (problems.empty()) return;
+    const std::string file = printable(session.configurationFile().string());
     std::vector<std::vector<std::string>> rows;
     for (const auto& [path, message, severity] : problems)
-        rows.push_back({nameOf(severity), printable(path), printable(message)});
+        rows.push_back(
+            {nameOf(severity), fmt::format("{}: {}", file, printable(path)), printable(message)});
     session.terminal.table({"SEVERITY", "WHERE", "PROBLEM"}, rows);
 }
 
