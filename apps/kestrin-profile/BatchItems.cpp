@@ -27,11 +27,15 @@ namespace {
                         "name a readable file with --from FILE, or - for standard input"});
 }
 
-/// Everything up to the end of a file. A signal ends the wait for a person who types.
+constexpr std::size_t largestFile = std::size_t{64} << 20;
+
+/// Everything up to the end of a file. A signal ends the wait for a person who types, or for a
+/// program at the other end of a pipe.
 std::string contentOf(const std::string& file, Interruption& interruption) {
     FileDescriptor opened;
     if (file != "-") {
-        opened = FileDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+        // Without blocking: a named pipe is there before anybody writes to it.
+        opened = FileDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
         if (!opened.isOpen()) failToRead(file);
     }
     const int descriptor = opened.isOpen() ? opened.number() : STDIN_FILENO;
@@ -40,9 +44,14 @@ std::string contentOf(const std::string& file, Interruption& interruption) {
     for (;;) {
         interruption.waitUntilReadable(descriptor);
         const ssize_t count = read(descriptor, piece.data(), piece.size());
-        if (count < 0) failToRead(file);
         if (count == 0) return all;
+        if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;  // somebody was quicker
+        if (count < 0) failToRead(file);
         all.append(piece.data(), static_cast<std::size_t>(count));
+        if (all.size() > largestFile) {
+            errno = EFBIG;
+            failToRead(file);
+        }
     }
 }
 

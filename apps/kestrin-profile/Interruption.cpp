@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <poll.h>
+#include <unistd.h>
 
 #include "ExitCode.hpp"
 
@@ -33,19 +34,27 @@ Interruption::~Interruption() {
     listener_.join();
 }
 
+void Interruption::check() {
+    const std::scoped_lock lock(mutex_);
+    if (interrupted_) throw CommandError::interrupted();
+}
+
 void Interruption::waitUntilReadable(int descriptor) {
     constexpr int pollMilliseconds = 100;
     pollfd waited{descriptor, POLLIN, 0};
-    do {
-        if (!pause(std::chrono::seconds(0))) throw CommandError::interrupted();
-    } while (poll(&waited, 1, pollMilliseconds) == 0);
+    do
+        check();
+    while (poll(&waited, 1, pollMilliseconds) == 0);
 }
 
 void Interruption::listen() {
     const sigset_t signals = awaitedSignals();
     int received = 0;
-    while (sigwait(&signals, &received) == 0 && received != endSignal)
+    for (bool isFirst = true; sigwait(&signals, &received) == 0 && received != endSignal;
+         isFirst = false) {
+        if (!isFirst) _exit(static_cast<int>(ExitCode::interrupted));
         notify([this] { interrupted_ = true; });
+    }
 }
 
 }  // namespace KestrinProfileCLI

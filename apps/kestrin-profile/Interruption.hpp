@@ -10,8 +10,9 @@
 
 namespace KestrinProfileCLI {
 
-/// Turns SIGINT and SIGTERM into something a command can wait for beside its result. Made once,
-/// before any other thread, so that every thread has the two signals blocked.
+/// Turns SIGINT and SIGTERM into something a command can wait for beside its result. The second of
+/// them ends the process at once, whatever it is doing. Made once, before any other thread, so that
+/// every thread has the two signals blocked.
 class Interruption {
   public:
     Interruption();
@@ -31,6 +32,10 @@ class Interruption {
         changed_.wait(lock, [&] { return interrupted_ || ready(); });
         return ready();
     }
+
+    /// Called again and again by what takes long without waiting.
+    /// @throws CommandError if a signal came
+    void check();
 
     /// Waits until a file can be read without blocking, or is at its end.
     /// @throws CommandError if a signal came first

@@ -32,32 +32,30 @@ std::string shown(const std::optional<std::string>& text) {
     return printable(text.value_or("-"));
 }
 
-/// The longest progress in a list, at least one second: what its bars are relative to.
-std::int64_t longestProgress(const std::vector<UserProfileElement>& elements) {
-    std::int64_t longest = 1;
-    for (const auto& element : elements)
-        longest = std::max(longest, element.progress.value_or(0));
-    return longest;
-}
+/// What the progress of a list's entries is shown relative to.
+struct ProgressScale {
+    explicit ProgressScale(const std::vector<UserProfileElement>& elements) {
+        for (const auto& element : elements)
+            longest = std::max(longest, element.progress.value_or(0));
+        columns = durationText(longest).size();
+    }
 
-std::size_t progressColumns(const std::vector<UserProfileElement>& elements) {
-    return durationText(longestProgress(elements)).size();
-}
+    std::int64_t longest = 1;  ///< the longest progress, at least one second
+    std::size_t columns;       ///< that it takes as a text
+};
 
 /// How far an entry was watched: the time, the bar, and whether it was to the end.
-Row progressCells(const UserProfileElement& element,
-                  const std::vector<UserProfileElement>& elements) {
+Row progressCells(const UserProfileElement& element, const ProgressScale& scale) {
     const bool completed = element.isCompleted.value_or(false);
     if (!element.progress) return {"-", completed ? bar(1, 1) : "", completed ? "completed" : ""};
-    return {fmt::format("{:>{}}", durationText(*element.progress), progressColumns(elements)),
-            completed ? bar(1, 1) : bar(*element.progress, longestProgress(elements)),
+    return {fmt::format("{:>{}}", durationText(*element.progress), scale.columns),
+            completed ? bar(1, 1) : bar(*element.progress, scale.longest),
             completed ? "completed" : ""};
 }
 
-Row rowOf(const UserProfileElement& element, const std::vector<UserProfileElement>& elements,
-          const ListFormat& format) {
+Row rowOf(const UserProfileElement& element, const ProgressScale& scale, const ListFormat& format) {
     Row row{shown(element.id), shown(element.type)};
-    if (format.hasProgress) std::ranges::move(progressCells(element, elements), back_inserter(row));
+    if (format.hasProgress) std::ranges::move(progressCells(element, scale), back_inserter(row));
     row.push_back(element.autoAddTimestamp ? dateText(*element.autoAddTimestamp, format.utc) : "-");
     return row;
 }
@@ -100,9 +98,12 @@ std::vector<std::string> linesOf(const Session& session, const UserProfile& list
     if (!list.elements)
         throw CommandError({ExitCode::serviceError, "the reply holds no usable list",
                             "see what it holds with --json"});
+    const ProgressScale scale(*list.elements);
     std::vector<Row> rows;
-    for (const auto& element : *list.elements)
-        rows.push_back(rowOf(element, *list.elements, format));
+    for (const auto& element : *list.elements) {
+        session.interruption().check();
+        rows.push_back(rowOf(element, scale, format));
+    }
     auto lines = session.terminal.tableLines(headingOf(format), rows);
     lines.push_back(session.terminal.styled(Style::faint, countText(list)));
     return lines;
@@ -119,8 +120,10 @@ std::vector<std::string> linesOf(const Session& session, const std::vector<User>
     }
     const std::string parent = ConfigurationManager::parentProfileID();
     std::vector<Row> rows;
-    for (const auto& user : users)
+    for (const auto& user : users) {
+        session.interruption().check();
         rows.push_back(rowOf(user, parent));
+    }
     return session.terminal.tableLines({"PROFILE", "NAME", "AVATAR", "GROUP", "MARKS"}, rows);
 }
 

@@ -95,8 +95,10 @@ void addWatch(CLI::App& command, WatchOptions& options) {
 ExitCode show(Session& session, const WatchOptions& options, const MakeLines& makeLines) {
     if (options.asked->count() > 0)
         return Watch(session, makeLines, periodOf(options.seconds)).follow();
-    for (const auto& line : makeLines())
+    for (const auto& line : makeLines()) {
+        session.interruption().check();
         session.terminal.line(line);
+    }
     return ExitCode::ok;
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <span>
+#include <sys/stat.h>
 #include <system_error>
 #include <utility>
 
@@ -406,6 +407,34 @@ ConfigurationResult problemAtTop(std::string message) {
 
 constexpr std::size_t largestFile = std::size_t{16} << 20;
 
+/// What a file is that is not a regular one.
+std::string_view nameOfKind(mode_t mode) {
+    if (S_ISDIR(mode)) return "a directory";
+    if (S_ISFIFO(mode)) return "a pipe";
+    return S_ISSOCK(mode) ? "a socket" : "a device";
+}
+
+/// Why a file cannot be read.
+struct Unreadable {
+    std::string reason;
+};
+
+std::variant<std::string, Unreadable> contentOf(const std::filesystem::path& file) {
+    // Without blocking: opening a named pipe would wait for somebody to write to it.
+    constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    const KestrinInternal::FileDescriptor opened(
+        KestrinInternal::uninterrupted([&] { return ::open(file.c_str(), flags); }));
+    struct stat status{};
+    const bool isOpen = opened.isOpen() && ::fstat(opened.number(), &status) == 0;
+    if (isOpen && !S_ISREG(status.st_mode))
+        return Unreadable{"it is " + std::string(nameOfKind(status.st_mode)) +
+                          ", expected a regular file"};
+    auto text = isOpen ? opened.readAll(largestFile) : std::nullopt;
+    if (text) return *std::move(text);
+    return Unreadable{errno == EFBIG ? "it is larger than any configuration"
+                                     : std::generic_category().message(errno)};
+}
+
 }  // namespace
 
 ConfigurationResult parseConfiguration(std::string_view text) {
@@ -421,13 +450,10 @@ ConfigurationResult parseConfiguration(std::string_view text) {
 }
 
 ConfigurationResult loadConfiguration(const std::filesystem::path& file) {
-    const KestrinInternal::FileDescriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    const auto text = opened.isOpen() ? opened.readAll(largestFile) : std::nullopt;
-    if (text) return parseConfiguration(*text);
-    const int error = errno;
-    return problemAtTop("the file " + inQuotes(file.string()) + " cannot be read: " +
-                        (error == EFBIG ? "it is larger than any configuration"
-                                        : std::generic_category().message(error)));
+    auto text = contentOf(file);
+    if (const auto* const content = std::get_if<0>(&text)) return parseConfiguration(*content);
+    return problemAtTop("the file " + inQuotes(file.string()) +
+                        " cannot be read: " + std::get<1>(std::move(text)).reason);
 }
 
 }  // namespace KestrinConfigManager

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -515,6 +516,17 @@ TEST(ConfigurationFile, ThatIsADirectoryIsAProblemAtTheTop) {
         fileProblems(directory.path()),
         ElementsAre(AllOf(Field(&ConfigurationProblem::path, "$"),
                           Field(&ConfigurationProblem::message, HasSubstr("cannot be read")))));
+}
+
+TEST(ConfigurationFile, ThatIsNoRegularFileIsAProblemThatSaysWhatItIs) {
+    const TestSupport::TemporaryDirectory directory;
+    const std::string pipe = directory / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    for (const auto& [file, kind] : std::vector<std::pair<std::string, std::string>>{
+             {pipe, "a pipe"}, {directory.path(), "a directory"}, {"/dev/zero", "a device"}})
+        EXPECT_THAT(fileProblems(file),
+                    ElementsAre(Field(&ConfigurationProblem::message,
+                                      AllOf(HasSubstr(file), HasSubstr("it is " + kind)))));
 }
 
 TEST(ConfigurationFile, ThatIsFarTooLargeIsAProblemAtTheTop) {

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
+#include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/ioctl.h>
@@ -58,6 +59,11 @@ bool Pipe::isRead() const {
         int unread = 0;
         return ::ioctl(descriptor_, FIONREAD, &unread) == 0 && unread == 0;
     });
+}
+
+bool Pipe::isFull() const {
+    pollfd writable{descriptor_, POLLOUT, 0};
+    return ::poll(&writable, 1, 0) == 0;
 }
 
 std::string contentOf(const fs::path& file) {

@@ -51,6 +51,9 @@ class Pipe {
     /// Waits until everything written was read; false if it is not.
     [[nodiscard]] bool isRead() const;
 
+    /// Whether a writer has to wait until something is read.
+    [[nodiscard]] bool isFull() const;
+
   private:
     std::filesystem::path file_;
     int descriptor_;
@@ -82,6 +85,9 @@ class Program {
 
     /// The same for its standard error output.
     [[nodiscard]] std::string awaitErrors(std::string_view text) const;
+
+    /// Its number.
+    [[nodiscard]] pid_t process() const noexcept { return process_; }
 
     void signal(int number) const;
 
