@@ -1,28 +1,19 @@
 #include "Format.hpp"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <ctime>
 
 #include <fmt/format.h>
 
+#include <internal/Number.hpp>
+
 namespace KestrinProfileCLI {
 
 namespace {
 
-constexpr std::int64_t mostSeconds = (std::int64_t{1} << 53) - 1;
+constexpr std::int64_t mostSeconds = KestrinInternal::largestExactInteger;
 constexpr std::int64_t barColumns = 10;
-
-/// The number that a text of digits stands for.
-std::optional<std::int64_t> numberOf(std::string_view digits) {
-    std::int64_t number = 0;
-    const auto [stop, error] =
-        std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    const bool whole =
-        error == std::errc() && stop == digits.data() + digits.size() && digits.front() != '-';
-    return whole && number <= mostSeconds ? std::optional(number) : std::nullopt;
-}
 
 std::string repeated(std::string_view text, std::int64_t times) {
     std::string result;
@@ -43,7 +34,7 @@ std::optional<std::int64_t> durationOf(std::string_view text) {
     for (int parts = 1;; ++parts) {
         const std::size_t colon = text.find(':');
         const std::string_view digits = text.substr(0, colon);
-        const auto number = numberOf(digits);
+        const auto number = KestrinInternal::decimalNumber(digits);
         const bool isLower = parts > 1;
         if (!number || (isLower && (*number > 59 || digits.size() != 2))) return std::nullopt;
         if (total > (mostSeconds - *number) / 60) return std::nullopt;

@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
-#include <optional>
 
 #include <fmt/format.h>
 
+#include <internal/Display.hpp>
 #include <internal/UTF8.hpp>
 
 namespace KestrinProfileCLI {
@@ -20,10 +19,6 @@ struct Range {
     char32_t first;
     char32_t last;
 };
-
-/// What a terminal obeys or reorders instead of showing it.
-constexpr std::array controls{Range{0x00, 0x1F},     Range{0x7F, 0x9F},     Range{0x200E, 0x200F},
-                              Range{0x2028, 0x202E}, Range{0x2066, 0x2069}, Range{0xFEFF, 0xFEFF}};
 
 /// What is put on top of the character before it.
 constexpr std::array combining{Range{0x300, 0x36F},   Range{0x483, 0x489},   Range{0x591, 0x5BD},
@@ -45,7 +40,7 @@ bool isIn(const std::array<Range, Count>& ranges, char32_t character) noexcept {
 }
 
 bool isShown(const UTF8Character& character) noexcept {
-    return character.value && !isIn(controls, *character.value);
+    return character.value && KestrinInternal::isShown(*character.value);
 }
 
 std::size_t columnsOf(const UTF8Character& character) noexcept {
@@ -120,8 +115,7 @@ std::string printable(std::string_view text) {
 
 std::string printableJSON(std::string_view json) {
     return filtered(json, [](const UTF8Character& character) {
-        return character.value ? fmt::format("\\u{:04x}", std::uint32_t{*character.value})
-                               : std::string("?");
+        return character.value ? KestrinInternal::escapeOf(*character.value) : std::string("?");
     });
 }
 

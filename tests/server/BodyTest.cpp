@@ -95,7 +95,7 @@ TEST_F(BodyTest, theElementsAreObjectsWithIdentifiers) {
     };
     EXPECT_EQ(detail("{}"), "the body lacks the key 'elements'");
     EXPECT_EQ(detail(R"({"elements":{}})"),
-              "the body.elements is {}; expected is an array of objects");
+              "the body.elements is an object; expected is an array of objects");
     EXPECT_EQ(detail(R"({"elements":["a"]})"),
               "the body.elements[0] is \"a\"; expected is an object");
     EXPECT_EQ(detail(R"({"elements":[{"id":"a"},{"type":"SHOW"}]})"),
@@ -150,6 +150,57 @@ TEST_F(BodyTest, aNewProfileNeedsAName) {
     const auto reply = client.call(parent, "POST", profilesTarget, R"({"avatar":"cat"})");
     EXPECT_EQ(outcomeOf(reply), "422 invalid-name");
     EXPECT_EQ(detailOf(reply), "the body lacks the key 'username'; a new profile needs a name");
+}
+
+TEST_F(BodyTest, aKeyThatComesTwiceIsRefused) {
+    for (const char* bad :
+         {R"({"type":"a","type":"a"})", R"({"type":"a","type":"b"})",
+          R"({"progress":"1","type":"a","progress":"2"})", R"({"type":"a","\u0074ype":"b"})"}) {
+        EXPECT_EQ(outcomeOf(watch(bad)), "400 repeated-key") << bad;
+    }
+    EXPECT_EQ(detailOf(watch(R"({"type":"a","type":"b"})")),
+              "the body has the key 'type' more than once");
+    for (const char* bad :
+         {R"({"elements":[],"elements":[{"id":"a"}]})", R"({"elements":[{"id":"a","id":"b"}]})",
+          R"({"elements":[{"id":"a","type":"b","type":"c"}]})"}) {
+        EXPECT_EQ(outcomeOf(client.call(parent, "POST", showsTarget, bad)), "400 repeated-key")
+            << bad;
+    }
+    EXPECT_EQ(client.idsOf(parent, "/v1/favorites?brand=b&profile=parent&v=1"), "");
+    EXPECT_EQ(outcomeOf(client.call(parent, "POST", profilesTarget,
+                                    R"({"username":"A","username":"B"})")),
+              "400 repeated-key");
+    EXPECT_EQ(outcomeOf(client.http.send(
+                  "POST", "/v1/binds?profile=parent&v=1",
+                  {{"X-Household-Secret", service.secret()}, {"Content-Type", "application/json"}},
+                  R"({"profileId":"parent","profileId":"other"})")),
+              "400 repeated-key");
+}
+
+TEST_F(BodyTest, aZeroCharacterIsRefusedInEveryText) {
+    const std::string favorites = "/v1/favorites?brand=b&profile=parent&v=1";
+    for (const char* bad :
+         {R"({"elements":[{"id":"a\u0000b"}]})", R"({"elements":[{"id":"\u0000"}]})",
+          R"({"elements":[{"id":"a"},{"id":"b","type":"\u0000"}]})"}) {
+        EXPECT_EQ(outcomeOf(client.call(parent, "POST", showsTarget, bad)), "400 zero-character")
+            << bad;
+    }
+    EXPECT_EQ(client.idsOf(parent, favorites), "");
+    EXPECT_EQ(
+        detailOf(client.call(parent, "POST", showsTarget, R"({"elements":[{"id":"a\u0000b"}]})")),
+        "the body.elements[0].id has a zero character, which no text may have");
+    EXPECT_EQ(outcomeOf(watch(R"({"type":"a\u0000"})")), "400 zero-character");
+    for (const char* key : {"username", "avatar", "group"}) {
+        EXPECT_EQ(outcomeOf(client.call(parent, "PUT", "/v1/profile?target=parent&v=1",
+                                        R"({")" + std::string(key) + R"(":"a\u0000b"})")),
+                  "400 zero-character")
+            << key;
+    }
+}
+
+TEST_F(BodyTest, whatIsNotJSONIsRefusedAsThatWhateverElseIsWrong) {
+    for (const char* bad : {R"({"type":5,)", R"({"color":1}})", R"({"type":"a","type":"b")"})
+        EXPECT_EQ(outcomeOf(watch(bad)), "400 malformed-json") << bad;
 }
 
 TEST_F(BodyTest, deeplyNestedBodiesAreRefused) {

@@ -197,7 +197,7 @@ TEST_F(HttpTest, aClientThatTakesTooLongIsDisconnected) {
         settings.http.transferTimeout = std::chrono::milliseconds(100);
     });
     for (const char* begun : {"", "GET /healthz HTTP/1.1\r\n",
-                              "POST /v1/binds HTTP/1.1\r\nContent-Length: 5\r\n\r\n{"}) {
+                              "POST /v1/binds HTTP/1.1\r\nHost: x\r\nContent-Length: 5\r\n\r\n{"}) {
         EXPECT_EQ(sendRaw(service.baseURL(), begun), "") << begun;
     }
 }

@@ -249,6 +249,33 @@ TEST_F(ProgramTest, theLogHasOneLinePerRequestWithoutQueryHeaderOrBody) {
     }
 }
 
+TEST_F(ProgramTest, theLogShowsNothingThatATerminalObeys) {
+    auto process = startServer(with());
+    const std::string url = waitUntilReady(process);
+    for (const char* path : {"/a\xC2\x9B"
+                             "31mred",
+                             "/a\xC2\x85next line", "/a\xE2\x80\xAEtfel",
+                             "/a\xE2\x81\xA6"
+                             "b",
+                             "/a\xE2\x80\xA8"
+                             "b",
+                             "/a\x80"
+                             "b",
+                             "/\xEF\xBB\xBF", "/\xD8\x9C"}) {
+        sendRaw(url, "GET " + replaced(path, " ", "") +
+                         " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+    }
+    process.signal(SIGTERM);
+    process.wait();
+    const std::string log = process.errors();
+    EXPECT_EQ(std::ranges::count(log, '\n'), 8) << log;
+    for (const char* shown :
+         {" /a\\u009b31mred ", " /a\\u0085nextline ", " /a\\u202etfel ", " /a\\u2066b ",
+          " /a\\u2028b ", " /a?b ", " /\\ufeff ", " /\\u061c "}) {
+        EXPECT_NE(log.find(shown), std::string::npos) << shown << log;
+    }
+}
+
 TEST_F(ProgramTest, warnsWhenOtherComputersCanReachIt) {
     auto process = startServer(with({"--host", "0.0.0.0"}));
     EXPECT_TRUE(waitUntilReady(process).starts_with("http://127.0.0.1:"));

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <stdexcept>
 
-#include <boost/asio.hpp>
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 
@@ -110,15 +109,56 @@ std::uint16_t portIn(const std::string& baseURL) {
 }
 
 std::string sendRaw(const std::string& baseURL, const std::string& bytes) {
-    namespace asio = boost::asio;
-    asio::io_context context;
-    asio::ip::tcp::socket socket(context);
-    socket.connect({asio::ip::address_v4::loopback(), portIn(baseURL)});
+    RawClient client(baseURL);
+    client.send(bytes);
+    return client.rest();
+}
+
+RawClient::RawClient(const std::string& baseURL, Reading reading) {
+    socket_.open(boost::asio::ip::tcp::v4());
+    if (reading == Reading::little)
+        socket_.set_option(boost::asio::socket_base::receive_buffer_size(4096));
+    socket_.connect({boost::asio::ip::address_v4::loopback(), portIn(baseURL)});
+    socket_.set_option(boost::asio::ip::tcp::no_delay(true));
+}
+
+bool RawClient::send(std::string_view bytes) {
     boost::system::error_code error;
-    asio::write(socket, asio::buffer(bytes), error);
-    std::string answer;
-    asio::read(socket, asio::dynamic_buffer(answer), error);
-    return answer;
+    boost::asio::write(socket_, boost::asio::buffer(bytes), error);
+    return !error;
+}
+
+std::string RawClient::reply() {
+    boost::system::error_code error;
+    const auto buffer = boost::asio::dynamic_buffer(unread_);
+    std::size_t size = boost::asio::read_until(socket_, buffer, "\r\n\r\n", error);
+    if (error) return std::exchange(unread_, {});
+    constexpr std::string_view name = "\r\nContent-Length: ";
+    const std::size_t length = unread_.substr(0, size).find(name);
+    if (length != std::string::npos) size += std::stoul(unread_.substr(length + name.size()));
+    while (!error && unread_.size() < size)
+        boost::asio::read(socket_, buffer, boost::asio::transfer_exactly(size - unread_.size()),
+                          error);
+    std::string reply = unread_.substr(0, size);
+    unread_.erase(0, size);
+    return reply;
+}
+
+std::string RawClient::rest() {
+    boost::system::error_code error;
+    boost::asio::read(socket_, boost::asio::dynamic_buffer(unread_), error);
+    return std::exchange(unread_, {});
+}
+
+std::string outcomeOfRaw(const std::string& answer) {
+    constexpr std::string_view start = "HTTP/1.";
+    if (!answer.starts_with(start)) return "no reply";
+    std::string outcome = answer.substr(start.size() + 2, 3);
+    constexpr std::string_view problem = "urn:kestrin-profile:problem:";
+    const std::size_t type = answer.find(problem);
+    if (type == std::string::npos) return outcome;
+    const std::size_t begin = type + problem.size();
+    return outcome + " " + answer.substr(begin, answer.find('"', begin) - begin);
 }
 
 HeaderLines Caller::headers() const {

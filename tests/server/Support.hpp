@@ -8,8 +8,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include <boost/asio.hpp>
 #include <boost/json.hpp>
 
 #include <kestrin-profile-server/Service.hpp>
@@ -61,6 +63,36 @@ std::uint16_t portIn(const std::string& baseURL);
 
 /// Sends bytes as they are to a service on this computer and returns everything until it closes.
 std::string sendRaw(const std::string& baseURL, const std::string& bytes);
+
+/// A connection to a service on this computer that sends bytes as they are.
+class RawClient {
+  public:
+    enum class Reading { all, little };
+
+    /// @param reading  how much the system takes for a client that does not read
+    explicit RawClient(const std::string& baseURL, Reading reading = Reading::all);
+
+    /// False if the service has closed.
+    bool send(std::string_view bytes);
+
+    /// The next reply with a length, or without content; what has come before the service closed if
+    /// it does so.
+    std::string reply();
+
+    /// Everything until the service closes.
+    std::string rest();
+
+    void close() { socket_.close(); }
+
+  private:
+    boost::asio::io_context context_;
+    boost::asio::ip::tcp::socket socket_{context_};
+    std::string unread_;
+};
+
+/// The status and the type of the first reply in what a service has sent: "200", or "400
+/// malformed-request".
+std::string outcomeOfRaw(const std::string& answer);
 
 /// A profile with its token.
 struct Caller {

@@ -1,4 +1,5 @@
 #include <array>
+#include <unordered_map>
 #include <utility>
 
 #include <boost/json.hpp>
@@ -61,24 +62,86 @@ boost::json::object entryJSON(const Entry& entry) {
     return json;
 }
 
+/// Moves the entry to the front, or inserts it there; true if it is new.
+bool placeInFront(Connection& connection, const ListAddress& list, const Entry& entry) {
+    const auto written = [&](std::string_view statement) {
+        return Query(connection, statement, list.profile, listID(list.kind), list.brand, entry.id,
+                     entry.type, entry.progress, entry.isCompleted, entry.added)
+            .run();
+    };
+    if (written(moveInFront) > 0) return false;
+    written(insertInFront);
+    return true;
+}
+
+void dropOldestBeyond(Connection& connection, const ListAddress& list, std::size_t maxSize) {
+    Query(connection, dropOldest, list.profile, listID(list.kind), list.brand,
+          static_cast<std::int64_t>(maxSize))
+        .run();
+}
+
+/// The entries of which something remains, newest first, each once and with its last type.
+std::vector<NewEntries::Item> remaining(const NewEntries& entries, std::size_t maxSize) {
+    std::vector<NewEntries::Item> newest;
+    std::unordered_map<std::string_view, std::size_t> places;
+    for (std::size_t index = entries.size(); index-- > 0;) {
+        const NewEntries::Item item = entries[index];
+        const auto known = places.find(item.id);
+        if (known != places.end()) {
+            auto& type = newest[known->second].type;
+            if (!type) type = item.type;
+        } else if (newest.size() < maxSize) {
+            places.emplace(item.id, newest.size());
+            newest.push_back(item);
+        }
+    }
+    return newest;
+}
+
 }  // namespace
 
 std::string_view listID(ListKind kind) {
     return listIDs[static_cast<std::size_t>(kind)];
 }
 
+void NewEntries::add(std::string_view id, std::optional<std::string_view> type) {
+    const Place place = added(id);
+    places_.push_back({place, added(type.value_or("")), type.has_value()});
+}
+
+NewEntries::Item NewEntries::operator[](std::size_t index) const {
+    const Places& places = places_[index];
+    return {textAt(places.id), places.hasType ? std::optional(textAt(places.type)) : std::nullopt};
+}
+
+NewEntries::Place NewEntries::added(std::string_view text) {
+    const auto begin = static_cast<std::uint32_t>(texts_.size());
+    texts_ += text;
+    return {begin, static_cast<std::uint32_t>(text.size())};
+}
+
+std::string_view NewEntries::textAt(const Place& place) const {
+    return std::string_view(texts_).substr(place.begin, place.size);
+}
+
 void putInFront(Connection& connection, const ListAddress& list, const Entry& entry,
                 std::size_t maxSize) {
-    const auto written = [&](std::string_view statement) {
-        return Query(connection, statement, list.profile, listID(list.kind), list.brand, entry.id,
-                     entry.type, entry.progress, entry.isCompleted, entry.added)
-            .run();
-    };
-    if (written(moveInFront) > 0) return;
-    written(insertInFront);
-    Query(connection, dropOldest, list.profile, listID(list.kind), list.brand,
-          static_cast<std::int64_t>(maxSize))
-        .run();
+    if (placeInFront(connection, list, entry)) dropOldestBeyond(connection, list, maxSize);
+}
+
+void putInFront(Connection& connection, const ListAddress& list, const NewEntries& entries,
+                Milliseconds added, std::size_t maxSize) {
+    const auto newest = remaining(entries, maxSize);
+    for (auto item = newest.rbegin(); item != newest.rend(); ++item) {
+        placeInFront(
+            connection, list,
+            Entry{.id = std::string(item->id),
+                  .type = item->type ? std::optional<std::string>(*item->type) : std::nullopt,
+                  .progress = {},
+                  .isCompleted = {},
+                  .added = added});
+    }
+    dropOldestBeyond(connection, list, maxSize);
 }
 
 std::vector<Entry> entriesOf(Connection& connection, const ListAddress& list, std::size_t maxSize) {

@@ -35,10 +35,48 @@ struct Entry {
     Milliseconds added = 0;
 };
 
+/// Many new entries, in the order in which they are added. They take little more memory than their
+/// texts.
+class NewEntries {
+  public:
+    struct Item {
+        std::string_view id;
+        std::optional<std::string_view> type;
+    };
+
+    void add(std::string_view id, std::optional<std::string_view> type);
+
+    [[nodiscard]] std::size_t size() const { return places_.size(); }
+    /// The views are valid until the next `add`.
+    [[nodiscard]] Item operator[](std::size_t index) const;
+
+  private:
+    struct Place {
+        std::uint32_t begin = 0;
+        std::uint32_t size = 0;
+    };
+    struct Places {
+        Place id;
+        Place type;
+        bool hasType = false;
+    };
+
+    [[nodiscard]] Place added(std::string_view text);
+    [[nodiscard]] std::string_view textAt(const Place& place) const;
+
+    std::string texts_;
+    std::vector<Places> places_;
+};
+
 /// Puts the entry in front. When the list has it already it moves; absent values keep the former
 /// ones. Then drops the oldest entries beyond `maxSize`.
 void putInFront(Connection& connection, const ListAddress& list, const Entry& entry,
                 std::size_t maxSize);
+
+/// Puts the entries in front, one after another, so the last one ends up there; then drops the
+/// oldest entries beyond `maxSize`. The database sees only the ones that remain.
+void putInFront(Connection& connection, const ListAddress& list, const NewEntries& entries,
+                Milliseconds added, std::size_t maxSize);
 
 /// The entries, newest first, at most `maxSize`.
 [[nodiscard]] std::vector<Entry> entriesOf(Connection& connection, const ListAddress& list,

@@ -23,6 +23,8 @@ enum class ProblemKind {
     unexpectedBody,
     missingBody,
     malformedJSON,
+    repeatedKey,
+    zeroCharacter,
     secretRequired,
     tokenRequired,
     tokenRefused,
@@ -41,6 +43,7 @@ enum class ProblemKind {
     headersTooLarge,
     internal,
     unavailable,
+    busy,
 };
 
 /// Ends a request with a problem document (RFC 9457). `detail` says what came and what was

@@ -2,6 +2,7 @@
 #include <array>
 #include <iterator>
 
+#include <internal/Display.hpp>
 #include <internal/UTF8.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
 
@@ -44,6 +45,23 @@ char32_t lowerCased(char32_t codePoint) {
     });
     if (range == capitals.end()) return codePoint;
     return static_cast<char32_t>(static_cast<int>(codePoint) + range->distance);
+}
+
+/// The text with what a terminal does not show escaped, and without the bytes that are no UTF-8.
+std::string shown(std::string_view text) {
+    const bool isUTF8 = KestrinInternal::isUTF8(text);
+    std::string result;
+    while (!text.empty()) {
+        const auto first = KestrinInternal::firstUTF8Character(text);
+        if (!first.value || (!isUTF8 && *first.value >= 0x80))
+            result.append(first.bytes, '?');
+        else if (KestrinInternal::isShown(*first.value))
+            result += text.substr(0, first.bytes);
+        else
+            result += KestrinInternal::escapeOf(*first.value);
+        text.remove_prefix(first.bytes);
+    }
+    return result;
 }
 
 }  // namespace
@@ -89,11 +107,7 @@ std::string excerptOf(std::string_view text, std::size_t limit) {
     std::size_t end = std::min(limit, text.size());
     while (end > 0 && end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
         --end;
-    std::string excerpt(text.substr(0, end));
-    if (!KestrinInternal::isUTF8(excerpt)) {
-        std::ranges::replace_if(
-            excerpt, [](char each) { return static_cast<unsigned char>(each) >= 0x80; }, '?');
-    }
+    std::string excerpt = shown(text.substr(0, end));
     return end < text.size() ? excerpt + "…" : excerpt;
 }
 

@@ -24,8 +24,9 @@ constexpr std::size_t longestText = 2048;
 /// Upper-case Latin, Greek and Cyrillic letters made lower-case one by one; everything else stays.
 [[nodiscard]] std::u32string lowerCased(std::u32string_view codePoints);
 
-/// The beginning of `text` for messages: at most `limit` bytes, cut between code points, always
-/// well-formed UTF-8 (where `text` is not, its bytes beyond ASCII become question marks).
+/// The beginning of `text` for messages and the log: at most `limit` bytes of it, cut between code
+/// points, always well-formed UTF-8 (if `text` is not, its bytes beyond ASCII become question
+/// marks). Characters that are not shown, or that change how others are, are escaped: "\u202e".
 [[nodiscard]] std::string excerptOf(std::string_view text, std::size_t limit = 80);
 
 }  // namespace KestrinProfileServer

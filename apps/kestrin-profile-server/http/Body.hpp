@@ -5,8 +5,11 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
 
-#include <boost/json/object.hpp>
+#include <kestrin-profile-server/domain/Lists.hpp>
 
 namespace KestrinProfileServer {
 
@@ -34,17 +37,28 @@ struct RawBody {
     std::string_view contentEncoding;
 };
 
-/// The body as an object that has the shape; throws the problem that names the first fault.
-/// An empty body that is allowed is an empty object.
-[[nodiscard]] boost::json::object parsedBody(const RawBody& body, const BodyShape& shape);
+/// The values of a body that was found to have its shape. A key that did not come has none.
+class Body {
+  public:
+    [[nodiscard]] std::optional<std::string> text(std::string_view key) const;
+    [[nodiscard]] std::optional<bool> boolean(std::string_view key) const;
+    [[nodiscard]] std::optional<bool> truthText(std::string_view key) const;
+    [[nodiscard]] std::optional<std::int64_t> decimalText(std::string_view key) const;
+    [[nodiscard]] const NewEntries& elements() const { return elements_; }
 
-// The values of a body that was found to have its shape:
-[[nodiscard]] std::optional<std::string> textIn(const boost::json::object& body,
-                                                std::string_view key);
-[[nodiscard]] std::optional<bool> booleanIn(const boost::json::object& body, std::string_view key);
-[[nodiscard]] std::optional<bool> truthTextIn(const boost::json::object& body,
-                                              std::string_view key);
-[[nodiscard]] std::optional<std::int64_t> decimalTextIn(const boost::json::object& body,
-                                                        std::string_view key);
+  private:
+    friend class BodyReader;
+    using Value = std::variant<std::string, bool>;
+
+    template <class Kind>
+    [[nodiscard]] std::optional<Kind> value(std::string_view key) const;
+
+    std::vector<std::pair<std::string_view, Value>> values_;
+    NewEntries elements_;
+};
+
+/// The body as an object that has the shape; throws the problem that names the first fault.
+/// An empty body that is allowed is an empty object. Takes little more memory than the text.
+[[nodiscard]] Body parsedBody(const RawBody& body, const BodyShape& shape);
 
 }  // namespace KestrinProfileServer

@@ -48,7 +48,7 @@ struct Dispatcher::Call {
     const Route& route;
     QueryValues query;
     Identity identity;
-    boost::json::object body;
+    Body body;
 };
 
 std::string_view pathOf(std::string_view target) {

@@ -2,8 +2,6 @@
 
 #include <functional>
 
-#include <boost/json/object.hpp>
-
 #include <kestrin-profile-server/http/Authorisation.hpp>
 #include <kestrin-profile-server/http/Handlers.hpp>
 #include <kestrin-profile-server/http/WriteQueue.hpp>

@@ -18,9 +18,9 @@ ListAddress listOf(const HandlerContext& context) {
                        context.query[ParameterRole::brand]};
 }
 
-ProfileChange changeIn(const boost::json::object& body) {
-    return ProfileChange{textIn(body, "username"), textIn(body, "avatar"), textIn(body, "group"),
-                         booleanIn(body, "default")};
+ProfileChange changeIn(const Body& body) {
+    return ProfileChange{body.text("username"), body.text("avatar"), body.text("group"),
+                         body.boolean("default")};
 }
 
 void checkEntryID(const std::string& id) {
@@ -30,7 +30,7 @@ void checkEntryID(const std::string& id) {
 }
 
 void checkBindBody(const HandlerContext& context) {
-    const std::string inBody = textIn(context.body, "profileId").value_or("");
+    const std::string inBody = context.body.text("profileId").value_or("");
     const std::string& inQuery = context.query[ParameterRole::profile];
     if (inBody == inQuery) return;
     throw Problem(ProblemKind::invalidBody, "the body.profileId is '" + excerptOf(inBody) +
@@ -108,24 +108,15 @@ Reply addEntry(const HandlerContext& context) {
     const std::string& id = context.query[ParameterRole::item];
     checkEntryID(id);
     putInFront(context.connection, listOf(context),
-               Entry{id, textIn(context.body, "type"), decimalTextIn(context.body, "progress"),
-                     truthTextIn(context.body, "isCompleted"), context.now},
+               Entry{id, context.body.text("type"), context.body.decimalText("progress"),
+                     context.body.truthText("isCompleted"), context.now},
                context.limits.maxListSize);
     return noContent;
 }
 
 Reply addEntries(const HandlerContext& context) {
-    for (const auto& each : context.body.at("elements").get_array()) {
-        const auto& element = each.get_object();
-        putInFront(context.connection, listOf(context),
-                   // NOLINTNEXTLINE(bugprone-unchecked-optional-access): the body was checked.
-                   Entry{.id = *textIn(element, "id"),
-                         .type = textIn(element, "type"),
-                         .progress = {},
-                         .isCompleted = {},
-                         .added = context.now},
-                   context.limits.maxListSize);
-    }
+    putInFront(context.connection, listOf(context), context.body.elements(), context.now,
+               context.limits.maxListSize);
     return noContent;
 }
 

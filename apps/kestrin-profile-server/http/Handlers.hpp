@@ -2,10 +2,9 @@
 
 #include <cstddef>
 
-#include <boost/json/object.hpp>
-
 #include <kestrin-profile-server/domain/Tokens.hpp>
 #include <kestrin-profile-server/http/Authorisation.hpp>
+#include <kestrin-profile-server/http/Body.hpp>
 #include <kestrin-profile-server/http/Reply.hpp>
 #include <kestrin-profile-server/storage/Database.hpp>
 
@@ -22,7 +21,7 @@ struct HandlerContext {
     Connection& connection;
     const Route& route;
     const QueryValues& query;
-    const boost::json::object& body;
+    const Body& body;
     const Authorised& authorised;
     const Tokens& tokens;
     const Limits& limits;

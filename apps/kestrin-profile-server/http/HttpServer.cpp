@@ -1,8 +1,11 @@
 #include <array>
 #include <chrono>
+#include <exception>
+#include <functional>
 #include <iostream>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <unordered_set>
 #include <utility>
@@ -12,10 +15,11 @@
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 
-#include <internal/ASCII.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
 #include <kestrin-profile-server/domain/Timestamp.hpp>
 #include <kestrin-profile-server/http/HttpServer.hpp>
+#include <kestrin-profile-server/http/MemoryBudget.hpp>
+#include <kestrin-profile-server/http/RequestParser.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -26,43 +30,75 @@ namespace http = boost::beast::http;
 using asio::ip::tcp;
 using std::chrono::steady_clock;
 
-constexpr std::uint32_t headerLimit = 64U * 1024U;
-constexpr std::uint64_t bodyLimit = 1024U * 1024U;
 constexpr unsigned noContentStatus = 204;
 constexpr std::chrono::seconds lingerTimeout{2};
 constexpr std::chrono::milliseconds acceptPause{100};
+/// Larger replies come from the shared memory. Only those of reads are so large.
+constexpr std::size_t smallReply = 64U * 1024U;
+/// What a connection keeps of its buffer between two requests.
+constexpr std::size_t smallBuffer = 4096;
 
 class Session;
 
+/// A connection's place among those that may be open at once; given back at the end.
+struct GiveBack {
+    void operator()(const std::function<void()>* giveBack) const { (*giveBack)(); }
+};
+using Place = std::unique_ptr<const std::function<void()>, GiveBack>;
+
+/// Runs until there is nothing left to do. What a handler throws (there was no memory for a
+/// connection, say) ends what it was about, and nothing else.
+void runUntilDone(asio::io_context& context) {
+    for (bool isDone = false; !isDone;) {
+        try {
+            context.run();
+            isDone = true;
+        } catch (const std::exception& failure) {
+            std::cerr << "a connection failed: " << failure.what() << '\n';
+        }
+    }
+}
+
 /// One thread with its connections to clients and its connection to the database.
-struct Worker {
+class Worker {
+  public:
     Worker(const std::filesystem::path& database, const Dispatcher& aDispatcher,
-           const HttpSettings& settings)
+           const HttpSettings& settings, MemoryBudget& aBudget)
         : reader(database, Connection::Mode::readOnly),
           dispatcher(aDispatcher),
+          budget(aBudget),
           transferTimeout(settings.transferTimeout),
           isQuiet(settings.isQuiet) {}
+    /// Lets the running requests finish, and waits for that.
+    ~Worker() {
+        finish();
+        if (thread_.joinable()) thread_.join();
+    }
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
 
     void start() {
-        thread = std::thread([this] { context.run(); });
+        thread_ = std::thread([this] { runUntilDone(context); });
     }
     /// Lets the running requests finish; the thread ends after them.
     void finish();
 
-    std::unordered_set<Session*> sessions;
+    void add(Session& session) { sessions_.insert(&session); }
+    void remove(Session& session) { sessions_.erase(&session); }
+
     asio::io_context context{1};
-    asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
     Connection reader;
     const Dispatcher& dispatcher;
+    MemoryBudget& budget;
     const std::chrono::milliseconds transferTimeout;
     const bool isQuiet;
     bool isFinishing = false;
-    std::thread thread;
-};
 
-std::string_view viewOf(beast::string_view text) {
-    return {text.data(), text.size()};
-}
+  private:
+    std::unordered_set<Session*> sessions_;
+    asio::executor_work_guard<asio::io_context::executor_type> guard_{context.get_executor()};
+    std::thread thread_;
+};
 
 void logRequest(std::string_view method, std::string_view path, unsigned status,
                 steady_clock::duration duration) {
@@ -79,19 +115,24 @@ void logRequest(std::string_view method, std::string_view path, unsigned status,
 /// One connection to a client: reads a request, has it answered, writes the reply, and again.
 class Session : public std::enable_shared_from_this<Session> {
   public:
-    Session(tcp::socket socket, Worker& worker) : stream_(std::move(socket)), worker_(worker) {
-        worker_.sessions.insert(this);
+    Session(tcp::socket socket, Place place, Worker& worker)
+        : place_(std::move(place)),
+          stream_(std::move(socket)),
+          worker_(worker),
+          share_(worker.budget) {
+        worker_.add(*this);
     }
-    ~Session() { worker_.sessions.erase(this); }
+    ~Session() { worker_.remove(*this); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     void readHeader() {
         if (worker_.isFinishing) return close();
         isReading_ = true;
-        parser_.emplace();
-        parser_->header_limit(headerLimit);
-        parser_->body_limit(bodyLimit);
+        share_.release();
+        response_.reset();
+        parser_.emplace(share_);
+        if (buffer_.size() == 0 && buffer_.capacity() > smallBuffer) buffer_.shrink_to_fit();
         stream_.expires_after(worker_.transferTimeout);
         http::async_read_header(stream_, buffer_, *parser_,
                                 [self = shared_from_this()](beast::error_code error, std::size_t) {
@@ -107,9 +148,8 @@ class Session : public std::enable_shared_from_this<Session> {
   private:
     void onHeader() {
         start_ = steady_clock::now();
-        if (const auto problem = transferProblem()) return refuse(*problem);
-        const bool waits = beast::iequals(parser_->get()[http::field::expect], "100-continue");
-        waits ? sendContinue() : readBody();
+        if (const auto problem = parser_->framingProblem()) return refuse(*problem);
+        parser_->waitsForContinue() ? sendContinue() : readBody();
     }
 
     void sendContinue() {
@@ -128,7 +168,7 @@ class Session : public std::enable_shared_from_this<Session> {
     }
 
     void onReadError(beast::error_code error) {
-        const auto problem = problemOf(error);
+        const auto problem = parser_->problemOf(error);
         if (!problem) return close();
         start_ = steady_clock::now();
         refuse(*problem);
@@ -138,46 +178,22 @@ class Session : public std::enable_shared_from_this<Session> {
     void refuse(const Problem& problem) {
         isReading_ = false;
         isLast_ = true;
-        const std::string_view target = viewOf(parser_->get().target());
-        write(replyTo(problem, excerptOf(pathOf(target))));
+        parser_->dropBody();
+        share_.release();
+        write(problemReply(problem));
     }
 
-    /// A transfer coding that is not understood leaves open where the body ends: read on, its rest
-    /// would be the next request.
-    std::optional<Problem> transferProblem() const {
-        const auto coding = viewOf(parser_->get()[http::field::transfer_encoding]);
-        if (coding.empty() || KestrinInternal::equalsIgnoringCase(coding, "chunked"))
-            return std::nullopt;
-        return Problem(
-            ProblemKind::malformedRequest,
-            "the Transfer-Encoding is '" + excerptOf(coding) + "'; expected is chunked or none");
-    }
-
-    /// What to say about input that is no acceptable HTTP; nothing when the client has gone.
-    static std::optional<Problem> problemOf(beast::error_code error) {
-        if (error == http::error::body_limit)
-            return Problem(ProblemKind::bodyTooLarge, "the body is larger than 1 MiB");
-        if (error == http::error::header_limit) {
-            return Problem(ProblemKind::headersTooLarge,
-                           "the request line and the headers are larger than 64 KiB");
-        }
-        const bool isCutOff =
-            error == http::error::end_of_stream || error == http::error::partial_message;
-        if (isCutOff || error.category() != http::make_error_code(http::error{}).category())
-            return std::nullopt;
-        return Problem(ProblemKind::malformedRequest, "not understood: " + error.message() +
-                                                          "; expected is HTTP/1.1 in clear text");
+    Reply problemReply(const Problem& problem) const {
+        return replyTo(problem, excerptOf(pathOf(parser_->target())));
     }
 
     void answer() {
         isReading_ = false;
         stream_.expires_never();
-        const auto& message = parser_->get();
-        isLast_ = !message.keep_alive();
-        Request request{
-            viewOf(message.method_string()), viewOf(message.target()), message.body(), {}};
-        for (const auto& field : message)
-            request.headers.emplace_back(viewOf(field.name_string()), viewOf(field.value()));
+        isLast_ = !parser_->keep_alive();
+        Request request{parser_->method(), parser_->target(), parser_->body(), {}};
+        for (const auto& [name, value] : parser_->headers())
+            request.headers.emplace_back(name, value);
         auto guard = asio::make_work_guard(stream_.get_executor());
         worker_.dispatcher.dispatch(
             request, worker_.reader,
@@ -188,22 +204,29 @@ class Session : public std::enable_shared_from_this<Session> {
                     self->write(std::move(reply));
                 });
             });
+        // Whoever waits for a write needs it no more.
+        parser_->dropBody();
     }
 
     void write(Reply reply) {
-        const auto& message = parser_->get();
+        if (reply.body.size() > smallReply && !share_.take(reply.body.size())) {
+            reply = problemReply(
+                Problem(ProblemKind::busy,
+                        "the requests and replies of all clients together take too much memory;"
+                        " try again"));
+        }
         if (!worker_.isQuiet)
-            logRequest(viewOf(message.method_string()), pathOf(viewOf(message.target())),
-                       reply.status, steady_clock::now() - start_);
+            logRequest(parser_->method(), pathOf(parser_->target()), reply.status,
+                       steady_clock::now() - start_);
         isLast_ = isLast_ || worker_.isFinishing;
-        response_.emplace(http::int_to_status(reply.status), message.version());
+        response_.emplace(http::int_to_status(reply.status), parser_->version());
         response_->set(http::field::cache_control, "no-store");
         for (const auto& [name, value] : reply.headers)
             response_->set(name, value);
         if (!reply.contentType.empty())
             response_->set(http::field::content_type, reply.contentType);
         response_->keep_alive(!isLast_);
-        if (message.method() != http::verb::head) response_->body() = std::move(reply.body);
+        if (parser_->method() != "HEAD") response_->body() = std::move(reply.body);
         response_->prepare_payload();
         // Such a reply has no length either (RFC 9110, 8.6).
         if (reply.status == noContentStatus) response_->erase(http::field::content_length);
@@ -237,10 +260,12 @@ class Session : public std::enable_shared_from_this<Session> {
         stream_.socket().close(ignored);
     }
 
+    Place place_;
     beast::tcp_stream stream_;
     Worker& worker_;
-    beast::flat_buffer buffer_;
-    std::optional<http::request_parser<http::string_body>> parser_;
+    MemoryBudget::Share share_;
+    beast::flat_buffer buffer_{headerLimit};
+    std::optional<RequestParser> parser_;
     std::optional<http::response<http::string_body>> response_;
     std::array<char, 4096> discarded_{};
     steady_clock::time_point start_;
@@ -251,9 +276,9 @@ class Session : public std::enable_shared_from_this<Session> {
 void Worker::finish() {
     asio::post(context, [this] {
         isFinishing = true;
-        for (Session* session : sessions)
+        for (Session* session : sessions_)
             session->finish();
-        guard.reset();
+        guard_.reset();
     });
 }
 
@@ -287,15 +312,27 @@ void listen(tcp::acceptor& acceptor, const HttpSettings& settings) {
 class HttpServer::Implementation {
   public:
     Implementation(const HttpSettings& settings, const std::filesystem::path& database,
-                   const Dispatcher& dispatcher) {
+                   const Dispatcher& dispatcher)
+        : budget_(settings.memoryLimit), freePlaces_(settings.maxConnections) {
         listen(acceptor_, settings);
-        for (unsigned index = 0; index < settings.threads; ++index)
-            workers_.push_back(std::make_unique<Worker>(database, dispatcher, settings));
-        for (auto& worker : workers_)
-            worker->start();
-        accept();
-        thread_ = std::thread([this] { context_.run(); });
+        for (unsigned index = 0; index < settings.threads; ++index) {
+            workers_.push_back(std::make_unique<Worker>(database, dispatcher, settings, budget_));
+        }
+        try {
+            for (auto& worker : workers_)
+                worker->start();
+            thread_ = std::thread([this] {
+                accept();
+                runUntilDone(context_);
+            });
+        } catch (const std::system_error& failure) {
+            throw StartError("cannot start a thread: " + failure.code().message() +
+                             ". Choose fewer --threads, or end other programs.");
+        }
     }
+    ~Implementation() { stop(); }
+    Implementation(const Implementation&) = delete;
+    Implementation& operator=(const Implementation&) = delete;
 
     std::string baseURL() const {
         const tcp::endpoint endpoint = acceptor_.local_endpoint();
@@ -313,12 +350,12 @@ class HttpServer::Implementation {
         asio::post(context_, [this] {
             acceptor_.close();
             pause_.cancel();
+            guard_.reset();
         });
         thread_.join();
         for (auto& worker : workers_)
             worker->finish();
-        for (auto& worker : workers_)
-            worker->thread.join();
+        workers_.clear();
     }
 
   private:
@@ -335,10 +372,18 @@ class HttpServer::Implementation {
         if (error) return acceptLater();
         boost::system::error_code ignored;
         socket.set_option(tcp::no_delay(true), ignored);
-        asio::post(worker.context, [socket = std::move(socket), &worker]() mutable {
-            std::make_shared<Session>(std::move(socket), worker)->readHeader();
+        Place place(&giveBack_);
+        const bool isFull = --freePlaces_ == 0;
+        asio::post(worker.context, [socket = std::move(socket), place = std::move(place),
+                                    &worker]() mutable {
+            std::make_shared<Session>(std::move(socket), std::move(place), worker)->readHeader();
         });
-        accept();
+        // Who finds no place waits, in the system's queue, until a connection closes.
+        if (!isFull) accept();
+    }
+
+    void onPlaceGivenBack() {
+        if (freePlaces_++ == 0 && acceptor_.is_open()) accept();
     }
 
     /// Usually all file descriptors are in use; some connection will close.
@@ -349,7 +394,13 @@ class HttpServer::Implementation {
         });
     }
 
+    MemoryBudget budget_;
+    std::size_t freePlaces_;
+    const std::function<void()> giveBack_ = [this] {
+        asio::post(context_, [this] { onPlaceGivenBack(); });
+    };
     asio::io_context context_{1};
+    asio::executor_work_guard<asio::io_context::executor_type> guard_{context_.get_executor()};
     tcp::acceptor acceptor_{context_};
     asio::steady_timer pause_{context_};
     std::vector<std::unique_ptr<Worker>> workers_;
@@ -361,9 +412,7 @@ HttpServer::HttpServer(const HttpSettings& settings, const std::filesystem::path
                        const Dispatcher& dispatcher)
     : implementation_(std::make_unique<Implementation>(settings, database, dispatcher)) {}
 
-HttpServer::~HttpServer() {
-    stop();
-}
+HttpServer::~HttpServer() = default;
 
 std::string HttpServer::baseURL() const {
     return implementation_->baseURL();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -17,6 +18,10 @@ struct HttpSettings {
     /// How long a client may take for a request, or for reading the reply; also how long a
     /// connection may be idle.
     std::chrono::milliseconds transferTimeout{30000};
+    /// How many clients are connected at most; further ones wait until one of them has gone.
+    std::size_t maxConnections = 512;
+    /// What the bodies and the large replies of all connections together may take, in bytes.
+    std::size_t memoryLimit = std::size_t{64} * 1024 * 1024;
     /// Otherwise each request is a line on the standard error: time, method, path, status,
     /// milliseconds. Never a query, a header or a body.
     bool isQuiet = false;

@@ -16,7 +16,7 @@ struct ProblemRow {
     std::string_view title;
 };
 
-constexpr std::array<ProblemRow, 29> problemTable{{
+constexpr std::array<ProblemRow, 32> problemTable{{
     {ProblemKind::malformedRequest, 400, "malformed-request", "The request is not HTTP"},
     {ProblemKind::missingSentinel, 400, "missing-sentinel", "The query does not end with v=1"},
     {ProblemKind::unknownParameter, 400, "unknown-parameter", "Unknown query parameter"},
@@ -28,6 +28,8 @@ constexpr std::array<ProblemRow, 29> problemTable{{
     {ProblemKind::unexpectedBody, 400, "unexpected-body", "This operation takes no body"},
     {ProblemKind::missingBody, 400, "missing-body", "This operation needs a body"},
     {ProblemKind::malformedJSON, 400, "malformed-json", "The body is not JSON"},
+    {ProblemKind::repeatedKey, 400, "repeated-key", "Repeated key in the body"},
+    {ProblemKind::zeroCharacter, 400, "zero-character", "A text has a zero character"},
     {ProblemKind::secretRequired, 401, "secret-required", "The household secret is required"},
     {ProblemKind::tokenRequired, 401, "token-required", "A token is required"},
     {ProblemKind::tokenRefused, 403, "token-refused", "The token is refused"},
@@ -46,6 +48,7 @@ constexpr std::array<ProblemRow, 29> problemTable{{
     {ProblemKind::headersTooLarge, 431, "headers-too-large", "The headers are too large"},
     {ProblemKind::internal, 500, "internal", "The service failed"},
     {ProblemKind::unavailable, 503, "unavailable", "The service cannot write now"},
+    {ProblemKind::busy, 503, "busy", "The service has too much to do"},
 }};
 
 static_assert(KestrinInternal::isInOrder(problemTable, &ProblemRow::kind));

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <vector>
 
-#include <internal/Hex.hpp>
+#include <internal/PercentEncoding.hpp>
 #include <internal/UTF8.hpp>
 #include <kestrin-profile-server/domain/Problem.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
@@ -68,15 +68,6 @@ std::string_view withoutSentinel(std::string_view query) {
     return query.substr(0, isAlone ? 0 : query.size() - sentinel.size() - 1);
 }
 
-/// The byte of an escape's two digits.
-std::optional<char> escapedByte(std::string_view digits) {
-    if (digits.size() < 2) return std::nullopt;
-    const auto high = KestrinInternal::hexValue(digits[0]);
-    const auto low = KestrinInternal::hexValue(digits[1]);
-    if (!high || !low) return std::nullopt;
-    return static_cast<char>(*high * 16 + *low);
-}
-
 std::string decoded(const RawParameter& parameter) {
     const auto refuse = [&parameter](const std::string& reason) {
         throw Problem(ProblemKind::malformedParameter,
@@ -88,11 +79,11 @@ std::string decoded(const RawParameter& parameter) {
             text.push_back(parameter.value[index]);
             continue;
         }
-        const auto byte = escapedByte(parameter.value.substr(index + 1));
+        const auto byte = KestrinInternal::percentEscapedByte(parameter.value.substr(index));
         if (!byte) refuse("has a '%' without two hexadecimal digits; write a percent sign %25");
         text.push_back(
             *byte);  // NOLINT(bugprone-unchecked-optional-access): refuse does not return
-        index += 2;
+        index += KestrinInternal::percentEscapeSize - 1;
     }
     if (text.size() > longestText) {
         refuse("has " + std::to_string(text.size()) + " bytes; " + std::to_string(longestText) +

@@ -8,7 +8,7 @@
 
 #include <HalvardSling/http/URL.hpp>
 #include <internal/ASCII.hpp>
-#include <internal/Hex.hpp>
+#include <internal/PercentEncoding.hpp>
 
 namespace HalvardSling {
 
@@ -125,22 +125,13 @@ std::optional<Origin> originOf(const Parts& parts) {
     return Origin{std::move(scheme), *std::move(host), *std::move(port)};
 }
 
-/// The byte that "%XX" at this place stands for.
-std::optional<char> encodedByte(std::string_view text, std::size_t at) noexcept {
-    if (text[at] != '%' || at + 2 >= text.size()) return std::nullopt;
-    const auto high = KestrinInternal::hexValue(text[at + 1]);
-    const auto low = KestrinInternal::hexValue(text[at + 2]);
-    if (!high || !low) return std::nullopt;
-    return static_cast<char>(static_cast<unsigned char>(*high << 4U | *low));
-}
-
 std::string percentDecoded(std::string_view text) {
     std::string decoded;
     decoded.reserve(text.size());
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto byte = encodedByte(text, at);
+        const auto byte = KestrinInternal::percentEscapedByte(text.substr(at));
         decoded += byte.value_or(text[at]);
-        if (byte) at += 2;
+        if (byte) at += KestrinInternal::percentEscapeSize - 1;
     }
     return decoded;
 }
