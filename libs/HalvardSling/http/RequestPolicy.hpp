@@ -18,7 +18,8 @@ struct RequestPolicy {
     int maxRedirects = 0;
     /// Whether the URL may have the scheme "http".
     bool allowsCleartext = false;
-    /// Cap of the reply's body, counted after content decoding.
+    /// Cap of the reply's body, counted after content decoding. What is made of it as JSON may take
+    /// four times this memory, the body included (see `JSONLimits::maxMemory`).
     std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
     /// Cap of the reply's headers.
     std::size_t maxHeaderBytes = std::size_t{64} * 1024;

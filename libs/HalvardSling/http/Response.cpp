@@ -16,6 +16,10 @@ std::optional<RequestContext> Response::context() const {
     return request_ ? std::optional(request_->context()) : std::nullopt;
 }
 
+RequestPolicy Response::policy() const {
+    return request_ ? (*request_)->policy : RequestPolicy();
+}
+
 std::shared_ptr<const std::string> Response::sharedBody() const noexcept {
     return {parts_, &parts_->body};
 }

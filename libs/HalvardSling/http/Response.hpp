@@ -8,6 +8,7 @@
 
 #include <HalvardSling/Export.hpp>
 #include <HalvardSling/http/Headers.hpp>
+#include <HalvardSling/http/RequestPolicy.hpp>
 #include <HalvardSling/http/TransportRequest.hpp>
 
 namespace HalvardSling {
@@ -48,6 +49,9 @@ class HALVARD_SLING_EXPORT Response {
 
     /// The request, for an error's text; absent if the reply did not come through a `Sling`.
     [[nodiscard]] std::optional<RequestContext> context() const;
+
+    /// The limits of the request; the default ones if the reply did not come through a `Sling`.
+    [[nodiscard]] RequestPolicy policy() const;
 
     /// The body as a shared text, for a reader that keeps views into it without a copy.
     [[nodiscard]] std::shared_ptr<const std::string> sharedBody() const noexcept;

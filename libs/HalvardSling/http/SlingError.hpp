@@ -35,8 +35,9 @@ enum class SlingErrorKind {
     /// The connection was lost after the request had begun and before the reply was whole. It may
     /// have taken effect: read the state before repeating a change.
     connectionLost,
-    /// The reply's headers or its decoded body exceed the request's caps. Ask for less, or raise
-    /// the cap in the configuration.
+    /// The reply's headers or its decoded body exceed the request's caps, or the body holds so many
+    /// values that they would take more memory than its cap allows. Ask for less, or raise the cap
+    /// in the configuration.
     tooLarge,
     /// The URL is not one that may be sent (see `URL`), or cleartext is not allowed for its host.
     /// Correct the value that the error's text names, or the URL in the configuration; nothing was

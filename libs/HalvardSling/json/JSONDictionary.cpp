@@ -53,15 +53,15 @@ JSONDictionary::JSONDictionary(std::shared_ptr<const Document> document,
     : shared_(std::move(document)), node_(node) {}
 
 std::variant<JSONDictionary, JSONFailure> JSONDictionary::parse(
-    std::shared_ptr<const std::string> text, std::size_t maxDepth) {
-    auto parsed = internal::parseJSON(std::move(text), maxDepth);
+    std::shared_ptr<const std::string> text, const JSONLimits& limits) {
+    auto parsed = internal::parseJSON(std::move(text), limits);
     if (auto* const failure = std::get_if<JSONFailure>(&parsed)) return std::move(*failure);
     return JSONDictionary(std::get<0>(std::move(parsed)), 0);
 }
 
 std::variant<JSONDictionary, JSONFailure> JSONDictionary::parse(std::string_view text,
-                                                                std::size_t maxDepth) {
-    return parse(std::make_shared<const std::string>(text), maxDepth);
+                                                                const JSONLimits& limits) {
+    return parse(std::make_shared<const std::string>(text), limits);
 }
 
 /// Null if the dictionary is empty because nothing was put into it.

@@ -27,7 +27,7 @@ enum class JSONKind {
     null,
     boolean,
     integer,  ///< without fraction and exponent, and fits 64 bits signed
-    number,   ///< every other number: 1.0, 1e3, 18446744073709551615
+    number,   ///< every other number, however large: 1.0, 1e3, 18446744073709551615, 1e400
     text,
     array,
     dictionary,
@@ -36,8 +36,25 @@ enum class JSONKind {
 /// The name of a kind as people say it, e.g. "a number".
 [[nodiscard]] HALVARD_SLING_EXPORT std::string_view name(JSONKind kind) noexcept;
 
-/// Why a text is not a JSON dictionary. Never holds any of the text.
+/// Bounds of what is made of a JSON text.
+struct JSONLimits {
+    /// How deep arrays and dictionaries may stand in each other.
+    std::size_t maxDepth = 64;
+    /// How many bytes the text may take together with all that is made of it, its records included:
+    /// its own length; 16 for each value and each key; 176 more for each dictionary; 24 and its
+    /// length for each text that is a value; once more the length of each text and key with an
+    /// escape. Repeated keys may take a few more while they are looked for.
+    std::size_t maxMemory = std::size_t{64} << 20U;
+};
+
+/// Why there is no JSON dictionary. Never holds any of the text.
 struct HALVARD_SLING_EXPORT JSONFailure {
+    enum class Kind {
+        malformed,  ///< the text is not JSON, is too deep, or its top is not a dictionary
+        tooLarge,   ///< more would be made of the text than `JSONLimits::maxMemory`
+    };
+
+    Kind kind = Kind::malformed;
     std::string reason;      ///< e.g. "syntax error"
     std::size_t offset = 0;  ///< byte position, from 0
     std::size_t line = 1;    ///< from 1
@@ -50,7 +67,7 @@ struct HALVARD_SLING_EXPORT JSONFailure {
 class JSONDictionary;
 
 /// Equal when both hold the same keys with equal values, whatever the order of the keys. An
-/// integer never equals another kind of number.
+/// integer never equals another kind of number; of those, 1.0 and 10e-1 are equal.
 HALVARD_SLING_EXPORT bool operator==(const JSONDictionary& left, const JSONDictionary& right);
 
 /// A string-keyed map of JSON values: the input of every reader and the output of every writer.
@@ -59,7 +76,8 @@ HALVARD_SLING_EXPORT bool operator==(const JSONDictionary& left, const JSONDicti
 /// kind that was asked for. An integer is a JSON number without fraction and exponent that fits 64
 /// bits signed; 1.0 and 9223372036854775808 are not. A Boolean is only true or false. If a text
 /// holds a key twice, the first one counts and the other is dropped. A look-up goes through the
-/// keys: a dictionary is made for the fields of a record.
+/// keys: a dictionary is made for the fields of a record. Numbers that are no integers are written
+/// as they were read: 1.0 stays 1.0.
 ///
 /// A value type; one that was moved from is empty. A dictionary that came from a text shares the
 /// parsed document with its copies and with the dictionaries inside it, so handing those around
@@ -75,19 +93,17 @@ class HALVARD_SLING_EXPORT JSONDictionary {
     JSONDictionary& operator=(JSONDictionary&& other) noexcept;
     ~JSONDictionary();
 
-    /// How deep arrays and dictionaries may stand in each other in a text.
-    static constexpr std::size_t defaultMaxDepth = 64;
-
     /// Reads a dictionary from a JSON text (RFC 8259, UTF-8, no comments, nothing after it).
-    /// @param text      the text; it is kept and read from as long as the dictionary lives
-    /// @param maxDepth  deeper nesting is a failure
-    /// @return the dictionary, or why there is none: not JSON, the top is not a dictionary
+    /// @param text    the text; it is kept and read from as long as the dictionary lives
+    /// @param limits  a text that exceeds one of them is a failure
+    /// @return the dictionary, or why there is none: not JSON, the top is not a dictionary, too
+    /// much
     [[nodiscard]] static std::variant<JSONDictionary, JSONFailure> parse(
-        std::shared_ptr<const std::string> text, std::size_t maxDepth = defaultMaxDepth);
+        std::shared_ptr<const std::string> text, const JSONLimits& limits = {});
 
     /// The same for a text that is copied.
     [[nodiscard]] static std::variant<JSONDictionary, JSONFailure> parse(
-        std::string_view text, std::size_t maxDepth = defaultMaxDepth);
+        std::string_view text, const JSONLimits& limits = {});
 
     // Look-ups. A view lives as long as this dictionary, or any that shares its document, and is
     // not changed.

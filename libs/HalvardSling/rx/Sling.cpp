@@ -8,6 +8,7 @@
 #include <HalvardSling/http/internal/OutOfMemory.hpp>
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <HalvardSling/rx/Sling.hpp>
+#include <HalvardSling/rx/internal/DecodedBody.hpp>
 #include <HalvardSling/rx/internal/ResponseOrigin.hpp>
 #include <internal/ASCII.hpp>
 
@@ -20,7 +21,7 @@ constexpr int firstErrorStatus = 400;
 std::optional<ProblemDocument> problemOf(const Response& response) {
     const auto type = response.headers().value("Content-Type").value_or("");
     if (!KestrinInternal::isMediaType(type, "application/problem+json")) return std::nullopt;
-    const auto parsed = JSONDictionary::parse(response.sharedBody());
+    const auto parsed = internal::decodedBody(response);
     const auto* const json = std::get_if<JSONDictionary>(&parsed);
     if (json == nullptr) return std::nullopt;
     ProblemDocument problem;

@@ -82,4 +82,36 @@ TEST(JSONOperator, ATopThatIsNoObjectIsAMalformedReply) {
     EXPECT_THAT(outcome.error->what(), HasSubstr("an array"));
 }
 
+TEST(JSONOperator, AReplyOfTooManyValuesIsTooLarge) {
+    std::string body = R"({"a":[0)";
+    for (int i = 0; i < 8'000'000; ++i)
+        body += ",0";
+    const auto outcome = outcomeOf(body + "]}");
+    ASSERT_TRUE(outcome.error);
+    EXPECT_EQ(outcome.error->kind(), SlingErrorKind::tooLarge);
+    EXPECT_THAT(outcome.error->what(), testing::StartsWith("GET, request "));
+    EXPECT_THAT(outcome.error->what(), HasSubstr("too many values for the memory"));
+}
+
+TEST(JSONOperator, AReplyWithoutARequestHasTheDefaultLimit) {
+    const auto isDecoded = [](std::size_t entries) {
+        std::string body = R"({"a":[{})";
+        for (std::size_t i = 1; i < entries; ++i)
+            body += ",{}";
+        const Response response({.status = 200,
+                                 .headers = {},
+                                 .body = body + "]}",
+                                 .effectiveURL = "https://api.example.com/",
+                                 .timings = {}});
+        EXPECT_EQ(response.policy(), HalvardSling::RequestPolicy());
+        std::optional<JSONDictionary> value;
+        HalvardSling::json(rxcpp::observable<>::just(response))
+            .subscribe([&](const JSONDictionary& each) { value = each; },
+                       [](const std::exception_ptr&) {});
+        return value.has_value();
+    };
+    EXPECT_TRUE(isDecoded(300'000));
+    EXPECT_FALSE(isDecoded(400'000));
+}
+
 }  // namespace

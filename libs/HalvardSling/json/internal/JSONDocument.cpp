@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <HalvardSling/json/internal/JSONDocument.hpp>
+#include <HalvardSling/json/internal/JSONNumber.hpp>
 #include <internal/Hex.hpp>
 
 namespace HalvardSling::internal {
@@ -56,8 +57,7 @@ JSONKind JSONView::jsonKind() const noexcept {
             return JSONKind::boolean;
         case Kind::integer:
             return JSONKind::integer;
-        case Kind::unsignedInteger:
-        case Kind::real:
+        case Kind::number:
             return JSONKind::number;
         case Kind::array:
             return JSONKind::array;
@@ -72,9 +72,8 @@ JSONKind JSONView::jsonKind() const noexcept {
 
 bool areEqual(JSONView left, JSONView right) {
     if (left.kind() != right.kind()) return false;
-    if (left.node->isText()) return left.text() == right.text();
-    if (left.kind() == Kind::real)
-        return std::bit_cast<double>(left.node->value) == std::bit_cast<double>(right.node->value);
+    if (left.kind() == Kind::number) return areEqualNumbers(left.text(), right.text());
+    if (left.node->hasCharacters()) return left.text() == right.text();
     if (left.node->value != right.node->value) return false;
     if (left.kind() == Kind::array) return areEqualArrays(left, right);
     return left.kind() != Kind::dictionary || areEqualDictionaries(left, right);
@@ -104,10 +103,9 @@ void appendText(std::string& out, std::string_view text) {
     out += '"';
 }
 
-template <class Number>
-void appendNumber(std::string& out, Number number) {
+void appendInteger(std::string& out, std::int64_t integer) {
     std::array<char, 32> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), integer).ptr;
     out.append(digits.data(), end);
 }
 
@@ -139,13 +137,10 @@ void append(std::string& out, JSONView value) {
             out += value.node->value != 0 ? "true" : "false";
             break;
         case Kind::integer:
-            appendNumber(out, std::bit_cast<std::int64_t>(value.node->value));
+            appendInteger(out, std::bit_cast<std::int64_t>(value.node->value));
             break;
-        case Kind::unsignedInteger:
-            appendNumber(out, value.node->value);
-            break;
-        case Kind::real:
-            appendNumber(out, std::bit_cast<double>(value.node->value));
+        case Kind::number:
+            out += value.text();
             break;
         case Kind::text:
         case Kind::key:

@@ -18,31 +18,24 @@ namespace HalvardSling::internal {
 /// dictionary stand the keys that its text repeats. Sizes are relative, so that a value can be
 /// copied to another document as it stands.
 struct JSONNode {
-    enum class Kind : std::uint8_t {
-        null,
-        boolean,
-        integer,
-        unsignedInteger,
-        real,
-        text,
-        key,
-        array,
-        dictionary
-    };
+    enum class Kind : std::uint8_t { null, boolean, integer, number, text, key, array, dictionary };
 
     constexpr JSONNode(Kind ofKind, std::uint64_t itsValue, bool isInStore = false) noexcept
         : kind(ofKind), inStore(isInStore), value(itsValue) {}
 
     Kind kind;
-    /// Where a text's characters are: in the source text, or in the document's own store.
+    /// Where the characters are, if it has any: in the source text, or in the document's own store.
     bool inStore;
     /// How many nodes the value takes, itself included.
     std::uint32_t extent = 1;
-    /// The number, the Boolean, a container's item count; of a text the place of its first
-    /// character in the lower half, its length in the upper half.
+    /// The integer, the Boolean, a container's item count; of characters the place of the first in
+    /// the lower half, how many there are in the upper half.
     std::uint64_t value;
 
-    [[nodiscard]] bool isText() const noexcept { return kind == Kind::text || kind == Kind::key; }
+    /// Whether it is kept as characters: a text, a key, a number that is no integer.
+    [[nodiscard]] bool hasCharacters() const noexcept {
+        return kind == Kind::text || kind == Kind::key || kind == Kind::number;
+    }
 
     [[nodiscard]] constexpr std::size_t textLength() const noexcept { return value >> 32U; }
 
@@ -73,7 +66,7 @@ struct JSONView {
     /// How many items an array has, how many members a dictionary.
     [[nodiscard]] std::size_t count() const noexcept { return node->value; }
 
-    /// The characters of a text or key.
+    /// The characters of a text, a key or a number that is no integer.
     [[nodiscard]] std::string_view text() const noexcept { return textOf(*node); }
 
     /// Another value of the same document.
@@ -135,7 +128,7 @@ class JSONDocument {
         const std::uint32_t end = node + other.nodes[node].extent;
         for (std::uint32_t at = node; at < end; ++at) {
             const JSONNode each = other.nodes[at];
-            if (each.isText())
+            if (each.hasCharacters())
                 appendText(each.kind, other.view(at).text());
             else
                 nodes.push_back(each);

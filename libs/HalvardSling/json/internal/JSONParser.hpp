@@ -11,9 +11,9 @@
 namespace HalvardSling::internal {
 
 /// Reads a JSON text whose top is a dictionary. No dictionary of the document holds a key twice.
-/// @param text      the document keeps it and refers to it
-/// @param maxDepth  deeper nesting is a failure
+/// @param text    the document keeps it and refers to it
+/// @param limits  a text that exceeds one of them is a failure
 [[nodiscard]] std::variant<std::shared_ptr<const JSONDocument>, JSONFailure> parseJSON(
-    std::shared_ptr<const std::string> text, std::size_t maxDepth);
+    std::shared_ptr<const std::string> text, const JSONLimits& limits);
 
 }  // namespace HalvardSling::internal
