@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <future>
 #include <mutex>
+#include <thread>
 
 #include <gmock/gmock.h>
 
@@ -98,6 +100,58 @@ TEST_F(HTTP2Test, LargeAndSmallRepliesAreWhole) {
         all.push_back(sent(request(i % 2 == 0 ? "/large" : "/small"), transport));
     for (std::size_t i = 0; i < all.size(); ++i)
         EXPECT_THAT(all[i], Answers(200, i % 2 == 0 ? std::string(5'000'000, 'x') : "small"));
+}
+
+/// Keeps every processor busy, so that other threads have their turn late.
+class BusyMachine {
+  public:
+    BusyMachine() {
+        for (unsigned i = 0; i < std::max(2U, std::thread::hardware_concurrency()); ++i)
+            threads_.emplace_back([this] {
+                while (!ended_)
+                    spin(10'000);
+            });
+    }
+    BusyMachine(const BusyMachine&) = delete;
+    BusyMachine(BusyMachine&&) = delete;
+    BusyMachine& operator=(const BusyMachine&) = delete;
+    BusyMachine& operator=(BusyMachine&&) = delete;
+    ~BusyMachine() {
+        ended_ = true;
+        for (auto& each : threads_)
+            each.join();
+    }
+
+  private:
+    std::atomic<bool> ended_{false};
+    std::vector<std::thread> threads_;
+};
+
+TEST_F(HTTP2Test, ManyLargeRepliesAreNoFloodOnABusyMachine) {
+    const BusyMachine busy;
+    std::vector<Responses> all;
+    for (int i = 0; i < 24; ++i)
+        all.push_back(sent(request("/large"), transport));
+    for (const auto& each : all)
+        EXPECT_THAT(each, Answers(200, std::string(5'000'000, 'x')));
+    EXPECT_EQ(std::ranges::count(logged(), false, &TransferLog::reusedConnection), 1);
+}
+
+TEST_F(HTTP2Test, WhatComesAfterUnsubscribingIsNoFloodOnABusyMachine) {
+    const BusyMachine busy;
+    const Responses whole = sent(request("/large"), transport);
+    for (int round = 0; round < 8; ++round) {
+        std::vector<Responses> open;
+        for (int i = 0; i < 8; ++i)
+            open.push_back(sent(request("/large"), transport));
+        ASSERT_THAT(sent(request("/small"), transport), Answers(200, "small"));
+        for (auto& each : open)
+            each.unsubscribe();
+    }
+    EXPECT_THAT(whole, Answers(200, std::string(5'000'000, 'x')));
+    const auto records = logged();
+    EXPECT_THAT(records, testing::Not(testing::Contains(
+                             testing::Field(&TransferLog::error, SlingErrorKind::connectionLost))));
 }
 
 /// Four requests over one connection, and replies that come in an order that nghttpd would not

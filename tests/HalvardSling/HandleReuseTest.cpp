@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include <HalvardSling/curl/internal/CurlExchangePool.hpp>
+#include <HalvardSling/curl/internal/CurlSockets.hpp>
 
 #include "CurlTransfers.hpp"
 
@@ -60,7 +61,8 @@ class HandleReuse : public testing::TestWithParam<HandleUse> {
     /// Sends these one after the other, without the transport; returns what a server receives.
     std::vector<std::string> received(const std::vector<TransportRequest>& requests) {
         const RawServer server(RawServer::answering(httpReply(200, "")));
-        CurlExchangePool pool(options, 1, GetParam());
+        CurlSockets sockets;
+        CurlExchangePool pool(options, sockets, 1, GetParam());
         for (auto request : requests) {
             request.url = server.url(request.url);
             const auto ready = checked(request);
@@ -98,7 +100,8 @@ TEST_P(HandleReuse, ARequestTakesNothingOverFromTheOneBeforeIt) {
 
 TEST_P(HandleReuse, AHandleWaitsForTheNextRequestOnlyIfItMayBeUsedAgain) {
     const RawServer server(RawServer::answering(httpReply(200, "")));
-    CurlExchangePool pool(options, 1, GetParam());
+    CurlSockets sockets;
+    CurlExchangePool pool(options, sockets, 1, GetParam());
     const auto request = checked(requestTo(server.url()));
     auto exchange = pool.take(request.url().origin());
     EXPECT_FALSE(exchange->prepare(request, {}, 1));

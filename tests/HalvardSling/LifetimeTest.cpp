@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <future>
 #include <string>
@@ -108,6 +110,42 @@ TEST(Idle, TheThreadWaitsAndNoTimeWakesIt) {
     });
     const pid_t transports = thread.get_future().get();
     EXPECT_TRUE(eventually([&] { return isWaitingWithoutEnd(transports); }));
+}
+
+/// Whether all threads but these come to wait for what no time brings.
+bool allWaitWithoutEnd(const std::vector<pid_t>& but) {
+    return eventually([&] {
+        return std::ranges::all_of(otherThreads(), [&](pid_t thread) {
+            return std::ranges::find(but, thread) != but.end() || isWaitingWithoutEnd(thread);
+        });
+    });
+}
+
+TEST(Idle, NoTimeWakesAnyOfItsThreads) {
+    const auto before = otherThreads();
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport();
+    ASSERT_THAT(sent(requestTo(server.url()), transport), Answers(200, "x"));
+    EXPECT_TRUE(allWaitWithoutEnd(before));
+}
+
+TEST(Idle, NoTimeWakesAnyOfItsThreadsWhileAServerThinks) {
+    const auto before = otherThreads();
+    const RawServer server(&neverAnswer);
+    const auto transport = curlTransport();
+    auto request = requestTo(server.url());
+    request.policy.connectTimeout = request.policy.totalTimeout = std::chrono::hours(500);
+    const Responses open = sent(request, transport);
+    ASSERT_TRUE(server.awaitRequests(1));
+    EXPECT_TRUE(allWaitWithoutEnd(before));
+}
+
+TEST(Lifetime, NoThreadRemains) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto before = otherThreads();
+    ASSERT_THAT(sent(requestTo(server.url()), curlTransport()), Answers(200, "x"));
+    // The server's thread for the connection ends with it.
+    EXPECT_TRUE(eventually([&] { return otherThreads() == before; }));
 }
 
 /// Runs the program that ends in a certain way.

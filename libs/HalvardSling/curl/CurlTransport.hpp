@@ -15,7 +15,7 @@ class TransferLoop;
 }
 
 /// Sends requests with libcurl, all on one thread of its own that starts with the first request
-/// and sleeps without any wake-up while nothing is open.
+/// and sleeps without any wake-up while nothing is open. A second thread watches over it.
 ///
 /// Connections are kept and used again; over TLS, HTTP/2 puts the requests for one host onto one
 /// connection. Peers are verified, TLS is 1.2 or later, the proxy and netrc settings of the
@@ -34,6 +34,10 @@ class TransferLoop;
 ///  - A redirect is followed by GET after 303, and after 301 and 302 where the method was POST,
 ///    otherwise by the same method and body. To another origin only GET and HEAD follow, with none
 ///    but the headers that `RequestPolicy::maxRedirects` names; never from https to http.
+///  - A server that floods its connections with what is for no request, and so keeps the thread
+///    busy, loses them after about 150 ms: its requests end with `connectionLost`, and for a second
+///    further ones with `cannotConnect`. Until then time limits, cancellations and other requests
+///    may be late by as much. On Linux; elsewhere nothing notices.
 ///  - It may be destroyed from inside a completion: the open transfers still end with `cancelled`,
 ///    on its thread, which then ends by itself; the exit of the process waits for that.
 class HALVARD_SLING_EXPORT CurlTransport final : public Transport {

@@ -29,7 +29,7 @@ void setUpCurl() {
 
 CurlEngine::CurlEngine(CurlTransport::Options options)
     : options_(std::move(options)),
-      exchanges_(options_, keptOf(options_),
+      exchanges_(options_, sockets_, keptOf(options_),
                  safeHandleUse(curl_version_info(CURLVERSION_NOW)->version_num)) {
     setUpCurl();
     multi_.reset(curl_multi_init());
@@ -111,7 +111,9 @@ bool CurlEngine::hasMore() noexcept {
 
 void CurlEngine::wait(std::chrono::milliseconds limit) noexcept {
     curl_waitfd woken{.fd = wakePipe_.descriptor(), .events = CURL_WAIT_POLLIN, .revents = 0};
+    watchdog_.noteRest();
     curl_multi_poll(multi_.get(), &woken, 1, static_cast<int>(limit.count()), nullptr);
+    watchdog_.noteWork();
     if (woken.revents != 0) wakePipe_.clear();
 }
 
@@ -119,6 +121,7 @@ void CurlEngine::shutDown() noexcept {
     running_.clear();
     exchanges_.clear();
     multi_.reset();
+    watchdog_.stop();
 }
 
 }  // namespace HalvardSling::internal

@@ -9,8 +9,10 @@
 #include <HalvardSling/curl/CurlTransport.hpp>
 #include <HalvardSling/curl/internal/CurlExchange.hpp>
 #include <HalvardSling/curl/internal/CurlExchangePool.hpp>
+#include <HalvardSling/curl/internal/CurlSockets.hpp>
 #include <HalvardSling/transport/internal/TransferEngine.hpp>
 #include <HalvardSling/transport/internal/WakePipe.hpp>
+#include <HalvardSling/transport/internal/Watchdog.hpp>
 
 namespace HalvardSling::internal {
 
@@ -46,10 +48,12 @@ class CurlEngine final : public TransferEngine {
 
     const CurlTransport::Options options_;
     const WakePipe wakePipe_;
+    CurlSockets sockets_;
     std::unique_ptr<CURLM, MultiCleanup> multi_;
     CurlExchangePool exchanges_;
     std::unordered_map<TransferID, Running> running_;
     bool leavesMore_ = false;  ///< whether a transfer left that did so, see `CurlExchange`
+    Watchdog watchdog_{CurlSockets::interval, [this](bool isAtWork) { sockets_.look(isAtWork); }};
 };
 
 }  // namespace HalvardSling::internal

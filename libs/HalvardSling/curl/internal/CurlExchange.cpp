@@ -6,6 +6,7 @@
 
 #include <HalvardSling/curl/internal/CurlExchange.hpp>
 #include <HalvardSling/curl/internal/CurlOptions.hpp>
+#include <HalvardSling/curl/internal/CurlSockets.hpp>
 #include <internal/ASCII.hpp>
 
 namespace HalvardSling::internal {
@@ -195,12 +196,14 @@ int CurlExchange::onSend(void* self, char*, char*, int, int) noexcept {
 
 std::size_t CurlExchange::onHeader(char* data, std::size_t, std::size_t size, void* self) noexcept {
     auto& exchange = *static_cast<CurlExchange*>(self);
+    exchange.handle_.sockets().noteDelivered(size);
     return exchange.taken([&] { return exchange.takeHeaderLine({data, size}); }) ? size : 0;
 }
 
 std::size_t CurlExchange::onBody(char* data, std::size_t, std::size_t size, void* self) noexcept {
     if (size == 0) return 0;
     auto& exchange = *static_cast<CurlExchange*>(self);
+    exchange.handle_.sockets().noteDelivered(size);
     return exchange.taken([&] { return exchange.takeBody({data, size}); }) ? size : 0;
 }
 

@@ -13,7 +13,8 @@ std::unique_ptr<CurlExchange> CurlExchangePool::take(const Origin& origin) {
         std::ranges::find_if(waiting_.rbegin(), waiting_.rend(),
                              [&origin](const auto& each) { return each->origin() == origin; });
     if (found == waiting_.rend())
-        return std::make_unique<CurlExchange>(CurlHandle(origin, options_), options_.userAgent);
+        return std::make_unique<CurlExchange>(CurlHandle(origin, options_, sockets_),
+                                              options_.userAgent);
     auto exchange = std::move(*found);
     waiting_.erase(std::next(found).base());
     return exchange;

@@ -15,10 +15,12 @@ namespace HalvardSling::internal {
 class CurlExchangePool {
   public:
     /// @param options  referred to
+    /// @param sockets  referred to
     /// @param kept     how many wait at most; the one that waited longest goes first
     /// @param use      how often a handle of libcurl is used
-    CurlExchangePool(const CurlTransport::Options& options, std::size_t kept, HandleUse use)
-        : options_(options), kept_(kept), use_(use) {}
+    CurlExchangePool(const CurlTransport::Options& options, CurlSockets& sockets, std::size_t kept,
+                     HandleUse use)
+        : options_(options), sockets_(sockets), kept_(kept), use_(use) {}
 
     /// One for an origin, one that waits or a new one.
     [[nodiscard]] std::unique_ptr<CurlExchange> take(const Origin& origin);
@@ -30,6 +32,7 @@ class CurlExchangePool {
 
   private:
     const CurlTransport::Options& options_;
+    CurlSockets& sockets_;
     std::size_t kept_;
     HandleUse use_;
     std::vector<std::unique_ptr<CurlExchange>> waiting_;  // in the order they came

@@ -3,6 +3,7 @@
 
 #include <HalvardSling/curl/internal/CurlHandle.hpp>
 #include <HalvardSling/curl/internal/CurlOptions.hpp>
+#include <HalvardSling/curl/internal/CurlSockets.hpp>
 
 namespace HalvardSling::internal {
 
@@ -47,10 +48,14 @@ HandleUse safeHandleUse(unsigned version) noexcept {
     return version < mended ? HandleUse::once : HandleUse::often;
 }
 
-CurlHandle::CurlHandle(Origin origin, const CurlTransport::Options& options)
-    : options_(options), origin_(std::move(origin)), parts_(curl_url()) {
+CurlHandle::CurlHandle(Origin origin, const CurlTransport::Options& options, CurlSockets& sockets)
+    : options_(options),
+      sockets_(sockets),
+      origin_(std::move(origin)),
+      originText_(origin_.text()),
+      parts_(curl_url()) {
     const auto parsed =
-        curl_url_set(parts_.get(), CURLUPART_URL, origin_.text().c_str(), CURLU_DISALLOW_USER);
+        curl_url_set(parts_.get(), CURLUPART_URL, originText_.c_str(), CURLU_DISALLOW_USER);
     if (!parts_ || parsed == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
     if (parsed != CURLUE_OK) parts_.reset();
 }
@@ -62,10 +67,28 @@ CurlOptions CurlHandle::setUp() {
     CurlOptions set(easy_.get());
     setSafety(set, isSecure, options_);
     setConnection(set, isSecure);
+    setSockets(set);
     // A proxy is asked for the whole URL if the request is not tunnelled through it.
     if (options_.proxy.empty()) set(CURLOPT_CURLU, parts_.get());
     if (!parts_) set.fail(CURLE_URL_MALFORMAT);
     return set;
+}
+
+void CurlHandle::setSockets(CurlOptions& set) {
+    set(CURLOPT_OPENSOCKETFUNCTION, &CurlHandle::onOpenSocket);
+    set(CURLOPT_OPENSOCKETDATA, static_cast<void*>(this));
+    // The connection may outlive the handle.
+    set(CURLOPT_CLOSESOCKETFUNCTION, &CurlHandle::onCloseSocket);
+    set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(&sockets_));
+}
+
+curl_socket_t CurlHandle::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
+    auto& handle = *static_cast<CurlHandle*>(self);
+    return handle.sockets_.open(handle.originText_, *address);
+}
+
+int CurlHandle::onCloseSocket(void* sockets, curl_socket_t descriptor) noexcept {
+    return static_cast<CurlSockets*>(sockets)->close(descriptor);
 }
 
 void CurlHandle::setURL(CurlOptions& set, const URL& url) const {

@@ -13,6 +13,7 @@
 namespace HalvardSling::internal {
 
 class CurlOptions;
+class CurlSockets;
 
 /// How often one of libcurl's easy handles sends a request.
 enum class HandleUse { once, often };
@@ -32,7 +33,8 @@ class CurlHandle {
     static constexpr std::size_t receiveBufferBytes = 256UL * 1024;
 
     /// @param options  referred to
-    CurlHandle(Origin origin, const CurlTransport::Options& options);
+    /// @param sockets  has those of its connections; referred to
+    CurlHandle(Origin origin, const CurlTransport::Options& options, CurlSockets& sockets);
 
     /// Makes a new handle and sets all that is the same for every request to the origin.
     /// @return sets options of the new handle; failed if libcurl refuses something that a safe
@@ -47,12 +49,19 @@ class CurlHandle {
 
     [[nodiscard]] const Origin& origin() const noexcept { return origin_; }
 
+    [[nodiscard]] CurlSockets& sockets() const noexcept { return sockets_; }
+
     /// Sets the URL of the next request.
     /// @param set  sets options of `easy`
     /// @param url  one of the handle's origin
     void setURL(CurlOptions& set, const URL& url) const;
 
   private:
+    static curl_socket_t onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept;
+    static int onCloseSocket(void* sockets, curl_socket_t descriptor) noexcept;
+
+    void setSockets(CurlOptions& set);
+
     struct EasyCleanup {
         void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
     };
@@ -61,7 +70,9 @@ class CurlHandle {
     };
 
     const CurlTransport::Options& options_;
+    CurlSockets& sockets_;
     Origin origin_;
+    std::string originText_;
     std::unique_ptr<CURLU, PartsCleanup> parts_;  // of the origin
     std::unique_ptr<CURL, EasyCleanup> easy_;     // goes first, for it refers to the parts
 };
