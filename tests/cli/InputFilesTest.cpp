@@ -146,9 +146,8 @@ TEST_F(InputFiles, TheSecondSignalEndsWhatTheFirstDoesNot) {
             list += (entry > 0 ? R"(,{"id":"v")" : R"({"id":"v")") + std::string(R"(})");
         list += "]}";
         while (const auto request = connection.readRequest())
-            connection.send(httpReply(200, request->starts_with("POST")
-                                               ? R"({"profileId":"p","token":"t"})"
-                                               : list));
+            connection.send(httpReply(
+                200, request->starts_with("POST") ? R"({"profileId":"p","token":"t"})" : list));
     });
     write(configuration,
           R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"

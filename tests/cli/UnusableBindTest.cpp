@@ -46,10 +46,15 @@ class UnusableBind : public CommandLine {
 };
 
 /// Binds that no header can carry; the parts of JSON texts.
-const std::vector<std::string> spoiltTokens{
-    R"(s3cret\r\nX-Evil: 1)", R"(s3cret\n)", R"(s3cret\u0000)", "s3cret\xC3\xB6",
-    "s3cret ",                " s3cret",     R"(\ts3cret)",     R"(s3cret\u007f)",
-    "s3cret" + std::string(2'000'000, 'x')};
+const std::vector<std::string> spoiltTokens{R"(s3cret\r\nX-Evil: 1)",
+                                            R"(s3cret\n)",
+                                            R"(s3cret\u0000)",
+                                            "s3cret\xC3\xB6",
+                                            "s3cret ",
+                                            " s3cret",
+                                            R"(\ts3cret)",
+                                            R"(s3cret\u007f)",
+                                            "s3cret" + std::string(2'000'000, 'x')};
 
 TEST_F(UnusableBind, AsAReplyIsRefusedNamingItsFieldAndIsForgotten) {
     const std::string good = bindService.bind;
