@@ -5,7 +5,6 @@
 #include <iostream>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <unordered_set>
 #include <utility>
@@ -20,6 +19,7 @@
 #include <kestrin-profile-server/http/HttpServer.hpp>
 #include <kestrin-profile-server/http/MemoryBudget.hpp>
 #include <kestrin-profile-server/http/RequestParser.hpp>
+#include <kestrin-profile-server/http/StartedThread.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -78,7 +78,7 @@ class Worker {
     Worker& operator=(const Worker&) = delete;
 
     void start() {
-        thread_ = std::thread([this] { runUntilDone(context); });
+        thread_ = startedThread([this] { runUntilDone(context); });
     }
     /// Lets the running requests finish; the thread ends after them.
     void finish();
@@ -318,17 +318,12 @@ class HttpServer::Implementation {
         for (unsigned index = 0; index < settings.threads; ++index) {
             workers_.push_back(std::make_unique<Worker>(database, dispatcher, settings, budget_));
         }
-        try {
-            for (auto& worker : workers_)
-                worker->start();
-            thread_ = std::thread([this] {
-                accept();
-                runUntilDone(context_);
-            });
-        } catch (const std::system_error& failure) {
-            throw StartError("cannot start a thread: " + failure.code().message() +
-                             ". Choose fewer --threads, or end other programs.");
-        }
+        for (auto& worker : workers_)
+            worker->start();
+        thread_ = startedThread([this] {
+            accept();
+            runUntilDone(context_);
+        });
     }
     ~Implementation() { stop(); }
     Implementation(const Implementation&) = delete;

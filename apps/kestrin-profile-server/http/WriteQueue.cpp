@@ -3,12 +3,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include <kestrin-profile-server/http/StartedThread.hpp>
 #include <kestrin-profile-server/http/WriteQueue.hpp>
 
 namespace KestrinProfileServer {
 
 WriteQueue::WriteQueue(const std::filesystem::path& file)
-    : connection_(file, Connection::Mode::readWrite), thread_([this] { serve(); }) {}
+    : connection_(file, Connection::Mode::readWrite), thread_(startedThread([this] { serve(); })) {}
 
 WriteQueue::~WriteQueue() {
     {
