@@ -246,6 +246,7 @@ struct TopLevel {
 struct Service {
     WebService service;
     const TopLevel& top;
+    std::set<std::string> headerNames;  ///< in small letters
 };
 
 RequestPolicy& policyOf(TopLevel& top) {
@@ -322,7 +323,8 @@ Refusal storeHeader(Service& target, std::string_view name, std::string_view val
     if (!Headers::isValidName(name)) return "has a name that no header may have";
     if (!Headers::isValidValue(value))
         return "has a character in its value that no header may carry";
-    if (headers.value(name)) return "names a header that is there already in other letter case";
+    if (!target.headerNames.insert(loweredText(name)).second)
+        return "names a header that is there already in other letter case";
     headers.add(name, value);
     return std::nullopt;
 }
@@ -364,7 +366,7 @@ void readService(const Location& location, const JSONDictionary& services,
     if (operation.empty()) location.report("has an empty name, expected the name of an operation");
     const auto content = services.dictionary(operation);
     if (!content) return location.report(mismatch(services.kind(operation), "a dictionary"));
-    Service reading{top.prototype, top};
+    Service reading{top.prototype, top, {}};
     reading.service.operation = operation;
     readKeys<Service>(location, *content, serviceKeys, reading);
     table.add(std::move(reading.service));

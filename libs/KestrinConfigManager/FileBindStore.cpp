@@ -40,7 +40,7 @@ FileDescriptor opened(const std::filesystem::path& path, int flags, mode_t mode 
 /// Whether a file has no name any more.
 bool isRemoved(const FileDescriptor& file) {
     struct stat status{};
-    return ::fstat(file.number(), &status) != 0 || status.st_nlink == 0;
+    return ::fstat(file.number(), &status) == 0 && status.st_nlink == 0;
 }
 
 /// Takes the advisory lock unless somebody else has it; it goes with the file.

@@ -10,6 +10,7 @@ std::atomic<std::uint64_t> calls{0};
 
 // What the compiler calls in a function that is compiled with -finstrument-functions.
 extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the compiler names them.
 [[gnu::no_instrument_function]] void __cyg_profile_func_enter(void* function, void* caller);
 [[gnu::no_instrument_function]] void __cyg_profile_func_exit(void* function, void* caller);
 
@@ -18,6 +19,7 @@ void __cyg_profile_func_enter(void* /*function*/, void* /*caller*/) {
 }
 
 void __cyg_profile_func_exit(void* /*function*/, void* /*caller*/) {}
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 }
 
 namespace TestSupport {

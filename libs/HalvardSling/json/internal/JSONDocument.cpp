@@ -70,6 +70,33 @@ JSONKind JSONView::jsonKind() const noexcept {
     return JSONKind::text;
 }
 
+/// Whether a member of this dictionary begins here, and has this key. Behind the members stand the
+/// repeated keys, which no value follows.
+bool JSONView::isMember(const JSONNode* member, std::string_view key) const noexcept {
+    return member + 1 < node->next() && member[1].kind != Kind::key &&
+           member->textLength() == key.size() && textOf(*member) == key;
+}
+
+const JSONNode* JSONView::findInTable(std::string_view key) const noexcept {
+    const JSONNode* const nodes = document->nodes.data();
+    const std::uint32_t dictionary = document->indexOf(node);
+    const auto found = [&](const JSONNode* member) {
+        document->lookup.remember({dictionary, document->indexOf(member)});
+        return member + 1;
+    };
+    if (const auto last = document->lookup.last();
+        last.member != 0 && last.dictionary == dictionary) {
+        const JSONNode* const member = nodes + last.member;
+        if (isMember(member, key)) return member + 1;
+        const JSONNode* const following = member[1].next();
+        if (isMember(following, key)) return found(following);
+    }
+    const JSONNode* member = node + 1;
+    for (std::size_t left = count(); left > 0; --left, member = member[1].next())
+        if (isMember(member, key)) return found(member);
+    return nullptr;
+}
+
 bool areEqual(JSONView left, JSONView right) {
     if (left.kind() != right.kind()) return false;
     if (left.kind() == Kind::number) return areEqualNumbers(left.text(), right.text());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -80,6 +81,8 @@ struct JSONView {
 
     /// The value under a dictionary's key; null if there is none.
     [[nodiscard]] const JSONNode* find(std::string_view key) const noexcept {
+        constexpr std::size_t largestRecord = 32;
+        if (count() > largestRecord) return findInTable(key);
         const JSONNode* member = node + 1;
         for (std::size_t left = count(); left > 0; --left) {
             if (member->textLength() == key.size() && textOf(*member) == key) return member + 1;
@@ -89,7 +92,37 @@ struct JSONView {
     }
 
   private:
+    [[nodiscard]] const JSONNode* findInTable(std::string_view key) const noexcept;
+    [[nodiscard]] bool isMember(const JSONNode* member, std::string_view key) const noexcept;
     [[nodiscard]] std::string_view textOf(const JSONNode& of) const noexcept;
+};
+
+/// Where the last look-up in a large dictionary found its key: the next one is tried there and
+/// right behind it first, so that looking up every key in turn goes through the dictionary once.
+/// Threads may overwrite each other's. A copy begins without.
+class JSONLookup {
+  public:
+    struct Place {
+        std::uint32_t dictionary;
+        std::uint32_t member;  ///< its key; 0: none
+    };
+
+    JSONLookup() = default;
+    JSONLookup(const JSONLookup& /*other*/) noexcept {}
+    JSONLookup& operator=(const JSONLookup& /*other*/) noexcept { return *this; }
+    ~JSONLookup() = default;
+
+    [[nodiscard]] Place last() const noexcept {
+        const std::uint64_t both = place_.load(std::memory_order_relaxed);
+        return {static_cast<std::uint32_t>(both >> 32U), static_cast<std::uint32_t>(both)};
+    }
+    void remember(Place place) noexcept {
+        place_.store(std::uint64_t{place.dictionary} << 32U | place.member,
+                     std::memory_order_relaxed);
+    }
+
+  private:
+    std::atomic<std::uint64_t> place_ = 0;
 };
 
 /// Equal whatever the order of a dictionary's keys.
@@ -106,6 +139,7 @@ class JSONDocument {
     std::vector<JSONNode> nodes;
     std::shared_ptr<const std::string> source;  ///< null if it was built
     std::string store;                          ///< texts that do not stand in the source
+    mutable JSONLookup lookup;
 
     [[nodiscard]] JSONView view(std::uint32_t node) const noexcept {
         return {nodes.data() + node, this};
