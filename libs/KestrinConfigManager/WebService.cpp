@@ -5,6 +5,7 @@
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinConfigManager/internal/BodyFormNames.hpp>
+#include <KestrinConfigManager/internal/RequestPolicyOptions.hpp>
 
 namespace KestrinConfigManager {
 
@@ -54,6 +55,14 @@ Observable<Response> failing(const std::exception_ptr& error) {
 
 std::string_view name(BodyForm form) noexcept {
     return internal::bodyFormNames.at(static_cast<std::size_t>(form));
+}
+
+std::vector<std::pair<std::string_view, std::int64_t>> configuredValues(
+    const HalvardSling::RequestPolicy& policy) {
+    std::vector<std::pair<std::string_view, std::int64_t>> values;
+    for (const auto& option : internal::requestPolicyOptions)
+        values.emplace_back(option.key, option.get(policy));
+    return values;
 }
 
 std::optional<Observable<Response>> WebService::configurationGuard(const APIParams& params) const {

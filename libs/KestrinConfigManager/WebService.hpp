@@ -1,11 +1,14 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <HalvardSling/http/Headers.hpp>
 #include <HalvardSling/http/RequestPolicy.hpp>
@@ -28,6 +31,11 @@ enum class BodyForm {
 
 /// The name that a body form has in a configuration file, e.g. "automatic".
 [[nodiscard]] KESTRIN_CONFIG_MANAGER_EXPORT std::string_view name(BodyForm form) noexcept;
+
+/// What a policy says that a configuration file can say, under the keys that it has there and in
+/// the units that these name.
+[[nodiscard]] KESTRIN_CONFIG_MANAGER_EXPORT std::vector<std::pair<std::string_view, std::int64_t>>
+configuredValues(const HalvardSling::RequestPolicy& policy);
 
 /// One operation of the web service: where its requests go and under which rules.
 struct KESTRIN_CONFIG_MANAGER_EXPORT WebService {

@@ -142,6 +142,12 @@ TEST(Configuration, EverythingInItReachesTheSnapshot) {
     EXPECT_EQ(service->policy.maxBodyBytes, 30U);
     EXPECT_EQ(service->policy.maxHeaderBytes, 40U);
     EXPECT_EQ(service->policy.maxRedirects, 5);
+    EXPECT_THAT(configuredValues(service->policy),
+                testing::UnorderedElementsAre(testing::Pair("connectTimeoutMilliseconds", 10),
+                                              testing::Pair("totalTimeoutMilliseconds", 20),
+                                              testing::Pair("maxBodyBytes", 30),
+                                              testing::Pair("maxHeaderBytes", 40),
+                                              testing::Pair("maxRedirects", 5)));
     EXPECT_FALSE(service->enabled);
     EXPECT_TRUE(service->strictIdentifiers);
     EXPECT_FALSE(service->policy.allowsCleartext);

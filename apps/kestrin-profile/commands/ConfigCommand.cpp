@@ -7,7 +7,6 @@
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/WebService.hpp>
-#include <KestrinConfigManager/internal/RequestPolicyOptions.hpp>
 #include <KestrinProfile/service/ConfigurationCheck.hpp>
 
 #include "../CurlCommand.hpp"
@@ -109,8 +108,8 @@ JSONDictionary toJSON(const WebService& service) {
     result.setText("body", name(service.body));
     result.setDictionary("headers", headersOf(service));
     result.setDictionary("query", queryOf(service));
-    for (const auto& option : KestrinConfigManager::internal::requestPolicyOptions)
-        result.setInteger(option.key, option.get(service.policy));
+    for (const auto& [key, value] : configuredValues(service.policy))
+        result.setInteger(key, value);
     result.setBoolean("enabled", service.enabled);
     return result;
 }
