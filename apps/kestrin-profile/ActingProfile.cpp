@@ -102,9 +102,11 @@ std::optional<User> Household::seek(const std::string& nameOrID) const {
 AnonymousBind bindFor(Session& session, const std::string& profileID) {
     if (session.options.dryRun)
         ConfigurationManager::sharedInstance().storeBind({profileID, std::string(unknownToken)});
-    if (auto held = usableBind(profileID)) return *std::move(held);
-    auto bind = session.waitFor(Profile().requestAnonymousBind(profileID));
-    session.saveBinds();
+    auto held = usableBind(profileID);
+    auto bind =
+        held ? *std::move(held) : session.waitFor(Profile().requestAnonymousBind(profileID));
+    if (!session.options.dryRun) session.terminal.hide(bind.token);
+    if (!held) session.saveBinds();
     return bind;
 }
 

@@ -6,7 +6,9 @@
 
 #include <HalvardSling/curl/CurlTransport.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinConfigManager/WebService.hpp>
 
+#include "CurlCommand.hpp"
 #include "Paths.hpp"
 #include "PrivateDirectories.hpp"
 
@@ -59,8 +61,16 @@ void Session::configure() {
                             "name a configuration with --config FILE, or write one with "
                             "kestrin-profile-server --write-config FILE"});
 
+    hideSecrets(*manager.currentConfiguration());
     if (!options.dryRun) loadBinds(bindFileFor(file));
     HalvardSling::setDefaultTransport(newTransport());
+}
+
+void Session::hideSecrets(const KestrinConfigManager::Configuration& configuration) {
+    if (!configuration.services) return;
+    for (const auto& [operation, service] : *configuration.services)
+        for (const auto& [name, value] : service.headers)
+            if (!isPublicHeader(name)) terminal.hide(std::string(value));
 }
 
 void Session::loadBinds(const fs::path& file) {

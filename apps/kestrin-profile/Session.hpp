@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <HalvardSling/rx/Observable.hpp>
+#include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
 
 #include "DryRun.hpp"
@@ -64,6 +65,7 @@ class Session {
     void saveBinds();
 
   private:
+    void hideSecrets(const KestrinConfigManager::Configuration& configuration);
     /// @param file  relative to the state directory
     void loadBinds(const std::filesystem::path& file);
     [[nodiscard]] std::shared_ptr<HalvardSling::Transport> newTransport() const;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace KestrinProfileCLI {
 
@@ -68,8 +69,23 @@ Terminal::Terminal()
       outHasColours_(hasColours(STDOUT_FILENO)),
       errHasColours_(hasColours(STDERR_FILENO)) {}
 
+void Terminal::hide(std::string secret) {
+    constexpr std::size_t shortest = 8;
+    if (secret.size() < shortest) return;
+    const std::scoped_lock lock(mutex_);
+    secrets_.insert(std::move(secret));
+}
+
+std::string Terminal::withoutSecrets(std::string_view text) const {
+    const std::scoped_lock lock(mutex_);
+    std::string result(text);
+    for (const auto& secret : secrets_)
+        result = replaced(std::move(result), secret, "***");
+    return result;
+}
+
 void Terminal::line(std::string_view text) const {
-    print(stdout, text);
+    print(stdout, withoutSecrets(text));
 }
 
 void Terminal::json(const HalvardSling::JSONDictionary& document) const {
@@ -98,7 +114,7 @@ void Terminal::progress(std::string_view text) const {
 }
 
 void Terminal::note(std::string_view text) const {
-    print(stderr, text);
+    print(stderr, withoutSecrets(text));
 }
 
 void Terminal::ask(std::string_view question) const {

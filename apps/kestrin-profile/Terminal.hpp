@@ -1,5 +1,7 @@
 #pragma once
 
+#include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +20,11 @@ enum class Style { plain, strong, good, bad, faint };
 class Terminal {
   public:
     Terminal();
+
+    /// From now on a text is shown as "***" wherever it occurs: a token, for example, that a
+    /// service repeats in what it says about an error. Ignores what is too short to be a secret.
+    /// May be called while other threads print.
+    void hide(std::string secret);
 
     /// Prints a line of a result.
     void line(std::string_view text) const;
@@ -64,6 +71,10 @@ class Terminal {
     [[nodiscard]] std::string styled(Style style, std::string_view text) const;
 
   private:
+    [[nodiscard]] std::string withoutSecrets(std::string_view text) const;
+
+    mutable std::mutex mutex_;
+    std::set<std::string> secrets_;
     bool inIsTerminal_;
     bool outIsCapable_;
     bool errIsTerminal_;

@@ -47,10 +47,12 @@ TEST(ConfigurationGrowth, ReadingTakesAsMuchWorkAsThereIsToRead) {
         {"services",
          [](int count) { return withServices(members(count, "s", R"({"url":"https://a/v1"})")); },
          true},
-        {"services that are none",
-         [](int count) { return withServices(members(count, "s", "1")); }, false},
+        {"services that are none", [](int count) { return withServices(members(count, "s", "1")); },
+         false},
         {"headers",
-         [](int count) { return withService(R"("headers":{)" + members(count, "h", "\"v\"") + "}"); },
+         [](int count) {
+             return withService(R"("headers":{)" + members(count, "h", "\"v\"") + "}");
+         },
          true},
         {"headers that are none",
          [](int count) { return withService(R"("headers":{)" + members(count, "h", "1") + "}"); },
@@ -77,8 +79,7 @@ TEST(ConfigurationGrowth, ReadingTakesAsMuchWorkAsThereIsToRead) {
         const double growth = growthOfCalls(
             [&](int count) {
                 const auto result = parseConfiguration(each.text(count));
-                EXPECT_EQ(std::holds_alternative<Configuration>(result), each.isSound)
-                    << each.name;
+                EXPECT_EQ(std::holds_alternative<Configuration>(result), each.isSound) << each.name;
             },
             amount);
         EXPECT_GT(growth, 1) << "nothing is counted of " << each.name;

@@ -142,7 +142,7 @@ TEST(Configuration, EverythingInItReachesTheSnapshot) {
     EXPECT_EQ(service->policy.maxBodyBytes, 30U);
     EXPECT_EQ(service->policy.maxHeaderBytes, 40U);
     EXPECT_EQ(service->policy.maxRedirects, 5);
-    EXPECT_THAT(configuredValues(service->policy),
+    EXPECT_THAT(KestrinConfigManager::configuredValues(service->policy),
                 testing::UnorderedElementsAre(testing::Pair("connectTimeoutMilliseconds", 10),
                                               testing::Pair("totalTimeoutMilliseconds", 20),
                                               testing::Pair("maxBodyBytes", 30),

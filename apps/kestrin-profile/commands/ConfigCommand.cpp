@@ -108,7 +108,7 @@ JSONDictionary toJSON(const WebService& service) {
     result.setText("body", name(service.body));
     result.setDictionary("headers", headersOf(service));
     result.setDictionary("query", queryOf(service));
-    for (const auto& [key, value] : configuredValues(service.policy))
+    for (const auto& [key, value] : KestrinConfigManager::configuredValues(service.policy))
         result.setInteger(key, value);
     result.setBoolean("enabled", service.enabled);
     return result;
