@@ -48,7 +48,8 @@ struct ProgressScale {
 Row progressCells(const UserProfileElement& element, const ProgressScale& scale) {
     const bool completed = element.isCompleted.value_or(false);
     if (!element.progress) return {"-", completed ? bar(1, 1) : "", completed ? "completed" : ""};
-    return {fmt::format("{:>{}}", durationText(*element.progress), scale.columns),
+    const std::string time = durationText(*element.progress);
+    return {std::string(scale.columns - std::min(scale.columns, time.size()), ' ') + time,
             completed ? bar(1, 1) : bar(*element.progress, scale.longest),
             completed ? "completed" : ""};
 }

@@ -152,15 +152,17 @@ TEST_F(Canary, TheSecretsAreSentAndKeptSoThatTheyCouldBeFound) {
 
 TEST_F(Canary, NoCommandShowsOrKeepsASecretWhateverTheServiceSays) {
     configureFor(server.url(""));
-    bool json = false;
+    // Every command meets some services of each kind; all with all would take minutes.
+    constexpr std::size_t share = 3;
+    std::size_t first = 0;
     for (const Service& each : services(server.url(""))) {
         SCOPED_TRACE(each.name);
         current = each;
         fs::remove(bindFile());
-        for (auto arguments : commands) {
-            json = !json;
+        for (std::size_t command = first++ % share; command < commands.size(); command += share) {
+            auto arguments = commands[command];
             arguments.emplace_back("-v");
-            if (json) arguments.emplace_back("--json");
+            if (command / share % 2 == 0) arguments.emplace_back("--json");
             expectNoTrace(std::move(arguments));
         }
     }

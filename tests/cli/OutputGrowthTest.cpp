@@ -1,5 +1,7 @@
-#include <optional>
+#include <chrono>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -65,6 +67,17 @@ TEST_F(OutputGrowth, AHouseholdTakesAsMuchWorkAsItHasProfiles) {
         EXPECT_GT(growth, 1) << "nothing is counted";
         EXPECT_LT(growth, mostGrowth) << json;
     }
+}
+
+TEST_F(OutputGrowth, ASignalEndsIt) {
+    const std::vector<User> users(2, User("id"));
+    ASSERT_FALSE(linesOf(session, list(2), {"VIDEO", true, true}).empty());
+    ASSERT_FALSE(linesOf(session, users).empty());
+    ::kill(::getpid(), SIGTERM);
+    ASSERT_FALSE(interruption.pause(std::chrono::hours(1))) << "the signal did not come";
+    EXPECT_THROW(static_cast<void>(linesOf(session, list(2), {"VIDEO", true, true})),
+                 KestrinProfileCLI::CommandError);
+    EXPECT_THROW(static_cast<void>(linesOf(session, users)), KestrinProfileCLI::CommandError);
 }
 
 }  // namespace
