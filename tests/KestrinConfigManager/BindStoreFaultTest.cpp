@@ -222,7 +222,7 @@ TEST_F(BindStoreFault, WhatIsInterruptedIsDoneAgain) {
 }
 
 TEST_F(BindStoreFault, WhatIsWrittenInPiecesIsWhole) {
-    for (const std::size_t most : {1, 7, 4096}) {
+    for (const std::size_t most : {1U, 7U, 4096U}) {
         FileBindStore store(file);
         fault.mostBytes = most;
         store.save(held(2, "p", std::string(10'000, 'x')));

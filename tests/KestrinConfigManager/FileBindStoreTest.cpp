@@ -166,7 +166,7 @@ TEST_F(FileBindStoreTest, TheGreatestRevisionOfAFileDoesNotSpoilWhatIsSavedAfter
     ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
     ASSERT_EQ(loaded().held.revision, greatest);
     FileBindStore store(file);
-    for (const std::uint64_t more : {1, 2, 3}) {
+    for (const std::uint64_t more : {1U, 2U, 3U}) {
         store.save(held(greatest + more, "p", numbered("t", more)));
         EXPECT_EQ(store.flush(), std::nullopt);
         const auto result = loaded();
