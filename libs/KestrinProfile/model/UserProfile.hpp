@@ -12,6 +12,11 @@
 
 namespace KestrinProfile {
 
+struct UserProfile;
+
+/// Equal in all fields; absent `elements` differ from empty ones.
+KESTRIN_PROFILE_EXPORT bool operator==(const UserProfile& left, const UserProfile& right);
+
 /// One of a profile's lists, as the service returned it. It is made only by its readers, and never
 /// sent: `serialized` is the default that every record has, absent.
 struct KESTRIN_PROFILE_EXPORT UserProfile : KestrinConfigManager::Serializable {
@@ -43,7 +48,6 @@ struct KESTRIN_PROFILE_EXPORT UserProfile : KestrinConfigManager::Serializable {
     /// descriptions as one quoted text. No brace closes it.
     [[nodiscard]] std::string description() const;
 
-    /// Equal in all fields; absent `elements` differ from empty ones.
     friend bool operator==(const UserProfile& left, const UserProfile& right);
 
   private:

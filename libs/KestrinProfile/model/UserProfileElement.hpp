@@ -12,6 +12,13 @@
 
 namespace KestrinProfile {
 
+struct UserProfileElement;
+
+/// Equal in all fields. Time stamps are equal if `DateFormatter::iso8601()` writes the same
+/// text for both: within the same millisecond.
+KESTRIN_PROFILE_EXPORT bool operator==(const UserProfileElement& left,
+                                       const UserProfileElement& right);
+
 /// One entry of a profile's list: a video of the history, a favourite show, a video to watch.
 ///
 /// It has three dictionary forms. The one for requests tells the service only which item it is and
@@ -85,8 +92,6 @@ struct KESTRIN_PROFILE_EXPORT UserProfileElement : KestrinConfigManager::Seriali
     /// The entry for people and logs, on six lines after an empty one.
     [[nodiscard]] std::string description() const;
 
-    /// Equal in all fields. Time stamps are equal if `DateFormatter::iso8601()` writes the same
-    /// text for both: within the same millisecond.
     friend bool operator==(const UserProfileElement& left, const UserProfileElement& right);
 
   private:

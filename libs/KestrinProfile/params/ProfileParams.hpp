@@ -14,6 +14,12 @@
 
 namespace KestrinProfile {
 
+class ProfileParams;
+
+/// Compares everything but `elements` and `userName`: two records that differ only in those
+/// are equal.
+KESTRIN_PROFILE_EXPORT bool operator==(const ProfileParams& left, const ProfileParams& right);
+
 /// The parameters of every operation on a list (history, favourites, watch list) and of the check
 /// of a profile name. Fill in what the operation needs; `Profile` sets the operation, and the
 /// content kind if the operation decides it, on a copy.
@@ -71,8 +77,6 @@ class KESTRIN_PROFILE_EXPORT ProfileParams final : public KestrinConfigManager::
     /// Whether there is a bind, a brand, and what the operation needs.
     [[nodiscard]] bool hasValidParams() const override;
 
-    /// Compares everything but `elements` and `userName`: two records that differ only in those
-    /// are equal.
     friend bool operator==(const ProfileParams& left, const ProfileParams& right);
 
   private:

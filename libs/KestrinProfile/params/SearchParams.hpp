@@ -11,6 +11,11 @@
 
 namespace KestrinProfile {
 
+class SearchParams;
+
+/// Equal in all five fields.
+KESTRIN_PROFILE_EXPORT bool operator==(const SearchParams& left, const SearchParams& right);
+
 /// The parameters of the two operations on the search history. The search text travels in the URL;
 /// the body is always the same.
 class KESTRIN_PROFILE_EXPORT SearchParams final : public KestrinConfigManager::APIParams {
@@ -60,7 +65,6 @@ class KESTRIN_PROFILE_EXPORT SearchParams final : public KestrinConfigManager::A
     /// Whether there is a bind, an operation and a brand.
     [[nodiscard]] bool hasValidParams() const override;
 
-    /// Equal in all five fields.
     friend bool operator==(const SearchParams& left, const SearchParams& right);
 
   private:
