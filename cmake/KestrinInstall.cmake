@@ -24,7 +24,7 @@ endfunction()
 # keeps them to itself.
 set(private_dependencies "")
 if(NOT BUILD_SHARED_LIBS AND KESTRIN_TRANSPORT STREQUAL "curl")
-    set(private_dependencies CURL)
+    set(private_dependencies CURL ZLIB)
 endif()
 if(KESTRIN_OWN_PLATFORM)
     kestrin_install_package(HalvardMorrow)

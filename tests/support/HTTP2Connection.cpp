@@ -51,6 +51,17 @@ bool HTTP2Connection::sendHead(std::uint32_t stream, std::size_t bodySize) {
     return send(frame(headersType, endHeadersFlag, stream, fields));
 }
 
+bool HTTP2Connection::sendHeadWithoutLength(std::uint32_t stream, std::string_view fields) {
+    return send(frame(headersType, endHeadersFlag, stream, '\x88' + std::string(fields)));
+}
+
+std::string HTTP2Connection::field(std::string_view name, std::string_view value) {
+    std::string result(1, '\0');  // a text under a name of its own
+    for (const auto text : {name, value})
+        result.append(1, static_cast<char>(text.size())).append(text);
+    return result;
+}
+
 std::string HTTP2Connection::data(std::uint32_t stream, std::string_view bytes, Ends ends) {
     return frame(dataType, ends == Ends::yes ? endStreamFlag : noFlag, stream, bytes);
 }

@@ -25,6 +25,14 @@ class HTTP2Connection {
     /// Begins a reply with status 200 and a body of so many bytes.
     bool sendHead(std::uint32_t stream, std::size_t bodySize);
 
+    /// Begins a reply with status 200 that does not say how long its body is.
+    /// @param fields  further header fields, made by `field`
+    bool sendHeadWithoutLength(std::uint32_t stream, std::string_view fields = {});
+
+    /// A header field of a head.
+    /// @param name   in lower case; like the value, shorter than 127 bytes
+    [[nodiscard]] static std::string field(std::string_view name, std::string_view value);
+
     /// Sends frames as one TLS record where they fit into 16 KiB. False where the peer has closed.
     bool send(std::string_view frames) { return connection_.send(frames); }
 

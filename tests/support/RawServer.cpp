@@ -5,11 +5,13 @@
 #include <array>
 #include <cctype>
 #include <chrono>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdexcept>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -168,6 +170,17 @@ void RawConnection::close() {
         ::getsockopt(socket_, IPPROTO_TCP, TCP_INFO, &info, &size);
         return info.tcpi_state != TCP_FIN_WAIT1;
     }));
+}
+
+void RawConnection::awaitArrival() const {
+    static_cast<void>(eventually([&] {
+        int unacknowledged = 0;
+        return ::ioctl(socket_, SIOCOUTQ, &unacknowledged) != 0 || unacknowledged == 0;
+    }));
+}
+
+void RawConnection::sendCloseNotify() {
+    if (tls_) SSL_shutdown(tls_->ssl.get());
 }
 
 bool RawConnection::awaitRequests(std::size_t count) const {

@@ -59,6 +59,12 @@ class RawConnection {
     /// Closes this side, and waits until the peer's system knows.
     void close();
 
+    /// Waits until the peer's system has all that was sent.
+    void awaitArrival() const;
+
+    /// Says over TLS that nothing more comes, which an orderly close does before.
+    void sendCloseNotify();
+
     /// Waits until the server has read so many requests on all its connections; false if they do
     /// not come, or the server ends.
     [[nodiscard]] bool awaitRequests(std::size_t count) const;

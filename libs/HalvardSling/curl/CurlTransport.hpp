@@ -19,8 +19,7 @@ class TransferLoop;
 ///
 /// Connections are kept and used again; over TLS, HTTP/2 puts the requests for one host onto one
 /// connection. Peers are verified, TLS is 1.2 or later, the proxy and netrc settings of the
-/// environment are ignored. gzip is decoded; a gzip text that ends too early within a whole message
-/// goes unnoticed by libcurl, so what reads the body must notice where it matters.
+/// environment are ignored. gzip is decoded.
 ///
 /// Beyond the contract of `Transport`:
 ///  - Completions are called one after the other on that thread. One that throws ends the program,
@@ -28,6 +27,18 @@ class TransferLoop;
 ///  - A request that changes something (any method but GET, HEAD, OPTIONS and TRACE) reaches the
 ///    service at most once. A reading one is sent again if a kept connection turns out to be closed
 ///    before a byte of the reply has come.
+///  - A reply that is not whole is none: the request fails with `connectionLost`, however the reply
+///    is framed and wherever it was cut, also within gzip. A body over TLS of which nothing but the
+///    connection's end says where it ends is not whole. Before libcurl 8.1.0 the same goes for a
+///    body over HTTP/2 that has neither a length nor gzip and with which the connection ends; then
+///    a reading request is sent once more, for many a service ends its connections in that way.
+///    Such a libcurl does not tell of an HTTP/2 body without either whose stream alone was reset
+///    without an error code, or whose connection ends while it carries others: who reads the body
+///    has to notice that.
+///  - Of a status of 400 or above only the status is needed; the body is what could be read of it.
+///  - A head with a control character, or with lengths that contradict each other, is malformed. A
+///    field whose name is none is left out.
+///  - Once something has come over an idle HTTP/1 connection, that is not used again.
 ///  - Of a reply with an error status no more than `ErrorReply::maxBodyBytes` of the body are read.
 ///  - Content-Length, Transfer-Encoding and Expect of a request's headers are not sent: the framing
 ///    is the transport's business. The body of a HEAD request is not sent either.
@@ -38,6 +49,8 @@ class TransferLoop;
 ///    busy, loses them after about 150 ms: its requests end with `connectionLost`, and for a second
 ///    further ones with `cannotConnect`. Until then time limits, cancellations and other requests
 ///    may be late by as much. On Linux; elsewhere nothing notices.
+///  - In a process that was forked after the first request every request ends at once with
+///    `cannotConnect`, and the destructor does nothing; the process that forked it goes on.
 ///  - It may be destroyed from inside a completion: the open transfers still end with `cancelled`,
 ///    on its thread, which then ends by itself; the exit of the process waits for that.
 class HALVARD_SLING_EXPORT CurlTransport final : public Transport {

@@ -44,12 +44,17 @@ std::optional<SlingError> CurlEngine::start(TransferID id, const Transfer& trans
     const CurlExchange::Span span{.started = transfer.started.value_or(transfer.accepted),
                                   .deadline = transfer.deadline};
     if (auto problem = running.exchange->prepare(transfer.request, span, id)) return problem;
-    const CURLMcode code = curl_multi_add_handle(multi_.get(), running.exchange->easy());
+    const CURLMcode code = add(running);
     if (code == CURLM_OUT_OF_MEMORY) return outOfMemoryError();
     if (code != CURLM_OK)
         return SlingError(SlingErrorKind::cannotConnect, "libcurl took no further transfer");
-    running.isAdded = true;
     return std::nullopt;
+}
+
+CURLMcode CurlEngine::add(Running& running) noexcept {
+    const CURLMcode code = curl_multi_add_handle(multi_.get(), running.exchange->easy());
+    running.isAdded = code == CURLM_OK;
+    return code;
 }
 
 void CurlEngine::perform() noexcept {
@@ -65,9 +70,18 @@ std::optional<TransferID> CurlEngine::takeEnded() noexcept {
         Running& running = running_.find(id)->second;
         running.ended = message->data.result;
         leave(running);
-        return id;
+        if (!sendElsewhere(running)) return id;
     }
     return std::nullopt;
+}
+
+/// Sends a request once more if it has to go to another connection.
+bool CurlEngine::sendElsewhere(Running& running) noexcept {
+    if (!running.exchange->goesElsewhere(*running.ended) || !running.exchange->prepareElsewhere() ||
+        add(running) != CURLM_OK)
+        return false;
+    running.ended.reset();
+    return true;
 }
 
 /// Takes the handle from libcurl, which aborts the transfer if it has not ended.

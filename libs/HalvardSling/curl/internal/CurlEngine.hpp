@@ -44,6 +44,8 @@ class CurlEngine final : public TransferEngine {
         std::optional<CURLcode> ended{};  ///< libcurl's result
     };
 
+    [[nodiscard]] CURLMcode add(Running& running) noexcept;
+    [[nodiscard]] bool sendElsewhere(Running& running) noexcept;
     void leave(Running& running) noexcept;
 
     const CurlTransport::Options options_;

@@ -90,6 +90,29 @@ bool hasContent(std::string_view method) {
     return method == "POST" || method == "PUT" || method == "PATCH";
 }
 
+/// A control character: parsers disagree about what a line with one means.
+bool isForbiddenInHead(char c) noexcept {
+    return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
+}
+
+/// Whether a head's lengths, if it has any, say one thing and libcurl understands it.
+bool hasUsableLength(const Headers& headers) {
+    constexpr std::size_t mostDigits = 18;
+    const auto length = headers.value("Content-Length");
+    if (!length) return true;
+    const bool isNumber = !length->empty() && length->size() <= mostDigits &&
+                          std::ranges::all_of(*length, KestrinInternal::isDigit);
+    return isNumber && std::ranges::all_of(headers, [&](const auto& field) {
+               return !Headers::sameName(field.first, "Content-Length") || field.second == *length;
+           });
+}
+
+/// Whether a body over HTTP/1.1 says by itself where it ends.
+bool isChunked(const Headers& headers) {
+    const auto coding = headers.value("Transfer-Encoding");
+    return coding && KestrinInternal::equalsIgnoringCase(*coding, "chunked");
+}
+
 template <class Value>
 Value infoOf(CURL* easy, CURLINFO info) {
     Value value{};
@@ -118,11 +141,13 @@ std::uint64_t bytesOf(CURL* easy, CURLINFO info) {
 
 }  // namespace
 
-CurlExchange::CurlExchange(CurlHandle handle, std::string_view userAgent)
-    : userAgent_(userAgent), handle_(std::move(handle)) {}
+CurlExchange::CurlExchange(CurlHandle handle, std::string_view userAgent,
+                           CurlConnections& connections)
+    : userAgent_(userAgent), connections_(connections), handle_(std::move(handle)) {}
 
 CURLcode CurlExchange::setUpHandle() {
     CurlOptions set = handle_.setUp();
+    connections_.use(set);
     set(CURLOPT_HEADERFUNCTION, &CurlExchange::onHeader);
     set(CURLOPT_WRITEFUNCTION, &CurlExchange::onBody);
     set(CURLOPT_PREREQFUNCTION, &CurlExchange::onSend);
@@ -138,7 +163,7 @@ std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span spa
     const auto now = std::chrono::steady_clock::now();
     request_ = std::move(request);
     transfer_ = transfer;
-    deadline_ = span.deadline;
+    span_ = span;
     offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span.started);
     const CURLcode code = easy() != nullptr ? CURLE_OK : setUpHandle();
     if (code == CURLE_OUT_OF_MEMORY) return failure(code);
@@ -149,10 +174,26 @@ std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span spa
     set(CURLOPT_TIMEOUT_MS,
         milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span.deadline - now)));
     set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(current().policy.connectTimeout));
+    set(CURLOPT_FRESH_CONNECT, isElsewhere_ ? 1L : 0L);
     setRequest(set);
     handle_.setURL(set, request_->url());
     if (set.result() != CURLE_OK) return failure(set.result());
     return std::nullopt;
+}
+
+bool CurlExchange::goesElsewhere(CURLcode code) const {
+    if (isElsewhere_) return false;
+    return isSpoilt_ || (code == CURLE_OK && reading_ == Reading::body && !isBodyWhole() &&
+                         sharesConnection() && !decoder_ && current().isSafe());
+}
+
+bool CurlExchange::prepareElsewhere() noexcept {
+    return taken([this] {
+        CheckedRequest request = *request_;
+        clear(HandleUse::once);
+        isElsewhere_ = true;
+        return !prepare(std::move(request), span_, transfer_);
+    });
 }
 
 TransferID CurlExchange::transferOf(CURL* easy) {
@@ -163,8 +204,10 @@ void CurlExchange::clear(HandleUse use) {
     if (use == HandleUse::once) handle_.release();
     request_.reset();
     reading_ = Reading::statusLine;
-    begun_ = tooLarge_ = cut_ = outOfMemory_ = hasMore_ = false;
+    begun_ = isSpoilt_ = isElsewhere_ = hasMore_ = false;
+    refusal_.reset();
     headerBytes_ = 0;
+    decoder_.reset();
     parts_ = {};
 }
 
@@ -185,14 +228,27 @@ void CurlExchange::setRequest(CurlOptions& set) {
     set(CURLOPT_HTTPHEADER, headerLines_.of(*request_, hasBody, userAgent_));
 }
 
-int CurlExchange::onSend(void* self, char*, char*, int, int) noexcept {
+// No exception may pass through libcurl. Anything but the size ends the transfer.
+
+int CurlExchange::onSend(void* self, char* remoteIP, char* localIP, int remotePort,
+                         int localPort) noexcept {
     auto& exchange = *static_cast<CurlExchange*>(self);
-    const bool again = std::exchange(exchange.begun_, true);
-    // libcurl repeats a request by itself when a kept connection was closed under it.
-    return again && !exchange.current().isSafe() ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+    const bool sends = exchange.taken(
+        [&] { return exchange.maySend({localIP, localPort, remoteIP, remotePort}); });
+    return sends ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 }
 
-// No exception may pass through libcurl. Anything but the size ends the transfer.
+/// Whether a request may go over the connection that libcurl has chosen.
+bool CurlExchange::maySend(CurlConnections::Addresses connection) {
+    // libcurl repeats a request by itself when a kept connection was closed under it.
+    if (begun_ && !current().isSafe()) return false;
+    connection_ = std::move(connection);
+    if (!isReused(easy())) connections_.add(connection_);
+    // What came without being asked for would be taken for the reply.
+    isSpoilt_ = isReused(easy()) && !connections_.isFit(connection_);
+    begun_ = begun_ || !isSpoilt_;
+    return !isSpoilt_;
+}
 
 std::size_t CurlExchange::onHeader(char* data, std::size_t, std::size_t size, void* self) noexcept {
     auto& exchange = *static_cast<CurlExchange*>(self);
@@ -212,30 +268,32 @@ bool CurlExchange::taken(Take take) noexcept {
     try {
         return take();
     } catch (const std::bad_alloc&) {
-        outOfMemory_ = true;
-        return false;
+        return refuse(outOfMemory);
     }
+}
+
+/// @return false
+bool CurlExchange::refuse(SlingErrorKind reason) noexcept {
+    refusal_ = reason;
+    return false;
 }
 
 bool CurlExchange::takeHeaderLine(std::string_view line) {
     headerBytes_ += line.size();
-    tooLarge_ = headerBytes_ > current().policy.maxHeaderBytes;
-    if (tooLarge_) return false;
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
-        line.remove_suffix(1);
+    if (headerBytes_ > current().policy.maxHeaderBytes) return refuse(tooLarge);
+    for (const char end : {'\n', '\r'})
+        if (line.ends_with(end)) line.remove_suffix(1);
+    if (std::ranges::any_of(line, isForbiddenInHead)) return refuse(malformedReply);
     switch (reading_) {
         case Reading::statusLine:
+            if (line.starts_with("HTTP/1")) connections_.noteHTTP1(connection_);
             parts_.headers = {};
             parts_.headers.reserve(usualFields, usualFieldBytes);
             reading_ = Reading::fields;
             break;
         case Reading::fields:
-            if (!line.empty()) {
-                takeField(line);
-                break;
-            }
-            parts_.status = static_cast<int>(infoOf<long>(easy(), CURLINFO_RESPONSE_CODE));
-            reading_ = parts_.status < 200 ? Reading::statusLine : Reading::body;
+            if (line.empty()) return takeEndOfHead();
+            takeField(line);
             break;
         case Reading::body:
             break;  // a trailer
@@ -243,25 +301,56 @@ bool CurlExchange::takeHeaderLine(std::string_view line) {
     return true;
 }
 
+/// Takes a field whose name is one. What follows a folded line is not its value's rest.
 void CurlExchange::takeField(std::string_view line) {
     const std::size_t colon = line.find(':');
     const bool isFolded = line.front() == ' ' || line.front() == '\t';
-    if (colon == 0 || colon == std::string_view::npos || isFolded) return;
-    parts_.headers.add(trimmed(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
+    if (colon == std::string_view::npos || isFolded) return;
+    const auto name = trimmed(line.substr(0, colon));
+    if (Headers::isValidName(name)) parts_.headers.add(name, trimmed(line.substr(colon + 1)));
+}
+
+bool CurlExchange::takeEndOfHead() {
+    parts_.status = static_cast<int>(infoOf<long>(easy(), CURLINFO_RESPONSE_CODE));
+    reading_ = parts_.status < 200 ? Reading::statusLine : Reading::body;
+    return reading_ == Reading::statusLine || hasUsableLength(parts_.headers) ||
+           refuse(malformedReply);
 }
 
 bool CurlExchange::takeBody(std::string_view data) {
-    const bool isError = parts_.status >= firstErrorStatus;
-    const std::size_t cap = isError
+    hasMore_ = hasMore_ || (hasFilledBuffer() && sharesConnection());
+    const auto takeDecoded = [this](std::string_view part) { return this->takeDecoded(part); };
+    if (parts_.body.empty() && !decoder_ && !beginBody()) return false;
+    if (!decoder_) return takeDecoded(data);
+    decoder_->decode(data, takeDecoded);
+    if (decoder_->state() == GzipDecoder::State::broken) return refuse(malformedReply);
+    return !refusal_;
+}
+
+/// Looks how the body is coded.
+bool CurlExchange::beginBody() {
+    const auto codings = parts_.headers.value("Content-Encoding").value_or("identity");
+    if (KestrinInternal::equalsIgnoringCase(codings, "identity")) return true;
+    static constexpr std::array<std::string_view, 3> known{"gzip", "x-gzip", "deflate"};
+    if (std::ranges::none_of(
+            known, [&](auto each) { return KestrinInternal::equalsIgnoringCase(codings, each); }))
+        return refuse(malformedReply);
+    decoder_.emplace();
+    return true;
+}
+
+bool CurlExchange::takeDecoded(std::string_view data) {
+    const std::size_t cap = isErrorStatus()
                                 ? std::min(current().policy.maxBodyBytes, ErrorReply::maxBodyBytes)
                                 : current().policy.maxBodyBytes;
-    hasMore_ = hasMore_ || (hasFilledBuffer() && sharesConnection());
     const std::size_t room = cap - parts_.body.size();
     makeRoom(parts_.body.size() + std::min(data.size(), room), cap);
     parts_.body.append(data.substr(0, room));
-    if (data.size() <= room) return true;
-    (isError ? cut_ : tooLarge_) = true;
-    return false;
+    return data.size() <= room || refuse(tooLarge);
+}
+
+bool CurlExchange::isErrorStatus() const noexcept {
+    return reading_ == Reading::body && parts_.status >= firstErrorStatus;
 }
 
 /// Reserves memory for the body in few steps: as much as is announced, but no more than a few times
@@ -293,9 +382,9 @@ Timings CurlExchange::timings() const {
 SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
     // libcurl counts time in milliseconds of a start of its own.
     constexpr std::chrono::milliseconds slack{5};
-    if (outOfMemory_) return outOfMemory;
-    if (tooLarge_) return tooLarge;
-    if (code == CURLE_OPERATION_TIMEDOUT && std::chrono::steady_clock::now() + slack >= deadline_)
+    if (refusal_) return *refusal_;
+    if (code == CURLE_OPERATION_TIMEDOUT &&
+        std::chrono::steady_clock::now() + slack >= span_.deadline)
         return totalTimeout;
     return meaningOf(code, begun_);
 }
@@ -303,17 +392,39 @@ SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
 SlingError CurlExchange::failure(CURLcode code) const {
     const auto kind = kindOf(code);
     std::string text = request_->url().origin().text() + ": " + std::string(sentence(kind));
-    if (!tooLarge_ && !outOfMemory_) text += std::string(" (") + curl_easy_strerror(code) + ')';
+    if (!refusal_) text += std::string(" (") + curl_easy_strerror(code) + ')';
     return {kind, std::move(text)};
 }
 
 TransportResult CurlExchange::result(CURLcode code) {
     // libcurl takes a head that the connection's end cut off for a whole reply.
-    if (code == CURLE_OK && reading_ != Reading::body) code = CURLE_PARTIAL_FILE;
-    if (code != CURLE_OK && !cut_) return failure(code);
+    if (code == CURLE_OK && (reading_ != Reading::body || !isBodyWhole()))
+        code = CURLE_PARTIAL_FILE;
+    // A status that says what went wrong counts, whatever became of its explanation.
+    if (code != CURLE_OK && (!isErrorStatus() || refusal_ == outOfMemory)) return failure(code);
     parts_.effectiveURL = current().url;
     parts_.timings = timings();
     return Response(std::move(parts_));
+}
+
+/// Whether the body has come to its end, of a reply that libcurl takes for whole.
+bool CurlExchange::isBodyWhole() const {
+    if (decoder_) return decoder_->state() == GzipDecoder::State::ended;
+    const bool hasBody = current().method != "HEAD" && parts_.status != 204 && parts_.status != 304;
+    const auto length = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    return !hasBody || length >= 0 || !isEndedByConnection();
+}
+
+/// Whether the end of the connection was what ended the body, and may have cut it.
+bool CurlExchange::isEndedByConnection() const {
+    // In cleartext nothing else could have been the end, and over TLS libcurl 7.88.1 does not tell
+    // whether the end was the server's.
+    if (!sharesConnection()) return origin().scheme == "https" && !isChunked(parts_.headers);
+    // Such a libcurl takes the end of a connection that broke the protocol for the end of its
+    // streams.
+    constexpr unsigned mended = 0x080100;
+    return curl_version_info(CURLVERSION_NOW)->version_num < mended &&
+           !connections_.isOpen(connection_);
 }
 
 bool CurlExchange::sharesConnection() const {

@@ -10,8 +10,10 @@
 #include <curl/curl.h>
 
 #include <HalvardSling/curl/CurlTransport.hpp>
+#include <HalvardSling/curl/internal/CurlConnections.hpp>
 #include <HalvardSling/curl/internal/CurlHandle.hpp>
 #include <HalvardSling/curl/internal/CurlHeaderLines.hpp>
+#include <HalvardSling/curl/internal/GzipDecoder.hpp>
 #include <HalvardSling/transport/Transport.hpp>
 
 namespace HalvardSling::internal {
@@ -23,9 +25,10 @@ class CurlOptions;
 /// and its error codes. Used on one thread.
 class CurlExchange {
   public:
-    /// @param userAgent  what "User-Agent" says where a request does not; empty: nothing is sent.
-    ///                   Referred to.
-    CurlExchange(CurlHandle handle, std::string_view userAgent);
+    /// @param userAgent    what "User-Agent" says where a request does not; empty: nothing is sent.
+    ///                     Referred to.
+    /// @param connections  referred to
+    CurlExchange(CurlHandle handle, std::string_view userAgent, CurlConnections& connections);
     CurlExchange(const CurlExchange&) = delete;
     CurlExchange& operator=(const CurlExchange&) = delete;
     ~CurlExchange() = default;
@@ -49,6 +52,16 @@ class CurlExchange {
     /// @return why the request cannot be sent, or absent
     [[nodiscard]] std::optional<SlingError> prepare(CheckedRequest request, Span span,
                                                     TransferID transfer);
+
+    /// Whether a request that libcurl is done with goes to another connection, because nothing can
+    /// be said of this one's reply: it is not to be relied on, or it is none. Only once, and only
+    /// if it has not been sent or does nothing but read.
+    /// @param code  libcurl's result
+    [[nodiscard]] bool goesElsewhere(CURLcode code) const;
+
+    /// Makes the handle ready to send the same request over a new connection.
+    /// @return false if that cannot be done; then `result` says why
+    [[nodiscard]] bool prepareElsewhere() noexcept;
 
     /// The transfer that an exchange's handle is busy with.
     [[nodiscard]] static TransferID transferOf(CURL* easy);
@@ -82,7 +95,8 @@ class CurlExchange {
   private:
     static std::size_t onHeader(char* data, std::size_t, std::size_t size, void* self) noexcept;
     static std::size_t onBody(char* data, std::size_t, std::size_t size, void* self) noexcept;
-    static int onSend(void* self, char*, char*, int, int) noexcept;
+    static int onSend(void* self, char* remoteIP, char* localIP, int remotePort,
+                      int localPort) noexcept;
     template <class Take>
     [[nodiscard]] bool taken(Take take) noexcept;
 
@@ -92,9 +106,17 @@ class CurlExchange {
     /// Only between `prepare` and `clear`.
     // NOLINTNEXTLINE(bugprone-unchecked-optional-access)
     [[nodiscard]] const TransportRequest& current() const noexcept { return **request_; }
+    [[nodiscard]] bool maySend(CurlConnections::Addresses connection);
+    [[nodiscard]] bool refuse(SlingErrorKind reason) noexcept;
     [[nodiscard]] bool takeHeaderLine(std::string_view line);
     void takeField(std::string_view line);
+    [[nodiscard]] bool takeEndOfHead();
     [[nodiscard]] bool takeBody(std::string_view data);
+    [[nodiscard]] bool beginBody();
+    [[nodiscard]] bool takeDecoded(std::string_view data);
+    [[nodiscard]] bool isErrorStatus() const noexcept;
+    [[nodiscard]] bool isBodyWhole() const;
+    [[nodiscard]] bool isEndedByConnection() const;
     void makeRoom(std::size_t size, std::size_t cap);
     [[nodiscard]] bool sharesConnection() const;
     [[nodiscard]] bool hasFilledBuffer() const;
@@ -103,22 +125,25 @@ class CurlExchange {
     [[nodiscard]] SlingError failure(CURLcode code) const;
 
     std::string_view userAgent_;
+    CurlConnections& connections_;
     CurlHeaderLines headerLines_;
 
     // Of the request that was sent last:
     std::optional<CheckedRequest> request_;
     TransferID transfer_ = 0;
-    std::chrono::steady_clock::time_point deadline_;
-    std::chrono::microseconds offset_{0};  ///< from the start of the transfer to this request
+    Span span_{};
+    CurlConnections::Addresses connection_;  ///< that it was handed to
+    std::chrono::microseconds offset_{0};    ///< from the start of the transfer to this request
 
     enum class Reading { statusLine, fields, body };
     Reading reading_ = Reading::statusLine;
     bool begun_ = false;        ///< whether the request was handed to a connection
-    bool tooLarge_ = false;     ///< whether the reply broke a cap
-    bool cut_ = false;          ///< whether the rest of an error's body was left unread
-    bool outOfMemory_ = false;  ///< whether there was not enough for the reply
+    bool isSpoilt_ = false;     ///< whether it was not, because of what had come over it
+    bool isElsewhere_ = false;  ///< see `prepareElsewhere`
     bool hasMore_ = false;      ///< see `mayHaveMore`
+    std::optional<SlingErrorKind> refusal_{};  ///< why the rest of the reply was not taken
     std::size_t headerBytes_ = 0;
+    std::optional<GzipDecoder> decoder_;  ///< since the body has begun, if it is coded
     ResponseParts parts_;
 
     CurlHandle handle_;  // goes first, for it refers to the others

@@ -14,7 +14,7 @@ std::unique_ptr<CurlExchange> CurlExchangePool::take(const Origin& origin) {
                              [&origin](const auto& each) { return each->origin() == origin; });
     if (found == waiting_.rend())
         return std::make_unique<CurlExchange>(CurlHandle(origin, options_, sockets_),
-                                              options_.userAgent);
+                                              options_.userAgent, connections_);
     auto exchange = std::move(*found);
     waiting_.erase(std::next(found).base());
     return exchange;

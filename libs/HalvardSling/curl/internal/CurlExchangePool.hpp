@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <HalvardSling/curl/CurlTransport.hpp>
+#include <HalvardSling/curl/internal/CurlConnections.hpp>
 #include <HalvardSling/curl/internal/CurlExchange.hpp>
 
 namespace HalvardSling::internal {
@@ -22,7 +23,7 @@ class CurlExchangePool {
                      HandleUse use)
         : options_(options), sockets_(sockets), kept_(kept), use_(use) {}
 
-    /// One for an origin, one that waits or a new one.
+    /// One for an origin, one that waits or a new one. It refers to this.
     [[nodiscard]] std::unique_ptr<CurlExchange> take(const Origin& origin);
 
     /// Takes one back that is done with a request.
@@ -35,6 +36,7 @@ class CurlExchangePool {
     CurlSockets& sockets_;
     std::size_t kept_;
     HandleUse use_;
+    CurlConnections connections_;
     std::vector<std::unique_ptr<CurlExchange>> waiting_;  // in the order they came
 };
 

@@ -38,7 +38,8 @@ void setConnection(CurlOptions& set, bool isSecure) {
     // Wait for a connection that is being made: HTTP/2 may put this request onto it. In cleartext,
     // where that cannot be, libcurl would wait for the connection's first reply.
     set.ifAvailable(CURLOPT_PIPEWAIT, isSecure ? 1L : 0L);
-    set.ifAvailable(CURLOPT_ACCEPT_ENCODING, "gzip");
+    // Replies are decoded here, for libcurl does not tell whether a gzip text was whole.
+    set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
 }
 
 }  // namespace
