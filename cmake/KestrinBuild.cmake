@@ -111,6 +111,8 @@ function(kestrin_export_marked name)
         configure_file(${PROJECT_SOURCE_DIR}/cmake/exports.map.in ${exports} @ONLY)
         target_link_options(${name} PRIVATE LINKER:--version-script=${exports})
         set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${exports})
+        # Threads run in it, and what it hands over at the exit of the process stays behind.
+        target_link_options(${name} PRIVATE LINKER:-z,nodelete)
     endif()
 endfunction()
 

@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <pthread.h>
 #include <utility>
 
 #include <HalvardSling/transport/Transport.hpp>
@@ -28,7 +29,14 @@ class DefaultTransport {
     }
 
     static DefaultTransport& instance() {
-        static DefaultTransport* const only = new DefaultTransport;
+        static DefaultTransport* const only = [] {
+            // A process that is forked must not find the lock in the hand of a thread that it has
+            // not.
+            static_cast<void>(::pthread_atfork([] { instance().mutex_.lock(); },
+                                               [] { instance().mutex_.unlock(); },
+                                               [] { instance().mutex_.unlock(); }));
+            return new DefaultTransport;
+        }();
         return *only;
     }
 

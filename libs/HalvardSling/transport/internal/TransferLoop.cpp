@@ -5,6 +5,7 @@
 #include <limits>
 #include <new>
 #include <pthread.h>
+#include <unistd.h>
 #include <utility>
 #include <variant>
 
@@ -26,6 +27,13 @@ std::chrono::microseconds timeBetween(Clock::time_point from, Clock::time_point 
 
 SlingError cancelledError() {
     return {SlingErrorKind::cancelled, "the transport was shut down while the request was open"};
+}
+
+SlingError forkedError() {
+    return {SlingErrorKind::cannotConnect,
+            "the process was forked from one that had made requests, whose network thread it does "
+            "not have; nothing was sent: make requests after the fork only, or replace the process "
+            "(exec)"};
 }
 
 SlingError expiredError() {
@@ -60,6 +68,9 @@ class Orphans {
         // Never destroyed, for a thread may come at any time.
         static Orphans* const orphans = [] {
             static_cast<void>(std::atexit([] { instance().join(); }));
+            static_cast<void>(::pthread_atfork([] { instance().mutex_.lock(); },
+                                               [] { instance().mutex_.unlock(); },
+                                               [] { instance().loseAll(); }));
             return new Orphans;
         }();
         return *orphans;
@@ -83,6 +94,13 @@ class Orphans {
     }
 
   private:
+    /// In a process that was just forked, which has none of these threads.
+    void loseAll() noexcept {
+        lost_.splice(lost_.end(), running_);
+        lost_.splice(lost_.end(), ended_);
+        mutex_.unlock();
+    }
+
     void join() {
         std::list<std::thread> threads;
         {
@@ -100,6 +118,7 @@ class Orphans {
     std::mutex mutex_;
     std::list<std::thread> running_;
     std::list<std::thread> ended_;
+    std::list<std::thread> lost_;
 };
 
 }  // namespace
@@ -114,7 +133,16 @@ TransferLoop::TransferLoop(std::unique_ptr<TransferEngine> engine, std::size_t m
     static_cast<void>(Orphans::instance());
 }
 
+bool TransferLoop::isForked() const noexcept {
+    const pid_t process = process_;
+    return process != 0 && process != ::getpid();
+}
+
 TransferID TransferLoop::send(CheckedRequest request, TransportCompletion completion) {
+    if (isForked()) {
+        completion(forkedError());
+        return 0;  // the name of no transfer
+    }
     std::unique_lock lock(mutex_);
     const TransferID id = ++last_;
     if (ending_ != Ending::none) {
@@ -127,6 +155,7 @@ TransferID TransferLoop::send(CheckedRequest request, TransportCompletion comple
         std::list<std::thread> started;
         started.emplace_back([self = shared_from_this()] { self->run(); });
         thread_ = std::move(started);
+        process_ = ::getpid();
     }
     const auto now = Clock::now();
     const auto deadline = now + std::clamp(request->policy.totalTimeout, milliseconds(0), longest);
@@ -142,6 +171,7 @@ TransferID TransferLoop::send(CheckedRequest request, TransportCompletion comple
 }
 
 void TransferLoop::cancel(TransferID id) noexcept {
+    if (isForked()) return;
     // Destroyed after the lock was given back, for a completion may hold anything.
     TransportCompletion dropped;
     std::unique_lock lock(mutex_);
@@ -163,6 +193,8 @@ void TransferLoop::notify(std::unique_lock<std::mutex> lock) noexcept {
 }
 
 void TransferLoop::end(Ending ending) noexcept {
+    // The thread that is not there holds this object for ever, and what it would do is undone.
+    if (isForked()) return;
     std::list<std::thread> ended;
     {
         std::unique_lock lock(mutex_);

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <sys/types.h>
 #include <thread>
 
 #include <HalvardSling/transport/TransferLog.hpp>
@@ -21,6 +23,10 @@ namespace HalvardSling::internal {
 ///
 /// The thread and the transport share it: if the transport is destroyed from inside a completion,
 /// the thread goes on for a moment without it.
+///
+/// A process that was forked from the thread's has the loop, but neither the thread nor what
+/// another one was about to do with the loop's lock in its hand. There every transfer ends at once
+/// with `cannotConnect`, and the rest is left as it is: the connections are the other process's.
 ///
 /// Where memory is lacking on the thread, the transfer that needed it ends with `outOfMemory`; what
 /// keeps the loop going needs none.
@@ -45,6 +51,7 @@ class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
 
   private:
     // Any thread.
+    [[nodiscard]] bool isForked() const noexcept;
     void notify(std::unique_lock<std::mutex> lock) noexcept;
     [[nodiscard]] std::optional<TransportCompletion> claim(TransferID id) noexcept;
 
@@ -69,6 +76,7 @@ class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
     const std::unique_ptr<TransferEngine> engine_;
     const std::size_t maxInFlight_;
     const TransferLogHook log_;
+    std::atomic<pid_t> process_{0};  ///< whose thread it is; 0 before there is one
 
     std::mutex mutex_;
     // Guarded by the mutex:

@@ -1,0 +1,102 @@
+// A process that is forked from one that has made requests has the transport, but not its thread.
+
+#include <cstdlib>
+#include <functional>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+
+#include "CurlTransfers.hpp"
+
+using namespace HalvardSling;
+using namespace TestSupport;
+
+namespace {
+
+constexpr unsigned secondsUntilItHangs = 600;
+
+/// What a forked process ends with: 0 if all is well there.
+int resultOfChild(const std::function<bool()>& isWell) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(secondsUntilItHangs);
+        const int result = isWell() ? 0 : 1;
+        // A sanitizer would report what the threads held that are not there.
+        if (UNDER_SANITIZER) ::_exit(result);
+        std::exit(result);  // as a program ends, with all that it registered for that
+    }
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+class Fork : public testing::Test {
+  protected:
+    [[nodiscard]] TransportRequest request() const { return requestTo(server.url()); }
+
+    const RawServer server{RawServer::answering(httpReply(200, "x"))};
+};
+
+TEST_F(Fork, ARequestOfTheChildEndsWithAnError) {
+    const auto transport = curlTransport();
+    ASSERT_THAT(sent(request(), transport), Answers(200, "x"));
+    EXPECT_EQ(resultOfChild([&] {
+                  return failureOf(sent(request(), transport)) == SlingErrorKind::cannotConnect;
+              }),
+              0);
+    EXPECT_THAT(sent(request(), transport), Answers(200, "x"));
+    EXPECT_EQ(server.connections(), 1U);
+}
+
+TEST_F(Fork, ARequestOfTheChildOverTheDefaultTransportEndsWithAnError) {
+    ASSERT_THAT(sent(request(), nullptr), Answers(200, "x"));
+    EXPECT_EQ(resultOfChild([&] {
+                  return failureOf(sent(request(), nullptr)) == SlingErrorKind::cannotConnect;
+              }),
+              0);
+    EXPECT_THAT(sent(request(), nullptr), Answers(200, "x"));
+}
+
+TEST_F(Fork, TheChildMayLetGoOfTheTransportAndOfWhatIsOpen) {
+    const RawServer silent([](RawConnection& connection) {
+        while (connection.readRequest()) {
+        }
+    });
+    auto transport = curlTransport();
+    Responses open = sent(requestTo(silent.url()), transport);
+    ASSERT_TRUE(silent.awaitRequests(1));
+    EXPECT_EQ(resultOfChild([&] {
+                  open.unsubscribe();
+                  transport.reset();
+                  return true;
+              }),
+              0);
+    EXPECT_FALSE(open.endedAtOnce());
+    EXPECT_THAT(sent(request(), transport), Answers(200, "x"));
+    open.unsubscribe();
+}
+
+TEST_F(Fork, TheChildMayMakeRequestsWithATransportOfItsOwn) {
+    if (UNDER_SANITIZER) GTEST_SKIP() << "ThreadSanitizer allows no thread after a fork";
+    const auto transport = curlTransport();
+    ASSERT_THAT(sent(request(), transport), Answers(200, "x"));
+    EXPECT_EQ(resultOfChild([&] {
+                  const auto reply = replyOf(sent(request(), curlTransport()));
+                  return reply && reply->body() == "x";
+              }),
+              0);
+}
+
+TEST_F(Fork, ATransportThatHasMadeNoRequestIsTheChildsAsWell) {
+    if (UNDER_SANITIZER) GTEST_SKIP() << "ThreadSanitizer allows no thread after a fork";
+    const auto transport = curlTransport();
+    EXPECT_EQ(resultOfChild([&] {
+                  const auto reply = replyOf(sent(request(), transport));
+                  return reply && reply->body() == "x";
+              }),
+              0);
+    EXPECT_THAT(sent(request(), transport), Answers(200, "x"));
+}
+
+}  // namespace
