@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <memory>
-#include <set>
 #include <span>
 #include <sys/stat.h>
 #include <system_error>
@@ -238,8 +237,7 @@ void reportUnknownKeys(const Location& location, const JSONDictionary& dictionar
 struct TopLevel {
     Configuration configuration;
     WebService prototype;  ///< what every service begins with
-    bool development = false;
-    std::set<std::string, std::less<>> cleartextHosts;
+    HalvardSling::CleartextHosts cleartextHosts;
 };
 
 /// A service while it is read.
@@ -280,12 +278,10 @@ Refusal notAURL() {
 
 /// The host of a URL for which cleartext is not allowed; absent if it is.
 Refusal cleartextRefusal(const HalvardSling::Origin& origin, const TopLevel& top) {
-    if (origin.scheme != "http" || top.cleartextHosts.contains(origin.host)) return std::nullopt;
-    const bool loopback = origin.isLoopback();
-    if (loopback && top.development) return std::nullopt;
+    if (origin.scheme != "http" || top.cleartextHosts.contains(origin)) return std::nullopt;
     return "uses http, which is not allowed for the host " + inQuotes(origin.host) +
            "; use https, or name the host in \"cleartextHosts\"" +
-           (loopback ? ", or set \"development\"" : "");
+           (origin.isLoopback() ? ", or set \"development\"" : "");
 }
 
 std::string withPlaceholdersFilled(const URLTemplate& url) {
@@ -313,7 +309,11 @@ Refusal storeURL(Service& target, std::string_view text) {
     const auto& origin = std::get<HalvardSling::URL>(sample).origin();
     if (auto refusal = cleartextRefusal(origin, target.top)) return refusal;
 
-    target.service.policy.allowsCleartext = origin.scheme == "http";
+    if (origin.scheme == "http") {
+        target.service.policy.allowsCleartext = true;
+        target.service.policy.cleartextHosts =
+            std::make_shared<const HalvardSling::CleartextHosts>(target.top.cleartextHosts);
+    }
     target.service.url = std::move(url);
     return std::nullopt;
 }
@@ -341,7 +341,7 @@ Refusal storeCleartextHost(TopLevel& target, std::string_view host) {
     const auto* const parsed = std::get_if<HalvardSling::URL>(&url);
     if (parsed == nullptr || parsed->origin().host != wanted)
         return "is not a host, expected a name or address without scheme, port and path";
-    target.cleartextHosts.insert(wanted);
+    target.cleartextHosts.names.insert(wanted);
     return std::nullopt;
 }
 
@@ -395,7 +395,8 @@ constexpr std::array<Key<TopLevel>, 7> topKeys{{
                                  return std::nullopt;
                              }}},
     {"development",
-     Flag<TopLevel>{[](TopLevel& target, bool value) { target.development = value; }}},
+     Flag<TopLevel>{
+         [](TopLevel& target, bool value) { target.cleartextHosts.loopback = value; }}},
     {"cleartextHosts", TextList<TopLevel>{"host names", storeCleartextHost}},
     {"strictIdentifiers", Flag<TopLevel>{[](TopLevel& target, bool value) {
          target.prototype.strictIdentifiers = value;

@@ -1,3 +1,4 @@
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -130,6 +131,25 @@ TEST(Redirect, CleartextStaysWhereItIs) {
     request.url = "http://a.example/";
     EXPECT_EQ(target("http://a.example/x", request), "http://a.example/x");
     EXPECT_EQ(target("https://a.example/x", request), "https://a.example/x");
+}
+
+TEST(Redirect, LeadsToNoCleartextHostThatIsNotAllowed) {
+    auto request = secretRequest();
+    request.url = "http://a.example/";
+    request.policy.allowsCleartext = true;
+    EXPECT_EQ(target("http://b.example/x", request), "http://b.example/x");
+    request.policy.cleartextHosts = std::make_shared<const CleartextHosts>(
+        CleartextHosts{.names = {"a.example", "c.example"}});
+    for (const char* const elsewhere :
+         {"http://b.example/x", "//b.example/x", "http://sub.a.example/x", "http://127.0.0.1/x",
+          "http://localhost/x", "http://[::1]/x", "HTTP://B.example:80/x"})
+        EXPECT_EQ(target(elsewhere, request), "refused") << elsewhere;
+    for (const char* const known : {"http://c.example/x", "http://a.example:81/x"})
+        EXPECT_EQ(target(known, request), known);
+    EXPECT_EQ(target("https://b.example/x", request), "https://b.example/x");
+    request.policy.cleartextHosts = std::make_shared<const CleartextHosts>(
+        CleartextHosts{.names = {"a.example"}, .loopback = true});
+    EXPECT_EQ(target("http://127.0.0.1/x", request), "http://127.0.0.1/x");
 }
 
 TEST(Redirect, OneMoreThanAllowedIsRefused) {

@@ -426,6 +426,22 @@ TEST(Configuration, CleartextIsAllowedForNamedHostsAndInDevelopmentForThisMachin
     }
 }
 
+TEST(Configuration, AServiceMaySendInCleartextOnlyWhereTheFileAllowsIt) {
+    const auto origin = [](const char* url) {
+        return std::get<HalvardSling::URL>(HalvardSling::URL::parse(url)).origin();
+    };
+    const auto named = serviceOf(withURL("http://h/", R"("cleartextHosts": ["h", "i"])"));
+    ASSERT_TRUE(named.has_value());
+    for (const char* const url : {"http://h/", "http://i:81/x", "https://elsewhere/"})
+        EXPECT_TRUE(named->policy.allows(origin(url))) << url;
+    for (const char* const url : {"http://elsewhere/", "http://a.h/", "http://localhost/"})
+        EXPECT_FALSE(named->policy.allows(origin(url))) << url;
+    const auto local = serviceOf(withURL("http://localhost/", R"("development": true)"));
+    ASSERT_TRUE(local.has_value());
+    EXPECT_TRUE(local->policy.allows(origin("http://127.0.0.1:5/")));
+    EXPECT_FALSE(local->policy.allows(origin("http://h/")));
+}
+
 TEST(Configuration, AnEncryptedServiceNeverAllowsCleartext) {
     const auto service = serviceOf(
         withURL("https://localhost/", R"("development": true, "cleartextHosts": ["localhost"])"));

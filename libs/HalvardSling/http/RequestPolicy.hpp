@@ -2,8 +2,24 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+#include <HalvardSling/http/URL.hpp>
 
 namespace HalvardSling {
+
+/// The hosts to which something may be sent in cleartext.
+struct CleartextHosts {
+    std::set<std::string, std::less<>> names;  ///< as in `Origin::host`
+    bool loopback = false;                     ///< whether this machine itself is one
+
+    [[nodiscard]] bool contains(const Origin& origin) const {
+        return names.contains(origin.host) || (loopback && origin.isLoopback());
+    }
+};
 
 /// The limits of a request and what is allowed to it, with their defaults.
 struct RequestPolicy {
@@ -18,11 +34,19 @@ struct RequestPolicy {
     int maxRedirects = 0;
     /// Whether the URL may have the scheme "http".
     bool allowsCleartext = false;
+    /// The hosts that cleartext is limited to if it is allowed, also after a redirect; null: any.
+    std::shared_ptr<const CleartextHosts> cleartextHosts;
     /// Cap of the reply's body, counted after content decoding. What is made of it as JSON may take
     /// four times this memory, the body included (see `JSONLimits::maxMemory`).
     std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
     /// Cap of the reply's headers.
     std::size_t maxHeaderBytes = std::size_t{64} * 1024;
+
+    /// Whether a request may be sent there, as far as cleartext goes.
+    [[nodiscard]] bool allows(const Origin& origin) const {
+        return origin.scheme != "http" ||
+               (allowsCleartext && (!cleartextHosts || cleartextHosts->contains(origin)));
+    }
 
     friend bool operator==(const RequestPolicy&, const RequestPolicy&) = default;
 };

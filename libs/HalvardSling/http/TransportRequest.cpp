@@ -27,7 +27,7 @@ std::optional<SlingError> validate(const Headers& headers) {
 }
 
 std::optional<SlingError> validate(const TransportRequest& request, const Origin& origin) {
-    if (origin.scheme == "http" && !request.policy.allowsCleartext)
+    if (!request.policy.allows(origin))
         return SlingError(SlingErrorKind::malformedURL,
                           "the URL of a request to " + origin.text() +
                               " is not https, and cleartext is not allowed for it");

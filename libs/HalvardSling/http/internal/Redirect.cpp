@@ -162,6 +162,8 @@ std::variant<CheckedRequest, SlingError> redirected(const CheckedRequest& reques
     const Origin& to = url->origin();
     if (from.scheme == "https" && to.scheme != "https")
         return refused(request, "leads from https to cleartext");
+    if (!request->policy.allows(to))
+        return refused(request, "leads to a host for which cleartext is not allowed");
 
     TransportRequest next = *request;
     next.url = url->text();
