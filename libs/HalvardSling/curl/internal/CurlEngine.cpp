@@ -58,6 +58,7 @@ CURLMcode CurlEngine::add(Running& running) noexcept {
 }
 
 void CurlEngine::perform() noexcept {
+    sockets_.noteInFlight(running_.size());
     int running = 0;
     curl_multi_perform(multi_.get(), &running);
 }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include <HalvardSling/curl/internal/CurlHandle.hpp>
 #include <HalvardSling/curl/internal/CurlSockets.hpp>
 #include <internal/FileDescriptor.hpp>
 
@@ -23,9 +24,8 @@ constexpr std::uint64_t sentPerCarried = 16;
 /// What an origin may send between two looks without being asked: 200 kB a second.
 constexpr std::uint64_t tolerated = 4096;
 
-// A flood is cut at the seventh look. No reply that libcurl gathers before it hands it out, nor the
-// rest of one that was cancelled, keeps a thread busy for so long.
-constexpr std::uint64_t plenty = 256UL * 1024;
+// A flood is cut at the seventh look. The rest of a reply that was cancelled does not keep a thread
+// busy for so long.
 constexpr int looksUntilCut = 7;
 
 /// How long an origin rests then: six times as long as it held up the others.
@@ -88,9 +88,12 @@ void CurlSockets::look(bool isBusy) noexcept {
     const std::uint64_t delivered = delivered_.load(std::memory_order_relaxed);
     const std::uint64_t news = delivered - std::exchange(deliveredBefore_, delivered);
     const auto now = Clock::now();
+    // libcurl may fill the buffers of all requests before it hands out the first.
+    const std::uint64_t gathered =
+        CurlHandle::receiveBufferBytes * (1 + inFlight_.load(std::memory_order_relaxed));
     takeTraffic();
     for (auto account = accounts_.begin(); account != accounts_.end();) {
-        if (floods(account->second, news, isBusy)) {
+        if (floods(account->second, news, gathered, isBusy)) {
             abort(account);
             account->second.rests = now + rest;
         }
@@ -115,7 +118,8 @@ void CurlSockets::takeTraffic() noexcept {
 }
 
 /// Settles an account, and tells whether the origin has flooded its connections for long enough.
-bool CurlSockets::floods(Account& account, std::uint64_t delivered, bool isBusy) noexcept {
+bool CurlSockets::floods(Account& account, std::uint64_t delivered, std::uint64_t gathered,
+                         bool isBusy) noexcept {
     const std::uint64_t read = std::exchange(account.read, 0);
     const std::uint64_t sent = std::exchange(account.sent, 0);
     const std::uint64_t inOrder =
@@ -123,7 +127,7 @@ bool CurlSockets::floods(Account& account, std::uint64_t delivered, bool isBusy)
     const std::uint64_t all = account.wasted + read;
     account.wasted = all - std::min(all, inOrder);
     if (account.wasted == 0) account.floodedLooks = 0;
-    if (isBusy && read > inOrder && account.wasted > plenty) ++account.floodedLooks;
+    if (isBusy && read > inOrder && account.wasted > gathered) ++account.floodedLooks;
     return account.floodedLooks >= looksUntilCut;
 }
 

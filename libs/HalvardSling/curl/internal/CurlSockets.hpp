@@ -38,6 +38,11 @@ class CurlSockets {
                          std::memory_order_relaxed);
     }
 
+    /// How many requests libcurl has from now on.
+    void noteInFlight(std::size_t requests) noexcept {
+        inFlight_.store(requests, std::memory_order_relaxed);
+    }
+
     /// Looks at the sockets, and aborts the connections to an origin that has flooded them for some
     /// looks. To be called at regular times; any thread.
     /// @param isBusy  whether libcurl's thread is at work at this moment
@@ -70,9 +75,10 @@ class CurlSockets {
     void takeTraffic() noexcept;
     void abort(Accounts::iterator account) noexcept;
     [[nodiscard]] static bool floods(Account& account, std::uint64_t delivered,
-                                     bool isBusy) noexcept;
+                                     std::uint64_t gathered, bool isBusy) noexcept;
 
     std::atomic<std::uint64_t> delivered_{0};
+    std::atomic<std::size_t> inFlight_{0};
 
     std::mutex mutex_;
     // Guarded by the mutex:
