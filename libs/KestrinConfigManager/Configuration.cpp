@@ -395,8 +395,7 @@ constexpr std::array<Key<TopLevel>, 7> topKeys{{
                                  return std::nullopt;
                              }}},
     {"development",
-     Flag<TopLevel>{
-         [](TopLevel& target, bool value) { target.cleartextHosts.loopback = value; }}},
+     Flag<TopLevel>{[](TopLevel& target, bool value) { target.cleartextHosts.loopback = value; }}},
     {"cleartextHosts", TextList<TopLevel>{"host names", storeCleartextHost}},
     {"strictIdentifiers", Flag<TopLevel>{[](TopLevel& target, bool value) {
          target.prototype.strictIdentifiers = value;

@@ -138,8 +138,8 @@ TEST(Redirect, LeadsToNoCleartextHostThatIsNotAllowed) {
     request.url = "http://a.example/";
     request.policy.allowsCleartext = true;
     EXPECT_EQ(target("http://b.example/x", request), "http://b.example/x");
-    request.policy.cleartextHosts = std::make_shared<const CleartextHosts>(
-        CleartextHosts{.names = {"a.example", "c.example"}});
+    request.policy.cleartextHosts =
+        std::make_shared<const CleartextHosts>(CleartextHosts{.names = {"a.example", "c.example"}});
     for (const char* const elsewhere :
          {"http://b.example/x", "//b.example/x", "http://sub.a.example/x", "http://127.0.0.1/x",
           "http://localhost/x", "http://[::1]/x", "HTTP://B.example:80/x"})

@@ -77,6 +77,22 @@ TEST(Pages, LinkToFilesThatAreThere) {
         EXPECT_TRUE(fs::exists(page.parent_path() / target)) << page << " links to " << target;
 }
 
+TEST(Pages, NameDefencesAndTestsThatAreThere) {
+    std::set<std::string> files;
+    for (const char* const folder : {"apps", "libs", "tests"})
+        for (const auto& entry : fs::recursive_directory_iterator(root / folder))
+            files.insert(entry.path().filename().string());
+    const std::string page = contentOf(root / "docs/reliability.md");
+    const auto sources = found(page, "`([A-Za-z0-9]+\\.[ch]pp)`");
+    EXPECT_THAT(sources, SizeIs(testing::Gt(5U)));
+    for (const auto& source : sources)
+        EXPECT_TRUE(files.contains(source)) << source;
+    const auto tests = found(page, "`([A-Za-z0-9]+Test)`");
+    EXPECT_THAT(tests, SizeIs(testing::Gt(5U)));
+    for (const auto& test : tests)
+        EXPECT_TRUE(files.contains(test + ".cpp")) << test;
+}
+
 TEST(Pages, NameFilesThatAreThere) {
     const auto names = onPages(
         "`((?:apps|bench|cmake|compat|docs|examples|libs|tests|HalvardMorrow|HalvardSling|"
