@@ -35,7 +35,7 @@ struct RequestPolicy {
     /// Whether the URL may have the scheme "http".
     bool allowsCleartext = false;
     /// The hosts that cleartext is limited to if it is allowed, also after a redirect; null: any.
-    std::shared_ptr<const CleartextHosts> cleartextHosts;
+    std::shared_ptr<const CleartextHosts> cleartextHosts{};
     /// Cap of the reply's body, counted after content decoding. What is made of it as JSON may take
     /// four times this memory, the body included (see `JSONLimits::maxMemory`).
     std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
