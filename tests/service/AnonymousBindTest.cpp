@@ -144,7 +144,7 @@ TEST_F(RequestAnonymousBind, AReplyWithoutAValidBindFailsAndStoresNothing) {
     EXPECT_FALSE(ConfigurationManager::profileBind(true));
 }
 
-TEST_F(RequestAnonymousBind, ABindThatNoHeaderCanCarryFailsNamingItsFieldAndStoresNothing) {
+TEST_F(RequestAnonymousBind, ABindThatNoHeaderCanCarryFailsAndStoresNothing) {
     const std::string secret = "s3cret";
     for (const std::string& spoilt : std::vector<std::string>{
              secret + "\\r\\nX: y", secret + "\\u0000", secret + "ö", secret + " ", " " + secret,
@@ -156,7 +156,6 @@ TEST_F(RequestAnonymousBind, ABindThatNoHeaderCanCarryFailsNamingItsFieldAndStor
             const auto error =
                 Observed<AnonymousBind>(profile.requestAnonymousBind()).error<ProfileError>();
             ASSERT_EQ(error, ProfileError::anonymousBindSerializationError);
-            EXPECT_THAT(error->what(), testing::HasSubstr('"' + field + '"'));
             EXPECT_THAT(error->what(), testing::Not(testing::HasSubstr(secret)));
         }
     }

@@ -23,7 +23,7 @@ constexpr std::array<Text, ProfileError::caseCount> texts{{
     {"parentInvalidForOperation: the parent profile can be neither edited nor deleted",
      "choose another profile"},
     {"anonymousBindSerializationError: the service's reply holds no valid anonymous bind",
-     "check the device's clock and the URL of the service"},
+     "check the device's clock, the URL of the service, and that a header can carry what it sends"},
     {"userProfileSerializationError: the service's reply is no list",
      "check the URL of the service"},
     {"userSerializationError: the service's reply is no profile or no list of profiles",
@@ -49,7 +49,7 @@ std::string_view ProfileError::advice() const noexcept {
 }
 
 const char* ProfileError::what() const noexcept {
-    return what_ != nullptr ? what_ : textOf(value_).what;
+    return textOf(value_).what;
 }
 
 }  // namespace KestrinProfile

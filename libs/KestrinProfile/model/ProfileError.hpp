@@ -44,10 +44,6 @@ class KESTRIN_PROFILE_EXCEPTION ProfileError final : public std::exception {
     static constexpr int caseCount = 8;
 
     explicit ProfileError(Case value) noexcept : value_(value) {}
-    /// @param value  the case
-    /// @param what   what `what` says instead of the usual, to name the part that is to blame; a
-    ///               literal, for it is not copied
-    ProfileError(Case value, const char* what) noexcept : value_(value), what_(what) {}
     ProfileError(const ProfileError&) = default;
     ProfileError(ProfileError&&) = default;
     ProfileError& operator=(const ProfileError&) = default;
@@ -86,7 +82,6 @@ class KESTRIN_PROFILE_EXCEPTION ProfileError final : public std::exception {
 
   private:
     Case value_;
-    const char* what_ = nullptr;  // null: the usual text of the case
 };
 
 // Here, so that they are there before whatever is initialised with them.

@@ -1,5 +1,4 @@
 #include <exception>
-#include <string_view>
 #include <utility>
 
 #include <rxcpp/operators/rx-map.hpp>
@@ -69,21 +68,10 @@ std::vector<User> decodedUsers(const JSONDictionary& reply) {
     return users;
 }
 
-/// The error for a bind that is not valid; says which text is to blame if it cannot be sent.
-ProfileError invalidBindError(const AnonymousBind& bind) {
-    constexpr auto failure = ProfileError::Case::anonymousBindSerializationError;
-    const char* const text = bind.unsendableText();
-    if (text == nullptr) return ProfileError(failure);
-    return {failure, text == std::string_view(AnonymousBind::Keys::token)
-                         ? "anonymousBindSerializationError: the \"token\" of the bind in the "
-                           "service's reply can be sent in no header"
-                         : "anonymousBindSerializationError: the \"profileId\" of the bind in the "
-                           "service's reply can be sent in no header"};
-}
-
 AnonymousBind storedBind(const JSONDictionary& reply) {
-    auto bind = decoded<AnonymousBind, ProfileError::Case::anonymousBindSerializationError>(reply);
-    if (!bind.isValid()) throw invalidBindError(bind);
+    constexpr auto failure = ProfileError::Case::anonymousBindSerializationError;
+    auto bind = decoded<AnonymousBind, failure>(reply);
+    if (!bind.isValid()) throw ProfileError(failure);
     auto& manager = ConfigurationManager::sharedInstance();
     manager.setBindProfileID(bind.profileID);
     manager.setBindToken(bind.token);
