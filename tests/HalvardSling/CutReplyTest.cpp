@@ -226,11 +226,10 @@ std::vector<Play> plays() {
         all.push_back({"the connection ends " + nameOf(how),
                        [how](auto&, RawConnection& raw, auto) { end(raw, how); }});
     for (const auto& [name, bytes] : brokenFrames())
-        all.push_back(
-            {name, [bytes = bytes](HTTP2Connection& connection, RawConnection& raw, auto) {
-                 connection.send(bytes);
-                 raw.awaitClose();
-             }});
+        all.push_back({name, [text = bytes](HTTP2Connection& connection, RawConnection& raw, auto) {
+                           connection.send(text);
+                           raw.awaitClose();
+                       }});
     // libcurl takes the last code, 13, for a wish for HTTP/1.1.
     for (std::uint32_t code = 1; code <= 12; ++code)
         all.push_back({"RST_STREAM " + std::to_string(code),

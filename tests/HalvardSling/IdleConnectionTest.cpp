@@ -52,16 +52,16 @@ TEST_P(IdleConnection, IsNotUsedAgainOnceSomethingCameUnasked) {
             Tally proceed;
             Tally arrived;
             const RawServer server(
-                [&, &bytes = bytes, closes = closes](RawConnection& connection) {
+                [&, &text = bytes, ends = closes](RawConnection& connection) {
                     if (connection.index() > 0)
                         return RawServer::answering(httpReply(200, "own"))(connection);
                     if (!connection.readRequest() || !connection.send(httpReply(200, "first")))
                         return;
                     // The client's next step, so that this comes behind its reply.
                     static_cast<void>(proceed.reaches(1));
-                    connection.send(bytes);
+                    connection.send(text);
                     connection.awaitArrival();
-                    if (closes) connection.close();
+                    if (ends) connection.close();
                     arrived.add();
                     while (connection.readRequest())
                         connection.send(httpReply(200, "late"));
