@@ -87,6 +87,14 @@ void blockBrokenPipeSignal() {
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+/// The state of a TCP connection, e.g. TCP_ESTABLISHED.
+int stateOf(int socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);
+    return info.tcpi_state;
+}
+
 }  // namespace
 
 struct RawConnection::TLS {
@@ -164,18 +172,15 @@ void RawConnection::awaitClose() {
 
 void RawConnection::close() {
     ::shutdown(socket_, SHUT_WR);
-    static_cast<void>(eventually([&] {
-        tcp_info info{};
-        socklen_t size = sizeof info;
-        ::getsockopt(socket_, IPPROTO_TCP, TCP_INFO, &info, &size);
-        return info.tcpi_state != TCP_FIN_WAIT1;
-    }));
+    static_cast<void>(eventually([&] { return stateOf(socket_) != TCP_FIN_WAIT1; }));
 }
 
 void RawConnection::awaitArrival() const {
     static_cast<void>(eventually([&] {
         int unacknowledged = 0;
-        return ::ioctl(socket_, SIOCOUTQ, &unacknowledged) != 0 || unacknowledged == 0;
+        // What was under way when the peer reset the connection stays unacknowledged.
+        return ::ioctl(socket_, SIOCOUTQ, &unacknowledged) != 0 || unacknowledged == 0 ||
+               stateOf(socket_) == TCP_CLOSE;
     }));
 }
 
