@@ -89,7 +89,9 @@ bool CurlEngine::sendElsewhere(Running& running) noexcept {
 void CurlEngine::leave(Running& running) noexcept {
     if (!std::exchange(running.isAdded, false)) return;
     curl_multi_remove_handle(multi_.get(), running.exchange->easy());
-    leavesMore_ |= running.exchange->leavesMore(running.ended == CURLE_OK);
+    const bool isWhole = running.ended == CURLE_OK;
+    leavesMore_ |= running.exchange->leavesMore(isWhole);
+    sockets_.noteGivenUp(running.exchange->leavesUnderWay(isWhole));
 }
 
 TransportResult CurlEngine::result(TransferID id) {

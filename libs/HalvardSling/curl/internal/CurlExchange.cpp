@@ -441,6 +441,15 @@ bool CurlExchange::leavesMore(bool isWhole) const {
     return begun_ && sharesConnection() && (!isWhole || hasFilledBuffer());
 }
 
+std::uint64_t CurlExchange::leavesUnderWay(bool isWhole) const {
+    if (!begun_ || isWhole || reading_ != Reading::body || !sharesConnection()) return 0;
+    constexpr std::uint64_t unknown = std::numeric_limits<std::uint32_t>::max();
+    const auto announced = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    const std::uint64_t received = bytesOf(easy(), CURLINFO_SIZE_DOWNLOAD_T);
+    const auto all = announced < 0 ? unknown : static_cast<std::uint64_t>(announced);
+    return all - std::min(all, received);
+}
+
 void CurlExchange::readOn() const noexcept {
     // The end of a pause is what makes libcurl look into its buffers. It refuses a pause where
     // there is no connection yet.

@@ -82,6 +82,10 @@ class CurlExchange {
     /// @param isWhole  whether it left because its reply was whole
     [[nodiscard]] bool leavesMore(bool isWhole) const;
 
+    /// How much of its reply may still come over a connection that others share.
+    /// @param isWhole  as above
+    [[nodiscard]] std::uint64_t leavesUnderWay(bool isWhole) const;
+
     /// Has libcurl go on with the reply although nothing more has come.
     void readOn() const noexcept;
 

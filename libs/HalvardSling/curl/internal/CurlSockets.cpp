@@ -24,9 +24,11 @@ constexpr std::uint64_t sentPerCarried = 16;
 /// What an origin may send between two looks without being asked: 200 kB a second.
 constexpr std::uint64_t tolerated = 4096;
 
-// A flood is cut at the seventh look. The rest of a reply that was cancelled does not keep a thread
-// busy for so long.
+// A flood is cut at the seventh look.
 constexpr int looksUntilCut = 7;
+
+/// How much libcurl lets a server send over a connection ahead of what it has read.
+constexpr std::uint64_t window = 32UL * 1024 * 1024;
 
 /// How long an origin rests then: six times as long as it held up the others.
 constexpr auto rest = 6 * looksUntilCut * CurlSockets::interval;
@@ -91,6 +93,7 @@ void CurlSockets::look(bool isBusy) noexcept {
     // libcurl may fill the buffers of all requests before it hands out the first.
     const std::uint64_t gathered =
         CurlHandle::receiveBufferBytes * (1 + inFlight_.load(std::memory_order_relaxed));
+    underWay_ = std::min(window, underWay_ + givenUp_.exchange(0, std::memory_order_relaxed));
     takeTraffic();
     for (auto account = accounts_.begin(); account != accounts_.end();) {
         if (floods(account->second, news, gathered, isBusy)) {
@@ -126,6 +129,9 @@ bool CurlSockets::floods(Account& account, std::uint64_t delivered, std::uint64_
         tolerated + carriedByDelivered * delivered + sent / sentPerCarried;
     const std::uint64_t all = account.wasted + read;
     account.wasted = all - std::min(all, inOrder);
+    const std::uint64_t expected = std::min(account.wasted, underWay_);
+    account.wasted -= expected;
+    underWay_ -= expected;
     if (account.wasted == 0) account.floodedLooks = 0;
     if (isBusy && read > inOrder && account.wasted > gathered) ++account.floodedLooks;
     return account.floodedLooks >= looksUntilCut;

@@ -43,6 +43,11 @@ class CurlSockets {
         inFlight_.store(requests, std::memory_order_relaxed);
     }
 
+    /// A reply was given up of which so many bytes may be under way: those are no flood.
+    void noteGivenUp(std::uint64_t bytes) noexcept {
+        givenUp_.fetch_add(bytes, std::memory_order_relaxed);
+    }
+
     /// Looks at the sockets, and aborts the connections to an origin that has flooded them for some
     /// looks. To be called at regular times; any thread.
     /// @param isBusy  whether libcurl's thread is at work at this moment
@@ -74,10 +79,11 @@ class CurlSockets {
     Sockets::iterator erase(Sockets::iterator socket) noexcept;
     void takeTraffic() noexcept;
     void abort(Accounts::iterator account) noexcept;
-    [[nodiscard]] static bool floods(Account& account, std::uint64_t delivered,
-                                     std::uint64_t gathered, bool isBusy) noexcept;
+    [[nodiscard]] bool floods(Account& account, std::uint64_t delivered, std::uint64_t gathered,
+                              bool isBusy) noexcept;
 
     std::atomic<std::uint64_t> delivered_{0};
+    std::atomic<std::uint64_t> givenUp_{0};
     std::atomic<std::size_t> inFlight_{0};
 
     std::mutex mutex_;
@@ -85,6 +91,7 @@ class CurlSockets {
     Accounts accounts_;
     Sockets sockets_;
     std::uint64_t deliveredBefore_ = 0;  // at the last look
+    std::uint64_t underWay_ = 0;         // what may still come of replies that were given up
 };
 
 }  // namespace HalvardSling::internal
