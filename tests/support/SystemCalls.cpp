@@ -6,7 +6,10 @@
 #include <fstream>
 #include <string>
 #include <sys/syscall.h>
+#include <thread>
 #include <unistd.h>
+
+#include "support/Waiting.hpp"
 
 namespace TestSupport {
 
@@ -44,8 +47,22 @@ pid_t thisThread() {
     return ::gettid();
 }
 
+namespace {
+
+/// The first thread of a process brings one of ThreadSanitizer's along, which stays.
+bool hadAThread() {
+    pid_t thread = 0;
+    std::thread([&] { thread = thisThread(); }).join();
+    const auto task = std::filesystem::path("/proc/self/task") / std::to_string(thread);
+    return eventually([&] { return !std::filesystem::exists(task); });
+}
+
+}  // namespace
+
 std::vector<pid_t> otherThreads() {
+    static const bool isReady = hadAThread();
     std::vector<pid_t> all;
+    if (!isReady) return all;
     for (const auto& each : std::filesystem::directory_iterator("/proc/self/task"))
         if (const pid_t thread = std::stoi(each.path().filename()); thread != thisThread())
             all.push_back(thread);
