@@ -1,8 +1,10 @@
 #include <filesystem>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CommandLineFixture.hpp"
@@ -129,12 +131,22 @@ class Canary : public CommandLine {
         }
     }
 
+    void become(Service next) {
+        const std::scoped_lock lock(mutex);
+        current = std::move(next);
+    }
+
+    [[nodiscard]] std::string replyTo(const std::string& request) {
+        const std::scoped_lock lock(mutex);
+        const bool isBind = request.find("/binds") != std::string::npos;
+        return isBind ? current.bind : current.reply(request);
+    }
+
+    std::mutex mutex;
     Service current{"fine", fine};
     RawServer server{[this](RawConnection& connection) {
-        while (const auto request = connection.readRequest()) {
-            const bool isBind = request->find("/binds") != std::string::npos;
-            if (!connection.send(isBind ? current.bind : current.reply(*request))) return;
-        }
+        while (const auto request = connection.readRequest())
+            if (!connection.send(replyTo(*request))) return;
     }};
 };
 
@@ -145,7 +157,7 @@ TEST_F(Canary, TheSecretsAreSentAndKeptSoThatTheyCouldBeFound) {
     ASSERT_EQ(server.requests().size(), 2U);
     EXPECT_THAT(server.requests()[0], HasSubstr(householdSecret));
     EXPECT_THAT(server.requests()[1], HasSubstr(token));
-    current = {"refusing", [](const std::string& request) { return problem(400, request); }};
+    become({"refusing", [](const std::string& request) { return problem(400, request); }});
     const auto refused = runConfigured({"watchlist", "list"});
     EXPECT_THAT(refused.errors, HasSubstr("JWT ***")) << "the service repeats what it was sent";
 }
@@ -157,7 +169,7 @@ TEST_F(Canary, NoCommandShowsOrKeepsASecretWhateverTheServiceSays) {
     std::size_t first = 0;
     for (const Service& each : services(server.url(""))) {
         SCOPED_TRACE(each.name);
-        current = each;
+        become(each);
         fs::remove(bindFile());
         for (std::size_t command = first++ % share; command < commands.size(); command += share) {
             auto arguments = commands[command];

@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CommandLineFixture.hpp"
@@ -27,12 +29,25 @@ class BindService {
         while (const auto request = connection.readRequest()) {
             const bool isBind = request->starts_with("POST");
             binds += isBind ? 1 : 0;
-            connection.send(httpReply(200, isBind ? bind : "{}"));
+            connection.send(httpReply(200, isBind ? bind() : "{}"));
         }
     }
 
-    std::string bind = R"({"profileId":"p","token":"good"})";
+    [[nodiscard]] std::string bind() {
+        const std::scoped_lock lock(mutex_);
+        return bind_;
+    }
+
+    void giveBind(std::string bind) {
+        const std::scoped_lock lock(mutex_);
+        bind_ = std::move(bind);
+    }
+
     std::atomic<int> binds = 0;
+
+  private:
+    std::mutex mutex_;
+    std::string bind_ = R"({"profileId":"p","token":"good"})";
 };
 
 class UnusableBind : public CommandLine {
@@ -57,18 +72,18 @@ const std::vector<std::string> spoiltTokens{R"(s3cret\r\nX-Evil: 1)",
                                             "s3cret" + std::string(2'000'000, 'x')};
 
 TEST_F(UnusableBind, AsAReplyIsRefusedAndForgotten) {
-    const std::string good = bindService.bind;
+    const std::string good = bindService.bind();
     for (const std::string& token : spoiltTokens)
         for (const std::string field : {"token", "profileId"}) {
             const std::string other =
                 field == "token" ? R"("profileId":"p")" : R"("token":"s3cret")";
-            bindService.bind = R"({")" + field + R"(":")" + token + R"(",)" + other + "}";
+            bindService.giveBind(R"({")" + field + R"(":")" + token + R"(",)" + other + "}");
             const auto refused = add();
             EXPECT_EQ(refused.code, 1);
             EXPECT_THAT(refused.errors, AllOf(HasSubstr("header"), Not(HasSubstr("s3cret"))));
             EXPECT_THAT(contentOf(bindFile()), Not(HasSubstr("s3cret")));
 
-            bindService.bind = good;
+            bindService.giveBind(good);
             const auto next = add();
             EXPECT_EQ(next.code, 0) << next.errors;
             std::filesystem::remove(bindFile());
@@ -111,7 +126,7 @@ TEST_F(UnusableBind, ThatIsHeldAndAsAReplyIsAskedForOnceAndRefused) {
     const std::string spoilt = R"({"profileId":"p","token":"s3cret\r\n"})";
     write(bindFile(),
           R"({"version":1,"revision":3,"selectedProfileID":"p","binds":[)" + spoilt + "]}");
-    bindService.bind = spoilt;
+    bindService.giveBind(spoilt);
     bindService.binds = 0;
     EXPECT_EQ(add().code, 1);
     EXPECT_EQ(bindService.binds, 1);
