@@ -22,6 +22,13 @@ if(KESTRIN_SANITIZE MATCHES "undefined")
     list(APPEND KESTRIN_TEST_OPTIONS -fno-sanitize=null,alignment,object-size,vptr)
 endif()
 
+# What a few tests are told, which a sanitizer keeps from showing what they look for.
+if(KESTRIN_SANITIZE)
+    set(kestrin_under_sanitizer 1)
+else()
+    set(kestrin_under_sanitizer 0)
+endif()
+
 # The headers that most tests include, precompiled once for all of them.
 function(kestrin_reuse_test_headers name)
     if(KESTRIN_PRECOMPILE_HEADERS AND NOT TARGET kestrin_test_headers)
