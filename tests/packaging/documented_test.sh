@@ -5,7 +5,7 @@ set -euo pipefail
 export LC_ALL=C
 repository=$1
 prefix=$2
-libraries='HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile'
+libraries='HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile|KestrinHousehold'
 
 # Names in the first column of a page's table that look like PATTERN.
 in_table() {

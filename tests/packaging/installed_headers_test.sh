@@ -13,14 +13,14 @@ expect_none() {
     status=1
 }
 
-libraries=(HalvardMorrow HalvardSling KestrinConfigManager KestrinProfile)
+libraries=(HalvardMorrow HalvardSling KestrinConfigManager KestrinProfile KestrinHousehold)
 mapfile -t headers < <(find "${libraries[@]}" -name '*.hpp' | sort)
 [ "${#headers[@]}" -gt 20 ] || { echo "only ${#headers[@]} headers are installed"; exit 1; }
 
 expect_none "a folder that is not public is installed" \
     "$(find "${libraries[@]}" -type d -name internal)"
 
-allowed='<([a-z0-9_]+|rxcpp/[a-z/-]+\.hpp|(HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile)/[A-Za-z/]+\.hpp)>'
+allowed='<([a-z0-9_]+|rxcpp/[a-z/-]+\.hpp|(HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile|KestrinHousehold)/[A-Za-z/]+\.hpp)>'
 expect_none "an include that is neither of the standard library nor of ReactiveX nor ours" \
     "$(grep -nE '^ *# *include' "${headers[@]}" | grep -vE "# *include $allowed$")"
 

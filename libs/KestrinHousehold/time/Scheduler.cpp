@@ -1,0 +1,7 @@
+#include <KestrinHousehold/time/Scheduler.hpp>
+
+namespace KestrinHousehold {
+
+Scheduler::~Scheduler() = default;
+
+}  // namespace KestrinHousehold
