@@ -72,11 +72,13 @@ function(kestrin_rxcpp_directory_of_target target result)
 endfunction()
 
 # Sets `result` to whether the current compiler takes the RxCpp in `directory`. The answer is kept
-# until the compiler, its flags or the directory change.
+# for this compiler, its flags and the directory.
 function(kestrin_rxcpp_compiles directory result)
     string(CONCAT question "${directory};${CMAKE_CXX_COMPILER};${CMAKE_CXX_COMPILER_VERSION};"
                   "${CMAKE_CXX_FLAGS}")
-    if(NOT "${KESTRIN_RXCPP_PROBE_QUESTION}" STREQUAL "${question}")
+    string(SHA1 question "${question}")
+    set(known KESTRIN_RXCPP_PROBE_${question})
+    if(NOT DEFINED ${known})
         set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
         set(source "${CMAKE_CURRENT_BINARY_DIR}/CMakeFiles/kestrin_rxcpp_probe.cpp")
         file(WRITE "${source}" [[
@@ -103,33 +105,75 @@ int probe() {
 }
 ]])
         try_compile(
-            compiles "${CMAKE_CURRENT_BINARY_DIR}/CMakeFiles/kestrin_rxcpp_probe" "${source}"
+            answer "${CMAKE_CURRENT_BINARY_DIR}/CMakeFiles/kestrin_rxcpp_probe" "${source}"
             CMAKE_FLAGS "-DINCLUDE_DIRECTORIES=${directory}"
             COMPILE_DEFINITIONS -w
             CXX_STANDARD 20
             CXX_STANDARD_REQUIRED ON
             OUTPUT_VARIABLE log)
         file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/CMakeFiles/kestrin_rxcpp_probe.log" "${log}")
-        set(KESTRIN_RXCPP_PROBE_QUESTION "${question}" CACHE INTERNAL "")
-        set(KESTRIN_RXCPP_PROBE_ANSWER "${compiles}" CACHE INTERNAL "")
-        unset(compiles CACHE)
+        set(${known} "${answer}" CACHE INTERNAL "")
+        unset(answer CACHE)
     endif()
-    set(${result} "${KESTRIN_RXCPP_PROBE_ANSWER}" PARENT_SCOPE)
+    set(${result} "${${known}}" PARENT_SCOPE)
 endfunction()
 
-# Looks for an RxCpp that compiles. Sets `directory_result` to its directory, or to an empty string
-# and `reason_result` to why there is none.
+# Sets `result` to a directory in the build folder with a copy of the RxCpp in `directory` that
+# compilers take which look into templates before they are used (Clang 19, GCC 14), or to an empty
+# string if what they refuse is not there. RxCpp up to 4.1.1 and its head define an assignment that
+# assigns to a constant member; nothing uses it, and the copy does without. The headers include
+# each other by quotes, so one that came earlier on the path would not be found in the place of that
+# one: all are copied.
+function(kestrin_rxcpp_mend directory result)
+    set(${result} "" PARENT_SCOPE)
+    set(header rxcpp/rx-notification.hpp)
+    if(NOT EXISTS "${directory}/${header}")
+        return()
+    endif()
+    file(READ "${directory}/${header}" text)
+    string(REGEX REPLACE "(operator=\\(on_error_notification [a-z]+\\)) *{ *ep *=[^}]*}"
+                         "\\1 = delete;" mended "${text}")
+    if(mended STREQUAL text)
+        return()
+    endif()
+
+    string(SHA1 origin "${directory}")
+    string(SUBSTRING "${origin}" 0 8 origin)
+    set(copy "${CMAKE_BINARY_DIR}/kestrin_rxcpp/${origin}")
+    file(COPY "${directory}/rxcpp" DESTINATION "${copy}"
+         FILES_MATCHING PATTERN "*.hpp" PATTERN "rx-notification.hpp" EXCLUDE)
+    set(present "")
+    if(EXISTS "${copy}/${header}")
+        file(READ "${copy}/${header}" present)
+    endif()
+    if(NOT mended STREQUAL present)
+        file(WRITE "${copy}/${header}" "${mended}")
+    endif()
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${directory}/${header}")
+    set(${result} "${copy}" PARENT_SCOPE)
+endfunction()
+
+# Looks for an RxCpp that compiles, as it is or mended. Sets `directory_result` to its directory, or
+# to an empty string and `reason_result` to why there is none.
 function(kestrin_rxcpp_find_usable directory_result reason_result)
     set(${directory_result} "" PARENT_SCOPE)
     set(${reason_result} "" PARENT_SCOPE)
-    kestrin_rxcpp_find(directory)
+    kestrin_rxcpp_find(found)
+    set(directory "${found}")
     if(NOT directory)
         set(${reason_result} "no RxCpp is installed" PARENT_SCOPE)
         return()
     endif()
     kestrin_rxcpp_compiles("${directory}" compiles)
     if(NOT compiles)
-        string(CONCAT reason "the RxCpp in ${directory} does not compile with "
+        kestrin_rxcpp_mend("${directory}" copy)
+        if(copy)
+            kestrin_rxcpp_compiles("${copy}" compiles)
+            set(directory "${copy}")
+        endif()
+    endif()
+    if(NOT compiles)
+        string(CONCAT reason "the RxCpp in ${found} does not compile with "
                       "${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}")
         set(${reason_result} "${reason}" PARENT_SCOPE)
         return()
