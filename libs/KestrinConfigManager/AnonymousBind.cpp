@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdint>
 #include <string_view>
 #include <variant>
@@ -66,14 +67,22 @@ const char* AnonymousBind::unsendableText() const noexcept {
     return isSendable(token) ? nullptr : Keys::token;
 }
 
+std::optional<AnonymousBind::Clock::time_point> AnonymousBind::validUntil() const {
+    const auto expires = expiry(token);
+    if (!expires) return std::nullopt;
+    // "exp" may be any 64-bit number, so nothing is added to it before it is known to fit.
+    using Time = Clock::time_point;
+    using std::chrono::floor;
+    using std::chrono::seconds;
+    const auto latest = floor<seconds>(Time::max().time_since_epoch()) - leeway;
+    const auto earliest = -latest;
+    return Time(std::clamp(seconds(*expires), earliest, latest) + leeway);
+}
+
 bool AnonymousBind::isValid(Clock::time_point now) const {
     if (profileID.empty() || token.empty() || unsendableText() != nullptr) return false;
-    const auto expires = expiry(token);
-    if (!expires) return true;
-    // Whole seconds, rounded up, and the leeway taken from now: "exp" may be any 64-bit number, and
-    // neither adding to it nor turning it into the clock's unit is safe.
-    const auto seconds = std::chrono::ceil<std::chrono::seconds>(now.time_since_epoch());
-    return std::int64_t{(seconds - leeway).count()} <= *expires;
+    const auto until = validUntil();
+    return !until || now <= *until;
 }
 
 }  // namespace KestrinConfigManager

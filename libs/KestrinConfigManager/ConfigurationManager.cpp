@@ -118,6 +118,11 @@ std::optional<AnonymousBind> ConfigurationManager::bind(bool parent) const {
     return held_.selectedProfileID ? bindOf(held_, *held_.selectedProfileID) : std::nullopt;
 }
 
+HeldBinds ConfigurationManager::heldBinds() const {
+    const std::scoped_lock lock(mutex_);
+    return held_;
+}
+
 /// Applies an edit to what is held and tells the store. The edit says whether it changed anything.
 template <class Edit>
 void ConfigurationManager::updateBinds(Edit edit) {

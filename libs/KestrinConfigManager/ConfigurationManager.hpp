@@ -56,6 +56,9 @@ class KESTRIN_CONFIG_MANAGER_EXPORT ConfigurationManager {
     /// if none is held. It may have expired: see `AnonymousBind::isValid`.
     [[nodiscard]] std::optional<AnonymousBind> bind(bool parent) const;
 
+    /// All binds that are held, and which profile is selected, at one moment.
+    [[nodiscard]] HeldBinds heldBinds() const;
+
     /// Stores a bind under its profile identifier, in the place of the one that is held for that
     /// profile. This is how an application stores a bind that it has as a whole.
     void storeBind(AnonymousBind bind);

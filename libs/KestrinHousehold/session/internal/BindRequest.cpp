@@ -1,0 +1,64 @@
+#include <utility>
+
+#include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinHousehold/session/internal/BindRequest.hpp>
+#include <KestrinHousehold/session/internal/Forbidden.hpp>
+#include <KestrinProfile/model/ProfileError.hpp>
+#include <KestrinProfile/service/Profile.hpp>
+
+namespace KestrinHousehold::internal {
+
+using KestrinConfigManager::AnonymousBind;
+using KestrinConfigManager::ConfigurationManager;
+using KestrinProfile::ProfileError;
+using KestrinProfile::ProfileOperation;
+
+namespace {
+
+void dropFromManager(const std::string& profileID) {
+    auto& manager = ConfigurationManager::sharedInstance();
+    manager.setBindProfileID(profileID);
+    manager.setBindToken(std::nullopt);
+}
+
+}  // namespace
+
+BindRequest::BindRequest(std::shared_ptr<ProfileBind> bind)
+    : Attempts(bind->household(), ProfileOperation::anonymousBind, true, std::nullopt),
+      bind_(std::move(bind)) {}
+
+void BindRequest::begin() {
+    // What is still held there is refused or expired; the parent's would be taken for the reply.
+    dropFromManager(bind_->profileID());
+    start();
+    attempt();
+}
+
+void BindRequest::send(const rxcpp::composite_subscription& attempt) {
+    const auto self = std::static_pointer_cast<BindRequest>(shared_from_this());
+    KestrinProfile::Profile()
+        .requestAnonymousBind(bind_->profileID())
+        .subscribe(
+            attempt, [self](AnonymousBind bind) { self->arrived(std::move(bind)); },
+            [self](const std::exception_ptr& error) {
+                if (isForbidden(error)) self->bind_->household().restoreBinds();
+                self->failed(error);
+            });
+}
+
+void BindRequest::arrived(AnonymousBind bind) {
+    if (bind.profileID == bind_->profileID()) {
+        if (succeeded()) bind_->obtained(*this, std::move(bind));
+        return;
+    }
+    // Another profile's: nobody knows whose token that is, so nobody uses it.
+    dropFromManager(bind.profileID);
+    bind_->household().restoreBinds();
+    abort(std::make_exception_ptr(ProfileError(ProfileError::anonymousBindSerializationError)));
+}
+
+void BindRequest::fail(const std::exception_ptr& error) {
+    bind_->failed(*this, error);
+}
+
+}  // namespace KestrinHousehold::internal
