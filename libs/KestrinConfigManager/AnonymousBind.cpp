@@ -67,22 +67,19 @@ const char* AnonymousBind::unsendableText() const noexcept {
     return isSendable(token) ? nullptr : Keys::token;
 }
 
-std::optional<AnonymousBind::Clock::time_point> AnonymousBind::validUntil() const {
+std::optional<std::chrono::sys_seconds> AnonymousBind::validUntil() const {
     const auto expires = expiry(token);
     if (!expires) return std::nullopt;
-    // "exp" may be any 64-bit number, so nothing is added to it before it is known to fit.
-    using Time = Clock::time_point;
-    using std::chrono::floor;
+    // "exp" may be any 64-bit number.
     using std::chrono::seconds;
-    const auto latest = floor<seconds>(Time::max().time_since_epoch()) - leeway;
-    const auto earliest = -latest;
-    return Time(std::clamp(seconds(*expires), earliest, latest) + leeway);
+    return std::chrono::sys_seconds(std::min(seconds(*expires), seconds::max() - leeway) + leeway);
 }
 
 bool AnonymousBind::isValid(Clock::time_point now) const {
     if (profileID.empty() || token.empty() || unsendableText() != nullptr) return false;
     const auto until = validUntil();
-    return !until || now <= *until;
+    // Whole seconds, rounded up: the clock's unit cannot hold every expiry.
+    return !until || std::chrono::ceil<std::chrono::seconds>(now) <= *until;
 }
 
 }  // namespace KestrinConfigManager

@@ -58,10 +58,11 @@ struct KESTRIN_CONFIG_MANAGER_EXPORT AnonymousBind : Serializable {
     /// @param now  the time to judge by
     [[nodiscard]] bool isValid(Clock::time_point now = Clock::now()) const;
 
-    /// Until when `isValid` is true of a bind whose texts can be used: the "exp" claim and the
-    /// `leeway`, cut to what the clock can say. Absent: the token has no expiry that a client could
-    /// know. Reading it takes the token apart; who asks often keeps it.
-    [[nodiscard]] std::optional<Clock::time_point> validUntil() const;
+    /// The last second at which `isValid` is true of a bind whose texts can be used: that of the
+    /// "exp" claim, and the `leeway`. Absent: the token has no expiry that a client could know. It
+    /// may lie beyond what `Clock` can say, so compare it with a time in whole seconds. Who asks
+    /// often keeps it, for the token has to be taken apart.
+    [[nodiscard]] std::optional<std::chrono::sys_seconds> validUntil() const;
 
     friend bool operator==(const AnonymousBind&, const AnonymousBind&) = default;
 

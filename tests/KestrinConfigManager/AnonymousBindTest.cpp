@@ -157,6 +157,14 @@ TEST(AnonymousBindValidity, AnyExpiryAndAnyTimeCanBeCompared) {
     EXPECT_TRUE(expiring("0").isValid(Clock::time_point::min()));
 }
 
+TEST(AnonymousBindValidity, EndsWithTheLeewayAfterTheExpiry) {
+    using std::chrono::sys_seconds;
+    EXPECT_EQ(expiring(std::to_string(expiry)).validUntil(), sys_seconds(seconds(expiry + 300)));
+    EXPECT_EQ(AnonymousBind("p", "t").validUntil(), std::nullopt);
+    constexpr auto latest = std::numeric_limits<std::int64_t>::max();
+    EXPECT_EQ(expiring(std::to_string(latest)).validUntil(), sys_seconds(seconds(latest)));
+}
+
 TEST(AnonymousBindValidity, WhatIsNoWholeNumberIsNoExpiry) {
     for (const std::string_view exp :
          {"1.5", "1e3", "9223372036854775808", "\"1\"", "null", "true", "[1]", "{\"exp\":1}"})

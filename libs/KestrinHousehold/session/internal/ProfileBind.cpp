@@ -116,7 +116,9 @@ std::list<std::shared_ptr<ProfileCall>> ProfileBind::takeWaitingLocked() {
 }
 
 bool ProfileBind::isUsableLocked() const {
-    return held_ && (!validUntil_ || household_->scheduler()->wallTime() <= *validUntil_);
+    using std::chrono::seconds;
+    return held_ && (!validUntil_ || std::chrono::ceil<seconds>(
+                                         household_->scheduler()->wallTime()) <= *validUntil_);
 }
 
 void ProfileBind::holdLocked(AnonymousBind bind) {

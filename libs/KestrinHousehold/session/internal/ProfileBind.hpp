@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <chrono>
 #include <exception>
 #include <list>
 #include <memory>
@@ -78,7 +78,7 @@ class ProfileBind : public std::enable_shared_from_this<ProfileBind> {
     mutable std::mutex mutex_;
     bool isClosed_ = false;
     BindPointer held_;
-    std::optional<Bind::Clock::time_point> validUntil_;
+    std::optional<std::chrono::sys_seconds> validUntil_;
     BindPointer refused_;  ///< the last that was
     bool isLost_ = false;  ///< whether no other could be had for it
     std::shared_ptr<BindRequest> request_;
