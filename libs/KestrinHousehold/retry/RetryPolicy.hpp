@@ -15,7 +15,7 @@ namespace KestrinHousehold {
 struct RetryBudget {
     double share = 0.1;  ///< what a request that succeeds adds; below 0 counts as 0
     double atStart = 1;  ///< what there is before the first request
-    double atMost = 3;   ///< no more is saved than this
+    double atMost = 1;   ///< no more is saved than this
 };
 
 /// Which requests are sent again, how often and when. Plain data: what is not set is the default,
