@@ -3,6 +3,7 @@
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinHousehold/session/Household.hpp>
 #include <KestrinHousehold/session/internal/ProfileCall.hpp>
+#include <KestrinHousehold/session/internal/WarmUp.hpp>
 #include <KestrinHousehold/time/TimerThread.hpp>
 
 namespace KestrinHousehold {
@@ -38,6 +39,10 @@ ProfileSession Household::session() const {
 ProfileSession Household::session(std::string profileID) const {
     return ProfileSession(std::make_shared<const internal::Actor>(
         internal::Actor{state_, state_->bindOf(profileID)}));
+}
+
+HalvardSling::Observable<std::size_t> Household::warmUp() const {
+    return internal::warmUp();
 }
 
 const std::shared_ptr<Scheduler>& Household::scheduler() const noexcept {

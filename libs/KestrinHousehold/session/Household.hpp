@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include <HalvardSling/rx/Observable.hpp>
 #include <KestrinHousehold/Export.hpp>
 #include <KestrinHousehold/retry/RetryPolicy.hpp>
 #include <KestrinHousehold/session/HouseholdLog.hpp>
@@ -57,6 +59,15 @@ class KESTRIN_HOUSEHOLD_EXPORT Household {
 
     /// The session of a profile. Sends nothing, and does not ask whether there is such a profile.
     [[nodiscard]] ProfileSession session(std::string profileID) const;
+
+    /// Connects to the hosts of the configured services, so that later calls find a connection and
+    /// save the round trips of TCP and TLS: for the start of the application, before it knows what
+    /// to ask for. What each host gets is a HEAD request for "/", without a token and without the
+    /// services' own headers; what it answers does not matter.
+    ///
+    /// Cold: nothing happens before it is subscribed to, and unsubscribing ends it. Emits how many
+    /// hosts have answered, once all have or could not be reached, and completes; never fails.
+    [[nodiscard]] HalvardSling::Observable<std::size_t> warmUp() const;
 
     /// Who waits for this household; never null.
     [[nodiscard]] const std::shared_ptr<Scheduler>& scheduler() const noexcept;
