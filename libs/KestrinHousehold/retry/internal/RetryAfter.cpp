@@ -58,7 +58,7 @@ std::optional<Fields> read(std::string_view text, std::string_view form) {
     Fields fields;
     for (std::size_t at = 0; at < form.size(); ++at) {
         const char mark = form[at];
-        if (mark == 'M') {
+        if (form.substr(at, 3) == "Mmm") {
             fields.month = monthOf(text.substr(at, 3));
             at += 2;
             continue;
