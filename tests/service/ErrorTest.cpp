@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -87,6 +88,101 @@ TEST(DescribeTest, NeverFailsAlsoWithoutMemory) {
     memoryIsUsedUp = false;
     EXPECT_EQ(description, (ErrorDescription{"std.bad_alloc", 0, "out of memory", ""}));
     static_assert(noexcept(describe(error)));
+}
+
+template <class Error>
+ErrorNotice noticeOf(const Error& error) {
+    return whatToShow(std::make_exception_ptr(error));
+}
+
+TEST(WhatToShowTest, IsDecidedForEachKindOfNetworkError) {
+    using enum SlingErrorKind;
+    const std::map<SlingErrorKind, ErrorNotice> table{
+        {httpStatus, ErrorNotice::mendInput},  // here: 422
+        {cannotConnect, ErrorNotice::serviceDown},
+        {nameNotResolved, ErrorNotice::noNetwork},
+        {tls, ErrorNotice::notSecure},
+        {connectTimeout, ErrorNotice::noNetwork},
+        {totalTimeout, ErrorNotice::serviceDown},
+        {connectionLost, ErrorNotice::noNetwork},
+        {tooLarge, ErrorNotice::broken},
+        {malformedURL, ErrorNotice::mendInput},
+        {forbiddenHeader, ErrorNotice::broken},
+        {malformedReply, ErrorNotice::broken},
+        {redirect, ErrorNotice::broken},
+        {cancelled, ErrorNotice::nothing},
+        {outOfMemory, ErrorNotice::broken},
+        {malformedBody, ErrorNotice::mendInput},
+    };
+    EXPECT_EQ(table.size(), static_cast<std::size_t>(malformedBody) + 1);
+    for (const auto& [kind, notice] : table)
+        EXPECT_EQ(kind == httpStatus ? noticeOf(SlingError::httpStatus(422, "", {}))
+                                     : noticeOf(SlingError(kind, "")),
+                  notice)
+            << name(kind);
+}
+
+TEST(WhatToShowTest, IsDecidedForEachStatus) {
+    const std::map<int, ErrorNotice> table{
+        {401, ErrorNotice::signInAgain}, {402, ErrorNotice::notAllowed},
+        {403, ErrorNotice::notAllowed},  {451, ErrorNotice::notAllowed},
+        {405, ErrorNotice::broken},      {406, ErrorNotice::broken},
+        {415, ErrorNotice::broken},      {426, ErrorNotice::broken},
+        {431, ErrorNotice::broken},      {501, ErrorNotice::broken},
+        {505, ErrorNotice::broken},      {407, ErrorNotice::noNetwork},
+        {511, ErrorNotice::noNetwork},   {408, ErrorNotice::serviceDown},
+        {425, ErrorNotice::serviceDown}, {429, ErrorNotice::serviceDown},
+    };
+    for (int status = 400; status < 600; ++status) {
+        const auto known = table.find(status);
+        const auto other = status < 500 ? ErrorNotice::mendInput : ErrorNotice::serviceDown;
+        EXPECT_EQ(noticeOf(SlingError::httpStatus(status, "", {})),
+                  known == table.end() ? other : known->second)
+            << status;
+    }
+}
+
+TEST(WhatToShowTest, IsDecidedForEachErrorOfTheLibrary) {
+    using enum ProfileError::Case;
+    const std::map<ProfileError::Case, ErrorNotice> table{
+        {parameterOperationMismatch, ErrorNotice::broken},
+        {anonymousBindUninitialized, ErrorNotice::signInAgain},
+        {profileIDValdationFailure, ErrorNotice::mendInput},
+        {userInvalidForOperation, ErrorNotice::mendInput},
+        {parentInvalidForOperation, ErrorNotice::notAllowed},
+        {anonymousBindSerializationError, ErrorNotice::broken},
+        {userProfileSerializationError, ErrorNotice::broken},
+        {userSerializationError, ErrorNotice::broken},
+    };
+    EXPECT_EQ(table.size(), std::size_t{ProfileError::caseCount});
+    for (const auto& [value, notice] : table)
+        EXPECT_EQ(noticeOf(ProfileError(value)), notice) << ProfileError(value).what();
+}
+
+TEST(WhatToShowTest, IsDecidedForEachErrorOfTheConfiguration) {
+    using enum ConfigurationManagerError::Case;
+    const std::map<ConfigurationManagerError::Case, ErrorNotice> table{
+        {invalidParameters, ErrorNotice::mendInput}, {serviceDisabled, ErrorNotice::serviceDown},
+        {placeholderUnfilled, ErrorNotice::broken},  {serviceNotConfigured, ErrorNotice::broken},
+        {identifierRefused, ErrorNotice::mendInput},
+    };
+    EXPECT_EQ(table.size(), static_cast<std::size_t>(identifierRefused) + 1);
+    for (const auto& [value, notice] : table)
+        EXPECT_EQ(noticeOf(ConfigurationManagerError(value)), notice);
+}
+
+TEST(WhatToShowTest, IsDecidedForWhatElseThereIs) {
+    EXPECT_EQ(noticeOf(std::bad_alloc()), ErrorNotice::broken);
+    EXPECT_EQ(noticeOf(std::runtime_error("")), ErrorNotice::unknown);
+    EXPECT_EQ(noticeOf(7), ErrorNotice::unknown);
+    EXPECT_EQ(whatToShow(nullptr), ErrorNotice::unknown);
+    static_assert(noexcept(whatToShow(nullptr)));
+}
+
+TEST(WhatToShowTest, HasAName) {
+    EXPECT_EQ(name(ErrorNotice::nothing), "nothing");
+    EXPECT_EQ(name(ErrorNotice::notSecure), "notSecure");
+    EXPECT_EQ(name(ErrorNotice::unknown), "unknown");
 }
 
 /// Which handler an error reaches.

@@ -34,6 +34,39 @@ struct ErrorDescription {
 [[nodiscard]] KESTRIN_PROFILE_EXPORT ErrorDescription
 describe(const std::exception_ptr& error) noexcept;
 
+/// What an application shows the viewer of an error. The texts are its own; `describe` is for logs
+/// and for who looks into it.
+enum class ErrorNotice {
+    nothing,      ///< it was cancelled: somebody wanted it so
+    noNetwork,    ///< the device reaches nobody: look at its connection
+    serviceDown,  ///< the service does not answer, or cannot now: try again later
+    signInAgain,  ///< nobody is signed in any more
+    notAllowed,   ///< the acting profile may not do this
+    mendInput,    ///< something that was entered or chosen is not taken: correct it
+    notSecure,    ///< nobody vouches for the service: do not go on over this connection
+    /// The application, its configuration or the service is at fault: update or report it.
+    broken,
+    unknown,  ///< an error that is not of these libraries
+};
+
+/// The name of a notice, e.g. "noNetwork".
+[[nodiscard]] KESTRIN_PROFILE_EXPORT std::string_view name(ErrorNotice notice) noexcept;
+
+/// What to show of what an observable failed with. Any exception will do, also an absent one. Never
+/// fails. Any thread.
+///
+/// By status: 401 asks to sign in again; 402, 403 and 451 are not allowed; 407 and 511 come from
+/// the network before the service; 405, 406, 415, 426, 431, 501 and 505 say that the application
+/// and the service do not fit together; 408, 425, 429 and the other 5xx may pass; the other 4xx are
+/// about the input. The state of a network can only be guessed at: a name that cannot be resolved,
+/// a connection that cannot be made in time or breaks is taken for no network, a connection that is
+/// refused and a reply that does not come in time for a service that is down.
+///
+/// A `HalvardSling::SlingError` of the application's own that has no `kind()` is judged by its
+/// status, and a `ConfigurationManagerError` without `value()` is `broken`.
+[[nodiscard]] KESTRIN_PROFILE_EXPORT ErrorNotice
+whatToShow(const std::exception_ptr& error) noexcept;
+
 /// An error that is no `std::exception`, or none at all.
 class UnknownError final : public std::exception {
   public:
