@@ -1,0 +1,100 @@
+#include <functional>
+#include <future>
+#include <memory>
+#include <utility>
+
+#include <gmock/gmock.h>
+
+#include <HalvardSling/rx/Coroutine.hpp>
+#include <HalvardSling/rx/Future.hpp>
+
+#include "CoroutineTask.hpp"
+#include "CurlTransfers.hpp"
+
+using namespace HalvardSling;
+using namespace TestSupport;
+
+namespace {
+
+Observable<Response> repliesOf(const RawServer& server, std::shared_ptr<Transport> transport) {
+    return Sling(requestTo(server.url())).responses(std::move(transport));
+}
+
+struct Outcome {
+    int status = 0;
+    bool onTransportThread = false;
+};
+
+Task await(Observable<Response> replies, std::promise<Outcome>& outcome) {
+    const auto first = co_await replies;
+    const auto second = co_await replies;
+    outcome.set_value({first.status() + second.status(), isTransportThread()});
+}
+
+Task awaitOn(Observable<Response> replies, Executor executor, Outcome& outcome) {
+    const auto reply = co_await resumeOn(replies, std::move(executor));
+    outcome = {reply.status(), isTransportThread()};
+}
+
+TEST(CurlComposition, ACoroutineGoesOnOnTheTransportsThread) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport();
+    std::promise<Outcome> promise;
+    auto task = std::make_unique<Task>(await(repliesOf(server, transport), promise));
+    const Outcome outcome = promise.get_future().get();
+    EXPECT_EQ(outcome.status, 400);
+    EXPECT_TRUE(outcome.onTransportThread);
+    // Destroyed where it ran, as nobody else knows that it is suspended.
+    std::promise<void> destroyed;
+    transport->send(checked(requestTo(server.url())), [&](const TransportResult&) {
+        task.reset();
+        destroyed.set_value();
+    });
+    destroyed.get_future().wait();
+}
+
+TEST(CurlComposition, ACoroutineGoesOnWhereItsExecutorCalls) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport();
+    std::promise<std::function<void()>> posted;
+    Outcome outcome;
+    const Task task = awaitOn(
+        repliesOf(server, transport),
+        [&posted](std::function<void()> function) { posted.set_value(std::move(function)); },
+        outcome);
+    posted.get_future().get()();
+    EXPECT_TRUE(task.done());
+    EXPECT_EQ(outcome.status, 200);
+    EXPECT_FALSE(outcome.onTransportThread);
+}
+
+TEST(CurlComposition, TheEndOfACoroutineClosesTheConnection) {
+    const RawServer server([](RawConnection& connection) {
+        if (connection.readRequest()) connection.awaitClose();
+    });
+    const auto transport = curlTransport();
+    std::promise<Outcome> promise;
+    Task task = await(repliesOf(server, transport), promise);
+    ASSERT_TRUE(server.awaitRequests(1));
+    task.destroy();
+    EXPECT_TRUE(server.awaitClosed(1));
+}
+
+TEST(CurlComposition, AFutureGivesTheReply) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    EXPECT_EQ(toFuture(repliesOf(server, curlTransport())).get().status(), 200);
+}
+
+TEST(CurlComposition, EventsArriveWhereTheExecutorCalls) {
+    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    const auto transport = curlTransport();
+    std::promise<std::function<void()>> posted;
+    bool onTransportThread = true;
+    (repliesOf(server, transport) | deliverOn([&posted](std::function<void()> function) {
+         posted.set_value(std::move(function));
+     })).subscribe([&](const Response&) { onTransportThread = isTransportThread(); });
+    posted.get_future().get()();
+    EXPECT_FALSE(onTransportThread);
+}
+
+}  // namespace
