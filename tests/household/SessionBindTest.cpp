@@ -274,6 +274,21 @@ TEST_F(SessionBind, ThatAnApplicationStoredMeanwhileIsUsedInsteadOfARequest) {
     EXPECT_THAT(sent(), ElementsAre("personalization-history-get with JWT stored"));
 }
 
+TEST_F(SessionBind, OfAProfileThatWasDeletedIsForgotten) {
+    manager.storeBind({"parent", "t"});
+    manager.storeBind({"p", "p's"});
+    const auto household = this->household();
+    const Observed<Response> refused(household.session().deleteProfile("p"));
+    answer(reply(404));
+    EXPECT_EQ(manager.heldBinds().binds.size(), 2U);
+    const Observed<Response> done(household.session().deleteProfile("p"));
+    answer(reply(204));
+    EXPECT_TRUE(done.completed());
+    EXPECT_THAT(manager.heldBinds().binds, ElementsAre(AnonymousBind("parent", "t")));
+    const List list(household.session("p").history());
+    EXPECT_EQ(sent().back(), "bind");
+}
+
 TEST_F(SessionBind, IsForgottenWithItsHouseholdWhichEndsItsCalls) {
     manager.storeBind({"q", "q's"});
     auto household = std::make_unique<KestrinHousehold::Household>(options());

@@ -3,6 +3,8 @@
 #include <limits>
 #include <utility>
 
+#include <rxcpp/operators/rx-tap.hpp>
+
 #include <KestrinHousehold/session/ProfileSession.hpp>
 #include <KestrinHousehold/session/internal/ProfileCall.hpp>
 #include <KestrinHousehold/session/internal/SearchDeletion.hpp>
@@ -151,9 +153,13 @@ Observable<Response> ProfileSession::editProfile(User user) const {
 }
 
 Observable<Response> ProfileSession::deleteProfile(std::string profileID) const {
+    const auto forget = [household = actor_->household, profileID](const Response&) {
+        household->forget(profileID);
+    };
     return internal::callOf<Response>(
-        actor_, options_, ProfileOperation::deleteProfile,
-        UserRequest<Response>{&Profile::deleteProfile, User(std::move(profileID))});
+               actor_, options_, ProfileOperation::deleteProfile,
+               UserRequest<Response>{&Profile::deleteProfile, User(std::move(profileID))}) |
+           rxcpp::operators::tap(forget);
 }
 
 Observable<UserProfile> ProfileSession::history() const {

@@ -95,7 +95,7 @@ class KESTRIN_HOUSEHOLD_EXPORT ProfileSession {
     /// Gives the profile with the user's identifier the user's name, avatar, group and default
     /// mark.
     [[nodiscard]] Observable<Response> editProfile(User user) const;
-    /// Deletes a profile with all its lists.
+    /// Deletes a profile with all its lists. Its bind is forgotten.
     [[nodiscard]] Observable<Response> deleteProfile(std::string profileID) const;
 
     // The viewing history: videos with progress, the latest first.

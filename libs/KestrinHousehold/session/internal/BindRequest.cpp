@@ -1,6 +1,5 @@
 #include <utility>
 
-#include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinHousehold/session/internal/BindRequest.hpp>
 #include <KestrinHousehold/session/internal/Forbidden.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
@@ -9,19 +8,8 @@
 namespace KestrinHousehold::internal {
 
 using KestrinConfigManager::AnonymousBind;
-using KestrinConfigManager::ConfigurationManager;
 using KestrinProfile::ProfileError;
 using KestrinProfile::ProfileOperation;
-
-namespace {
-
-void dropFromManager(const std::string& profileID) {
-    auto& manager = ConfigurationManager::sharedInstance();
-    manager.setBindProfileID(profileID);
-    manager.setBindToken(std::nullopt);
-}
-
-}  // namespace
 
 BindRequest::BindRequest(std::shared_ptr<ProfileBind> bind)
     : Attempts(bind->household(), ProfileOperation::anonymousBind, true, std::nullopt),

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include <KestrinConfigManager/ConfigurationManager.hpp>
@@ -64,6 +65,16 @@ void HouseholdState::restoreBinds() {
             manager.storeBind(*bind);
 }
 
+void HouseholdState::forget(const std::string& profileID) {
+    std::shared_ptr<ProfileBind> bind;
+    {
+        const std::scoped_lock lock(mutex_);
+        bind = bindLocked(profileID);
+    }
+    bind->forget();
+    dropFromManager(profileID);
+}
+
 void HouseholdState::close() {
     std::map<std::string, std::shared_ptr<ProfileBind>, std::less<>> binds;
     {
@@ -73,6 +84,12 @@ void HouseholdState::close() {
     }
     for (const auto& [profileID, bind] : binds)
         bind->close();
+}
+
+void dropFromManager(const std::string& profileID) {
+    auto& manager = ConfigurationManager::sharedInstance();
+    manager.setBindProfileID(profileID);
+    manager.setBindToken(std::nullopt);
 }
 
 std::exception_ptr closedError() {

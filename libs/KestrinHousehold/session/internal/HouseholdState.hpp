@@ -44,6 +44,9 @@ class HouseholdState : public std::enable_shared_from_this<HouseholdState> {
     /// Gives the configuration manager back what it has dropped after a refusal.
     void restoreBinds();
 
+    /// Forgets the bind of a profile that is gone, here and in the configuration manager.
+    void forget(const std::string& profileID);
+
     /// Ends all calls, for good.
     void close();
 
@@ -58,6 +61,9 @@ class HouseholdState : public std::enable_shared_from_this<HouseholdState> {
     bool isClosed_ = false;
     std::map<std::string, std::shared_ptr<ProfileBind>, std::less<>> binds_;
 };
+
+/// Drops what the configuration manager holds for a profile.
+void dropFromManager(const std::string& profileID);
 
 /// Why a call of a household that has ended fails.
 [[nodiscard]] std::exception_ptr closedError();

@@ -147,6 +147,11 @@ BindPointer ProfileBind::usable() const {
     return isUsableLocked() ? held_ : nullptr;
 }
 
+void ProfileBind::forget() {
+    const std::scoped_lock lock(mutex_);
+    held_.reset();
+}
+
 void ProfileBind::close() {
     std::vector<std::shared_ptr<Attempts>> running;
     std::shared_ptr<BindRequest> request;

@@ -56,6 +56,9 @@ class ProfileBind : public std::enable_shared_from_this<ProfileBind> {
     /// The bind, if it can be used.
     [[nodiscard]] BindPointer usable() const;
 
+    /// Forgets the bind.
+    void forget();
+
     /// Forgets the bind, and ends all calls.
     void close();
 
