@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <fcntl.h>
 #include <limits>
+#include <new>
 #include <set>
 #include <string_view>
 #include <sys/file.h>
@@ -59,6 +60,19 @@ bool sync(const FileDescriptor& file) {
 std::string systemFailure(std::string_view action) {
     const int number = errno;
     return std::string(action) + ": " + std::generic_category().message(number);
+}
+
+/// What there is to say if memory is lacking; short enough to need none.
+constexpr const char* noMemory = "out of memory";
+
+/// What `say` says.
+template <class Say>
+std::optional<std::string> saidBy(const Say& say) noexcept {
+    try {
+        return say();
+    } catch (const std::bad_alloc&) {
+        return noMemory;
+    }
 }
 
 std::filesystem::path directoryOf(const std::filesystem::path& file) {
@@ -170,9 +184,32 @@ std::filesystem::path newName(const std::filesystem::path& file) {
                                 std::to_string(++last) + std::string(newSuffix));
 }
 
-struct NewFile {
-    std::filesystem::path path;
-    FileDescriptor file;
+/// A file that is still to be renamed; removed if that does not come to pass.
+class NewFile {
+  public:
+    NewFile(std::filesystem::path path, FileDescriptor file)
+        : path_(std::move(path)), file_(std::move(file)) {}
+    NewFile(NewFile&&) noexcept = default;
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    NewFile& operator=(NewFile&&) = delete;
+    ~NewFile() {
+        if (file_.isOpen() && !isRenamed_) ::unlink(path_.c_str());
+    }
+
+    [[nodiscard]] const FileDescriptor& file() const { return file_; }
+
+    /// Puts it in the place of another.
+    /// @return false, with `errno` set, if that fails
+    bool rename(const std::filesystem::path& target) {
+        isRenamed_ = uninterrupted([&] { return ::rename(path_.c_str(), target.c_str()); }) == 0;
+        return isRenamed_;
+    }
+
+  private:
+    std::filesystem::path path_;
+    FileDescriptor file_;
+    bool isRenamed_ = false;
 };
 
 /// Whether a file that was just created is ours to write. Somebody who looks for leftovers may have
@@ -218,17 +255,13 @@ bool syncDirectory(const std::filesystem::path& directory) {
 std::optional<std::string> replace(const std::filesystem::path& file, std::string_view content) {
     auto created = createdBeside(file);
     if (auto* const failure = std::get_if<std::string>(&created)) return std::move(*failure);
-    const NewFile& fresh = std::get<NewFile>(created);
+    auto& fresh = std::get<NewFile>(created);
 
-    std::optional<std::string> failure;
-    if (!fresh.file.writeAll(content) || !sync(fresh.file))
-        failure = systemFailure("cannot write");
-    else if (uninterrupted([&] { return ::rename(fresh.path.c_str(), file.c_str()); }) != 0)
-        failure = systemFailure("cannot replace it");
-    else if (!syncDirectory(directoryOf(file)))
-        return systemFailure("cannot sync its directory");
-    if (failure) ::unlink(fresh.path.c_str());
-    return failure;
+    if (!fresh.file().writeAll(content) || !sync(fresh.file()))
+        return systemFailure("cannot write");
+    if (!fresh.rename(file)) return systemFailure("cannot replace it");
+    if (!syncDirectory(directoryOf(file))) return systemFailure("cannot sync its directory");
+    return std::nullopt;
 }
 
 }  // namespace
@@ -245,16 +278,23 @@ FileBindStore::~FileBindStore() {
 }
 
 BindStore::Loaded FileBindStore::load() {
+    try {
+        return loaded();
+    } catch (const std::bad_alloc&) {
+        return nothing(noMemory);
+    }
+}
+
+BindStore::Loaded FileBindStore::loaded() {
     static_cast<void>(flush());
     errno = 0;
     const FileDescriptor file = opened(file_, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     if (!file.isOpen() && errno == ENOENT) return {};
-    Loaded loaded = file.isOpen()    ? loadedFrom(file)
-                    : errno == ELOOP ? nothing("is a symbolic link, which is not followed")
-                                     : nothing(systemFailure("cannot be read"));
-    if (loaded.warning)
-        loaded.warning = "the bind file \"" + file_.string() + "\" " + *loaded.warning;
-    return loaded;
+    Loaded found = file.isOpen()    ? loadedFrom(file)
+                   : errno == ELOOP ? nothing("is a symbolic link, which is not followed")
+                                    : nothing(systemFailure("cannot be read"));
+    if (found.warning) found.warning = "the bind file \"" + file_.string() + "\" " + *found.warning;
+    return found;
 }
 
 void FileBindStore::save(HeldBinds held) {
@@ -265,9 +305,11 @@ void FileBindStore::save(HeldBinds held) {
         waiting_ = std::move(held);
         try {
             if (!thread_.joinable()) thread_ = std::thread(&FileBindStore::work, this);
-        } catch (const std::system_error& error) {
+        } catch (const std::exception& error) {
             waiting_.reset();
-            failure_ = std::string("cannot start the thread that writes: ") + error.what();
+            failure_ = saidBy([&] {
+                return std::string("cannot start the thread that writes: ") + error.what();
+            });
         }
     }
     changed_.notify_all();
@@ -288,7 +330,7 @@ void FileBindStore::work() {
         waiting_.reset();
         writing_ = true;
         lock.unlock();
-        auto failure = write(held);
+        auto failure = saidBy([&] { return write(held); });
         lock.lock();
         writing_ = false;
         failure_ = std::move(failure);

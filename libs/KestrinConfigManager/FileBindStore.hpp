@@ -22,7 +22,8 @@ namespace KestrinConfigManager {
 /// link in the file's place is not followed: loading from one gives no bind and a warning, saving
 /// replaces the link itself. A file that is damaged, belongs to another user or can be changed by
 /// others counts as no bind plus a warning, and stays until the next save. One that others can only
-/// read is loaded, with a warning, and loading takes that from them.
+/// read is loaded, with a warning, and loading takes that from them. Where memory is lacking, a
+/// save leaves the file as it is, and loading gives no bind; `flush` and the warning say so.
 class KESTRIN_CONFIG_MANAGER_EXPORT FileBindStore final : public BindStore {
   public:
     /// @param file  where; its directory must exist
@@ -36,9 +37,11 @@ class KESTRIN_CONFIG_MANAGER_EXPORT FileBindStore final : public BindStore {
 
     /// Waits until everything saved so far is on the disk.
     /// @return why the last write failed; absent if it did not
+    /// @throws std::bad_alloc if there is no memory for the reason
     std::optional<std::string> flush();
 
   private:
+    [[nodiscard]] Loaded loaded();
     void work();
     [[nodiscard]] std::optional<std::string> write(const HeldBinds& held);
 

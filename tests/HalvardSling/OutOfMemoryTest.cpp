@@ -4,63 +4,19 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <functional>
 #include <future>
 #include <memory>
-#include <new>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
 
 #include "CurlTransfers.hpp"
 #include "Gzip.hpp"
-
-namespace {
-
-enum class Fails { none, one, allFrom };
-
-// Which allocations on a transport's thread fail, counted from 1.
-std::atomic<Fails> fails{Fails::none};
-std::atomic<long> failsAt{0};
-std::atomic<long> allocations{0};
-
-/// Whether the calling thread is to have its memory all the same.
-thread_local bool isSpared = false;
-
-void failIfItsTurn() {
-    if (isSpared || fails == Fails::none || !HalvardSling::isTransportThread()) return;
-    const long count = ++allocations;
-    if (fails == Fails::one ? count == failsAt : count >= failsAt) throw std::bad_alloc();
-}
-
-void* allocated(std::size_t size) {
-    failIfItsTurn();
-    if (void* const memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocated(size);
-}
-void* operator new[](std::size_t size) {
-    return allocated(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "support/Allocations.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;
@@ -102,9 +58,8 @@ struct Outcome {
 /// Our own needs are not what fails.
 template <class Action>
 void spared(Action action) {
-    isSpared = true;
+    const SparedAllocations ours;
     action();
-    isSpared = false;
 }
 
 std::string nameOf(const TransportResult& result) {
@@ -144,25 +99,21 @@ void subscribe(const TransportRequest& request, const std::shared_ptr<Transport>
 
 class OutOfMemory : public testing::TestWithParam<bool> {
   protected:
-    ~OutOfMemory() override { fails = Fails::none; }
-
-    /// Sends one request while allocations fail; returns how it ended. The transport answers
-    /// another one afterwards.
-    std::string endOf(const std::string& path, Fails which, long at,
-                      const std::shared_ptr<CurlTransport>& transport) {
+    /// Sends one request while allocations fail. The transport answers another one afterwards.
+    /// @return how it ended, and whether one has failed
+    std::pair<std::string, bool> endOf(const std::string& path, Failing which, long at,
+                                       const std::shared_ptr<CurlTransport>& transport) {
         auto request = requestTo(server.url("/" + path));
         request.policy.maxRedirects = 2;
         const auto outcome = std::make_shared<Outcome>();
         auto last = outcome->last.get_future();
-        allocations = 0;
-        failsAt = at;
-        fails = which;
+        const FailingAllocations failing(which, at, &isTransportThread);
         (GetParam() ? &subscribe : &sendDirectly)(request, transport, outcome);
         std::string how = last.get();
-        fails = Fails::none;
+        failing.end();
         EXPECT_THAT(sent(requestTo(server.url("/plain")), transport), Answers(200, "plain"));
         EXPECT_EQ(outcome->terminalEvents, 1);
-        return how;
+        return {how, failing.hasFailed()};
     }
 
     const RawServer server{&answer};
@@ -173,10 +124,10 @@ TEST_P(OutOfMemory, AnyAllocationOfARequestMayFail) {
         const std::string usual = path == "missing" && GetParam() ? "httpStatus" : "reply";
         bool wasLacking = false;
         for (long at = 1;; ++at) {
-            const auto how = endOf(path, Fails::one, at, curlTransport());
+            const auto [how, hasFailed] = endOf(path, Failing::one, at, curlTransport());
             EXPECT_THAT(how, testing::AnyOf("outOfMemory", usual)) << path << ' ' << at;
             wasLacking |= how == "outOfMemory";
-            if (allocations < at) break;  // it needs no more than that
+            if (!hasFailed) break;  // it needs no more than that
         }
         EXPECT_TRUE(wasLacking) << path;
     }
@@ -186,8 +137,7 @@ TEST_P(OutOfMemory, AllAllocationsFromOneOnMayFail) {
     for (const auto& path : paths()) {
         const auto transport = curlTransport();
         for (long at = 1;; ++at) {
-            endOf(path, Fails::allFrom, at, transport);
-            if (allocations < at) break;
+            if (!endOf(path, Failing::allFrom, at, transport).second) break;
         }
     }
 }
@@ -202,6 +152,7 @@ TEST(LackOfMemory, CancellingAndTheEndNeedNone) {
         }
     });
     std::array<std::atomic<int>, 10> events{};
+    std::optional<FailingAllocations> failing;
     {
         CurlTransport transport({.maxInFlight = 3, .log = [](const TransferLog&) {}});
         std::vector<TransferID> open;
@@ -214,13 +165,11 @@ TEST(LackOfMemory, CancellingAndTheEndNeedNone) {
                         ++count;
                 }));
         ASSERT_TRUE(silent.awaitRequests(3));
-        allocations = 0;
-        failsAt = 1;
-        fails = Fails::allFrom;
+        failing.emplace(Failing::allFrom, 1, &isTransportThread);
         for (std::size_t i = 0; i < open.size(); i += 2)
             transport.cancel(open[i]);
     }
-    fails = Fails::none;
+    failing.reset();
     for (std::size_t i = 0; i < events.size(); i += 2) {
         // It may have got a free place, and failed there, before it was cancelled.
         EXPECT_LE(events[i], 1);

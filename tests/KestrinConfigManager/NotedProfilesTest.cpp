@@ -1,10 +1,6 @@
 // What `ConfigurationManager` keeps of profiles that are noted and never get their token. A program
-// of its own, because it replaces the allocation functions to count what is in use.
+// of its own, because it replaces the allocation functions.
 
-#include <atomic>
-#include <cstddef>
-#include <cstdlib>
-#include <new>
 #include <string>
 #include <thread>
 
@@ -12,38 +8,21 @@
 
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 
-namespace {
-
-std::atomic<long> blocksInUse{0};
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    if (void* const memory = std::malloc(size)) {
-        ++blocksInUse;
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    if (memory != nullptr) --blocksInUse;
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    operator delete(memory);
-}
+#include "support/Allocations.hpp"
 
 namespace {
+
+using TestSupport::blocksInUse;
 
 TEST(NotedProfiles, NothingIsLeftOfAThreadThatHasEnded) {
     KestrinConfigManager::ConfigurationManager manager;
     const std::string profileID(100, 'p');
     const auto note = [&] { std::thread([&] { manager.setBindProfileID(profileID); }).join(); };
     note();
-    const long before = blocksInUse;
+    const long before = blocksInUse();
     for (int round = 0; round < 1000; ++round)
         note();
-    EXPECT_EQ(blocksInUse, before);
+    EXPECT_EQ(blocksInUse(), before);
 }
 
 TEST(NotedProfiles, AThreadThatNotesManyProfilesKeepsTheLast) {
@@ -52,10 +31,10 @@ TEST(NotedProfiles, AThreadThatNotesManyProfilesKeepsTheLast) {
         manager.setBindProfileID(std::string(100, 'p') + std::to_string(number));
     };
     note(0);
-    const long before = blocksInUse;
+    const long before = blocksInUse();
     for (int round = 1; round < 100'000; ++round)
         note(round);
-    EXPECT_EQ(blocksInUse, before);
+    EXPECT_EQ(blocksInUse(), before);
 }
 
 TEST(NotedProfiles, NothingIsLeftOfAnObjectThatHasEnded) {
@@ -64,10 +43,10 @@ TEST(NotedProfiles, NothingIsLeftOfAnObjectThatHasEnded) {
         manager.setBindProfileID(std::string(100, 'p'));
     };
     note();
-    const long before = blocksInUse;
+    const long before = blocksInUse();
     for (int round = 0; round < 1000; ++round)
         note();
-    EXPECT_EQ(blocksInUse, before);
+    EXPECT_EQ(blocksInUse(), before);
 }
 
 }  // namespace

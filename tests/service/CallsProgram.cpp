@@ -4,20 +4,16 @@
 // Usage: CallsProgram CONFIGURATION [subscribe]
 
 #include <exception>
-#include <functional>
-#include <optional>
-#include <string>
 #include <string_view>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 #include <KestrinConfigManager/ConfigurationManager.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
+#include "Operations.hpp"
+
 namespace {
 
-using namespace KestrinProfile;
 using KestrinConfigManager::ConfigurationManager;
 
 bool write(std::string_view line) {
@@ -35,65 +31,19 @@ bool configure(const char* file) {
     return true;
 }
 
-ProfileParams listParams() {
-    ProfileParams params;
-    params.videoID = "video";
-    params.showID = "show";
-    params.progress = 1;
-    params.userName = "Ada";
-    params.elements = {UserProfileElement("show", Types::show)};
-    return params;
-}
-
-using Call = std::function<void(const Profile&, bool subscribes)>;
-
-template <class T>
-void use(const HalvardSling::Observable<T>& result, bool subscribes) {
-    if (subscribes) result.subscribe([](const T&) {}, [](const std::exception_ptr&) {});
-}
-
-template <class Result, class Params>
-Call calling(HalvardSling::Observable<Result> (Profile::*method)(Params) const,
-             const Params& params) {
-    return [=](const Profile& profile, bool subscribes) {
-        use((profile.*method)(params), subscribes);
-    };
-}
-
-std::vector<Call> calls() {
-    const UserParams user({}, User("kid", "Ann", "cat", "kids"));
-    std::vector<Call> all{
-        calling(&Profile::requestAnonymousBind, std::optional<std::string>("other")),
-        calling(&Profile::getProfiles, std::optional<KestrinConfigManager::AnonymousBind>()),
-        calling(&Profile::validateProfileName, listParams()),
-        calling(&Profile::addSearchHistory, SearchParams("text")),
-        calling(&Profile::deleteSearchHistory, std::string("kestrin")),
-    };
-    for (const auto method : {&Profile::requestHistory, &Profile::requestVideoHistory,
-                              &Profile::requestFavorites, &Profile::requestWatchList})
-        all.push_back(calling(method, listParams()));
-    for (const auto method :
-         {&Profile::addHistoryVideo, &Profile::deleteVideoHistory, &Profile::clearHistory,
-          &Profile::addFavoriteShow, &Profile::addFavoriteShows, &Profile::deleteFavoriteShow,
-          &Profile::clearFavorites, &Profile::addWatchListVideo, &Profile::deleteWatchListVideo,
-          &Profile::clearWatchList})
-        all.push_back(calling(method, listParams()));
-    all.push_back(calling(&Profile::createProfile, user));
-    for (const auto method : {&Profile::editProfile, &Profile::deleteProfile})
-        all.push_back(calling(method, user));
-    return all;
-}
-
 }  // namespace
 
 int main(int count, char** arguments) {
     if (count < 2 || !configure(arguments[1])) return 1;
-    const auto all = calls();
+    const auto all = TestSupport::usesOfAllOperations([count](const auto& call) {
+        const auto result = call();
+        if (count > 2) result.subscribe([](const auto&) {}, [](const std::exception_ptr&) {});
+    });
     if (all.size() != 22) return 1;
-    const Profile profile;
+    const KestrinProfile::Profile profile;
     if (!write("calls from here\n")) return 1;
     for (const auto& call : all)
-        call(profile, count > 2);
+        call(profile);
     if (!write("calls to here\n")) return 1;
     return 0;
 }

@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <exception>
 #include <map>
 #include <memory>
@@ -15,24 +14,7 @@
 #include <KestrinProfile/model/ProfileError.hpp>
 #include <KestrinProfile/service/Error.hpp>
 
-namespace {
-
-/// Whether the memory of this thread is used up.
-thread_local bool memoryIsUsedUp = false;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    void* const memory = memoryIsUsedUp ? nullptr : std::malloc(size);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
+#include "support/Allocations.hpp"
 
 namespace KestrinProfile {
 namespace {
@@ -83,9 +65,9 @@ TEST(DescribeTest, WhatIsNoExceptionIsUnknown) {
 
 TEST(DescribeTest, NeverFailsAlsoWithoutMemory) {
     const auto error = std::make_exception_ptr(std::runtime_error(std::string(1000, 'x')));
-    memoryIsUsedUp = true;
+    const TestSupport::FailingAllocations failing(TestSupport::Failing::allFrom, 1);
     const ErrorDescription description = describe(error);
-    memoryIsUsedUp = false;
+    failing.end();
     EXPECT_EQ(description, (ErrorDescription{"std.bad_alloc", 0, "out of memory", ""}));
     static_assert(noexcept(describe(error)));
 }

@@ -1,4 +1,5 @@
 #include <exception>
+#include <new>
 #include <utility>
 
 #include <rxcpp/operators/rx-map.hpp>
@@ -35,6 +36,17 @@ constexpr int forbidden = 403;
 template <class T, class Error>
 Observable<T> failure(Error error) {
     return rxcpp::observable<>::error<T>(std::move(error));
+}
+
+/// What `make` makes of an operation; without the memory for it, an error that says so.
+/// @throws std::bad_alloc if there is no memory for that either
+template <class T, class Make>
+Observable<T> made(const Make& make) {
+    try {
+        return make();
+    } catch (const std::bad_alloc& noMemory) {
+        return failure<T>(noMemory);
+    }
 }
 
 void reactToForbiddenReply(const std::exception_ptr& error) {
@@ -82,15 +94,18 @@ AnonymousBind storedBind(const JSONDictionary& reply) {
 
 Observable<AnonymousBind> Profile::requestAnonymousBind(
     std::optional<std::string> profileID) const {
-    auto held = ConfigurationManager::profileBind(true);
-    if (held && held->isValid() && profileID && held->profileID == *profileID)
-        return rxcpp::observable<>::just(std::move(*held));
-    if (!profileID) return failure<AnonymousBind>(ProfileError::profileIDValdationFailure);
+    return made<AnonymousBind>([&]() -> Observable<AnonymousBind> {
+        auto held = ConfigurationManager::profileBind(true);
+        if (held && held->isValid() && profileID && held->profileID == *profileID)
+            return rxcpp::observable<>::just(std::move(*held));
+        if (!profileID) return failure<AnonymousBind>(ProfileError::profileIDValdationFailure);
 
-    constexpr auto operation = ProfileOperation::anonymousBind;
-    const AnonymousBindParams params(std::move(*profileID), operation);
-    const auto replies = HalvardSling::json(createProfileRequest(params, operation, false));
-    return reactingToForbiddenReply<AnonymousBind>(replies | rxcpp::operators::map(&storedBind));
+        constexpr auto operation = ProfileOperation::anonymousBind;
+        const AnonymousBindParams params(std::move(*profileID), operation);
+        const auto replies = HalvardSling::json(createProfileRequest(params, operation, false));
+        return reactingToForbiddenReply<AnonymousBind>(replies |
+                                                       rxcpp::operators::map(&storedBind));
+    });
 }
 
 Observable<Response> Profile::validateProfileName(ProfileParams params) const {
@@ -98,15 +113,19 @@ Observable<Response> Profile::validateProfileName(ProfileParams params) const {
 }
 
 Observable<User> Profile::createProfile(UserParams params) const {
-    return HalvardSling::json(send(std::move(params), ProfileOperation::createProfile)) |
-           rxcpp::operators::map(&decoded<User, ProfileError::Case::userSerializationError>);
+    return made<User>([&] {
+        return HalvardSling::json(send(std::move(params), ProfileOperation::createProfile)) |
+               rxcpp::operators::map(&decoded<User, ProfileError::Case::userSerializationError>);
+    });
 }
 
 Observable<std::vector<User>> Profile::getProfiles(std::optional<AnonymousBind> bind) const {
-    if (!bind) bind = ConfigurationManager::sharedInstance().bind(true);
-    return HalvardSling::json(
-               send(UserParams(std::move(bind), std::nullopt), ProfileOperation::getProfiles)) |
-           rxcpp::operators::map(&decodedUsers);
+    return made<std::vector<User>>([&] {
+        if (!bind) bind = ConfigurationManager::sharedInstance().bind(true);
+        return HalvardSling::json(
+                   send(UserParams(std::move(bind), std::nullopt), ProfileOperation::getProfiles)) |
+               rxcpp::operators::map(&decodedUsers);
+    });
 }
 
 Observable<Response> Profile::editProfile(UserParams params) const {
@@ -178,15 +197,20 @@ Observable<Response> Profile::addSearchHistory(SearchParams params) const {
 }
 
 Observable<Response> Profile::deleteSearchHistory(std::string brandID) const {
-    return send(SearchParams({}, Types::none, ConfigurationManager::sharedInstance().bind(false),
-                             std::move(brandID)),
-                ProfileOperation::deleteSearchHistory);
+    return made<Response>([&] {
+        return send(
+            SearchParams({}, Types::none, ConfigurationManager::sharedInstance().bind(false),
+                         std::move(brandID)),
+            ProfileOperation::deleteSearchHistory);
+    });
 }
 
 Observable<UserProfile> Profile::readList(ProfileParams params, ProfileOperation operation) const {
-    return HalvardSling::json(send(std::move(params), operation)) |
-           rxcpp::operators::map(
-               &decoded<UserProfile, ProfileError::Case::userProfileSerializationError>);
+    return made<UserProfile>([&] {
+        return HalvardSling::json(send(std::move(params), operation)) |
+               rxcpp::operators::map(
+                   &decoded<UserProfile, ProfileError::Case::userProfileSerializationError>);
+    });
 }
 
 Observable<Response> Profile::addItem(ProfileParams params, Types type,
@@ -211,30 +235,35 @@ Observable<Response> Profile::send(UserParams params, ProfileOperation operation
 }
 
 Observable<Response> Profile::changeProfile(UserParams params, ProfileOperation operation) const {
-    const auto& profileID = params.user ? params.user->profileID : std::nullopt;
-    if (!profileID || profileID->empty())
-        return failure<Response>(ProfileError::userInvalidForOperation);
-    if (*profileID == ConfigurationManager::parentProfileID())
-        return failure<Response>(ProfileError::parentInvalidForOperation);
-    return send(std::move(params), operation);
+    return made<Response>([&]() -> Observable<Response> {
+        const auto& profileID = params.user ? params.user->profileID : std::nullopt;
+        if (!profileID || profileID->empty())
+            return failure<Response>(ProfileError::userInvalidForOperation);
+        if (*profileID == ConfigurationManager::parentProfileID())
+            return failure<Response>(ProfileError::parentInvalidForOperation);
+        return send(std::move(params), operation);
+    });
 }
 
 Observable<Response> Profile::createProfileRequest(const APIParams& params,
                                                    std::optional<ProfileOperation> operation,
                                                    bool /*requireBind*/) const {
-    if (!operation) return failure<Response>(ProfileError::parameterOperationMismatch);
+    return made<Response>([&]() -> Observable<Response> {
+        if (!operation) return failure<Response>(ProfileError::parameterOperationMismatch);
 
-    const auto name = rawValue(*operation);
-    const auto configuration = ConfigurationManager::sharedInstance().currentConfiguration();
-    const WebService* const service =
-        configuration && configuration->services ? configuration->services->find(name) : nullptr;
-    if (service == nullptr)
-        return failure<Response>(ConfigurationManagerError(
-            ConfigurationManagerError::Case::serviceNotConfigured, name,
-            configuration ? "the configuration has no such service" : "nothing is configured"));
+        const auto name = rawValue(*operation);
+        const auto configuration = ConfigurationManager::sharedInstance().currentConfiguration();
+        const WebService* const service = configuration && configuration->services
+                                              ? configuration->services->find(name)
+                                              : nullptr;
+        if (service == nullptr)
+            return failure<Response>(ConfigurationManagerError(
+                ConfigurationManagerError::Case::serviceNotConfigured, name,
+                configuration ? "the configuration has no such service" : "nothing is configured"));
 
-    if (const auto answer = service->configurationGuard(params)) return *answer;
-    return reactingToForbiddenReply(KestrinConfigManager::build(params, *service).responses());
+        if (const auto answer = service->configurationGuard(params)) return *answer;
+        return reactingToForbiddenReply(KestrinConfigManager::build(params, *service).responses());
+    });
 }
 
 }  // namespace KestrinProfile

@@ -41,7 +41,10 @@ namespace KestrinProfile {
 ///  the
 ///    operation, and whatever the service's guard refuses with;
 ///  - `HalvardSling::SlingError` for everything on the way. One with status 403 also makes the
-///    configuration manager react (`reactToForbiddenReply`) before it reaches the subscriber.
+///    configuration manager react (`reactToForbiddenReply`) before it reaches the subscriber;
+///  - `std::bad_alloc`, or a `SlingError` of the kind `outOfMemory`, for a lack of memory. Only
+///    where there is none for that error, or for the subscription, std::bad_alloc leaves the
+///    operation or `subscribe`, and nothing was sent.
 /// `describe` and `visitError` (Error.hpp) tell them apart.
 ///
 /// A parameter record is taken by value: the operation, and the content kind if the operation says

@@ -1,6 +1,5 @@
 // What a dictionary is after memory ran out while it was changed.
 
-#include <cstdlib>
 #include <functional>
 #include <new>
 #include <string>
@@ -11,38 +10,7 @@
 
 #include <HalvardSling/json/JSONDictionary.hpp>
 
-namespace {
-
-/// How many allocations succeed before one fails; negative: all succeed.
-thread_local long allocationsLeft = -1;
-
-void* allocate(std::size_t size) {
-    if (allocationsLeft == 0) throw std::bad_alloc();
-    if (allocationsLeft > 0) --allocationsLeft;
-    if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "support/Allocations.hpp"
 
 namespace {
 
@@ -55,14 +23,12 @@ JSONDictionary parsed(std::string_view text) {
 /// Changes with one allocation after the other failing, until all succeed.
 /// @return how many failed
 long failEachAllocation(const std::function<void()>& change, const std::function<void()>& check) {
-    for (long succeed = 0;; ++succeed) {
-        allocationsLeft = succeed;
+    for (long at = 1;; ++at) {
         try {
+            const TestSupport::FailingAllocations failing(TestSupport::Failing::one, at);
             change();
-            allocationsLeft = -1;
-            return succeed;
+            return at - 1;
         } catch (const std::bad_alloc&) {
-            allocationsLeft = -1;
         }
         check();
     }
