@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "Support.hpp"
+#include "support/Rounds.hpp"
 #include "support/Waiting.hpp"
 
 namespace KestrinProfileServer::Testing {
@@ -206,37 +207,41 @@ TEST(ConcurrencyTest, stoppingAnswersEveryRequestThatIsRunning) {
 /// Clients that write as fast as they can until the program is killed.
 class KillTest : public testing::Test {
   protected:
-    /// Starts the program, kills it while it works, and remembers which writes were answered.
-    void killWhileWriting(int round) {
+    /// Starts the program, and kills it while it works.
+    /// @param brand  whose lists are written
+    /// @return which writes were answered
+    std::set<std::string> answeredUntilKilled(const std::string& brand, std::size_t writes) {
         auto process = startServer(arguments);
         const std::string url = waitUntilReady(process);
         TestSupport::Tally count;
+        std::mutex mutex;
+        std::set<std::string> answered;
         inParallel(7, [&](int index) {
             if (index == 0) {
-                EXPECT_TRUE(count.reaches(120));
+                EXPECT_TRUE(count.reaches(writes));
                 process.signal(SIGKILL);
                 return;
             }
-            writeUntilKilled(url, std::to_string(round) + "-" + std::to_string(index) + "-", count);
-        });
-        EXPECT_EQ(process.wait(), -SIGKILL);
-    }
-
-    void writeUntilKilled(const std::string& url, const std::string& prefix,
-                          TestSupport::Tally& count) {
-        try {
-            HouseholdClient client(url, secretIn(configuration));
-            const Caller parent = client.bind("parent");
-            for (int video = 0;; ++video) {
-                const std::string id = prefix + std::to_string(video);
-                if (outcomeOf(client.call(parent, "PUT", watchTarget(id))) != "204") return;
+            writeUntilKilled(url, brand, std::to_string(index) + "-", [&](const std::string& id) {
                 count.add();
                 const std::lock_guard lock(mutex);
                 answered.insert(id);
-            }
-        } catch (const std::runtime_error&) {
-            // The program is gone.
-        }
+            });
+        });
+        EXPECT_EQ(process.wait(), -SIGKILL);
+        return answered;
+    }
+
+    /// The identifiers in a list of the program's, started again.
+    std::set<std::string> stored(HouseholdClient& client, const std::string& brand) const {
+        std::set<std::string> ids;
+        const auto document = client
+                                  .call(client.bind("parent"), "GET",
+                                        "/v1/history?brand=" + brand + "&profile=parent&v=1")
+                                  .json();
+        for (const auto& element : document.at("elements").as_array())
+            ids.emplace(element.at("id").as_string());
+        return ids;
     }
 
     TestSupport::TemporaryDirectory folder;
@@ -246,25 +251,46 @@ class KillTest : public testing::Test {
                                        "--write-config", configuration.string(),
                                        "--max-size",     "100000",
                                        "--quiet"};
-    std::mutex mutex;
-    std::set<std::string> answered;
+
+  private:
+    template <class Note>
+    void writeUntilKilled(const std::string& url, const std::string& brand,
+                          const std::string& prefix, const Note& note) const {
+        try {
+            HouseholdClient client(url, secretIn(configuration));
+            const Caller parent = client.bind("parent");
+            for (int video = 0;; ++video) {
+                const std::string id = prefix + std::to_string(video);
+                if (outcomeOf(client.call(parent, "PUT",
+                                          "/v1/history/video?video=" + id + "&brand=" + brand +
+                                              "&profile=parent&v=1")) != "204")
+                    return;
+                note(id);
+            }
+        } catch (const std::runtime_error&) {
+            // The program is gone.
+        }
+    }
 };
 
 TEST_F(KillTest, everyAnsweredWriteIsThereAfterTheProgramWasKilled) {
-    for (int round = 0; round < 3; ++round)
-        killWhileWriting(round);
-    ASSERT_GE(answered.size(), 360U);
+    std::vector<std::set<std::string>> answered;
+    for (std::size_t round = 0; round < TestSupport::roundsOf(3); ++round) {
+        const std::size_t writes = 120 - round % 100;
+        answered.push_back(answeredUntilKilled("b" + std::to_string(round), writes));
+        ASSERT_GE(answered.back().size(), writes);
+    }
     auto process = startServer(arguments);
     HouseholdClient client = householdClient(process, configuration);
-    const auto list =
-        client.call(client.bind("parent"), "GET", "/v1/history?brand=b&profile=parent&v=1");
-    std::set<std::string> stored;
-    const auto document = list.json();
-    for (const auto& element : document.at("elements").as_array())
-        stored.emplace(element.at("id").as_string());
+    std::size_t count = 0;
     std::vector<std::string> lost;
-    std::ranges::set_difference(answered, stored, std::back_inserter(lost));
+    for (std::size_t round = 0; round < answered.size(); ++round) {
+        count += answered[round].size();
+        std::ranges::set_difference(answered[round], stored(client, "b" + std::to_string(round)),
+                                    std::back_inserter(lost));
+    }
     EXPECT_EQ(lost, std::vector<std::string>{});
+    RecordProperty("writes", std::to_string(count));
     process.signal(SIGTERM);
     EXPECT_EQ(process.wait(), 0);
 }
