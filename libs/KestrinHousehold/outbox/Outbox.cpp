@@ -1,0 +1,947 @@
+#include <algorithm>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <set>
+#include <utility>
+
+#include <KestrinHousehold/outbox/Outbox.hpp>
+#include <KestrinHousehold/outbox/internal/Comparison.hpp>
+#include <KestrinHousehold/outbox/internal/DeliveryFailure.hpp>
+#include <KestrinHousehold/outbox/internal/EntryLane.hpp>
+#include <KestrinHousehold/outbox/internal/EventStream.hpp>
+#include <KestrinHousehold/retry/internal/RetryAfter.hpp>
+#include <KestrinHousehold/time/TimerThread.hpp>
+
+namespace KestrinHousehold {
+
+using HalvardSling::Observable;
+using HalvardSling::Response;
+using internal::Comparison;
+using internal::DeliveryFailure;
+using internal::EntryLane;
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+using Kind = OutboxEvent::Kind;
+using Number = std::int64_t;
+
+namespace {
+
+template <class T>
+using Subscriber = rxcpp::subscriber<T>;
+
+template <class T>
+void fail(const Subscriber<T>& subscriber, OutboxError::Case value, const std::string& detail) {
+    subscriber.on_error(std::make_exception_ptr(OutboxError(value, detail)));
+}
+
+DeliveryFailure noList() {
+    DeliveryFailure failure;
+    failure.text = "the service's reply is no list";
+    return failure;
+}
+
+/// The error of a store, whatever it threw.
+OutboxError storeError(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const OutboxError& known) {
+        return known;
+    } catch (const std::exception& other) {
+        return OutboxError(OutboxError::Case::notStored, other.what());
+    } catch (...) {
+        return OutboxError(OutboxError::Case::notStored, "an unknown error");
+    }
+}
+
+}  // namespace
+
+/// Everything behind an outbox. Nothing of the application's is called with `mutex_` held, but the
+/// scheduler.
+class Outbox::Core : public std::enable_shared_from_this<Core> {
+  public:
+    Core(std::shared_ptr<OutboxStore> store, std::shared_ptr<OutboxDelivery> delivery,
+         std::shared_ptr<Scheduler> scheduler, OutboxOptions options)
+        : store_(std::move(store)),
+          delivery_(std::move(delivery)),
+          scheduler_(scheduler ? std::move(scheduler) : std::make_shared<TimerThread>()),
+          options_(options) {}
+
+    void close();
+
+    void add(OutboxWrite write, const Subscriber<OutboxEntry>& subscriber);
+    void drop(Number number, const Subscriber<bool>& subscriber);
+    void tellOpening(const Subscriber<OutboxOpening>& subscriber);
+    void tellSettled(const Subscriber<OutboxState>& subscriber);
+    [[nodiscard]] std::vector<OutboxEntry> entries() const;
+    [[nodiscard]] std::vector<OutboxEntry> refused() const;
+    void networkIsBack();
+    void bindIsNew(const std::string& profileID);
+    [[nodiscard]] Observable<OutboxEvent> events() { return events_->observable(); }
+
+    /// Opens the store soon, and does what waits for it.
+    void requestWork();
+
+  private:
+    /// A profile's entries, and what is being done about the first of them.
+    struct Lane {
+        EntryLane entries;
+        bool isStarting = false;    ///< a thread is in `run`
+        bool awaitsReply = false;   ///< a request is on its way
+        std::uint64_t request = 0;  ///< its number
+        rxcpp::composite_subscription lifetime{};
+        bool isUnderWay = false;            ///< the first entry was begun
+        bool isComparing = false;           ///< the request asks for what the service has
+        std::vector<OutboxWrite> writes{};  ///< what is still to be sent for it, the next one last
+        bool waitsForBind = false;
+        int failures = 0;
+        Scheduler::TaskID retry = 0;
+    };
+    using LanePointer = std::shared_ptr<Lane>;
+
+    /// A write that is not on the disk yet.
+    struct Incoming {
+        OutboxEntry entry;
+        Subscriber<OutboxEntry> subscriber;
+    };
+    struct Dropping {
+        Number number;
+        Subscriber<bool> subscriber;
+    };
+    /// What waits for the store.
+    struct Waiting {
+        std::vector<Incoming> incoming{};
+        std::vector<Dropping> drops{};
+    };
+    /// What one commit is about.
+    struct Batch {
+        std::vector<Incoming> accepted{};
+        std::vector<Incoming> rejected{};
+        std::vector<std::pair<Subscriber<bool>, bool>> drops{};
+        std::vector<Number> removals{};
+        std::vector<OutboxEntry> refusals{};
+        std::vector<LanePointer> lanes{};
+        OutboxStore::Change change{};
+
+        [[nodiscard]] bool isEmpty() const {
+            return accepted.empty() && rejected.empty() && drops.empty() && removals.empty() &&
+                   refusals.empty();
+        }
+    };
+    struct Request {
+        OutboxWrite write;
+        bool isComparing = false;
+        std::uint64_t number = 0;
+        rxcpp::composite_subscription lifetime{};
+    };
+    using Events = std::vector<OutboxEvent>;
+
+    // The store. On one thread at a time, with `storeMutex_` held.
+    void work();
+    [[nodiscard]] bool open();
+    void loaded(OutboxStore::Loaded found);
+    [[nodiscard]] Batch takeBatch();
+    void planIncoming(Batch& batch, Incoming incoming);
+    void takeDrop(Batch& batch, Dropping dropping, Events& events);
+    [[nodiscard]] bool storeNext();
+    void kept(Batch& batch);
+    void notKept(Batch& batch, const OutboxError& error);
+    [[nodiscard]] Waiting takeWaiting();
+    static void failAll(const Waiting& waiting, const OutboxError& error);
+
+    // Sending.
+    void runAll();
+    void run(const LanePointer& lane);
+    [[nodiscard]] std::optional<Request> nextRequest(Lane& lane, Events& events);
+    [[nodiscard]] bool begin(Lane& lane, Events& events);
+    void start(const LanePointer& lane, const Request& request);
+    void replied(const LanePointer& lane, std::uint64_t request, const Response& reply);
+    void failed(const LanePointer& lane, std::uint64_t request, const std::exception_ptr& error);
+    void completed(const LanePointer& lane, std::uint64_t request);
+    void goOn(const LanePointer& lane);
+    [[nodiscard]] bool ends(Lane& lane, std::uint64_t request);
+    void compared(Lane& lane, const KestrinProfile::UserProfile& list, Events& events);
+    void finish(Lane& lane, Kind kind, std::string text, Events& events);
+    void refuse(Lane& lane, const DeliveryFailure& failure, Events& events);
+    void postpone(const LanePointer& lane, const DeliveryFailure& failure, Events& events);
+    void fail(const LanePointer& lane, const DeliveryFailure& failure, Events& events);
+    void noteDate(const HalvardSling::Headers& headers);
+    [[nodiscard]] Scheduler::WallTime serviceTimeOf(const OutboxEntry& entry) const;
+    [[nodiscard]] nanoseconds ageOf(const OutboxEntry& entry) const;
+    void removeSoon();
+
+    // With the lock held.
+    [[nodiscard]] LanePointer laneOf(const std::string& profileID);
+    [[nodiscard]] std::size_t waiting() const;
+    [[nodiscard]] bool isSettled() const;
+    void tellSettledOnes();
+
+    std::shared_ptr<OutboxStore> store_;
+    const std::shared_ptr<OutboxDelivery> delivery_;
+    const std::shared_ptr<Scheduler> scheduler_;
+    const OutboxOptions options_;
+    const std::shared_ptr<internal::EventStream<OutboxEvent>> events_ =
+        std::make_shared<internal::EventStream<OutboxEvent>>();
+
+    std::mutex storeMutex_;
+    mutable std::mutex mutex_;
+    std::unique_ptr<TimerThread> disk_ = std::make_unique<TimerThread>();
+    bool isWorkRequested_ = false;
+    bool isWorking_ = false;
+    bool isOpen_ = false;
+    bool isClosed_ = false;
+    OutboxOpening opening_;
+    std::optional<OutboxError> openingError_;
+    std::vector<Subscriber<OutboxOpening>> awaitOpening_;
+    std::vector<Subscriber<OutboxState>> awaitSettled_;
+
+    std::map<std::string, LanePointer> lanes_;
+    std::map<Number, OutboxEntry> refused_;
+    Number last_ = 0;
+    std::vector<Incoming> incoming_;
+    std::vector<Dropping> drops_;
+    std::vector<Number> removals_;
+    std::vector<OutboxEntry> refusals_;
+    Scheduler::TaskID removal_ = 0;
+    std::optional<milliseconds> clockDifference_;
+    std::minstd_rand random_{std::random_device()()};
+    std::uint64_t requests_ = 0;
+};
+
+Outbox::Core::LanePointer Outbox::Core::laneOf(const std::string& profileID) {
+    auto& lane = lanes_[profileID];
+    if (!lane) lane = std::make_shared<Lane>();
+    return lane;
+}
+
+std::size_t Outbox::Core::waiting() const {
+    std::size_t count = 0;
+    for (const auto& [profile, lane] : lanes_)
+        count += lane->entries.size();
+    return count;
+}
+
+// What the application asks for.
+
+void Outbox::Core::add(OutboxWrite write, const Subscriber<OutboxEntry>& subscriber) {
+    if (const auto problem = problemOf(write))
+        return KestrinHousehold::fail(subscriber, OutboxError::Case::invalidWrite, *problem);
+    OutboxEntry entry;
+    entry.write = std::move(write);
+    entry.acceptedAt = std::chrono::floor<milliseconds>(scheduler_->wallTime());
+    bool isKept = false;
+    {
+        const std::scoped_lock lock(mutex_);
+        entry.clockDifference = clockDifference_;
+        isKept = !isClosed_;
+        if (isKept) incoming_.push_back({std::move(entry), subscriber});
+    }
+    if (!isKept) return KestrinHousehold::fail(subscriber, OutboxError::Case::closed, "");
+    requestWork();
+}
+
+void Outbox::Core::drop(Number number, const Subscriber<bool>& subscriber) {
+    {
+        const std::scoped_lock lock(mutex_);
+        drops_.push_back({number, subscriber});
+    }
+    requestWork();
+}
+
+void Outbox::Core::tellOpening(const Subscriber<OutboxOpening>& subscriber) {
+    std::optional<OutboxError> error;
+    {
+        const std::scoped_lock lock(mutex_);
+        error = openingError_;
+        if (!isOpen_ && !error) return awaitOpening_.push_back(subscriber);
+    }
+    if (error) return subscriber.on_error(std::make_exception_ptr(*error));
+    subscriber.on_next(opening_);
+    subscriber.on_completed();
+}
+
+void Outbox::Core::tellSettled(const Subscriber<OutboxState>& subscriber) {
+    {
+        const std::scoped_lock lock(mutex_);
+        awaitSettled_.push_back(subscriber);
+    }
+    tellSettledOnes();
+}
+
+std::vector<OutboxEntry> Outbox::Core::entries() const {
+    const std::scoped_lock lock(mutex_);
+    std::vector<OutboxEntry> all;
+    for (const auto& [profile, lane] : lanes_)
+        std::ranges::move(lane->entries.entries(), std::back_inserter(all));
+    std::ranges::sort(all, {}, &OutboxEntry::number);
+    return all;
+}
+
+std::vector<OutboxEntry> Outbox::Core::refused() const {
+    const std::scoped_lock lock(mutex_);
+    std::vector<OutboxEntry> all;
+    for (const auto& [number, entry] : refused_)
+        all.push_back(entry);
+    return all;
+}
+
+void Outbox::Core::networkIsBack() {
+    bool isOpen = false;
+    {
+        const std::scoped_lock lock(mutex_);
+        isOpen = isOpen_;
+        for (const auto& [profile, lane] : lanes_) {
+            scheduler_->cancel(std::exchange(lane->retry, 0));
+            lane->failures = 0;
+        }
+    }
+    isOpen ? runAll() : requestWork();
+}
+
+void Outbox::Core::bindIsNew(const std::string& profileID) {
+    LanePointer lane;
+    {
+        const std::scoped_lock lock(mutex_);
+        const auto found = lanes_.find(profileID);
+        if (found == lanes_.end()) return;
+        lane = found->second;
+        lane->waitsForBind = false;
+    }
+    run(lane);
+}
+
+// The store.
+
+void Outbox::Core::requestWork() {
+    {
+        const std::scoped_lock lock(mutex_);
+        if (std::exchange(isWorkRequested_, true)) return;
+        if (disk_) {
+            try {
+                disk_->after(nanoseconds(0), [weak = weak_from_this()] {
+                    if (const auto core = weak.lock()) core->work();
+                });
+                return;
+            } catch (const std::exception&) {  // no thread to be had: on this one
+            }
+        }
+    }
+    work();
+}
+
+void Outbox::Core::work() {
+    {
+        const std::scoped_lock storing(storeMutex_);
+        {
+            const std::scoped_lock lock(mutex_);
+            isWorkRequested_ = false;
+            isWorking_ = true;
+        }
+        if (!store_) {
+            failAll(takeWaiting(), OutboxError(OutboxError::Case::closed));
+        } else if (open()) {
+            while (storeNext()) {
+            }
+        }
+        const std::scoped_lock lock(mutex_);
+        isWorking_ = false;
+    }
+    runAll();
+    tellSettledOnes();
+}
+
+bool Outbox::Core::open() {
+    {
+        const std::scoped_lock lock(mutex_);
+        if (isOpen_) return true;
+    }
+    const Waiting waiting = takeWaiting();  // what comes from now on has another try
+    try {
+        loaded(store_->load());
+    } catch (...) {
+        const OutboxError error = storeError(std::current_exception());
+        std::vector<Subscriber<OutboxOpening>> subscribers;
+        {
+            const std::scoped_lock lock(mutex_);
+            openingError_ = error;
+            subscribers.swap(awaitOpening_);
+        }
+        for (const auto& subscriber : subscribers)
+            subscriber.on_error(std::make_exception_ptr(error));
+        failAll(waiting, error);
+        return false;
+    }
+    const std::scoped_lock lock(mutex_);
+    incoming_.insert(incoming_.begin(), waiting.incoming.begin(), waiting.incoming.end());
+    drops_.insert(drops_.begin(), waiting.drops.begin(), waiting.drops.end());
+    return true;
+}
+
+void Outbox::Core::loaded(OutboxStore::Loaded found) {
+    Events events;
+    std::vector<Subscriber<OutboxOpening>> subscribers;
+    {
+        const std::scoped_lock lock(mutex_);
+        for (auto& entry : found.entries) {
+            last_ = std::max(last_, entry.number);
+            if (entry.refusal)
+                refused_.insert_or_assign(entry.number, std::move(entry));
+            else
+                laneOf(entry.write.profileID)->entries.restore(std::move(entry));
+        }
+        opening_ = {waiting(), refused_.size(), std::move(found.warnings)};
+        isOpen_ = true;
+        openingError_.reset();
+        subscribers.swap(awaitOpening_);
+    }
+    for (const auto& warning : opening_.warnings)
+        events.push_back({Kind::storeFailed, {}, warning});
+    events_->send(std::move(events));
+    for (const auto& subscriber : subscribers) {
+        subscriber.on_next(opening_);
+        subscriber.on_completed();
+    }
+}
+
+Outbox::Core::Waiting Outbox::Core::takeWaiting() {
+    const std::scoped_lock lock(mutex_);
+    return {std::exchange(incoming_, {}), std::exchange(drops_, {})};
+}
+
+/// Nothing that waits for the store gets what it waits for.
+void Outbox::Core::failAll(const Waiting& waiting, const OutboxError& error) {
+    for (const auto& one : waiting.incoming)
+        one.subscriber.on_error(std::make_exception_ptr(error));
+    for (const auto& one : waiting.drops)
+        one.subscriber.on_error(std::make_exception_ptr(error));
+}
+
+Outbox::Core::Batch Outbox::Core::takeBatch() {
+    Batch batch;
+    Events events;
+    {
+        const std::scoped_lock lock(mutex_);
+        for (auto& incoming : std::exchange(incoming_, {}))
+            planIncoming(batch, std::move(incoming));
+        for (auto& dropping : std::exchange(drops_, {}))
+            takeDrop(batch, std::move(dropping), events);
+        batch.removals.insert(batch.removals.end(), removals_.begin(), removals_.end());
+        removals_.clear();
+        batch.refusals = std::exchange(refusals_, {});
+        scheduler_->cancel(std::exchange(removal_, 0));
+
+        auto& change = batch.change;
+        change.remove = batch.removals;
+        for (const auto& refusal : batch.refusals)
+            if (refused_.contains(refusal.number)) change.put.push_back(refusal);
+        for (const auto& lane : batch.lanes) {
+            std::ranges::move(lane->entries.planned(), std::back_inserter(change.put));
+            std::ranges::copy(lane->entries.leaving(), std::back_inserter(change.remove));
+        }
+    }
+    events_->send(std::move(events));
+    return batch;
+}
+
+void Outbox::Core::planIncoming(Batch& batch, Incoming incoming) {
+    const auto lane = laneOf(incoming.entry.write.profileID);
+    const auto used = waiting();
+    const auto free = options_.maxEntries - std::min(used, options_.maxEntries);
+    OutboxEntry entry = incoming.entry;
+    entry.number = last_ + 1;
+    const auto until = entry.acceptedAt + options_.longestRequest;
+    if (!lane->entries.plan(entry, free, until)) {
+        batch.rejected.push_back(std::move(incoming));
+        return;
+    }
+    incoming.entry.number = ++last_;
+    batch.accepted.push_back(std::move(incoming));
+    if (std::ranges::find(batch.lanes, lane) == batch.lanes.end()) batch.lanes.push_back(lane);
+}
+
+void Outbox::Core::takeDrop(Batch& batch, Dropping dropping, Events& events) {
+    const auto number = dropping.number;
+    std::optional<OutboxEntry> entry;
+    if (auto node = refused_.extract(number)) entry = std::move(node.mapped());
+    for (const auto& [profile, lane] : lanes_)
+        if (!entry) entry = lane->entries.take(number);
+    batch.drops.emplace_back(dropping.subscriber, entry.has_value());
+    if (!entry) return;
+    batch.removals.push_back(number);
+    events.push_back({Kind::dropped, std::move(*entry), "dropped by the application"});
+}
+
+/// Stores what has come; false if nothing has, or it failed.
+bool Outbox::Core::storeNext() {
+    Batch batch = takeBatch();
+    if (batch.isEmpty()) return false;
+    try {
+        if (!batch.change.put.empty() || !batch.change.remove.empty()) store_->commit(batch.change);
+    } catch (...) {
+        notKept(batch, storeError(std::current_exception()));
+        return false;
+    }
+    kept(batch);
+    return true;
+}
+
+void Outbox::Core::kept(Batch& batch) {
+    Events events;
+    {
+        const std::scoped_lock lock(mutex_);
+        for (const auto& lane : batch.lanes)
+            for (auto& [entry, by] : lane->entries.keepPlan())
+                events.push_back(
+                    {Kind::superseded, std::move(entry), "a later entry makes it needless", by});
+    }
+    const std::string full =
+        "it holds " + std::to_string(options_.maxEntries) + " entries, as many as it may";
+    for (const auto& [entry, subscriber] : batch.rejected)
+        events.push_back({Kind::overflow, entry, full});
+    events_->send(std::move(events));
+    for (const auto& [entry, subscriber] : batch.accepted) {
+        subscriber.on_next(entry);
+        subscriber.on_completed();
+    }
+    for (const auto& [entry, subscriber] : batch.rejected)
+        KestrinHousehold::fail(subscriber, OutboxError::Case::full, full);
+    for (const auto& [subscriber, isDropped] : batch.drops) {
+        subscriber.on_next(isDropped);
+        subscriber.on_completed();
+    }
+    runAll();
+}
+
+void Outbox::Core::notKept(Batch& batch, const OutboxError& error) {
+    constexpr std::chrono::seconds again(5);
+    Events events;
+    {
+        const std::scoped_lock lock(mutex_);
+        for (const auto& lane : batch.lanes)
+            lane->entries.abandonPlan();
+        // What was sent leaves the store with a later commit.
+        removals_.insert(removals_.begin(), batch.removals.begin(), batch.removals.end());
+        refusals_.insert(refusals_.begin(), batch.refusals.begin(), batch.refusals.end());
+        if (!removals_.empty() || !refusals_.empty()) {
+            events.push_back({Kind::storeFailed, {}, error.what()});
+            if (!isClosed_ && removal_ == 0)
+                removal_ = scheduler_->after(again, [weak = weak_from_this()] {
+                    if (const auto core = weak.lock()) core->requestWork();
+                });
+        }
+    }
+    const auto failure = std::make_exception_ptr(error);
+    for (const auto& [entry, subscriber] : batch.accepted)
+        subscriber.on_error(failure);
+    for (const auto& [entry, subscriber] : batch.rejected)
+        subscriber.on_error(failure);
+    for (const auto& [subscriber, isDropped] : batch.drops)
+        subscriber.on_error(failure);
+    events_->send(std::move(events));
+}
+
+// Sending.
+
+void Outbox::Core::runAll() {
+    std::vector<LanePointer> lanes;
+    {
+        const std::scoped_lock lock(mutex_);
+        for (const auto& [profile, lane] : lanes_)
+            lanes.push_back(lane);
+    }
+    for (const auto& lane : lanes)
+        run(lane);
+}
+
+/// Makes requests of a profile until one is on its way, or none can be made. A delivery that
+/// answers at once is not called from inside itself.
+void Outbox::Core::run(const LanePointer& lane) {
+    for (;;) {
+        Events events;
+        std::optional<Request> request;
+        {
+            const std::scoped_lock lock(mutex_);
+            request = nextRequest(*lane, events);
+        }
+        events_->send(std::move(events));
+        if (!request) break;
+        start(lane, *request);
+        const std::scoped_lock lock(mutex_);
+        lane->isStarting = false;
+        if (lane->awaitsReply) return;
+    }
+    tellSettledOnes();
+}
+
+std::optional<Outbox::Core::Request> Outbox::Core::nextRequest(Lane& lane, Events& events) {
+    if (!isOpen_ || isClosed_ || lane.isStarting || lane.awaitsReply || lane.waitsForBind ||
+        lane.retry != 0)
+        return std::nullopt;
+    if (!lane.isUnderWay && !begin(lane, events)) return std::nullopt;
+    lane.isStarting = true;
+    lane.awaitsReply = true;
+    lane.request = ++requests_;
+    lane.lifetime = rxcpp::composite_subscription();
+    return Request{lane.writes.back(), lane.isComparing, lane.request, lane.lifetime};
+}
+
+/// Begins with the first entry, unless there is none; those that have expired go.
+bool Outbox::Core::begin(Lane& lane, Events& events) {
+    for (;;) {
+        const OutboxEntry* const entry = lane.entries.next();
+        if (entry == nullptr) return false;
+        const auto age = ageOf(*entry);
+        lane.entries.begin();
+        lane.isUnderWay = true;
+        lane.writes = {entry->write};
+        // One that is not accepted yet by this clock: the clock was set.
+        const bool isLate = age > options_.compareAfter || age < nanoseconds(0);
+        lane.isComparing = isLate && internal::isComparable(entry->write);
+        if (age <= options_.maxAge) return true;
+        finish(lane, Kind::expired, "it has waited for too long", events);
+    }
+}
+
+void Outbox::Core::start(const LanePointer& lane, const Request& request) {
+    const std::weak_ptr<Core> weak = weak_from_this();
+    const auto number = request.number;
+    const auto onError = [weak, lane, number](const std::exception_ptr& error) {
+        if (const auto core = weak.lock()) core->failed(lane, number, error);
+    };
+    try {
+        const auto replies =
+            request.isComparing ? delivery_->lookUp(request.write) : delivery_->send(request.write);
+        replies.subscribe(
+            request.lifetime,
+            [weak, lane, number](const Response& reply) {
+                if (const auto core = weak.lock()) core->replied(lane, number, reply);
+            },
+            onError,
+            [weak, lane, number] {
+                if (const auto core = weak.lock()) core->completed(lane, number);
+            });
+    } catch (...) {
+        failed(lane, number, std::current_exception());
+    }
+}
+
+/// Whether a request ends with this; false if it has ended.
+bool Outbox::Core::ends(Lane& lane, std::uint64_t request) {
+    if (isClosed_ || !lane.awaitsReply || lane.request != request) return false;
+    lane.awaitsReply = false;
+    return true;
+}
+
+/// After the end of a request: on this thread, or on the one that has just begun it.
+void Outbox::Core::goOn(const LanePointer& lane) {
+    {
+        const std::scoped_lock lock(mutex_);
+        if (lane->isStarting) return;
+    }
+    run(lane);
+}
+
+void Outbox::Core::replied(const LanePointer& lane, std::uint64_t request, const Response& reply) {
+    Events events;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!ends(*lane, request)) return;
+        noteDate(reply.headers());
+        if (lane->isComparing) {
+            const auto list = internal::listIn(reply);
+            if (list)
+                compared(*lane, *list, events);
+            else
+                postpone(lane, noList(), events);
+        } else {
+            lane->writes.pop_back();
+            if (lane->writes.empty()) finish(*lane, Kind::sent, "the service has it", events);
+        }
+    }
+    events_->send(std::move(events));
+    goOn(lane);
+}
+
+void Outbox::Core::compared(Lane& lane, const KestrinProfile::UserProfile& list, Events& events) {
+    lane.isComparing = false;
+    const auto& entry = lane.entries.first();
+    auto comparison = internal::compare(lane.writes.back(), serviceTimeOf(entry), list);
+    switch (comparison.verdict) {
+        case Comparison::Verdict::send:
+            lane.writes = std::move(comparison.writes);
+            std::ranges::reverse(lane.writes);
+            return;
+        case Comparison::Verdict::alreadyThere:
+            return finish(lane, Kind::sent, "the service had it already", events);
+        case Comparison::Verdict::stale:
+            return finish(lane, Kind::droppedAsStale, "the service has something newer", events);
+    }
+}
+
+void Outbox::Core::failed(const LanePointer& lane, std::uint64_t request,
+                          const std::exception_ptr& error) {
+    const auto failure = internal::deliveryFailure(error, scheduler_->wallTime());
+    Events events;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!ends(*lane, request)) return;
+        noteDate(failure.headers);
+        fail(lane, failure, events);
+    }
+    events_->send(std::move(events));
+    goOn(lane);
+}
+
+/// After the reply; without one, this is a failure.
+void Outbox::Core::completed(const LanePointer& lane, std::uint64_t request) {
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!lane->awaitsReply || lane->request != request) return;
+    }
+    failed(lane, request, nullptr);
+}
+
+void Outbox::Core::fail(const LanePointer& lane, const DeliveryFailure& failure, Events& events) {
+    switch (failure.kind) {
+        case DeliveryFailure::Kind::absent:
+            // Nothing newer is there than what the entry says.
+            if (!lane->isComparing) return refuse(*lane, failure, events);
+            lane->isComparing = false;
+            return;
+        case DeliveryFailure::Kind::refusal:
+            return refuse(*lane, failure, events);
+        case DeliveryFailure::Kind::needsBind: {
+            lane->waitsForBind = true;
+            lane->isUnderWay = false;
+            events.push_back({Kind::waitsForBind, lane->entries.first(), failure.text});
+            lane->entries.end(scheduler_->wallTime());
+            return;
+        }
+        case DeliveryFailure::Kind::passing:
+            return postpone(lane, failure, events);
+    }
+}
+
+void Outbox::Core::refuse(Lane& lane, const DeliveryFailure& failure, Events& events) {
+    lane.isUnderWay = false;
+    lane.failures = 0;
+    auto entry = lane.entries.takeUnderWay(scheduler_->wallTime());
+    entry.refusal = failure.refusal;
+    events.push_back({Kind::refused, entry, failure.text});
+    refusals_.push_back(entry);
+    refused_.insert_or_assign(entry.number, std::move(entry));
+    while (refused_.size() > options_.maxRefused) {
+        auto oldest = refused_.extract(refused_.begin());
+        removals_.push_back(oldest.key());
+        events.push_back(
+            {Kind::forgotten, std::move(oldest.mapped()), "the list of refused entries is full"});
+    }
+    removeSoon();
+}
+
+/// The first entry stays, and is tried again later.
+void Outbox::Core::postpone(const LanePointer& lane, const DeliveryFailure& failure,
+                            Events& events) {
+    constexpr int mostDoublings = 30;
+    constexpr nanoseconds longestAsked = std::chrono::hours(24);
+    const double factor = static_cast<double>(1U << std::min(lane->failures++, mostDoublings));
+    const auto most = std::min(static_cast<double>(options_.firstDelay.count()) * factor,
+                               static_cast<double>(options_.longestDelay.count()));
+    const double share = 1 - std::uniform_real_distribution(0.0, 0.5)(random_);
+    auto delay = nanoseconds(static_cast<nanoseconds::rep>(most * share));
+    if (failure.retryAfter)
+        delay = std::max(delay, std::min<nanoseconds>(*failure.retryAfter, longestAsked));
+    lane->isUnderWay = false;
+    events.push_back({Kind::delayed, lane->entries.first(), failure.text, {}, delay});
+    lane->entries.end(scheduler_->wallTime());
+    lane->retry = scheduler_->after(delay, [weak = weak_from_this(), lane] {
+        const auto core = weak.lock();
+        if (!core) return;
+        {
+            const std::scoped_lock lock(core->mutex_);
+            lane->retry = 0;
+        }
+        core->run(lane);
+    });
+}
+
+/// The first entry is done with.
+void Outbox::Core::finish(Lane& lane, Kind kind, std::string text, Events& events) {
+    lane.isUnderWay = false;
+    lane.isComparing = false;
+    lane.failures = 0;
+    auto entry = lane.entries.takeUnderWay(scheduler_->wallTime());
+    removals_.push_back(entry.number);
+    events.push_back({kind, std::move(entry), std::move(text)});
+    removeSoon();
+}
+
+/// Takes what was sent out of the store: at once if nothing else is to be sent, else some together.
+void Outbox::Core::removeSoon() {
+    constexpr std::size_t mostTogether = 256;
+    const bool isNow = waiting() == 0 || removals_.size() >= mostTogether;
+    if (!isNow && removal_ != 0) return;
+    const auto delay = isNow ? nanoseconds(0) : options_.removalDelay;
+    scheduler_->cancel(std::exchange(removal_, 0));
+    removal_ = scheduler_->after(delay, [weak = weak_from_this()] {
+        if (const auto core = weak.lock()) core->requestWork();
+    });
+}
+
+void Outbox::Core::noteDate(const HalvardSling::Headers& headers) {
+    const auto now = scheduler_->wallTime();
+    const auto text = headers.value("Date");
+    const auto date = text ? internal::parseHTTPDate(*text, now) : std::nullopt;
+    if (!date) return;
+    constexpr milliseconds middleOfSecond(500);
+    clockDifference_ = std::chrono::floor<milliseconds>(*date + middleOfSecond - now);
+}
+
+/// When an entry was accepted, or an own earlier write of the same item had ended, by the service's
+/// clock.
+Scheduler::WallTime Outbox::Core::serviceTimeOf(const OutboxEntry& entry) const {
+    const auto difference = entry.clockDifference ? entry.clockDifference : clockDifference_;
+    return std::max(entry.acceptedAt, entry.ownUntil.value_or(entry.acceptedAt)) +
+           difference.value_or(milliseconds(0));
+}
+
+nanoseconds Outbox::Core::ageOf(const OutboxEntry& entry) const {
+    // Both times by the service's clock where it is known: then it does not matter if the device's
+    // was set between.
+    const auto before =
+        entry.clockDifference && clockDifference_ ? *entry.clockDifference : milliseconds(0);
+    const auto now =
+        entry.clockDifference && clockDifference_ ? *clockDifference_ : milliseconds(0);
+    return (scheduler_->wallTime() + now) - (entry.acceptedAt + before);
+}
+
+bool Outbox::Core::isSettled() const {
+    const bool isStoring = isWorkRequested_ || isWorking_ || !incoming_.empty() ||
+                           !drops_.empty() || !removals_.empty() || !refusals_.empty();
+    if (!isOpen_) return openingError_.has_value() && !isStoring;
+    return !isStoring && std::ranges::all_of(lanes_, [](const auto& one) {
+        const Lane& lane = *one.second;
+        if (lane.isStarting || lane.awaitsReply) return false;
+        return lane.entries.empty() || lane.waitsForBind || lane.retry != 0;
+    });
+}
+
+void Outbox::Core::tellSettledOnes() {
+    std::vector<Subscriber<OutboxState>> subscribers;
+    OutboxState state;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (awaitSettled_.empty() || !isSettled()) return;
+        subscribers.swap(awaitSettled_);
+        state = {waiting(), refused_.size()};
+    }
+    for (const auto& subscriber : subscribers) {
+        subscriber.on_next(state);
+        subscriber.on_completed();
+    }
+}
+
+void Outbox::Core::close() {
+    std::unique_ptr<TimerThread> disk;
+    std::vector<rxcpp::composite_subscription> lifetimes;
+    std::vector<Subscriber<OutboxState>> settled;
+    std::vector<Subscriber<OutboxOpening>> opening;
+    {
+        const std::scoped_lock lock(mutex_);
+        isClosed_ = true;
+        for (const auto& [profile, lane] : lanes_) {
+            scheduler_->cancel(std::exchange(lane->retry, 0));
+            lifetimes.push_back(lane->lifetime);
+        }
+        disk.swap(disk_);
+    }
+    for (const auto& lifetime : lifetimes)
+        lifetime.unsubscribe();
+    disk.reset();  // waits for what is being stored
+    work();        // and stores the rest
+    {
+        const std::scoped_lock storing(storeMutex_);
+        const std::scoped_lock lock(mutex_);
+        scheduler_->cancel(std::exchange(removal_, 0));
+        store_.reset();
+        settled.swap(awaitSettled_);
+        opening.swap(awaitOpening_);
+    }
+    for (const auto& subscriber : settled)
+        KestrinHousehold::fail(subscriber, OutboxError::Case::closed, "");
+    for (const auto& subscriber : opening)
+        KestrinHousehold::fail(subscriber, OutboxError::Case::closed, "");
+    events_->complete();
+}
+
+Outbox::Outbox(std::shared_ptr<OutboxStore> store, std::shared_ptr<OutboxDelivery> delivery,
+               std::shared_ptr<Scheduler> scheduler, OutboxOptions options)
+    : core_(std::make_shared<Core>(std::move(store), std::move(delivery), std::move(scheduler),
+                                   options)) {
+    core_->requestWork();
+}
+
+Outbox::~Outbox() {
+    core_->close();
+}
+
+namespace {
+
+/// An observable that asks the core of an outbox, unless that was destroyed.
+template <class T, class Core, class Ask>
+Observable<T> asking(const std::shared_ptr<Core>& core, Ask ask) {
+    return rxcpp::observable<>::create<T>(
+        [weak = std::weak_ptr<Core>(core), ask](const Subscriber<T>& subscriber) {
+            if (const auto open = weak.lock())
+                ask(*open, subscriber);
+            else
+                fail(subscriber, OutboxError::Case::closed, "");
+        });
+}
+
+}  // namespace
+
+Observable<OutboxOpening> Outbox::opening() const {
+    return asking<OutboxOpening>(
+        core_, [](Core& core, const auto& subscriber) { core.tellOpening(subscriber); });
+}
+
+Observable<OutboxEntry> Outbox::add(OutboxWrite write) const {
+    return asking<OutboxEntry>(core_,
+                               [write = std::move(write)](Core& core, const auto& subscriber) {
+                                   core.add(write, subscriber);
+                               });
+}
+
+Observable<bool> Outbox::drop(Number number) const {
+    return asking<bool>(
+        core_, [number](Core& core, const auto& subscriber) { core.drop(number, subscriber); });
+}
+
+Observable<OutboxState> Outbox::settled() const {
+    return asking<OutboxState>(
+        core_, [](Core& core, const auto& subscriber) { core.tellSettled(subscriber); });
+}
+
+Observable<OutboxEvent> Outbox::events() const {
+    return core_->events();
+}
+
+std::vector<OutboxEntry> Outbox::entries() const {
+    return core_->entries();
+}
+
+std::vector<OutboxEntry> Outbox::refused() const {
+    return core_->refused();
+}
+
+void Outbox::networkIsBack() {
+    core_->networkIsBack();
+}
+
+void Outbox::bindIsNew(const std::string& profileID) {
+    core_->bindIsNew(profileID);
+}
+
+}  // namespace KestrinHousehold

@@ -1,0 +1,7 @@
+#include <KestrinHousehold/outbox/OutboxDelivery.hpp>
+
+namespace KestrinHousehold {
+
+OutboxDelivery::~OutboxDelivery() = default;
+
+}  // namespace KestrinHousehold

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace KestrinHousehold {
+
+/// The bounds and times of an outbox. Plain data: what is not set is the default.
+struct OutboxOptions {
+    /// How many entries may wait, for all profiles together. One more is not accepted.
+    std::size_t maxEntries = 10'000;
+    /// An entry that is older when its turn comes is dropped.
+    std::chrono::seconds maxAge = std::chrono::hours(30 * 24);
+    /// How many refused entries are kept; the oldest ones go.
+    std::size_t maxRefused = 100;
+    /// An entry that is older when its turn comes is compared with what the service has.
+    std::chrono::seconds compareAfter = std::chrono::minutes(1);
+    /// The first wait after the service could not be reached. It doubles with each failure; a
+    /// random part of up to a half is taken off, so that devices do not come back together.
+    std::chrono::nanoseconds firstDelay = std::chrono::seconds(1);
+    std::chrono::nanoseconds longestDelay = std::chrono::minutes(5);
+    /// That entries were sent is stored for several at once, this long after the first of them, or
+    /// when none waits any more.
+    std::chrono::nanoseconds removalDelay = std::chrono::milliseconds(200);
+    /// How long a request may be on its way, at the most.
+    std::chrono::seconds longestRequest = std::chrono::minutes(2);
+};
+
+}  // namespace KestrinHousehold

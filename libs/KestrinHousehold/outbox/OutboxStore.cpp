@@ -1,0 +1,7 @@
+#include <KestrinHousehold/outbox/OutboxStore.hpp>
+
+namespace KestrinHousehold {
+
+OutboxStore::~OutboxStore() = default;
+
+}  // namespace KestrinHousehold

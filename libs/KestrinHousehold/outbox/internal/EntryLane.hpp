@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <KestrinHousehold/outbox/OutboxEntry.hpp>
+#include <KestrinHousehold/outbox/internal/Supersession.hpp>
+
+namespace KestrinHousehold::internal {
+
+/// The entries of one profile that wait, and the rules for what is added to them. An addition is
+/// planned first, and takes effect once it is on the disk; until then nothing is sent that it
+/// concerns.
+class EntryLane {
+  public:
+    /// A dropped entry, and the number of the one that makes it needless.
+    struct Superseded {
+        OutboxEntry entry;
+        std::int64_t by = 0;
+    };
+
+    /// Adds an entry that is on the disk.
+    void restore(OutboxEntry entry);
+
+    /// Plans an entry, with a higher number than all others.
+    /// @param entry     takes over what only a dropped entry said; its `ownUntil` is set if what is
+    ///                  under way concerns the same item
+    /// @param mostFree  how many more entries there may be
+    /// @param ownUntil  see `OutboxEntry::ownUntil`
+    /// @return how many entries there are more (0 or less: as many were dropped); absent if there
+    ///         is no room, and nothing was planned
+    [[nodiscard]] std::optional<std::ptrdiff_t> plan(OutboxEntry entry, std::size_t mostFree,
+                                                     Scheduler::WallTime ownUntil);
+
+    /// What the plan adds and drops.
+    [[nodiscard]] std::vector<OutboxEntry> planned() const;
+    [[nodiscard]] std::vector<std::int64_t> leaving() const;
+
+    /// The plan is on the disk.
+    /// @return what it dropped that had been there before or was planned with it
+    std::vector<Superseded> keepPlan();
+    /// The plan is not on the disk; all is as before.
+    void abandonPlan();
+
+    /// The first entry, unless something is under way or the plan concerns it.
+    [[nodiscard]] const OutboxEntry* next() const;
+
+    /// The first entry; there is one.
+    [[nodiscard]] const OutboxEntry& first() const { return slots_.begin()->second.entry; }
+
+    /// The first entry is being sent.
+    void begin();
+    /// It is no longer; it stays.
+    /// @param now  by the device's clock: what the service has from before may be its work
+    void end(Scheduler::WallTime now);
+
+    /// Takes an entry out.
+    /// @return it; absent if there is none of this number, or it is under way or in the plan
+    std::optional<OutboxEntry> take(std::int64_t number);
+    /// Takes out what is under way.
+    OutboxEntry takeUnderWay(Scheduler::WallTime now);
+
+    [[nodiscard]] std::vector<OutboxEntry> entries() const;
+    /// How many there are, without those that the plan drops.
+    [[nodiscard]] std::size_t size() const noexcept { return slots_.size() - leaving_.size(); }
+    [[nodiscard]] bool empty() const noexcept { return slots_.empty(); }
+
+  private:
+    struct Slot {
+        OutboxEntry entry;
+        bool isPlanned = false;
+        std::optional<std::int64_t> droppedBy{};
+    };
+    /// List, brand and item.
+    using Key = std::tuple<List, std::string, std::string>;
+
+    [[nodiscard]] static std::vector<Key> keysOf(const OutboxWrite& write);
+    [[nodiscard]] std::set<std::int64_t> sameItems(const OutboxWrite& write) const;
+    [[nodiscard]] std::vector<std::int64_t> supersededBy(OutboxEntry& entry) const;
+    void insert(OutboxEntry entry, bool isPlanned);
+    OutboxEntry erase(std::int64_t number);
+
+    std::map<std::int64_t, Slot> slots_;
+    std::map<Key, std::set<std::int64_t>> index_;
+    std::set<std::int64_t> planned_;
+    std::set<std::int64_t> leaving_;
+    std::optional<std::int64_t> underWay_;
+    std::vector<std::int64_t> behind_;  // entries that concern what is under way
+};
+
+}  // namespace KestrinHousehold::internal

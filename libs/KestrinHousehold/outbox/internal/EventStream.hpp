@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include <HalvardSling/rx/Observable.hpp>
+
+namespace KestrinHousehold::internal {
+
+/// Events for whoever listens: each listener gets those from its subscription on, in one order, one
+/// at a time.
+template <class T>
+class EventStream : public std::enable_shared_from_this<EventStream<T>> {
+  public:
+    [[nodiscard]] HalvardSling::Observable<T> observable() {
+        return rxcpp::observable<>::create<T>(
+            [self = this->shared_from_this()](const rxcpp::subscriber<T>& subscriber) {
+                self->add(subscriber);
+            });
+    }
+
+    /// Sends events, or leaves them to a thread that is sending; not with a lock held.
+    void send(std::vector<T> events) {
+        {
+            const std::scoped_lock lock(mutex_);
+            for (auto& event : events)
+                waiting_.push_back(std::move(event));
+            if (isSending_) return;
+            isSending_ = true;
+        }
+        while (auto next = take())
+            for (const auto& subscriber : next->second)
+                subscriber.on_next(next->first);
+    }
+
+    void complete() {
+        std::map<std::uint64_t, rxcpp::subscriber<T>> subscribers;
+        {
+            const std::scoped_lock lock(mutex_);
+            subscribers.swap(subscribers_);
+        }
+        for (const auto& [number, subscriber] : subscribers)
+            subscriber.on_completed();
+    }
+
+  private:
+    using Delivery = std::pair<T, std::vector<rxcpp::subscriber<T>>>;
+
+    void add(const rxcpp::subscriber<T>& subscriber) {
+        std::uint64_t number = 0;
+        {
+            const std::scoped_lock lock(mutex_);
+            number = ++last_;
+            subscribers_.emplace(number, subscriber);
+        }
+        const std::weak_ptr<EventStream> self = this->weak_from_this();
+        subscriber.add([self, number] {
+            if (const auto stream = self.lock()) stream->remove(number);
+        });
+    }
+
+    void remove(std::uint64_t number) {
+        std::map<std::uint64_t, rxcpp::subscriber<T>> dropped;  // destroyed without the lock
+        const std::scoped_lock lock(mutex_);
+        if (auto node = subscribers_.extract(number)) dropped.insert(std::move(node));
+    }
+
+    std::unique_ptr<Delivery> take() {
+        const std::scoped_lock lock(mutex_);
+        if (waiting_.empty()) {
+            isSending_ = false;
+            return nullptr;
+        }
+        auto delivery = std::make_unique<Delivery>(std::move(waiting_.front()),
+                                                   std::vector<rxcpp::subscriber<T>>());
+        waiting_.pop_front();
+        for (const auto& [number, subscriber] : subscribers_)
+            delivery->second.push_back(subscriber);
+        return delivery;
+    }
+
+    std::mutex mutex_;
+    std::uint64_t last_ = 0;
+    std::map<std::uint64_t, rxcpp::subscriber<T>> subscribers_;
+    std::deque<T> waiting_;
+    bool isSending_ = false;
+};
+
+}  // namespace KestrinHousehold::internal
