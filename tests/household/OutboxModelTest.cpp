@@ -20,31 +20,28 @@ class Writes {
 
     OutboxWrite next() {
         constexpr std::array operations{
-            Op::addVideoToHistory,  Op::addVideoToHistory,  Op::removeVideoFromHistory,
-            Op::clearHistory,       Op::addFavoriteShow,    Op::addFavoriteShows,
-            Op::removeFavoriteShow, Op::clearFavorites,     Op::addVideoToWatchList,
+            Op::addVideoToHistory,  Op::addVideoToHistory,   Op::removeVideoFromHistory,
+            Op::clearHistory,       Op::addFavoriteShow,     Op::addFavoriteShows,
+            Op::removeFavoriteShow, Op::clearFavorites,      Op::addVideoToWatchList,
             Op::addSearchHistory,   Op::removeFromWatchList, Op::clearWatchList,
             Op::deleteSearchHistory};
         auto made = write(operations.at(pick(operations.size())), item(), pick(3) == 0 ? "q" : "p");
-        const bool isClear = made.operation == Op::clearHistory ||
-                             made.operation == Op::clearFavorites ||
-                             made.operation == Op::clearWatchList ||
-                             made.operation == Op::deleteSearchHistory;
+        const bool isClear =
+            made.operation == Op::clearHistory || made.operation == Op::clearFavorites ||
+            made.operation == Op::clearWatchList || made.operation == Op::deleteSearchHistory;
         if (isClear || made.operation == Op::addFavoriteShows) made.itemID.clear();
         if (made.operation == Op::addVideoToHistory) {
-            if (pick(2) == 0) made.progress = pick(100);
+            made.progress = pick(100);
             if (pick(2) == 0) made.isComplete = pick(2) == 0;
         }
         if (made.operation == Op::addFavoriteShows)
             for (auto count = 1 + pick(3); count > 0; --count)
-                made.shows.emplace_back(item(), pick(2) == 0 ? std::optional(Types::game)
-                                                             : std::nullopt);
+                made.shows.emplace_back(item(),
+                                        pick(2) == 0 ? std::optional(Types::game) : std::nullopt);
         return made;
     }
 
-    std::uint32_t pick(std::size_t below) {
-        return static_cast<std::uint32_t>(random_() % below);
-    }
+    std::uint32_t pick(std::size_t below) { return static_cast<std::uint32_t>(random_() % below); }
 
   private:
     std::string item() { return std::string(1, static_cast<char>('a' + pick(3))); }
@@ -76,8 +73,8 @@ TEST(OutboxModel, LeavesTheServiceAsAllWritesInOrderWould) {
             }();
             if (fate == 0) return subscriber.on_error(networkIsAway());
             if (fate == 1)  // applied, but the reply is lost
-                return subscriber.on_error(std::make_exception_ptr(
-                    SlingError(SlingErrorKind::connectionLost, "lost")));
+                return subscriber.on_error(
+                    std::make_exception_ptr(SlingError(SlingErrorKind::connectionLost, "lost")));
             if (fate == 2) return subscriber.on_error(status(503));
             FakeDelivery::accept(write, subscriber);
         };

@@ -276,9 +276,10 @@ TEST_F(OutboxTest, DropsWhatHasWaitedForTooLong) {
 }
 
 TEST_F(OutboxTest, RefusesWhatIsNoWriteOfAList) {
-    for (const auto& bad : {write(Op::createProfile), write(Op::addFavoriteShow, ""),
-                            write(Op::addFavoriteShows), write(Op::addFavoriteShow, "a", ""),
-                            write(Op::addFavoriteShow, "\xFF"), progress("v", -1)}) {
+    for (const auto& bad :
+         {write(Op::createProfile), write(Op::addFavoriteShow, ""), write(Op::addFavoriteShows),
+          write(Op::addFavoriteShow, "a", ""), write(Op::addFavoriteShow, "\xFF"),
+          progress("v", -1), progress("v", {}, true)}) {
         const Observed refused(opened().add(bad));
         ASSERT_TRUE(refused.error<OutboxError>());
         EXPECT_EQ(refused.error<OutboxError>()->value(), OutboxError::Case::invalidWrite);

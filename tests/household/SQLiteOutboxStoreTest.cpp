@@ -3,12 +3,13 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sqlite3.h>
 #include <support/Program.hpp>
 #include <support/Rounds.hpp>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+
+#include <sqlite3.h>
 
 #include <KestrinHousehold/outbox/SQLiteOutboxStore.hpp>
 

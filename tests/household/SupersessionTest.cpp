@@ -43,8 +43,7 @@ std::vector<Pair> pairs() {
 
         {"position, position", progress("v", 1), progress("v", 2), true},
         {"position, earlier position", progress("v", 2), progress("v", 1), true},
-        {"position, end without position", progress("v", 1), progress("v", {}, true), true,
-         progress("v", 1, true)},
+        {"position, end", progress("v", 1), progress("v", 9, true), true},
         {"end, position", progress("v", 9, true), progress("v", 1), true, progress("v", 1, true)},
         {"remove, position", forget("v"), progress("v", 1), false},
         {"remove, position and end", forget("v"), progress("v", 1, false), true},

@@ -33,7 +33,8 @@ std::optional<std::string> problemOf(const OutboxWrite& write) {
     const bool mayBeEmpty = kind->list == internal::List::searches;
     if (!mayBeEmpty && std::ranges::count(items, "") > 0)
         return "the write names no video or show, or an empty one";
-    if (write.progress.value_or(0) < 0) return "the position is below 0";
+    if (write.operation == ProfileOperation::addVideoToHistory && write.progress.value_or(-1) < 0)
+        return "the write has no position, or one below 0";
     return std::nullopt;
 }
 

@@ -24,7 +24,7 @@ struct KESTRIN_HOUSEHOLD_EXPORT OutboxWrite {
     std::string itemID;
     /// What `addFavoriteShows` adds; only identifier and type are kept.
     std::vector<KestrinProfile::UserProfileElement> shows{};
-    std::optional<std::int64_t> progress{};  ///< of `addVideoToHistory`; absent: stays as it is
+    std::optional<std::int64_t> progress{};  ///< of `addVideoToHistory`, which needs it; 0 or more
     std::optional<bool> isComplete{};        ///< of `addVideoToHistory`; absent: stays as it is
 
     friend bool operator==(const OutboxWrite&, const OutboxWrite&) = default;

@@ -14,6 +14,8 @@
 
 namespace KestrinHousehold {
 
+class HouseholdDelivery;
+
 namespace internal {
 class HouseholdState;
 }
@@ -73,6 +75,8 @@ class KESTRIN_HOUSEHOLD_EXPORT Household {
     [[nodiscard]] const std::shared_ptr<Scheduler>& scheduler() const noexcept;
 
   private:
+    friend class HouseholdDelivery;
+
     std::shared_ptr<internal::HouseholdState> state_;
 };
 

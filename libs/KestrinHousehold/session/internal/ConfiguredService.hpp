@@ -2,6 +2,9 @@
 
 #include <memory>
 
+#include <HalvardSling/http/Response.hpp>
+#include <HalvardSling/rx/Observable.hpp>
+#include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
@@ -12,5 +15,10 @@ namespace KestrinHousehold::internal {
 /// none.
 [[nodiscard]] std::shared_ptr<const KestrinConfigManager::WebService> configuredService(
     KestrinProfile::ProfileOperation operation);
+
+/// The replies to a request that `Profile` does not make: of a record, to the service of an
+/// operation, with the guard of that and the reaction to a refusal as there.
+[[nodiscard]] HalvardSling::Observable<HalvardSling::Response> responsesOf(
+    KestrinProfile::ProfileOperation operation, const KestrinConfigManager::APIParams& params);
 
 }  // namespace KestrinHousehold::internal

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+
+#include <KestrinHousehold/Export.hpp>
+#include <KestrinHousehold/outbox/OutboxDelivery.hpp>
+#include <KestrinHousehold/session/Household.hpp>
+
+namespace KestrinHousehold {
+
+/// Sends the writes of an outbox as a household's profiles, with their binds. Each is sent once:
+/// the outbox repeats. After the end of the household every request fails with
+/// `SlingErrorKind::cancelled`, and the entries wait for the next start.
+class KESTRIN_HOUSEHOLD_EXPORT HouseholdDelivery final : public OutboxDelivery {
+  public:
+    explicit HouseholdDelivery(const Household& household);
+    ~HouseholdDelivery() override;
+
+    [[nodiscard]] HalvardSling::Observable<HalvardSling::Response> send(
+        const OutboxWrite& write) override;
+    [[nodiscard]] HalvardSling::Observable<HalvardSling::Response> lookUp(
+        const OutboxWrite& write) override;
+
+  private:
+    std::shared_ptr<internal::HouseholdState> household_;
+};
+
+}  // namespace KestrinHousehold
