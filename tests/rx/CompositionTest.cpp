@@ -644,4 +644,22 @@ TEST(RxScheduler, TheLoopTellsWhenItMustWakeEarlier) {
     EXPECT_EQ(wakes, 2);
 }
 
+TEST(RxCompose, TheOperatorsAreMembersToo) {
+    event_log log;
+    const auto value = up_to(3)
+                           .filter([](int each) { return each > 1; })
+                           .take(2)
+                           .concat(just(9))
+                           .flat_map([](int each) { return just(each); })
+                           .concat_map([](int each) { return just(each); })
+                           .merge(just(5))
+                           .zip([](int a, int) { return a; }, up_to(9))
+                           .retry(2)
+                           .on_error_resume_next([](std::exception_ptr) { return just(0); })
+                           .finally([] {})
+                           .as_dynamic();
+    rx_test::subscribe(value, log);
+    EXPECT_EQ(log.seen(), (events{"next 2", "next 3", "next 9", "next 5", "completed"}));
+}
+
 }  // namespace

@@ -30,6 +30,19 @@ struct member_operator {
 };
 struct map_tag;
 struct tap_tag;
+struct filter_tag;
+struct take_tag;
+struct finally_tag;
+struct on_error_resume_next_tag;
+struct switch_on_error_tag;
+struct retry_tag;
+struct flat_map_tag;
+struct concat_map_tag;
+struct merge_tag;
+struct concat_tag;
+struct zip_tag;
+struct observe_on_tag;
+struct timeout_tag;
 
 }  // namespace detail
 
@@ -146,18 +159,66 @@ class observable {
     /// @return this observable with the type of its source hidden.
     [[nodiscard]] observable<T> as_dynamic() const { return *this; }
 
-    /// Does what rxcpp::operators::map() does; needs its header.
+    // Each of these does what the operator of its name does, and needs that one's header.
     template <class... Arguments>
     auto map(Arguments&&... arguments) const {
-        return detail::member_operator<detail::map_tag, std::decay_t<Arguments>...>::apply(
-            *this, std::forward<Arguments>(arguments)...);
+        return apply<detail::map_tag>(std::forward<Arguments>(arguments)...);
     }
-
-    /// Does what rxcpp::operators::tap() does; needs its header.
     template <class... Arguments>
     auto tap(Arguments&&... arguments) const {
-        return detail::member_operator<detail::tap_tag, std::decay_t<Arguments>...>::apply(
-            *this, std::forward<Arguments>(arguments)...);
+        return apply<detail::tap_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto filter(Arguments&&... arguments) const {
+        return apply<detail::filter_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto take(Arguments&&... arguments) const {
+        return apply<detail::take_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto finally(Arguments&&... arguments) const {
+        return apply<detail::finally_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto on_error_resume_next(Arguments&&... arguments) const {
+        return apply<detail::on_error_resume_next_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto switch_on_error(Arguments&&... arguments) const {
+        return apply<detail::switch_on_error_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto retry(Arguments&&... arguments) const {
+        return apply<detail::retry_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto flat_map(Arguments&&... arguments) const {
+        return apply<detail::flat_map_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto concat_map(Arguments&&... arguments) const {
+        return apply<detail::concat_map_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto merge(Arguments&&... arguments) const {
+        return apply<detail::merge_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto concat(Arguments&&... arguments) const {
+        return apply<detail::concat_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto zip(Arguments&&... arguments) const {
+        return apply<detail::zip_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto observe_on(Arguments&&... arguments) const {
+        return apply<detail::observe_on_tag>(std::forward<Arguments>(arguments)...);
+    }
+    template <class... Arguments>
+    auto timeout(Arguments&&... arguments) const {
+        return apply<detail::timeout_tag>(std::forward<Arguments>(arguments)...);
     }
 
     /// @return the source; for the library's own use.
@@ -172,6 +233,12 @@ class observable {
     }
 
   private:
+    template <class Tag, class... Arguments>
+    auto apply(Arguments&&... arguments) const {
+        return detail::member_operator<Tag, std::decay_t<Arguments>...>::apply(
+            *this, std::forward<Arguments>(arguments)...);
+    }
+
     composite_subscription start(const subscriber<T>& end) const {
         composite_subscription lifetime = end.get_subscription();
         if (!lifetime.is_subscribed()) return lifetime;

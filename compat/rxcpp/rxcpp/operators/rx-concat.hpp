@@ -60,8 +60,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct concat_tag;
-
 template <class... F>
 struct member_operator<concat_tag, F...> {
     template <class Observable, class... Arguments>

@@ -49,8 +49,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct concat_map_tag;
-
 template <class... F>
 struct member_operator<concat_map_tag, F...> {
     template <class Observable, class... Arguments>

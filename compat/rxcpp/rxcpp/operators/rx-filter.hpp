@@ -81,8 +81,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct filter_tag;
-
 template <class... F>
 struct member_operator<filter_tag, F...> {
     template <class Observable, class... Arguments>

@@ -79,8 +79,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct finally_tag;
-
 template <class... F>
 struct member_operator<finally_tag, F...> {
     template <class Observable, class... Arguments>

@@ -51,8 +51,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct flat_map_tag;
-
 template <class... F>
 struct member_operator<flat_map_tag, F...> {
     template <class Observable, class... Arguments>

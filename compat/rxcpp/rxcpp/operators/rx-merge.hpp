@@ -61,8 +61,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct merge_tag;
-
 template <class... F>
 struct member_operator<merge_tag, F...> {
     template <class Observable, class... Arguments>

@@ -180,8 +180,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct observe_on_tag;
-
 template <class... F>
 struct member_operator<observe_on_tag, F...> {
     template <class Observable, class... Arguments>

@@ -97,8 +97,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct on_error_resume_next_tag;
-
 template <class... F>
 struct member_operator<on_error_resume_next_tag, F...> {
     template <class Observable, class... Arguments>
@@ -106,8 +104,6 @@ struct member_operator<on_error_resume_next_tag, F...> {
         return operators::on_error_resume_next(std::forward<Arguments>(arguments)...)(source);
     }
 };
-
-struct switch_on_error_tag;
 
 template <class... F>
 struct member_operator<switch_on_error_tag, F...> {

@@ -88,8 +88,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct retry_tag;
-
 template <class... F>
 struct member_operator<retry_tag, F...> {
     template <class Observable, class... Arguments>

@@ -70,8 +70,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct take_tag;
-
 template <class... F>
 struct member_operator<take_tag, F...> {
     template <class Observable, class... Arguments>

@@ -181,8 +181,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct timeout_tag;
-
 template <class... F>
 struct member_operator<timeout_tag, F...> {
     template <class Observable, class... Arguments>

@@ -154,8 +154,6 @@ namespace rxo = operators;
 
 namespace detail {
 
-struct zip_tag;
-
 template <class... F>
 struct member_operator<zip_tag, F...> {
     template <class Observable, class... Arguments>
