@@ -40,7 +40,7 @@ struct Delivered {
          deliverOn(std::move(executor)))
             .subscribe(
                 subscription, [this](int value) { events.push_back(std::to_string(value)); },
-                [this](std::exception_ptr) { events.push_back("error"); },
+                [this](const std::exception_ptr&) { events.push_back("error"); },
                 [this] { events.push_back("completed"); });
     }
     Delivered(const Delivered&) = delete;

@@ -260,6 +260,8 @@ class observable {
 /// @param operation anything callable with an observable.
 /// @return what `operation` returns.
 template <class T, class Source, class Operation>
+// By value, for operators that keep the source move it.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 auto operator|(observable<T, Source> source, Operation&& operation)
     -> decltype(std::forward<Operation>(operation)(std::move(source))) {
     return std::forward<Operation>(operation)(std::move(source));

@@ -124,7 +124,7 @@ void deliver(const Observable<T>& source, const Executor& executor,
         [delivery, subscriber](T value) {
             delivery->add([subscriber, value = std::move(value)] { subscriber.on_next(value); });
         },
-        [delivery, subscriber](std::exception_ptr error) {
+        [delivery, subscriber](const std::exception_ptr& error) {
             delivery->add([subscriber, error] { subscriber.on_error(error); });
         },
         [delivery, subscriber] { delivery->add([subscriber] { subscriber.on_completed(); }); });

@@ -18,7 +18,7 @@ class SingleValue {
     /// second value, which ends the subscription. After the lifetime's end it is not called.
     template <class Done>
     static void of(const Observable<T>& source, const rxcpp::composite_subscription& lifetime,
-                   Done done) {
+                   const Done& done) {
         const auto state = std::make_shared<SingleValue>();
         source.subscribe(
             lifetime,
