@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
     std::promise<int> done;
     KestrinProfile::Profile().requestAnonymousBind().subscribe(
         [](const auto& bind) { std::printf("bound as %s\n", bind.profileID.c_str()); },
-        [&](std::exception_ptr error) {
+        [&](const std::exception_ptr& error) {
             try { std::rethrow_exception(error); }
             catch (const std::exception& known) { std::puts(known.what()); }
             done.set_value(1);

@@ -15,8 +15,9 @@ namespace Fuzz {
 inline void expect(bool holds, std::string_view what,
                    std::source_location place = std::source_location::current()) {
     if (holds) return;
-    std::fprintf(stderr, "%s:%u: expected: %.*s\n", place.file_name(),
-                 static_cast<unsigned>(place.line()), static_cast<int>(what.size()), what.data());
+    static_cast<void>(std::fprintf(stderr, "%s:%u: expected: %.*s\n", place.file_name(),
+                                   static_cast<unsigned>(place.line()),
+                                   static_cast<int>(what.size()), what.data()));
     std::abort();
 }
 

@@ -19,12 +19,12 @@ using namespace TestSupport;
 
 namespace {
 
-TransportRequest plain(std::string method) {
+TransportRequest plain(const std::string& method) {
     return requestTo("/" + method, method);
 }
 
-TransportRequest withBody(std::string method, std::string body) {
-    auto request = plain(std::move(method));
+TransportRequest withBody(const std::string& method, std::string body) {
+    auto request = plain(method);
     request.body = bodyOf(std::move(body));
     return request;
 }

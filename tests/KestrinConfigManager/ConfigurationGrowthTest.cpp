@@ -13,7 +13,6 @@
 namespace {
 
 using KestrinConfigManager::Configuration;
-using KestrinConfigManager::ConfigurationProblem;
 using KestrinConfigManager::parseConfiguration;
 using TestSupport::growthOfCalls;
 

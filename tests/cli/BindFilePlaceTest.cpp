@@ -16,7 +16,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using TestSupport::CommandLine;
 using TestSupport::contentOf;
-using TestSupport::Environment;
 using TestSupport::httpReply;
 using TestSupport::RawConnection;
 using TestSupport::RawServer;

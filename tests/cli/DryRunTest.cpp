@@ -8,7 +8,6 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using TestSupport::CommandLine;
 
 class DryRun : public CommandLine {

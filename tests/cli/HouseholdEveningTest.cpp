@@ -17,7 +17,6 @@ namespace {
 using HalvardSling::JSONDictionary;
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 using TestSupport::CommandLine;
 using TestSupport::Program;

@@ -14,7 +14,6 @@ namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using TestSupport::CommandLine;
 using TestSupport::eventually;
 using TestSupport::httpReply;

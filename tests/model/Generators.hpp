@@ -18,7 +18,7 @@ namespace TestSupport {
 
 /// A value, or in one of three cases none.
 template <class Value>
-rc::Gen<std::optional<Value>> maybe(rc::Gen<Value> generator) {
+rc::Gen<std::optional<Value>> maybe(const rc::Gen<Value>& generator) {
     return rc::gen::oneOf(
         rc::gen::just(std::optional<Value>()),
         rc::gen::map(generator, [](Value value) { return std::optional<Value>(value); }),

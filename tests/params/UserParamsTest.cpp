@@ -12,7 +12,6 @@
 namespace KestrinProfile {
 namespace {
 
-using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::TextMap;
 using TestSupport::allOperations;
 using TestSupport::bodyText;

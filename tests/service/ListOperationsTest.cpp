@@ -12,7 +12,6 @@ using HalvardSling::Observable;
 using HalvardSling::Response;
 using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;
-using KestrinConfigManager::AnonymousBind;
 using KestrinProfile::Profile;
 using KestrinProfile::ProfileOperation;
 using KestrinProfile::ProfileParams;

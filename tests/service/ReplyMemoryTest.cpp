@@ -69,7 +69,6 @@ namespace {
 
 using HalvardSling::JSONDictionary;
 using HalvardSling::RequestPolicy;
-using HalvardSling::Response;
 using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;
 using KestrinProfile::ProfileOperation;

@@ -103,6 +103,7 @@ void checkContentEncoding(std::string_view encoding) {
 /// than what the shape allows. After the first fault the text need only be JSON.
 class BodyReader {
   public:
+    // NOLINTBEGIN(readability-identifier-naming): the parser's names.
     static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
     static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
     static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
@@ -116,7 +117,6 @@ class BodyReader {
         return std::move(body_);
     }
 
-    // NOLINTBEGIN(readability-identifier-naming): the parser's names.
     bool on_document_begin(json::error_code&) { return true; }
     bool on_document_end(json::error_code&) { return true; }
     bool on_object_begin(json::error_code&) {

@@ -17,9 +17,9 @@ namespace KestrinProfileServer {
 
 /// The largest request line with its headers; also the largest line of a chunk, and the largest
 /// trailers. No more than this is read ahead.
-constexpr std::size_t headerLimit = 64U * 1024U;
+constexpr std::size_t headerLimit = std::size_t{64} * 1024;
 constexpr std::size_t headerCountLimit = 100;
-constexpr std::size_t bodyLimit = 1024U * 1024U;
+constexpr std::size_t bodyLimit = std::size_t{1024} * 1024;
 
 /// Takes a request apart as it arrives and keeps what the limits allow. Trailers are read and
 /// forgotten: what comes behind a body authorises nothing.

@@ -14,7 +14,6 @@ namespace {
 
 using HalvardSling::JSONDictionary;
 using HalvardSling::JSONFailure;
-using testing::HasSubstr;
 
 enum class Verdict { taken, notJSON, tooDeep, noDictionary };
 

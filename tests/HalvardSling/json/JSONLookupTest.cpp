@@ -45,7 +45,7 @@ std::optional<std::int64_t> numberIn(const JSONDictionary& dictionary, int numbe
 
 class JSONLookup : public testing::TestWithParam<int> {
   protected:
-    void expectAll(const JSONDictionary& dictionary, std::vector<int> order) const {
+    void expectAll(const JSONDictionary& dictionary, const std::vector<int>& order) const {
         for (const int number : order) {
             EXPECT_EQ(numberIn(dictionary, number), number);
             EXPECT_EQ(dictionary.text(keyOf(number)), std::nullopt);

@@ -62,7 +62,7 @@ int CurlConnections::onSocket(void* self, curl_socket_t socket, curlsocktype) no
     try {
         connections.unnamed_.insert(socket);
     } catch (const std::bad_alloc&) {
-        // It remains unknown, so it carries one request only.
+        return CURL_SOCKOPT_OK;  // It remains unknown, so it carries one request only.
     }
     return CURL_SOCKOPT_OK;
 }

@@ -69,16 +69,17 @@ std::optional<TransferID> CurlEngine::takeEnded() noexcept {
         if (message->msg != CURLMSG_DONE) continue;
         const TransferID id = CurlExchange::transferOf(message->easy_handle);
         Running& running = running_.find(id)->second;
-        running.ended = message->data.result;
+        const CURLcode code = message->data.result;
+        running.ended = code;
         leave(running);
-        if (!sendElsewhere(running)) return id;
+        if (!sendElsewhere(running, code)) return id;
     }
     return std::nullopt;
 }
 
 /// Sends a request once more if it has to go to another connection.
-bool CurlEngine::sendElsewhere(Running& running) noexcept {
-    if (!running.exchange->goesElsewhere(*running.ended) || !running.exchange->prepareElsewhere() ||
+bool CurlEngine::sendElsewhere(Running& running, CURLcode code) noexcept {
+    if (!running.exchange->goesElsewhere(code) || !running.exchange->prepareElsewhere() ||
         add(running) != CURLM_OK)
         return false;
     running.ended.reset();

@@ -45,7 +45,7 @@ class CurlEngine final : public TransferEngine {
     };
 
     [[nodiscard]] CURLMcode add(Running& running) noexcept;
-    [[nodiscard]] bool sendElsewhere(Running& running) noexcept;
+    [[nodiscard]] bool sendElsewhere(Running& running, CURLcode code) noexcept;
     void leave(Running& running) noexcept;
 
     const CurlTransport::Options options_;

@@ -176,7 +176,7 @@ std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span spa
     set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(current().policy.connectTimeout));
     set(CURLOPT_FRESH_CONNECT, isElsewhere_ ? 1L : 0L);
     setRequest(set);
-    handle_.setURL(set, request_->url());
+    handle_.setURL(set, checked().url());
     if (set.result() != CURLE_OK) return failure(set.result());
     return std::nullopt;
 }
@@ -225,7 +225,7 @@ void CurlExchange::setRequest(CurlOptions& set) {
     }
     const std::string_view implied = isHead ? "HEAD" : hasBody ? "POST" : "GET";
     set(CURLOPT_CUSTOMREQUEST, current().method == implied ? nullptr : current().method.c_str());
-    set(CURLOPT_HTTPHEADER, headerLines_.of(*request_, hasBody, userAgent_));
+    set(CURLOPT_HTTPHEADER, headerLines_.of(checked(), hasBody, userAgent_));
 }
 
 // No exception may pass through libcurl. Anything but the size ends the transfer.
@@ -391,7 +391,7 @@ SlingErrorKind CurlExchange::kindOf(CURLcode code) const {
 
 SlingError CurlExchange::failure(CURLcode code) const {
     const auto kind = kindOf(code);
-    std::string text = request_->url().origin().text() + ": " + std::string(sentence(kind));
+    std::string text = checked().url().origin().text() + ": " + std::string(sentence(kind));
     if (!refusal_) text += std::string(" (") + curl_easy_strerror(code) + ')';
     return {kind, std::move(text)};
 }

@@ -109,7 +109,8 @@ class CurlExchange {
 
     /// Only between `prepare` and `clear`.
     // NOLINTNEXTLINE(bugprone-unchecked-optional-access)
-    [[nodiscard]] const TransportRequest& current() const noexcept { return **request_; }
+    [[nodiscard]] const CheckedRequest& checked() const noexcept { return *request_; }
+    [[nodiscard]] const TransportRequest& current() const noexcept { return *checked(); }
     [[nodiscard]] bool maySend(CurlConnections::Addresses connection);
     [[nodiscard]] bool refuse(SlingErrorKind reason) noexcept;
     [[nodiscard]] bool takeHeaderLine(std::string_view line);

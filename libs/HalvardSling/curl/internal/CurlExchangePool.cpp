@@ -26,7 +26,7 @@ void CurlExchangePool::keep(std::unique_ptr<CurlExchange> exchange) noexcept {
     try {
         waiting_.push_back(std::move(exchange));
     } catch (const std::bad_alloc&) {
-        // The next request gets a new one.
+        exchange.reset();  // The next request gets a new one.
     }
 }
 

@@ -68,7 +68,7 @@ void CurlSockets::add(int descriptor, const std::string& origin) noexcept {
         sockets_.try_emplace(descriptor, Socket{.traffic = *traffic, .account = account});
         ++account->second.sockets;
     } catch (const std::bad_alloc&) {
-        // It works unwatched.
+        return;  // It works unwatched.
     }
 }
 
