@@ -89,6 +89,16 @@ TEST(CurlTransport, AsksForGzipAndDecodesIt) {
     EXPECT_THAT(server.requests().at(0), HasSubstr("\r\nAccept-Encoding: gzip\r\n"));
 }
 
+TEST(CurlTransport, DecodesEveryCodingThatItTakes) {
+    for (const auto& [coding, body] : {std::pair("x-gzip", gzipped("plain text")),
+                                       std::pair("Deflate", deflated("plain text"))}) {
+        const RawServer server(RawServer::answering(
+            httpReply(200, body, std::string("Content-Encoding: ") + coding + "\r\n")));
+        EXPECT_THAT(sent(requestTo(server.url()), curlTransport()), Answers(200, "plain text"))
+            << coding;
+    }
+}
+
 TEST(CurlTransport, AsksForAnotherEncodingWhereTheRequestDoes) {
     auto get = request("GET");
     get.headers = {{"accept-encoding", "identity"}};

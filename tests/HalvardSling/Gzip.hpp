@@ -29,11 +29,28 @@ inline std::uint32_t crc32(std::string_view text) {
     return ~crc;
 }
 
-/// A text of less than 64 KiB as gzip, in one stored block.
-inline std::string gzipped(std::string_view text) {
+/// A text of less than 64 KiB as the last block of a deflate stream (RFC 1951), stored.
+inline std::string storedBlock(std::string_view text) {
     const auto size = static_cast<std::uint32_t>(text.size());
-    return gzipHead() + '\x01' + littleEndian(size, 2) + littleEndian(~size, 2) +
-           std::string(text) + littleEndian(crc32(text), 4) + littleEndian(size, 4);
+    return '\x01' + littleEndian(size, 2) + littleEndian(~size, 2) + std::string(text);
+}
+
+/// Such a text as gzip.
+inline std::string gzipped(std::string_view text) {
+    return gzipHead() + storedBlock(text) + littleEndian(crc32(text), 4) +
+           littleEndian(static_cast<std::uint32_t>(text.size()), 4);
+}
+
+/// Such a text as HTTP's "deflate": zlib's format (RFC 1950), with its checksum at the end.
+inline std::string deflated(std::string_view text) {
+    std::uint32_t a = 1;
+    std::uint32_t b = 0;
+    for (const char c : text) {
+        a = (a + static_cast<unsigned char>(c)) % 65521;
+        b = (b + a) % 65521;
+    }
+    const std::string checksum = littleEndian(b << 16U | a, 4);
+    return "\x78\x01" + storedBlock(text) + std::string(checksum.rbegin(), checksum.rend());
 }
 
 /// The beginning of a gzip text that decodes to about 158 times its size: the letter "a" and then
