@@ -28,7 +28,7 @@ RawServer::Script sending(std::string bytes) {
 }
 
 /// Reads one request, sends a beginning and then the same bytes until the client closes.
-RawServer::Script sendingEndlessly(std::string beginning, std::string bytes) {
+RawServer::Script sendingEndlessly(const std::string& beginning, const std::string& bytes) {
     return [=](RawConnection& connection) {
         if (!connection.readRequest() || !connection.send(beginning)) return;
         while (connection.send(bytes)) {
