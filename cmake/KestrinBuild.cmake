@@ -6,9 +6,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
     # At -O3 GCC 12 sees overlaps in std::string's own functions (GCC bug 105651).
     target_compile_options(kestrin_warnings INTERFACE -Wno-restrict)
 endif()
-if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    target_compile_options(kestrin_warnings INTERFACE -Wthread-safety)
-endif()
 if(KESTRIN_WARNINGS_AS_ERRORS)
     target_compile_options(kestrin_warnings INTERFACE -Werror)
 endif()

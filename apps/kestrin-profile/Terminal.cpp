@@ -72,14 +72,13 @@ Terminal::Terminal()
 void Terminal::hide(std::string secret) {
     constexpr std::size_t shortest = 8;
     if (secret.size() < shortest) return;
-    const std::scoped_lock lock(mutex_);
-    secrets_.insert(std::move(secret));
+    secrets_.lock()->insert(std::move(secret));
 }
 
 std::string Terminal::withoutSecrets(std::string_view text) const {
-    const std::scoped_lock lock(mutex_);
     std::string result(text);
-    for (const auto& secret : secrets_)
+    const auto secrets = secrets_.lock();
+    for (const auto& secret : *secrets)
         result = replaced(std::move(result), secret, "***");
     return result;
 }

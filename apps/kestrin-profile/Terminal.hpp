@@ -1,12 +1,12 @@
 #pragma once
 
-#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <HalvardSling/json/JSONDictionary.hpp>
+#include <internal/Guarded.hpp>
 
 #include "Text.hpp"
 
@@ -73,8 +73,7 @@ class Terminal {
   private:
     [[nodiscard]] std::string withoutSecrets(std::string_view text) const;
 
-    mutable std::mutex mutex_;
-    std::set<std::string> secrets_;
+    mutable KestrinInternal::Guarded<std::set<std::string>> secrets_;
     bool inIsTerminal_;
     bool outIsCapable_;
     bool errIsTerminal_;

@@ -12,26 +12,20 @@ WriteQueue::WriteQueue(const std::filesystem::path& file)
     : connection_(file, Connection::Mode::readWrite), thread_(startedThread([this] { serve(); })) {}
 
 WriteQueue::~WriteQueue() {
-    {
-        const std::lock_guard lock(mutex_);
-        isClosing_ = true;
-    }
+    shared_.lock()->isClosing = true;
     changed_.notify_one();
     thread_.join();
 }
 
 void WriteQueue::add(std::string instance, Work work, Done done) {
-    {
-        const std::lock_guard lock(mutex_);
-        waiting_.push_back({std::move(instance), std::move(work), std::move(done)});
-    }
+    shared_.lock()->waiting.push_back({std::move(instance), std::move(work), std::move(done)});
     changed_.notify_one();
 }
 
 std::vector<WriteQueue::Job> WriteQueue::takeWaiting() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return isClosing_ || !waiting_.empty(); });
-    return std::exchange(waiting_, {});
+    auto shared = shared_.lock();
+    shared.wait(changed_, [&] { return shared->isClosing || !shared->waiting.empty(); });
+    return std::exchange(shared->waiting, {});
 }
 
 void WriteQueue::serve() {

@@ -3,11 +3,11 @@
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <internal/Guarded.hpp>
 #include <kestrin-profile-server/http/Reply.hpp>
 #include <kestrin-profile-server/storage/Database.hpp>
 
@@ -50,10 +50,12 @@ class WriteQueue {
     [[nodiscard]] Reply run(const Work& work);
 
     Connection connection_;
-    std::mutex mutex_;
+    struct Shared {
+        std::vector<Job> waiting;
+        bool isClosing = false;
+    };
+    KestrinInternal::Guarded<Shared> shared_;
     std::condition_variable changed_;
-    std::vector<Job> waiting_;
-    bool isClosing_ = false;
     std::thread thread_;
 };
 

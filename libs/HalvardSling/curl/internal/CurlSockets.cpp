@@ -53,19 +53,20 @@ curl_socket_t CurlSockets::open(const std::string& origin, const curl_sockaddr& 
 }
 
 bool CurlSockets::mayOpen(const std::string& origin) noexcept {
-    const std::scoped_lock lock(mutex_);
-    const auto account = accounts_.find(origin);
-    return account == accounts_.end() || account->second.rests <= Clock::now();
+    const auto books = books_.lock();
+    const auto account = books->accounts.find(origin);
+    return account == books->accounts.end() || account->second.rests <= Clock::now();
 }
 
 void CurlSockets::add(int descriptor, const std::string& origin) noexcept {
     const auto traffic = SocketTraffic::of(descriptor);
     if (!traffic) return;
-    const std::scoped_lock lock(mutex_);
-    if (const auto former = sockets_.find(descriptor); former != sockets_.end()) erase(former);
+    const auto books = books_.lock();
+    if (const auto former = books->sockets.find(descriptor); former != books->sockets.end())
+        books->erase(former);
     try {
-        const auto account = accounts_.try_emplace(origin).first;
-        sockets_.try_emplace(descriptor, Socket{.traffic = *traffic, .account = account});
+        const auto account = books->accounts.try_emplace(origin).first;
+        books->sockets.try_emplace(descriptor, Socket{.traffic = *traffic, .account = account});
         ++account->second.sockets;
     } catch (const std::bad_alloc&) {
         return;  // It works unwatched.
@@ -74,39 +75,41 @@ void CurlSockets::add(int descriptor, const std::string& origin) noexcept {
 
 int CurlSockets::close(curl_socket_t descriptor) noexcept {
     {
-        const std::scoped_lock lock(mutex_);
-        if (const auto socket = sockets_.find(descriptor); socket != sockets_.end()) erase(socket);
+        const auto books = books_.lock();
+        if (const auto socket = books->sockets.find(descriptor); socket != books->sockets.end())
+            books->erase(socket);
     }
     return ::close(descriptor);
 }
 
-CurlSockets::Sockets::iterator CurlSockets::erase(Sockets::iterator socket) noexcept {
+CurlSockets::Sockets::iterator CurlSockets::Books::erase(Sockets::iterator socket) noexcept {
     --socket->second.account->second.sockets;
-    return sockets_.erase(socket);
+    return sockets.erase(socket);
 }
 
 void CurlSockets::look(bool isBusy) noexcept {
-    const std::scoped_lock lock(mutex_);
+    const auto books = books_.lock();
     const std::uint64_t delivered = delivered_.load(std::memory_order_relaxed);
-    const std::uint64_t news = delivered - std::exchange(deliveredBefore_, delivered);
+    const std::uint64_t news = delivered - std::exchange(books->deliveredBefore, delivered);
     const auto now = Clock::now();
     // libcurl may fill the buffers of all requests before it hands out the first.
     const std::uint64_t gathered =
         CurlHandle::receiveBufferBytes * (1 + inFlight_.load(std::memory_order_relaxed));
-    underWay_ = std::min(window, underWay_ + givenUp_.exchange(0, std::memory_order_relaxed));
-    takeTraffic();
-    for (auto account = accounts_.begin(); account != accounts_.end();) {
-        if (floods(account->second, news, gathered, isBusy)) {
-            abort(account);
+    books->underWay =
+        std::min(window, books->underWay + givenUp_.exchange(0, std::memory_order_relaxed));
+    books->takeTraffic();
+    for (auto account = books->accounts.begin(); account != books->accounts.end();) {
+        if (books->floods(account->second, news, gathered, isBusy)) {
+            books->abort(account);
             account->second.rests = now + rest;
         }
         const bool isOver = account->second.sockets == 0 && account->second.rests <= now;
-        account = isOver ? accounts_.erase(account) : std::next(account);
+        account = isOver ? books->accounts.erase(account) : std::next(account);
     }
 }
 
-void CurlSockets::takeTraffic() noexcept {
-    for (auto at = sockets_.begin(); at != sockets_.end();) {
+void CurlSockets::Books::takeTraffic() noexcept {
+    for (auto at = sockets.begin(); at != sockets.end();) {
         const auto traffic = SocketTraffic::of(at->first);
         const auto& before = at->second.traffic;
         if (!traffic || traffic->identity != before.identity) {
@@ -121,26 +124,26 @@ void CurlSockets::takeTraffic() noexcept {
 }
 
 /// Settles an account, and tells whether the origin has flooded its connections for long enough.
-bool CurlSockets::floods(Account& account, std::uint64_t delivered, std::uint64_t gathered,
-                         bool isBusy) noexcept {
+bool CurlSockets::Books::floods(Account& account, std::uint64_t delivered, std::uint64_t gathered,
+                                bool isBusy) noexcept {
     const std::uint64_t read = std::exchange(account.read, 0);
     const std::uint64_t sent = std::exchange(account.sent, 0);
     const std::uint64_t inOrder =
         tolerated + carriedByDelivered * delivered + sent / sentPerCarried;
     const std::uint64_t all = account.wasted + read;
     account.wasted = all - std::min(all, inOrder);
-    const std::uint64_t expected = std::min(account.wasted, underWay_);
+    const std::uint64_t expected = std::min(account.wasted, underWay);
     account.wasted -= expected;
-    underWay_ -= expected;
+    underWay -= expected;
     if (account.wasted == 0) account.floodedLooks = 0;
     if (isBusy && read > inOrder && account.wasted > gathered) ++account.floodedLooks;
     return account.floodedLooks >= looksUntilCut;
 }
 
-void CurlSockets::abort(Accounts::iterator account) noexcept {
+void CurlSockets::Books::abort(Accounts::iterator account) noexcept {
     account->second.wasted = 0;
     account->second.floodedLooks = 0;
-    for (const auto& [descriptor, socket] : sockets_)
+    for (const auto& [descriptor, socket] : sockets)
         if (socket.account == account)
             if (const auto own = ownDescriptor(descriptor, socket.traffic.identity); own.isOpen())
                 abortConnection(own.number());

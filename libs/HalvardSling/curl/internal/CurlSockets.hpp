@@ -5,12 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 
 #include <curl/curl.h>
 
 #include <HalvardSling/curl/internal/SocketTraffic.hpp>
+#include <internal/Guarded.hpp>
 
 namespace HalvardSling::internal {
 
@@ -74,24 +74,27 @@ class CurlSockets {
     };
     using Sockets = std::map<int, Socket>;  // by descriptor
 
+    /// What libcurl's thread and the one that looks share.
+    struct Books {
+        Accounts accounts{};
+        Sockets sockets{};
+        std::uint64_t deliveredBefore = 0;  ///< at the last look
+        std::uint64_t underWay = 0;         ///< what may still come of replies that were given up
+
+        Sockets::iterator erase(Sockets::iterator socket) noexcept;
+        void takeTraffic() noexcept;
+        void abort(Accounts::iterator account) noexcept;
+        [[nodiscard]] bool floods(Account& account, std::uint64_t delivered, std::uint64_t gathered,
+                                  bool isBusy) noexcept;
+    };
+
     [[nodiscard]] bool mayOpen(const std::string& origin) noexcept;
     void add(int descriptor, const std::string& origin) noexcept;
-    Sockets::iterator erase(Sockets::iterator socket) noexcept;
-    void takeTraffic() noexcept;
-    void abort(Accounts::iterator account) noexcept;
-    [[nodiscard]] bool floods(Account& account, std::uint64_t delivered, std::uint64_t gathered,
-                              bool isBusy) noexcept;
 
     std::atomic<std::uint64_t> delivered_{0};
     std::atomic<std::uint64_t> givenUp_{0};
     std::atomic<std::size_t> inFlight_{0};
-
-    std::mutex mutex_;
-    // Guarded by the mutex:
-    Accounts accounts_;
-    Sockets sockets_;
-    std::uint64_t deliveredBefore_ = 0;  // at the last look
-    std::uint64_t underWay_ = 0;         // what may still come of replies that were given up
+    KestrinInternal::Guarded<Books> books_;
 };
 
 }  // namespace HalvardSling::internal

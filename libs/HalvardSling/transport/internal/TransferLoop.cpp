@@ -143,30 +143,31 @@ TransferID TransferLoop::send(CheckedRequest request, TransportCompletion comple
         completion(forkedError());
         return 0;  // the name of no transfer
     }
-    std::unique_lock lock(mutex_);
-    const TransferID id = ++last_;
-    if (ending_ != Ending::none) {
-        const bool tells = ending_ == Ending::cancelling;
-        lock.unlock();
+    auto shared = shared_.lock();
+    const TransferID id = ++shared->last;
+    if (shared->ending != Ending::none) {
+        const bool tells = shared->ending == Ending::cancelling;
+        shared.unlock();
         if (tells) completion(cancelledError());
         return id;
     }
-    if (thread_.empty()) {
+    if (shared->thread.empty()) {
         std::list<std::thread> started;
         started.emplace_back([self = shared_from_this()] { self->run(); });
-        thread_ = std::move(started);
+        shared->thread = std::move(started);
         process_ = ::getpid();
     }
     const auto now = Clock::now();
     const auto deadline = now + std::clamp(request->policy.totalTimeout, milliseconds(0), longest);
-    const auto added = completions_.emplace(id, std::move(completion)).first;
+    const auto added = shared->completions.emplace(id, std::move(completion)).first;
     try {
-        sent_.add(id, {.request = std::move(request), .accepted = now, .deadline = deadline});
+        shared->sent.add(id,
+                         {.request = std::move(request), .accepted = now, .deadline = deadline});
     } catch (...) {
-        completions_.erase(added);
+        shared->completions.erase(added);
         throw;
     }
-    notify(std::move(lock));
+    notify(std::move(shared));
     return id;
 }
 
@@ -174,21 +175,21 @@ void TransferLoop::cancel(TransferID id) noexcept {
     if (isForked()) return;
     // Destroyed after the lock was given back, for a completion may hold anything.
     TransportCompletion dropped;
-    std::unique_lock lock(mutex_);
-    auto node = completions_.extract(id);
+    auto shared = shared_.lock();
+    auto node = shared->completions.extract(id);
     if (node.empty()) return;
     dropped = std::exchange(node.mapped(), {});
-    cancelled_.insert(std::move(node));
-    notify(std::move(lock));
+    shared->cancelled.insert(std::move(node));
+    notify(std::move(shared));
 }
 
 /// Gives the lock back, and wakes the thread if it would not see by itself that something has
 /// changed.
-void TransferLoop::notify(std::unique_lock<std::mutex> lock) noexcept {
-    if (!std::exchange(asleep_, false)) return;
+void TransferLoop::notify(KestrinInternal::Guarded<Shared>::Lock shared) noexcept {
+    if (!std::exchange(shared->asleep, false)) return;
     // Once the lock is given back a completion may destroy the transport, and the thread may end.
     const auto self = shared_from_this();
-    lock.unlock();  // first, for the thread begins with taking it
+    shared.unlock();  // first, for the thread begins with taking it
     engine_->wake();
 }
 
@@ -197,11 +198,11 @@ void TransferLoop::end(Ending ending) noexcept {
     if (isForked()) return;
     std::list<std::thread> ended;
     {
-        std::unique_lock lock(mutex_);
-        if (ending_ != Ending::silent) ending_ = ending;
-        if (thread_.empty()) return;
-        ended = std::move(thread_);
-        notify(std::move(lock));
+        auto shared = shared_.lock();
+        if (shared->ending != Ending::silent) shared->ending = ending;
+        if (shared->thread.empty()) return;
+        ended = std::move(shared->thread);
+        notify(std::move(shared));
     }
     if (std::this_thread::get_id() == ended.front().get_id())
         Orphans::instance().add(std::move(ended));
@@ -229,11 +230,11 @@ bool TransferLoop::takeInbox() noexcept {
     Completions cancelled;
     Ending ending{};
     {
-        const std::scoped_lock lock(mutex_);
-        asleep_ = false;
-        waiting_.merge(std::move(sent_));
-        cancelled.swap(cancelled_);
-        ending = ending_;
+        const auto shared = shared_.lock();
+        shared->asleep = false;
+        waiting_.merge(std::move(shared->sent));
+        cancelled.swap(shared->cancelled);
+        ending = shared->ending;
     }
     for (const auto& [id, none] : cancelled)
         drop(id);
@@ -308,9 +309,9 @@ void TransferLoop::drop(TransferID id) noexcept {
 /// Takes the completion out: whoever does is the one that may call it.
 /// @return absent if nobody is to be told anything any more; empty if the transfer was cancelled
 std::optional<TransportCompletion> TransferLoop::claim(TransferID id) noexcept {
-    const std::scoped_lock lock(mutex_);
-    if (ending_ == Ending::silent) return std::nullopt;
-    auto node = completions_.extract(id);
+    const auto shared = shared_.lock();
+    if (shared->ending == Ending::silent) return std::nullopt;
+    auto node = shared->completions.extract(id);
     return node ? std::move(node.mapped()) : TransportCompletion();
 }
 
@@ -352,9 +353,10 @@ void TransferLoop::log(TransferID id, const Transfer& transfer,
 /// the thread.
 bool TransferLoop::maySleep() noexcept {
     if (hasRoom() && !waiting_.empty()) return false;
-    const std::scoped_lock lock(mutex_);
-    asleep_ = sent_.empty() && cancelled_.empty() && ending_ == Ending::none;
-    return asleep_;
+    const auto shared = shared_.lock();
+    shared->asleep =
+        shared->sent.empty() && shared->cancelled.empty() && shared->ending == Ending::none;
+    return shared->asleep;
 }
 
 milliseconds TransferLoop::untilNextDeadline() const noexcept {
@@ -373,8 +375,8 @@ void TransferLoop::endOpenTransfers() noexcept {
 
     // Let go of without the lock, for they may hold anything.
     Completions dropped;
-    const std::scoped_lock lock(mutex_);
-    dropped.swap(completions_);
+    const auto shared = shared_.lock();
+    dropped.swap(shared->completions);
 }
 
 }  // namespace HalvardSling::internal

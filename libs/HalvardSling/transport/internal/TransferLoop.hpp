@@ -5,7 +5,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <sys/types.h>
 #include <thread>
@@ -14,6 +13,7 @@
 #include <HalvardSling/transport/Transport.hpp>
 #include <HalvardSling/transport/internal/TransferEngine.hpp>
 #include <HalvardSling/transport/internal/TransferQueue.hpp>
+#include <internal/Guarded.hpp>
 
 namespace HalvardSling::internal {
 
@@ -50,9 +50,23 @@ class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
     void end(Ending ending) noexcept;
 
   private:
+    using Completions = std::map<TransferID, TransportCompletion>;
+
+    /// What all threads see.
+    struct Shared {
+        TransferID last = 0;
+        Completions completions;  ///< of all open transfers; who takes one out may call it
+        TransferQueue sent;       ///< not yet seen by the thread
+        Completions cancelled;    ///< likewise; empty ones
+        Ending ending = Ending::none;
+        bool asleep = false;  ///< the thread sleeps, or will without another look at these
+        std::list<std::thread>
+            thread;  ///< one at most; a list's entry can be handed on without memory
+    };
+
     // Any thread.
     [[nodiscard]] bool isForked() const noexcept;
-    void notify(std::unique_lock<std::mutex> lock) noexcept;
+    void notify(KestrinInternal::Guarded<Shared>::Lock shared) noexcept;
     [[nodiscard]] std::optional<TransportCompletion> claim(TransferID id) noexcept;
 
     // The thread.
@@ -71,22 +85,12 @@ class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
     [[nodiscard]] std::chrono::milliseconds untilNextDeadline() const noexcept;
     void endOpenTransfers() noexcept;
 
-    using Completions = std::map<TransferID, TransportCompletion>;
-
     const std::unique_ptr<TransferEngine> engine_;
     const std::size_t maxInFlight_;
     const TransferLogHook log_;
     std::atomic<pid_t> process_{0};  ///< whose thread it is; 0 before there is one
 
-    std::mutex mutex_;
-    // Guarded by the mutex:
-    TransferID last_ = 0;
-    Completions completions_;  // of all open transfers; who takes one out may call it
-    TransferQueue sent_;       // not yet seen by the thread
-    Completions cancelled_;    // likewise; empty ones
-    Ending ending_ = Ending::none;
-    bool asleep_ = false;            // the thread sleeps, or will without another look at these
-    std::list<std::thread> thread_;  // one at most; a list's entry can be handed on without memory
+    KestrinInternal::Guarded<Shared> shared_;
 
     // The thread's own:
     TransferQueue waiting_;

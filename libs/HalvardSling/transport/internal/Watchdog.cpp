@@ -10,10 +10,10 @@ void Watchdog::noteWork() noexcept {
 }
 
 void Watchdog::wake() noexcept {
-    const std::scoped_lock lock(mutex_);
-    if (ending_) return;
+    const auto shared = shared_.lock();
+    if (shared->ending) return;
     try {
-        if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
+        if (!shared->thread.joinable()) shared->thread = std::thread([this] { run(); });
     } catch (const std::exception&) {
         return;
     }
@@ -22,14 +22,14 @@ void Watchdog::wake() noexcept {
 }
 
 void Watchdog::run() noexcept {
-    std::unique_lock lock(mutex_);
+    auto shared = shared_.lock();
     bool wasAtWork = true;
-    while (!changed_.wait_for(lock, interval_, [this] { return ending_; })) {
+    while (!shared.waitFor(changed_, interval_, [&] { return shared->ending; })) {
         const bool isAtWork = isAtWork_;
         look_(isAtWork);
         if (!isAtWork && !wasAtWork) {
             isAsleep_ = true;
-            if (!isAtWork_) changed_.wait(lock, [this] { return ending_ || !isAsleep_; });
+            if (!isAtWork_) shared.wait(changed_, [&] { return shared->ending || !isAsleep_; });
             isAsleep_ = false;
         }
         wasAtWork = isAtWork;
@@ -39,9 +39,9 @@ void Watchdog::run() noexcept {
 void Watchdog::stop() noexcept {
     std::thread ended;
     {
-        const std::scoped_lock lock(mutex_);
-        ending_ = true;
-        ended.swap(thread_);
+        const auto shared = shared_.lock();
+        shared->ending = true;
+        ended.swap(shared->thread);
         changed_.notify_one();
     }
     if (ended.joinable()) ended.join();

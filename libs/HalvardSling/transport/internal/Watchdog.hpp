@@ -4,9 +4,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <utility>
+
+#include <internal/Guarded.hpp>
 
 namespace HalvardSling::internal {
 
@@ -42,10 +43,12 @@ class Watchdog {
     std::atomic<bool> isAtWork_{false};
     std::atomic<bool> isAsleep_{true};
 
-    std::mutex mutex_;
+    struct Shared {
+        bool ending = false;
+        std::thread thread;
+    };
+    KestrinInternal::Guarded<Shared> shared_;
     std::condition_variable changed_;
-    bool ending_ = false;  // guarded by the mutex
-    std::thread thread_;   // likewise
 };
 
 }  // namespace HalvardSling::internal
