@@ -162,7 +162,11 @@ class Answering {
         const auto holds = [&](const std::string& text) {
             return text.find(household_.secret) != std::string::npos;
         };
-        return holds(whole.method) || holds(whole.target) || holds(whole.body);
+        return holds(whole.method) || holds(whole.target) || holds(whole.body) ||
+               std::ranges::any_of(whole.headers, [&](const auto& header) {
+                   const auto& [name, value] = header;
+                   return holds(value) && name != secretHeader && name != "Authorization";
+               });
     }
 
     static void check(const Reply& reply) {
