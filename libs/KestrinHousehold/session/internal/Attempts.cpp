@@ -82,6 +82,11 @@ void Attempts::attempt() {
     send(begun);
 }
 
+bool Attempts::hasEnded() const {
+    const std::scoped_lock lock(mutex_);
+    return hasEnded_;
+}
+
 void Attempts::failed(const std::exception_ptr& error) {
     if (!repeats_) return abort(error);
     auto& retries = household_.retries();

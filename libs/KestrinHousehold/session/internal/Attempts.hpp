@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -42,6 +43,8 @@ class Attempts : public std::enable_shared_from_this<Attempts> {
     /// Sends the request.
     void attempt();
 
+    [[nodiscard]] bool hasEnded() const;
+
     /// The request has failed: sends it again, or ends with this error.
     void failed(const std::exception_ptr& error);
 
@@ -80,9 +83,9 @@ class Attempts : public std::enable_shared_from_this<Attempts> {
     const bool repeats_;
     const std::optional<std::chrono::nanoseconds> limit_;
     Scheduler::SteadyTime started_;
-    int attempt_ = 1;
+    std::atomic<int> attempt_ = 1;  // the deadline reads it, on a thread of its own
 
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     bool hasEnded_ = false;
     Rest rest_;
 };

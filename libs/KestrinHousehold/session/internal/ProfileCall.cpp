@@ -21,7 +21,7 @@ void ProfileCall::begin() {
     start();
     auto answer = actor_->bind->begin(shared());
     if (answer.error) return abort(answer.error);
-    if (!answer.bind) return;
+    if (!answer.bind) return leaveIfEnded();
     bind_ = std::move(answer.bind);
     mayRenew_ = true;
     attempt();
@@ -34,7 +34,13 @@ void ProfileCall::refusedOrFailed(const std::exception_ptr& error) {
     refusal_ = error;
     auto answer = actor_->bind->renew(shared(), bind_, error);
     if (answer.error) return abort(answer.error);
-    if (answer.bind) sendOnceMore(std::move(answer.bind));
+    if (answer.bind) return sendOnceMore(std::move(answer.bind));
+    leaveIfEnded();
+}
+
+// Another thread may have ended the call before it had its place among those that wait.
+void ProfileCall::leaveIfEnded() noexcept {
+    if (hasEnded()) ended();
 }
 
 void ProfileCall::bindArrived(BindPointer bind) {

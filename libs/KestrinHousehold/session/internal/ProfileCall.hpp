@@ -47,6 +47,7 @@ class ProfileCall : public Attempts {
 
     void sendOnceMore(BindPointer bind);
     void ended() noexcept override;
+    void leaveIfEnded() noexcept;
     [[nodiscard]] std::shared_ptr<ProfileCall> shared();
 
     const std::shared_ptr<const Actor> actor_;
