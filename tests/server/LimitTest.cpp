@@ -2,6 +2,7 @@
 // time.
 #include <list>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,6 +35,11 @@ struct Excess {
     std::string beginning;  ///< up to the end of what is too large
     std::string end;
 };
+
+/// For GoogleTest's messages.
+void PrintTo(const Excess& excess, std::ostream* out) {
+    *out << excess.name;
+}
 
 class LimitTest : public testing::TestWithParam<Excess> {
   protected:
