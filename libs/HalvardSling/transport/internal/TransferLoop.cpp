@@ -296,8 +296,9 @@ bool TransferLoop::follow(TransferID id, Transfer& transfer, TransportResult& re
     ++transfer.redirects;
     engine_->remove(id);
     auto problem = start(id, transfer);
-    if (problem) result = *std::move(problem);
-    return !problem;
+    if (!problem) return true;
+    result = *std::move(problem);
+    return false;
 }
 
 void TransferLoop::drop(TransferID id) noexcept {
