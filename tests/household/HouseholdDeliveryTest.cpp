@@ -95,11 +95,10 @@ TEST_F(HouseholdDeliveryTest, SendsWhatASessionLeavesForLater) {
                                                  house.scheduler());
     const LaterSession later(house.session("p1").with({true, {}, "b"}), outbox);
     const std::vector<UserProfileElement> some{UserProfileElement("s2", Types::show)};
-    for (const auto& kept :
-         {later.addHistoryVideo("v1", 62s), later.deleteVideoHistory("v2"),
-          later.addFavoriteShow("s1"), later.addFavoriteShows(some), later.deleteFavoriteShow("s3"),
-          later.addWatchListVideo("v1"), later.deleteWatchListVideo("v2"),
-          later.addSearchHistory("x")})
+    for (const auto& kept : {later.addHistoryVideo("v1", 62s), later.deleteVideoHistory("v2"),
+                             later.addFavoriteShow("s1"), later.addFavoriteShows(some),
+                             later.deleteFavoriteShow("s3"), later.addWatchListVideo("v1"),
+                             later.deleteWatchListVideo("v2"), later.addSearchHistory("x")})
         EXPECT_TRUE(Observed(kept).completed());
     EXPECT_TRUE(TestSupport::eventually([&] {
         scheduler->advance(1s);

@@ -1,3 +1,10 @@
+#include <array>
+#include <atomic>
+#include <ctime>
+#include <filesystem>
+#include <iterator>
+#include <thread>
+
 #include <KestrinHousehold/outbox/MemoryOutboxStore.hpp>
 
 #include "OutboxSupport.hpp"
@@ -383,6 +390,21 @@ TEST_F(OutboxTest, StoresWritesThatComeTogetherInOneCommit) {
         ASSERT_TRUE(one.completed());
     EXPECT_LT(store->commits, 1000);
 }
+
+#ifdef __linux__
+TEST_F(OutboxTest, HasNoThreadWhileNothingWaits) {
+    std::thread([] {}).join();  // a sanitizer starts a thread of its own beside the first one
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    const auto before = threads();
+    Outbox idle(store, delivery);
+    EXPECT_TRUE(Observed(idle.opening()).completed());
+    EXPECT_TRUE(Observed(idle.add(write(Op::addFavoriteShow, "a"))).completed());
+    EXPECT_TRUE(TestSupport::eventually([&] { return store->kept.entries().empty(); }));
+    EXPECT_TRUE(TestSupport::eventually([&] { return threads() == before; }));
+}
+#endif
 
 // What is late.
 

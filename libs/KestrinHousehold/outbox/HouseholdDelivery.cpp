@@ -120,10 +120,9 @@ HouseholdDelivery::HouseholdDelivery(const Household& household) : household_(ho
 HouseholdDelivery::~HouseholdDelivery() = default;
 
 Observable<Response> HouseholdDelivery::send(const OutboxWrite& write) {
-    return call(household_, write.profileID, write.operation,
-                [write](const AnonymousBind& bind, const auto& /*brandID*/) {
-                    return sent(write, bind);
-                });
+    return call(
+        household_, write.profileID, write.operation,
+        [write](const AnonymousBind& bind, const auto& /*brandID*/) { return sent(write, bind); });
 }
 
 Observable<Response> HouseholdDelivery::lookUp(const OutboxWrite& write) {

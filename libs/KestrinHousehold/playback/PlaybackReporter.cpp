@@ -38,9 +38,8 @@ PlaybackSink keepIn(std::shared_ptr<Outbox> outbox) {
 }
 
 PlaybackSink sendWith(std::shared_ptr<OutboxDelivery> delivery) {
-    return [delivery = std::move(delivery)](
-               const OutboxWrite& write, std::function<void()> taken,
-               std::function<void(const std::exception_ptr&)> failed) {
+    return [delivery = std::move(delivery)](const OutboxWrite& write, std::function<void()> taken,
+                                            std::function<void(const std::exception_ptr&)> failed) {
         follow(delivery->send(write), std::move(taken), std::move(failed));
     };
 }
