@@ -30,14 +30,6 @@ const Decoder& decoderNamed(std::string_view name) {
     return *found;
 }
 
-HalvardSling::Response replyOf(std::string text) {
-    HalvardSling::ResponseParts parts;
-    parts.status = 200;
-    parts.effectiveURL = "https://api.example.com/v1/history";
-    parts.body = std::move(text);
-    return HalvardSling::Response(std::move(parts));
-}
-
 KestrinProfile::UserProfile emptyRecord() {
     return *KestrinProfile::UserProfile::fromJSON({});
 }

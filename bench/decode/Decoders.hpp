@@ -1,12 +1,13 @@
 #pragma once
 
 #include <memory>
-#include <string>
 #include <string_view>
 #include <vector>
 
 #include <HalvardSling/http/Response.hpp>
 #include <KestrinProfile/model/UserProfile.hpp>
+
+#include "support/Reply.hpp"
 
 namespace Bench {
 
@@ -22,8 +23,6 @@ struct Decoder {
 
 /// The decoder with a name; ends the program where there is none.
 [[nodiscard]] const Decoder& decoderNamed(std::string_view name);
-
-[[nodiscard]] HalvardSling::Response replyOf(std::string text);
 
 /// A record to fill: only its readers make one.
 [[nodiscard]] KestrinProfile::UserProfile emptyRecord();

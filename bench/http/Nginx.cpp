@@ -70,13 +70,14 @@ http {
         ssl_certificate_key KEY;
         root DIRECTORY/files;
         location = /v1/large { sendfile on; }
+        LOCATIONS
     }
 }
 )";
 
 }  // namespace
 
-Nginx::Nginx() {
+Nginx::Nginx(std::string locations) : locations_(std::move(locations)) {
     const auto core = ownCore();
     bool isListening = false;
     for (int attempt = 0; attempt < 5 && !isListening; ++attempt)
@@ -104,6 +105,7 @@ void Nginx::writeFiles() const {
     text = replaced(text, "PORT", std::to_string(port_));
     text = replaced(text, "CERTIFICATE", certificate_.certificateFile());
     text = replaced(text, "KEY", certificate_.keyFile());
+    text = replaced(text, "LOCATIONS", locations_);
     TestSupport::write(directory_ / "settings",
                        replaced(text, "DIRECTORY", directory_.path().string()));
 }

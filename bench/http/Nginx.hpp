@@ -20,12 +20,14 @@ namespace Bench {
 /// text with HTTP/1.1, and over TLS with HTTP/2.
 class Nginx {
   public:
-    Nginx();
+    /// @param locations  what else it serves, as nginx's settings say it
+    explicit Nginx(std::string locations = {});
 
     /// "http://127.0.0.1:port" and the path.
     [[nodiscard]] std::string url(const std::string& path) const;
     /// "https://localhost:port" and the path.
     [[nodiscard]] std::string secureURL(const std::string& path) const;
+    [[nodiscard]] std::uint16_t securePort() const noexcept { return securePort_; }
     /// Who trusts this file trusts the service.
     [[nodiscard]] std::string certificateFile() const { return certificate_.certificateFile(); }
 
@@ -33,6 +35,7 @@ class Nginx {
     void writeFiles() const;
     [[nodiscard]] bool start(std::optional<int> core);
 
+    std::string locations_;
     TestSupport::Certificate certificate_;
     TestSupport::TemporaryDirectory directory_;
     std::uint16_t port_ = 0;

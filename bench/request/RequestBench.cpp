@@ -16,12 +16,14 @@
 #include <KestrinProfile/service/Profile.hpp>
 
 #include "support/Allocations.hpp"
+#include "support/AnswersAtOnce.hpp"
 #include "support/ListText.hpp"
 
 namespace {
 
+using Bench::AnswersAtOnce;
+using Bench::replyOf;
 using HalvardSling::Response;
-using HalvardSling::TransferID;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::ConfigurationManager;
 using KestrinProfile::Profile;
@@ -34,29 +36,6 @@ using KestrinProfile::UserParams;
 #else
 #define RX "KestrinProfile with RxCpp"
 #endif
-
-Response replyOf(std::string body) {
-    HalvardSling::ResponseParts parts;
-    parts.status = 200;
-    parts.body = std::move(body);
-    return Response(std::move(parts));
-}
-
-class AnswersAtOnce final : public HalvardSling::Transport {
-  public:
-    explicit AnswersAtOnce(Response reply) : reply_(std::move(reply)) {}
-
-    TransferID send(HalvardSling::CheckedRequest /*request*/,
-                    HalvardSling::TransportCompletion completion) override {
-        completion(reply_);
-        return ++last_;
-    }
-    void cancel(TransferID /*transfer*/) noexcept override {}
-
-  private:
-    Response reply_;
-    TransferID last_ = 0;
-};
 
 const AnonymousBind parent("parent", "a-token-of-some-length-0123456789-0123456789");
 

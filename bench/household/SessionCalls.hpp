@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include <KestrinConfigManager/AnonymousBind.hpp>
+#include <KestrinHousehold/session/Household.hpp>
+#include <KestrinHousehold/session/ProfileSession.hpp>
+
+namespace Bench {
+
+/// One call of the history with a held bind, by the layer named: "KestrinProfile" or
+/// "KestrinHousehold". The transport answers at once, so nothing of it is in the figures.
+class SessionCalls {
+  public:
+    /// Sets the default transport, and the configuration of the file.
+    /// @throws std::runtime_error if that has problems
+    explicit SessionCalls(const char* configuration);
+    SessionCalls(const SessionCalls&) = delete;
+    SessionCalls(SessionCalls&&) = delete;
+    SessionCalls& operator=(const SessionCalls&) = delete;
+    SessionCalls& operator=(SessionCalls&&) = delete;
+    ~SessionCalls();
+
+    /// @return whether a list has come
+    [[nodiscard]] bool call(std::string_view layer);
+
+  private:
+    KestrinConfigManager::AnonymousBind bind_;
+    std::unique_ptr<KestrinHousehold::Household> household_;
+    std::unique_ptr<KestrinHousehold::ProfileSession> session_;
+};
+
+}  // namespace Bench
