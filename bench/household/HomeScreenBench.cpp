@@ -5,9 +5,12 @@
 
 #include <array>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <exception>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 
@@ -25,7 +28,6 @@
 namespace {
 
 using Bench::Clock;
-using Bench::Handover;
 using Bench::HomeService;
 using Bench::PlainRequests;
 using benchmark::State;
@@ -40,26 +42,39 @@ constexpr std::array lists = {"/v1/history?brand=kestrin&profile=parent&v=1",
                               "/v1/favorites?brand=kestrin&profile=parent&v=1",
                               "/v1/watchlist?brand=kestrin&profile=parent&v=1"};
 
-/// Waits until so many observables have ended.
+/// Observables that are subscribed to at once, and their ends.
 class Screen {
   public:
     template <class T>
     void show(const HalvardSling::Observable<T>& source) {
-        ++shown_;
-        source.subscribe([](const T&) {}, [this](const std::exception_ptr&) { ended_.put(false); },
-                         [this] { ended_.put(true); });
+        {
+            const std::scoped_lock lock(mutex_);
+            ++open_;
+        }
+        source.subscribe([](const T&) {}, [this](const std::exception_ptr&) { end(false); },
+                         [this] { end(true); });
     }
 
+    /// Waits for all of them.
     [[nodiscard]] bool isComplete() {
-        bool isWhole = true;
-        for (; shown_ > 0; --shown_)
-            isWhole = ended_.take() && isWhole;
-        return isWhole;
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return open_ == 0; });
+        return isWhole_;
     }
 
   private:
-    Handover<bool> ended_;
-    std::size_t shown_ = 0;
+    void end(bool ok) {
+        // Under the lock: this is over once the one who waits has seen it.
+        const std::scoped_lock lock(mutex_);
+        isWhole_ = isWhole_ && ok;
+        --open_;
+        changed_.notify_one();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::size_t open_ = 0;
+    bool isWhole_ = true;
 };
 
 bool showHome(const ProfileSession& session) {

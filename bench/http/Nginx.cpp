@@ -68,6 +68,7 @@ http {
         listen 127.0.0.1:PORT;
         ssl_certificate CERTIFICATE;
         ssl_certificate_key KEY;
+        ssl_protocols TLSv1.2 TLSv1.3;
         root DIRECTORY/files;
         location = /v1/large { sendfile on; }
         LOCATIONS
