@@ -20,12 +20,18 @@ for round in $(seq "$rounds"); do
 done
 
 "$programs/decode_damage" >"$results/damage.json"
+# instructions PROGRAM ARGUMENT…: what callgrind counts while the program wants it.
+instructions() {
+    valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file=/dev/null "$programs/$1" "${@:2}" 2>&1 |
+        sed -n 's/.*Collected : //p'
+}
+for layer in KestrinProfile KestrinHousehold; do
+    printf '%s\t%s\n' "$layer" "$(instructions session_instructions "$layer")"
+done >"$results/session_instructions.tsv"
 for decoder in KestrinProfile nlohmann-json "Boost.JSON DOM, monotonic" "RapidJSON DOM" \
     "copying the record"; do
     # simdjson chooses instructions that valgrind does not know.
-    collected=$(valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file=/dev/null \
-        "$programs/decode_instructions" "$decoder" 1000 2>&1 | sed -n 's/.*Collected : //p')
-    printf '%s\t%s\n' "$decoder" "$collected"
+    printf '%s\t%s\n' "$decoder" "$(instructions decode_instructions "$decoder" 1000)"
 done >"$results/instructions.tsv"
 
 python3 bench/report/report.py "$results" docs
