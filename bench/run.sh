@@ -26,12 +26,14 @@ instructions() {
         sed -n 's/.*Collected : //p'
 }
 for layer in KestrinProfile KestrinHousehold; do
-    printf '%s\t%s\n' "$layer" "$(instructions session_instructions "$layer")"
+    count=$(instructions session_instructions "$layer")
+    printf '%s\t%s\n' "$layer" "$count"
 done >"$results/session_instructions.tsv"
 for decoder in KestrinProfile nlohmann-json "Boost.JSON DOM, monotonic" "RapidJSON DOM" \
     "copying the record"; do
     # simdjson chooses instructions that valgrind does not know.
-    printf '%s\t%s\n' "$decoder" "$(instructions decode_instructions "$decoder" 1000)"
+    count=$(instructions decode_instructions "$decoder" 1000)
+    printf '%s\t%s\n' "$decoder" "$count"
 done >"$results/instructions.tsv"
 
 python3 bench/report/report.py "$results" docs

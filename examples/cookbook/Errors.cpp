@@ -27,7 +27,7 @@ std::string textFor(const std::exception_ptr& error) {
         case notSecure:
             return "This network is not safe.";
         default:
-            return "Something went wrong. We have been told.";
+            return "Something went wrong. Please update the app.";
     }
 }
 

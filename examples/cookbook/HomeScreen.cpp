@@ -34,8 +34,11 @@ Observable<Home> home(const ProfileSession& session) {
                                                 const UserProfile& watchList) {
                    return Home{profiles, history, favorites, watchList};
                };
+               // Calls may end on several threads: the transport's, the scheduler's.
+               const rxcpp::serialize_one_worker oneAtATime(rxcpp::schedulers::make_immediate());
                return session.history() |
-                      rxcpp::operators::zip(together, session.favorites(), session.watchList());
+                      rxcpp::operators::zip(oneAtATime, together, session.favorites(),
+                                            session.watchList());
            });
 }
 // [end]

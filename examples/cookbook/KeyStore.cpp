@@ -1,5 +1,7 @@
+#include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -41,18 +43,19 @@ class KeyStoreBinds final : public KestrinConfigManager::BindStore {
 
     /// Called on the network thread, among others, so it only hands over.
     void save(KestrinConfigManager::HeldBinds held) override {
-        background_([this, held = std::move(held)] {
-            if (held.revision <= newest_) return;  // states may come out of order
-            newest_ = held.revision;
-            keys_.removeAll();
-            for (const auto& bind : held.binds) keys_.set(bind.profileID, bind.token);
+        // It may run after the end of this object; the platform's key store stays.
+        background_([&keys = keys_, newest = newest_, held = std::move(held)] {
+            if (held.revision <= *newest) return;  // states may come out of order
+            *newest = held.revision;
+            keys.removeAll();
+            for (const auto& bind : held.binds) keys.set(bind.profileID, bind.token);
         });
     }
 
   private:
     KeyStore& keys_;
     Background background_;
-    std::uint64_t newest_ = 0;
+    std::shared_ptr<std::uint64_t> newest_ = std::make_shared<std::uint64_t>(0);
 };
 // [end]
 

@@ -1,6 +1,7 @@
 #include <coroutine>
 #include <exception>
 #include <future>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -29,14 +30,15 @@ struct Detached {
 
 // [coroutine]
 /// Takes a video off the watch list once it is in the history, and counts what is left.
-Detached finish(ProfileSession session, std::string videoID, std::vector<std::string>& log) {
+Detached finish(ProfileSession session, std::string videoID,
+                std::shared_ptr<std::vector<std::string>> log) {
     try {
         co_await session.addHistoryVideo(videoID, std::chrono::minutes(90), true);
         co_await session.deleteWatchListVideo(videoID);
         const auto list = co_await session.watchList();
-        log.push_back(std::to_string(list.elements ? list.elements->size() : 0) + " left");
+        log->push_back(std::to_string(list.elements ? list.elements->size() : 0) + " left");
     } catch (const std::exception& error) {
-        log.push_back(error.what());
+        log->push_back(error.what());
     }
 }
 // [end]
@@ -62,9 +64,9 @@ TEST_F(WaitingRecipe, DoesOneThingAfterTheOtherInACoroutine) {
     transport->willAnswer(200, "{}");
     transport->willAnswer(200, "{}");
     transport->willAnswer(200, R"({"data":[]})");
-    std::vector<std::string> log;
+    const auto log = std::make_shared<std::vector<std::string>>();
     finish(home_.session(), "v1", log);
-    EXPECT_THAT(log, ElementsAre("0 left"));
+    EXPECT_THAT(*log, ElementsAre("0 left"));
     EXPECT_THAT(sent(), ElementsAre("personalization-history-add-video with JWT t1",
                                     "personalization-watchlist-delete-video with JWT t1",
                                     "personalization-watchlist-get with JWT t1"));

@@ -85,7 +85,7 @@ TEST_F(WatchingRecipe, SendsAfterTheTunnelWhatWasWatchedInIt) {
             reporter->positionIs(std::chrono::seconds(second));
         reporter->paused();
     }
-    EXPECT_EQ(waiting(diary), 1U);
+    EXPECT_GE(waiting(diary), 1U);  // a write that is just tried again is not superseded
     const std::size_t before = transport->requests().size();
 
     isInTunnel = false;

@@ -60,8 +60,8 @@ struct KESTRIN_CONFIG_MANAGER_EXPORT AnonymousBind : Serializable {
 
     /// The last second at which `isValid` is true of a bind whose texts can be used: that of the
     /// "exp" claim, and the `leeway`. Absent: the token has no expiry that a client could know. It
-    /// may lie beyond what `Clock` can say, so compare it with a time in whole seconds. Who asks
-    /// often keeps it, for the token has to be taken apart.
+    /// may lie beyond what `Clock` can say, so compare it with a time in whole seconds. Keep it
+    /// if you ask often: each call decodes the token.
     [[nodiscard]] std::optional<std::chrono::sys_seconds> validUntil() const;
 
     friend bool operator==(const AnonymousBind&, const AnonymousBind&) = default;

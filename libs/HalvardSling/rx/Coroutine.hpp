@@ -121,8 +121,8 @@ class [[nodiscard]] ObservableAwaiter {
 /// `co_await resumeOn(session.history(), userInterface)`.
 ///
 /// If the executor throws while `co_await` begins, that is thrown there. One that throws later, or
-/// drops its function, is one that was shut down: the coroutine stays suspended, until its owner
-/// destroys it.
+/// drops its function, is one that was shut down, and a lack of memory then counts as that: the
+/// coroutine stays suspended, until its owner destroys it.
 ///
 /// @param executor  not empty
 template <class T, class Source>

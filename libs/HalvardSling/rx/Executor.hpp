@@ -1,8 +1,8 @@
 #pragma once
 
-#include <deque>
 #include <exception>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -28,20 +28,26 @@ class Delivery : public std::enable_shared_from_this<Delivery> {
     Delivery(Executor executor, rxcpp::composite_subscription subscription)
         : executor_(std::move(executor)), subscription_(std::move(subscription)) {}
 
-    /// Has the event called after those before it. Any thread.
-    void add(Event event) {
-        {
-            const std::scoped_lock lock(mutex_);
-            if (ended_) return;
-            waiting_.push_back(std::move(event));
-            if (std::exchange(busy_, true)) return;
+    /// Has the event called after those before it. Without the memory for that, or if the executor
+    /// throws, the subscription ends. Any thread.
+    template <class F>
+    void add(F event) noexcept {
+        try {
+            {
+                const std::scoped_lock lock(mutex_);
+                if (ended_) return;
+                waiting_.emplace_back(std::move(event));
+                if (std::exchange(busy_, true)) return;
+            }
+            executor_([turn = std::make_shared<Turn>(shared_from_this())] { turn->run(); });
+        } catch (...) {
+            fail();
         }
-        hand(std::make_shared<Turn>(shared_from_this()));
     }
 
     /// Drops what waits, and all that comes.
     void end() {
-        std::deque<Event> dropped;  // destroyed without the lock, as their values are not ours
+        std::list<Event> dropped;  // destroyed without the lock, as their values are not ours
         const std::scoped_lock lock(mutex_);
         ended_ = true;
         dropped.swap(waiting_);
@@ -66,14 +72,6 @@ class Delivery : public std::enable_shared_from_this<Delivery> {
       private:
         std::shared_ptr<Delivery> delivery_;
     };
-
-    void hand(std::shared_ptr<Turn> turn) {
-        try {
-            executor_([turn = std::move(turn)] { turn->run(); });
-        } catch (...) {
-            fail();
-        }
-    }
 
     void fail() {
         end();
@@ -104,7 +102,7 @@ class Delivery : public std::enable_shared_from_this<Delivery> {
     const Executor executor_;
     const rxcpp::composite_subscription subscription_;
     std::mutex mutex_;
-    std::deque<Event> waiting_;
+    std::list<Event> waiting_;
     bool busy_ = false;  // the executor has a task that has not ended
     bool ended_ = false;
 };
@@ -157,7 +155,8 @@ class DeliverOn {
 /// After `unsubscribe` no event begins, though the executor still has the function; that then does
 /// nothing. An `unsubscribe` on another thread does not wait for an event that is running.
 ///
-/// An executor that throws, or destroys the function without calling it, is one that was shut down:
+/// An executor that throws, or destroys the function without calling it, is one that was shut down,
+/// and a lack of memory for handing an event over counts as that:
 /// the subscription ends as if it had been unsubscribed, so the request is cancelled, and the
 /// subscriber hears nothing more, for there is no thread left on which it may. What a subscriber's
 /// function for errors or the completion throws reaches the executor.

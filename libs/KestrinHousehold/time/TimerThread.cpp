@@ -35,6 +35,7 @@ class TimerThread::State {
 
 Scheduler::TaskID TimerThread::State::add(const std::shared_ptr<State>& self, SteadyTime due,
                                           Task task) {
+    Task dropped;  // destroyed without the lock, as in `cancel`
     const std::scoped_lock lock(mutex_);
     const Key key(due, ++last_);
     tasks_.emplace(key, std::move(task));
@@ -43,7 +44,7 @@ Scheduler::TaskID TimerThread::State::add(const std::shared_ptr<State>& self, St
         start(self);
     } catch (...) {
         dueTimes_.erase(key.second);
-        tasks_.erase(key);
+        dropped = std::move(tasks_.extract(key).mapped());
         throw;
     }
     changed_.notify_one();

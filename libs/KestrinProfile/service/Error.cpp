@@ -93,7 +93,8 @@ ErrorNotice noticeOfKind(Kind kind) noexcept {
 template <class Error>
 ErrorNotice noticeOfSling(const Error& error) {
     if (const auto status = error.statusCode()) return noticeOf(*status);
-    if constexpr (requires { error.kind(); })
+    // The last of our kinds: another enumeration says nothing here.
+    if constexpr (requires { decltype(error.kind())::malformedBody; })
         return noticeOfKind(error.kind());
     else
         return ErrorNotice::unknown;
@@ -101,7 +102,10 @@ ErrorNotice noticeOfSling(const Error& error) {
 
 template <class Error>
 ErrorNotice noticeOfConfiguration(const Error& error) {
-    if constexpr (requires { error.value(); }) {
+    if constexpr (requires {
+                      error.value();
+                      Error::Case::identifierRefused;
+                  }) {
         using Case = Error::Case;
         switch (error.value()) {
             case Case::invalidParameters:

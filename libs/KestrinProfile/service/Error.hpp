@@ -35,7 +35,7 @@ struct ErrorDescription {
 describe(const std::exception_ptr& error) noexcept;
 
 /// What an application shows the viewer of an error. The texts are its own; `describe` is for logs
-/// and for who looks into it.
+/// and for whoever investigates.
 enum class ErrorNotice {
     nothing,      ///< it was cancelled: somebody wanted it so
     noNetwork,    ///< the device reaches nobody: look at its connection

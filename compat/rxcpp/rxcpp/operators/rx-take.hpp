@@ -31,7 +31,7 @@ struct take_state {
 /// With the last value the subscription to the source ends, before the completion is sent. Errors,
 /// and a completion that comes before, pass unchanged.
 ///
-/// @param count how many values; 0 passes one value on, as 1 does.
+/// @param count how many values, 1 or more; 0 passes one on, or practically all if it is unsigned.
 /// @return what `|` applies to an observable.
 template <class Count>
 auto take(Count count) {

@@ -115,7 +115,7 @@ class run_loop {
     }
 
     /// @return what is due next, as `.when` and `.what`; there must be something.
-    [[nodiscard]] const detail::run_loop_item& peek() const {
+    [[nodiscard]] detail::run_loop_item peek() const {
         const std::lock_guard lock(state_->mutex);
         return state_->queue.top();
     }
@@ -127,7 +127,8 @@ class run_loop {
         const auto first = state_->queue.top();
         if (first.what.is_subscribed() && clock_type::now() < first.when) return;
         state_->queue.pop();
-        if (!first.what.is_subscribed()) return;
+        // What a dropped action holds goes without the lock.
+        if (!first.what.is_subscribed()) return lock.unlock();
         state_->alone.reset(state_->queue.empty());
         lock.unlock();
         first.what(state_->alone.get_recurse());
