@@ -260,6 +260,22 @@ TEST_F(Repeat, EndsSoonAfterTheServiceHas) {
     EXPECT_EQ(transport->requests().size(), 2'001U) << "one repeat was saved";
 }
 
+TEST_F(Repeat, IsNotEarnedByAskingForABindThatIsHeld) {
+    home = household();
+    session = home.session("p");
+    transport->alwaysAnswer([&](const TransportRequest&) { return reply(503); });
+    const List first(session.history());
+    scheduler->advance(1h);
+    const auto sentBefore = transport->requests().size();
+    for (int i = 0; i < 20; ++i) {
+        const Observed bind(session.bind());
+        EXPECT_TRUE(bind.completed());
+    }
+    const List second(session.history());
+    scheduler->advance(1h);
+    EXPECT_EQ(transport->requests().size(), sentBefore + 1) << "the one repeat is used up";
+}
+
 TEST_F(Repeat, IsTakenBackWhenTheHouseholdEnds) {
     auto own = std::make_unique<Household>(options());
     const List list(own->session("p").history());

@@ -279,7 +279,7 @@ TEST_F(SessionBind, OfAProfileThatWasDeletedIsForgotten) {
     manager.storeBind({"p", "p's"});
     const auto household = this->household();
     const Observed<Response> refused(household.session().deleteProfile("p"));
-    answer(reply(404));
+    answer(reply(409));
     EXPECT_EQ(manager.heldBinds().binds.size(), 2U);
     const Observed<Response> done(household.session().deleteProfile("p"));
     answer(reply(204));
@@ -287,6 +287,18 @@ TEST_F(SessionBind, OfAProfileThatWasDeletedIsForgotten) {
     EXPECT_THAT(manager.heldBinds().binds, ElementsAre(AnonymousBind("parent", "t")));
     const List list(household.session("p").history());
     EXPECT_EQ(sent().back(), "bind");
+}
+
+TEST_F(SessionBind, OfAProfileThatIsNotThereAnyMoreIsForgotten) {
+    manager.storeBind({"parent", "t"});
+    manager.storeBind({"p", "p's"});
+    const auto household = this->household();
+    const Observed<Response> deleted(household.session().deleteProfile("p"));
+    answer(failure(Error::connectionLost));  // it took effect, and the reply was lost
+    scheduler->advance(std::chrono::seconds(1));
+    answer(reply(404));
+    EXPECT_TRUE(deleted.error<SlingError>().has_value());
+    EXPECT_THAT(manager.heldBinds().binds, ElementsAre(AnonymousBind("parent", "t")));
 }
 
 TEST_F(SessionBind, IsForgottenWithItsHouseholdWhichEndsItsCalls) {

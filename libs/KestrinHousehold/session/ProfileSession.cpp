@@ -6,6 +6,7 @@
 #include <rxcpp/operators/rx-tap.hpp>
 
 #include <KestrinHousehold/session/ProfileSession.hpp>
+#include <KestrinHousehold/session/internal/Forbidden.hpp>
 #include <KestrinHousehold/session/internal/ProfileCall.hpp>
 #include <KestrinHousehold/session/internal/SearchDeletion.hpp>
 #include <KestrinProfile/service/Profile.hpp>
@@ -153,13 +154,16 @@ Observable<Response> ProfileSession::editProfile(User user) const {
 }
 
 Observable<Response> ProfileSession::deleteProfile(std::string profileID) const {
-    const auto forget = [household = actor_->household, profileID](const Response&) {
+    const auto forget = [household = actor_->household, profileID] {
         household->forget(profileID);
+    };
+    const auto forgetWhatIsNotThere = [forget](const std::exception_ptr& error) {
+        if (internal::hasStatus(error, 404)) forget();  // a repeat, after a reply that was lost
     };
     return internal::callOf<Response>(
                actor_, options_, ProfileOperation::deleteProfile,
                UserRequest<Response>{&Profile::deleteProfile, User(std::move(profileID))}) |
-           rxcpp::operators::tap(forget);
+           rxcpp::operators::tap([forget](const Response&) { forget(); }, forgetWhatIsNotThere);
 }
 
 Observable<UserProfile> ProfileSession::history() const {

@@ -46,9 +46,9 @@ void Attempts::abort(const std::exception_ptr& error) {
     if (claimEnd(true)) fail(error);
 }
 
-bool Attempts::succeeded() noexcept {
+bool Attempts::succeeded(bool wasSent) noexcept {
     if (!claimEnd(false)) return false;
-    household_.retries().noteSuccess();
+    if (wasSent) household_.retries().noteSuccess();
     return true;
 }
 
@@ -71,7 +71,7 @@ void Attempts::start() {
     if (limit_) limitTime();
 }
 
-void Attempts::attempt() {
+void Attempts::attempt() try {
     std::optional<rxcpp::composite_subscription> subscription(std::in_place);
     const rxcpp::composite_subscription begun = *subscription;
     {
@@ -80,6 +80,8 @@ void Attempts::attempt() {
         rest_.attempt.swap(subscription);
     }
     send(begun);
+} catch (...) {
+    abort(std::current_exception());  // A lack of memory: not for the thread that tries again.
 }
 
 bool Attempts::hasEnded() const {
@@ -149,8 +151,8 @@ void Attempts::limitTime() {
     keep(&Rest::deadline, schedule(left, &Attempts::timeIsUp));
 }
 
-void Attempts::timeIsUp() {
-    abort(timeoutError(operation_, attempt_));
+void Attempts::timeIsUp() try { abort(timeoutError(operation_, attempt_)); } catch (...) {
+    abort(std::current_exception());
 }
 
 }  // namespace KestrinHousehold::internal

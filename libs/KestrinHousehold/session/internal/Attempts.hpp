@@ -49,8 +49,9 @@ class Attempts : public std::enable_shared_from_this<Attempts> {
     void failed(const std::exception_ptr& error);
 
     /// Claims the end for a request that has succeeded.
+    /// @param wasSent  false: there was nothing to send, so that it earns no repeat
     /// @return whether the result may be delivered
-    [[nodiscard]] bool succeeded() noexcept;
+    [[nodiscard]] bool succeeded(bool wasSent = true) noexcept;
 
     /// Sends the request once.
     virtual void send(const rxcpp::composite_subscription& attempt) = 0;

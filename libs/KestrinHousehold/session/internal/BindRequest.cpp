@@ -17,7 +17,7 @@ BindRequest::BindRequest(std::shared_ptr<ProfileBind> bind)
 
 void BindRequest::begin() {
     // What is still held there is refused or expired; the parent's would be taken for the reply.
-    dropFromManager(bind_->profileID());
+    bind_->household().drop(bind_->profileID());
     start();
     attempt();
 }
@@ -40,7 +40,7 @@ void BindRequest::arrived(AnonymousBind bind) {
         return;
     }
     // Another profile's: nobody knows whose token that is, so nobody uses it.
-    dropFromManager(bind.profileID);
+    bind_->household().drop(bind.profileID);
     bind_->household().restoreBinds();
     abort(std::make_exception_ptr(ProfileError(ProfileError::anonymousBindSerializationError)));
 }

@@ -57,6 +57,7 @@ std::vector<std::shared_ptr<ProfileBind>> HouseholdState::allBinds() const {
 
 void HouseholdState::restoreBinds() {
     auto& manager = ConfigurationManager::sharedInstance();
+    const std::scoped_lock lock(managerMutex_);
     const auto held = manager.heldBinds().binds;
     for (const auto& each : allBinds())
         if (const auto bind = each->usable();
@@ -72,7 +73,14 @@ void HouseholdState::forget(const std::string& profileID) {
         bind = bindLocked(profileID);
     }
     bind->forget();
-    dropFromManager(profileID);
+    drop(profileID);
+}
+
+void HouseholdState::drop(const std::string& profileID) {
+    const std::scoped_lock lock(managerMutex_);
+    auto& manager = ConfigurationManager::sharedInstance();
+    manager.setBindProfileID(profileID);
+    manager.setBindToken(std::nullopt);
 }
 
 void HouseholdState::close() {
@@ -84,12 +92,6 @@ void HouseholdState::close() {
     }
     for (const auto& [profileID, bind] : binds)
         bind->close();
-}
-
-void dropFromManager(const std::string& profileID) {
-    auto& manager = ConfigurationManager::sharedInstance();
-    manager.setBindProfileID(profileID);
-    manager.setBindToken(std::nullopt);
 }
 
 std::exception_ptr closedError() {

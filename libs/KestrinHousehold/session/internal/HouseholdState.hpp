@@ -44,6 +44,9 @@ class HouseholdState : public std::enable_shared_from_this<HouseholdState> {
     /// Gives the configuration manager back what it has dropped after a refusal.
     void restoreBinds();
 
+    /// Takes a profile's bind from the configuration manager, so that it is not given back.
+    void drop(const std::string& profileID);
+
     /// Forgets the bind of a profile that is gone, here and in the configuration manager.
     void forget(const std::string& profileID);
 
@@ -57,13 +60,11 @@ class HouseholdState : public std::enable_shared_from_this<HouseholdState> {
     Retries retries_;
     const std::shared_ptr<Scheduler> scheduler_;
     const HouseholdLogHook log_;
+    std::mutex managerMutex_;  // giving back and dropping come one after the other
     mutable std::mutex mutex_;
     bool isClosed_ = false;
     std::map<std::string, std::shared_ptr<ProfileBind>, std::less<>> binds_;
 };
-
-/// Drops what the configuration manager holds for a profile.
-void dropFromManager(const std::string& profileID);
 
 /// Why a call of a household that has ended fails.
 [[nodiscard]] std::exception_ptr closedError();

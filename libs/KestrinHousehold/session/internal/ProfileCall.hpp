@@ -85,7 +85,8 @@ class Call final : public ProfileCall {
     }
 
     void deliver(T value) {
-        if (!succeeded()) return;
+        // The call for the bind itself sends nothing.
+        if (!succeeded(operation() != KestrinProfile::ProfileOperation::anonymousBind)) return;
         subscriber_.on_next(std::move(value));
         subscriber_.on_completed();
     }
