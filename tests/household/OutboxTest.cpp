@@ -6,6 +6,7 @@
 #include <thread>
 
 #include <KestrinHousehold/outbox/MemoryOutboxStore.hpp>
+#include <KestrinProfile/model/ProfileError.hpp>
 
 #include "OutboxSupport.hpp"
 
@@ -30,6 +31,7 @@ class FailingStore final : public OutboxStore {
     }
     void commit(const Change& change) override {
         ++commits;
+        if (onCommit) onCommit();
         if (cannotCommit) throw OutboxError(OutboxError::Case::notStored, "disk full");
         kept.commit(change);
     }
@@ -38,6 +40,7 @@ class FailingStore final : public OutboxStore {
     std::atomic<bool> cannotLoad = false;
     std::atomic<bool> cannotCommit = false;
     std::atomic<int> commits = 0;
+    std::function<void()> onCommit{};
 };
 
 class OutboxTest : public testing::Test {
@@ -206,6 +209,27 @@ TEST_F(OutboxTest, WaitsForANewBindAfter401And403) {
     }
 }
 
+TEST_F(OutboxTest, WaitsForANewBindAfterAnyLastingErrorOfTheBind) {
+    const std::string bind(rawValue(Op::anonymousBind));
+    for (const int code : {400, 404, 410, 422}) {
+        const auto error =
+            SlingError::httpStatus(code, "https://x", {}, {}).with({bind, "", "", ""});
+        delivery->onSend(FakeDelivery::failing(std::make_exception_ptr(error)));
+        accept(write(Op::addFavoriteShow, "a"));
+        EXPECT_EQ(settle(), (OutboxState{1, 0})) << code;
+        EXPECT_EQ(scheduler->waiting(), 0U) << code;
+        delivery->onSend(&FakeDelivery::accept);
+        outbox->bindIsNew("p");
+        EXPECT_EQ(settle(), (OutboxState{0, 0})) << code;
+    }
+    using KestrinProfile::ProfileError;
+    const auto noBind = ProfileError::anonymousBindSerializationError;
+    delivery->onSend(FakeDelivery::failing(std::make_exception_ptr(noBind)));
+    accept(write(Op::addFavoriteShow, "b"));
+    EXPECT_EQ(settle(), (OutboxState{1, 0}));
+    EXPECT_EQ(scheduler->waiting(), 0U);
+}
+
 TEST_F(OutboxTest, ListsWhatTheServiceRefusesForGoodAndGoesOn) {
     for (const int code : {400, 404, 405, 409, 410, 413, 415, 422, 451}) {
         delivery->onSend([&](const OutboxWrite& sent, const auto& subscriber) {
@@ -366,6 +390,53 @@ TEST_F(OutboxTest, EndsWithAnErrorWhatIsAskedAfterItsEnd) {
     const auto add = opened().add(write(Op::addFavoriteShow, "a"));
     outbox.reset();
     EXPECT_EQ(Observed(add).error<OutboxError>()->value(), OutboxError::Case::closed);
+}
+
+TEST_F(OutboxTest, MayBeEndedByTheHandlerOfAWrite) {
+    opened();
+    std::atomic<bool> isEnded = false;
+    outbox->add(write(Op::addFavoriteShow, "a")).subscribe([&](const OutboxEntry&) {
+        outbox.reset();
+        isEnded = true;
+    });
+    EXPECT_TRUE(TestSupport::eventually([&] { return isEnded.load(); }));
+    EXPECT_TRUE(TestSupport::eventually([&] { return store.use_count() == 1; }));
+}
+
+TEST_F(OutboxTest, MayBeEndedByTheHandlerOfAnEvent) {
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    accept(write(Op::addFavoriteShow, "a"));
+    settle();
+    std::atomic<bool> isEnded = false;
+    outbox->events().subscribe([&](const OutboxEvent& event) {
+        if (event.kind != Kind::dropped) return;
+        outbox.reset();
+        isEnded = true;
+    });
+    const Observed dropped(outbox->drop(1));
+    EXPECT_TRUE(TestSupport::eventually([&] { return isEnded.load(); }));
+    EXPECT_TRUE(dropped.completed());
+    EXPECT_THAT(store->kept.entries(), IsEmpty());
+}
+
+TEST_F(OutboxTest, MayBeAskedForMoreByAHandlerWhileItEnds) {
+    opened();
+    std::atomic<bool> mayCommit = false;
+    store->onCommit = [&] {
+        EXPECT_TRUE(TestSupport::eventually([&] { return mayCommit.load(); }));
+    };
+    const auto add = outbox->add(write(Op::addFavoriteShow, "a"));
+    const auto drop = outbox->drop(99);
+    std::atomic<bool> isAnswered = false;
+    add.subscribe([&](const OutboxEntry&) {
+        drop.subscribe([&](bool) { isAnswered = true; },
+                       [&](const std::exception_ptr&) { isAnswered = true; });
+    });
+    std::thread ending([&] { outbox.reset(); });
+    EXPECT_TRUE(TestSupport::eventually([&] { return Observed(add).endedAtOnce(); }));  // closed
+    mayCommit = true;
+    ending.join();
+    EXPECT_TRUE(isAnswered);
 }
 
 TEST_F(OutboxTest, StoresAtItsEndWhatWasAddedBefore) {

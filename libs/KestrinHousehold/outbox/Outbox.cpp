@@ -123,6 +123,7 @@ class Outbox::Core : public std::enable_shared_from_this<Core> {
         std::vector<OutboxEntry> refusals{};
         std::vector<LanePointer> lanes{};
         OutboxStore::Change change{};
+        std::vector<OutboxEvent> events{};
 
         [[nodiscard]] bool isEmpty() const {
             return accepted.empty() && rejected.empty() && drops.empty() && removals.empty() &&
@@ -136,17 +137,22 @@ class Outbox::Core : public std::enable_shared_from_this<Core> {
         rxcpp::composite_subscription lifetime{};
     };
     using Events = std::vector<OutboxEvent>;
+    /// Holds `storeMutex_`, until somebody is told of what was done: a handler may ask for more, or
+    /// end the outbox.
+    using Storing = std::unique_lock<std::mutex>;
 
-    // The store. On one thread at a time, with `storeMutex_` held.
+    // The store. On one thread at a time.
     void work();
-    [[nodiscard]] bool open();
-    void loaded(OutboxStore::Loaded found);
+    [[nodiscard]] bool workOnce();
+    [[nodiscard]] bool open(Storing storing);
+    void loaded(OutboxStore::Loaded found, const Waiting& waiting, Storing storing);
+    void notLoaded(const OutboxError& error, const Waiting& waiting, Storing storing);
     [[nodiscard]] Batch takeBatch();
     void planIncoming(Batch& batch, Incoming incoming);
-    void takeDrop(Batch& batch, Dropping dropping, Events& events);
-    [[nodiscard]] bool storeNext();
-    void kept(Batch& batch);
-    void notKept(Batch& batch, const OutboxError& error);
+    void takeDrop(Batch& batch, Dropping dropping);
+    [[nodiscard]] bool storeNext(Storing storing);
+    void kept(Batch& batch, Storing storing);
+    void notKept(Batch& batch, const OutboxError& error, Storing storing);
     [[nodiscard]] Waiting takeWaiting();
     static void failAll(const Waiting& waiting, const OutboxError& error);
 
@@ -188,7 +194,7 @@ class Outbox::Core : public std::enable_shared_from_this<Core> {
     mutable std::mutex mutex_;
     std::unique_ptr<TimerThread> disk_ = std::make_unique<TimerThread>();
     bool isWorkRequested_ = false;
-    bool isWorking_ = false;
+    int working_ = 0;  ///< how many threads are in `work`, or how often one is
     bool isOpen_ = false;
     bool isClosed_ = false;
     OutboxOpening opening_;
@@ -332,53 +338,63 @@ void Outbox::Core::requestWork() {
 
 void Outbox::Core::work() {
     {
-        const std::scoped_lock storing(storeMutex_);
-        {
-            const std::scoped_lock lock(mutex_);
-            isWorkRequested_ = false;
-            isWorking_ = true;
-        }
-        if (!store_) {
-            failAll(takeWaiting(), OutboxError(OutboxError::Case::closed));
-        } else if (open()) {
-            while (storeNext()) {
-            }
-        }
         const std::scoped_lock lock(mutex_);
-        isWorking_ = false;
+        isWorkRequested_ = false;
+        ++working_;
+    }
+    while (workOnce()) {
+    }
+    {
+        const std::scoped_lock lock(mutex_);
+        --working_;
     }
     runAll();
     tellSettledOnes();
 }
 
-bool Outbox::Core::open() {
-    {
-        const std::scoped_lock lock(mutex_);
-        if (isOpen_) return true;
-    }
-    const Waiting waiting = takeWaiting();  // what comes from now on has another try
-    try {
-        loaded(store_->load());
-    } catch (...) {
-        const OutboxError error = storeError(std::current_exception());
-        std::vector<Subscriber<OutboxOpening>> subscribers;
-        {
-            const std::scoped_lock lock(mutex_);
-            openingError_ = error;
-            subscribers.swap(awaitOpening_);
-        }
-        for (const auto& subscriber : subscribers)
-            subscriber.on_error(std::make_exception_ptr(error));
-        failAll(waiting, error);
+/// Does what waits for the store; false if nothing does, or it failed.
+bool Outbox::Core::workOnce() {
+    Storing storing(storeMutex_);
+    if (!store_) {
+        storing.unlock();
+        failAll(takeWaiting(), OutboxError(OutboxError::Case::closed));
         return false;
     }
-    const std::scoped_lock lock(mutex_);
-    incoming_.insert(incoming_.begin(), waiting.incoming.begin(), waiting.incoming.end());
-    drops_.insert(drops_.begin(), waiting.drops.begin(), waiting.drops.end());
+    bool isOpen = false;
+    {
+        const std::scoped_lock lock(mutex_);
+        isOpen = isOpen_;
+    }
+    return isOpen ? storeNext(std::move(storing)) : open(std::move(storing));
+}
+
+bool Outbox::Core::open(Storing storing) {
+    const Waiting waiting = takeWaiting();  // what comes from now on has another try
+    OutboxStore::Loaded found;
+    try {
+        found = store_->load();
+    } catch (...) {
+        notLoaded(storeError(std::current_exception()), waiting, std::move(storing));
+        return false;
+    }
+    loaded(std::move(found), waiting, std::move(storing));
     return true;
 }
 
-void Outbox::Core::loaded(OutboxStore::Loaded found) {
+void Outbox::Core::notLoaded(const OutboxError& error, const Waiting& waiting, Storing storing) {
+    std::vector<Subscriber<OutboxOpening>> subscribers;
+    {
+        const std::scoped_lock lock(mutex_);
+        openingError_ = error;
+        subscribers.swap(awaitOpening_);
+    }
+    storing.unlock();
+    for (const auto& subscriber : subscribers)
+        subscriber.on_error(std::make_exception_ptr(error));
+    failAll(waiting, error);
+}
+
+void Outbox::Core::loaded(OutboxStore::Loaded found, const Waiting& waiting, Storing storing) {
     Events events;
     std::vector<Subscriber<OutboxOpening>> subscribers;
     {
@@ -390,11 +406,14 @@ void Outbox::Core::loaded(OutboxStore::Loaded found) {
             else
                 laneOf(entry.write.profileID)->entries.restore(std::move(entry));
         }
-        opening_ = {waiting(), refused_.size(), std::move(found.warnings)};
+        opening_ = {this->waiting(), refused_.size(), std::move(found.warnings)};
         isOpen_ = true;
         openingError_.reset();
         subscribers.swap(awaitOpening_);
+        incoming_.insert(incoming_.begin(), waiting.incoming.begin(), waiting.incoming.end());
+        drops_.insert(drops_.begin(), waiting.drops.begin(), waiting.drops.end());
     }
+    storing.unlock();
     for (const auto& warning : opening_.warnings)
         events.push_back({Kind::storeFailed, {}, warning});
     events_->send(std::move(events));
@@ -419,28 +438,24 @@ void Outbox::Core::failAll(const Waiting& waiting, const OutboxError& error) {
 
 Outbox::Core::Batch Outbox::Core::takeBatch() {
     Batch batch;
-    Events events;
-    {
-        const std::scoped_lock lock(mutex_);
-        for (auto& incoming : std::exchange(incoming_, {}))
-            planIncoming(batch, std::move(incoming));
-        for (auto& dropping : std::exchange(drops_, {}))
-            takeDrop(batch, std::move(dropping), events);
-        batch.removals.insert(batch.removals.end(), removals_.begin(), removals_.end());
-        removals_.clear();
-        batch.refusals = std::exchange(refusals_, {});
-        scheduler_->cancel(std::exchange(removal_, 0));
+    const std::scoped_lock lock(mutex_);
+    for (auto& incoming : std::exchange(incoming_, {}))
+        planIncoming(batch, std::move(incoming));
+    for (auto& dropping : std::exchange(drops_, {}))
+        takeDrop(batch, std::move(dropping));
+    batch.removals.insert(batch.removals.end(), removals_.begin(), removals_.end());
+    removals_.clear();
+    batch.refusals = std::exchange(refusals_, {});
+    scheduler_->cancel(std::exchange(removal_, 0));
 
-        auto& change = batch.change;
-        change.remove = batch.removals;
-        for (const auto& refusal : batch.refusals)
-            if (refused_.contains(refusal.number)) change.put.push_back(refusal);
-        for (const auto& lane : batch.lanes) {
-            std::ranges::move(lane->entries.planned(), std::back_inserter(change.put));
-            std::ranges::copy(lane->entries.leaving(), std::back_inserter(change.remove));
-        }
+    auto& change = batch.change;
+    change.remove = batch.removals;
+    for (const auto& refusal : batch.refusals)
+        if (refused_.contains(refusal.number)) change.put.push_back(refusal);
+    for (const auto& lane : batch.lanes) {
+        std::ranges::move(lane->entries.planned(), std::back_inserter(change.put));
+        std::ranges::copy(lane->entries.leaving(), std::back_inserter(change.remove));
     }
-    events_->send(std::move(events));
     return batch;
 }
 
@@ -460,7 +475,7 @@ void Outbox::Core::planIncoming(Batch& batch, Incoming incoming) {
     if (std::ranges::find(batch.lanes, lane) == batch.lanes.end()) batch.lanes.push_back(lane);
 }
 
-void Outbox::Core::takeDrop(Batch& batch, Dropping dropping, Events& events) {
+void Outbox::Core::takeDrop(Batch& batch, Dropping dropping) {
     const auto number = dropping.number;
     std::optional<OutboxEntry> entry;
     if (auto node = refused_.extract(number)) entry = std::move(node.mapped());
@@ -469,25 +484,24 @@ void Outbox::Core::takeDrop(Batch& batch, Dropping dropping, Events& events) {
     batch.drops.emplace_back(dropping.subscriber, entry.has_value());
     if (!entry) return;
     batch.removals.push_back(number);
-    events.push_back({Kind::dropped, std::move(*entry), "dropped by the application"});
+    batch.events.push_back({Kind::dropped, std::move(*entry), "dropped by the application"});
 }
 
-/// Stores what has come; false if nothing has, or it failed.
-bool Outbox::Core::storeNext() {
+bool Outbox::Core::storeNext(Storing storing) {
     Batch batch = takeBatch();
     if (batch.isEmpty()) return false;
     try {
         if (!batch.change.put.empty() || !batch.change.remove.empty()) store_->commit(batch.change);
     } catch (...) {
-        notKept(batch, storeError(std::current_exception()));
+        notKept(batch, storeError(std::current_exception()), std::move(storing));
         return false;
     }
-    kept(batch);
+    kept(batch, std::move(storing));
     return true;
 }
 
-void Outbox::Core::kept(Batch& batch) {
-    Events events;
+void Outbox::Core::kept(Batch& batch, Storing storing) {
+    Events events = std::move(batch.events);
     {
         const std::scoped_lock lock(mutex_);
         for (const auto& lane : batch.lanes)
@@ -495,6 +509,7 @@ void Outbox::Core::kept(Batch& batch) {
                 events.push_back(
                     {Kind::superseded, std::move(entry), "a later entry makes it needless", by});
     }
+    storing.unlock();
     const std::string full =
         "it holds " + std::to_string(options_.maxEntries) + " entries, as many as it may";
     for (const auto& [entry, subscriber] : batch.rejected)
@@ -513,9 +528,9 @@ void Outbox::Core::kept(Batch& batch) {
     runAll();
 }
 
-void Outbox::Core::notKept(Batch& batch, const OutboxError& error) {
+void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing storing) {
     constexpr std::chrono::seconds again(5);
-    Events events;
+    Events events = std::move(batch.events);
     {
         const std::scoped_lock lock(mutex_);
         for (const auto& lane : batch.lanes)
@@ -531,6 +546,7 @@ void Outbox::Core::notKept(Batch& batch, const OutboxError& error) {
                 });
         }
     }
+    storing.unlock();
     const auto failure = std::make_exception_ptr(error);
     for (const auto& [entry, subscriber] : batch.accepted)
         subscriber.on_error(failure);
@@ -817,7 +833,7 @@ nanoseconds Outbox::Core::ageOf(const OutboxEntry& entry) const {
 }
 
 bool Outbox::Core::isSettled() const {
-    const bool isStoring = isWorkRequested_ || isWorking_ || !incoming_.empty() ||
+    const bool isStoring = isWorkRequested_ || working_ != 0 || !incoming_.empty() ||
                            !drops_.empty() || !removals_.empty() || !refusals_.empty();
     if (!isOpen_) return openingError_.has_value() && !isStoring;
     return !isStoring && std::ranges::all_of(lanes_, [](const auto& one) {
@@ -858,7 +874,7 @@ void Outbox::Core::close() {
     }
     for (const auto& lifetime : lifetimes)
         lifetime.unsubscribe();
-    disk.reset();  // waits for what is being stored
+    disk.reset();  // waits for what is being stored, unless this is a handler of that
     work();        // and stores the rest
     {
         const std::scoped_lock storing(storeMutex_);
@@ -937,11 +953,13 @@ std::vector<OutboxEntry> Outbox::refused() const {
 }
 
 void Outbox::networkIsBack() {
-    core_->networkIsBack();
+    const auto core = core_;  // a handler may end the outbox
+    core->networkIsBack();
 }
 
 void Outbox::bindIsNew(const std::string& profileID) {
-    core_->bindIsNew(profileID);
+    const auto core = core_;  // as above
+    core->bindIsNew(profileID);
 }
 
 }  // namespace KestrinHousehold

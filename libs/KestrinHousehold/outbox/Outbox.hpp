@@ -59,7 +59,7 @@ class KESTRIN_HOUSEHOLD_EXPORT Outbox {
     Outbox& operator=(const Outbox&) = delete;
 
     /// Stores what was added before, on the calling thread, cancels the request under way (its
-    /// entry stays) and ends. Not to be called from a handler of its own observables.
+    /// entry stays) and ends. May be called from a handler of its own observables.
     ~Outbox();
 
     /// Emits what was found when the store was opened, once it is; fails with `OutboxError`, also

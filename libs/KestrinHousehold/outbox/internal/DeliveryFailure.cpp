@@ -6,6 +6,7 @@
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinHousehold/outbox/internal/DeliveryFailure.hpp>
 #include <KestrinHousehold/retry/internal/RetryAfter.hpp>
+#include <KestrinProfile/model/ProfileError.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 #include <KestrinProfile/service/Error.hpp>
 
@@ -14,6 +15,7 @@ namespace KestrinHousehold::internal {
 using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;
 using KestrinConfigManager::ConfigurationManagerError;
+using KestrinProfile::ProfileError;
 using Kind = DeliveryFailure::Kind;
 
 namespace {
@@ -43,8 +45,8 @@ std::string shown(std::string_view text, std::size_t most) {
 Kind kindOf(int status, bool isOfBind) {
     if (status == 401 || status == 403) return Kind::needsBind;
     if (status < 400 || status >= 500 || status == 408 || status == 429) return Kind::passing;
-    if (status == 404) return Kind::absent;
-    return isOfBind ? Kind::needsBind : Kind::refusal;
+    if (isOfBind) return Kind::needsBind;
+    return status == 404 ? Kind::absent : Kind::refusal;
 }
 
 Kind kindOf(SlingErrorKind kind) {
@@ -104,6 +106,14 @@ DeliveryFailure deliveryFailure(const std::exception_ptr& error, Scheduler::Wall
             DeliveryFailure failure;
             failure.kind = kindOf(known.value());
             failure.refusal = {now, 0, "not to be sent", std::string(known.advice())};
+            failure.text = known.what();
+            return failure;
+        },
+        [&](const ProfileError& known) {
+            DeliveryFailure failure;
+            const bool isOfBind = known == ProfileError::anonymousBindSerializationError;
+            failure.kind = isOfBind ? Kind::needsBind : Kind::passing;
+            failure.refusal.at = now;
             failure.text = known.what();
             return failure;
         },
