@@ -95,6 +95,7 @@ class Outbox::Core : public std::enable_shared_from_this<Core> {
         bool isComparing = false;           ///< the request asks for what the service has
         std::vector<OutboxWrite> writes{};  ///< what is still to be sent for it, the next one last
         bool waitsForBind = false;
+        bool bindCame = false;  ///< since the request under way was made
         int failures = 0;
         Scheduler::TaskID retry = 0;
     };
@@ -121,6 +122,7 @@ class Outbox::Core : public std::enable_shared_from_this<Core> {
         std::vector<std::pair<Subscriber<bool>, bool>> drops{};
         std::vector<Number> removals{};
         std::vector<OutboxEntry> refusals{};
+        std::vector<OutboxEntry> changed{};
         std::vector<LanePointer> lanes{};
         OutboxStore::Change change{};
         std::vector<OutboxEvent> events{};
@@ -313,6 +315,7 @@ void Outbox::Core::bindIsNew(const std::string& profileID) {
         if (found == lanes_.end()) return;
         lane = found->second;
         lane->waitsForBind = false;
+        lane->bindCame = true;
     }
     run(lane);
 }
@@ -452,6 +455,9 @@ Outbox::Core::Batch Outbox::Core::takeBatch() {
     change.remove = batch.removals;
     for (const auto& refusal : batch.refusals)
         if (refused_.contains(refusal.number)) change.put.push_back(refusal);
+    for (const auto& [profile, lane] : lanes_)
+        std::ranges::move(lane->entries.takeChanged(), std::back_inserter(batch.changed));
+    change.put.insert(change.put.end(), batch.changed.begin(), batch.changed.end());
     for (const auto& lane : batch.lanes) {
         std::ranges::move(lane->entries.planned(), std::back_inserter(change.put));
         std::ranges::copy(lane->entries.leaving(), std::back_inserter(change.remove));
@@ -535,6 +541,8 @@ void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing stori
         const std::scoped_lock lock(mutex_);
         for (const auto& lane : batch.lanes)
             lane->entries.abandonPlan();
+        for (const auto& [profile, lane] : lanes_)
+            lane->entries.putBackChanged(batch.changed);
         // What was sent leaves the store with a later commit.
         removals_.insert(removals_.begin(), batch.removals.begin(), batch.removals.end());
         refusals_.insert(refusals_.begin(), batch.refusals.begin(), batch.refusals.end());
@@ -597,6 +605,7 @@ std::optional<Outbox::Core::Request> Outbox::Core::nextRequest(Lane& lane, Event
     if (!lane.isUnderWay && !begin(lane, events)) return std::nullopt;
     lane.isStarting = true;
     lane.awaitsReply = true;
+    lane.bindCame = false;
     lane.request = ++requests_;
     lane.lifetime = rxcpp::composite_subscription();
     return Request{lane.writes.back(), lane.isComparing, lane.request, lane.lifetime};
@@ -728,9 +737,10 @@ void Outbox::Core::fail(const LanePointer& lane, const DeliveryFailure& failure,
         case DeliveryFailure::Kind::refusal:
             return refuse(*lane, failure, events);
         case DeliveryFailure::Kind::needsBind: {
-            lane->waitsForBind = true;
             lane->isUnderWay = false;
-            events.push_back({Kind::waitsForBind, lane->entries.first(), failure.text});
+            lane->waitsForBind = !lane->bindCame;  // else it is made once more with the new one
+            if (lane->waitsForBind)
+                events.push_back({Kind::waitsForBind, lane->entries.first(), failure.text});
             lane->entries.end(scheduler_->wallTime());
             return;
         }
@@ -742,7 +752,7 @@ void Outbox::Core::fail(const LanePointer& lane, const DeliveryFailure& failure,
 void Outbox::Core::refuse(Lane& lane, const DeliveryFailure& failure, Events& events) {
     lane.isUnderWay = false;
     lane.failures = 0;
-    auto entry = lane.entries.takeUnderWay(scheduler_->wallTime());
+    auto entry = lane.entries.takeUnderWay(scheduler_->wallTime(), false);
     entry.refusal = failure.refusal;
     events.push_back({Kind::refused, entry, failure.text});
     refusals_.push_back(entry);
@@ -787,7 +797,7 @@ void Outbox::Core::finish(Lane& lane, Kind kind, std::string text, Events& event
     lane.isUnderWay = false;
     lane.isComparing = false;
     lane.failures = 0;
-    auto entry = lane.entries.takeUnderWay(scheduler_->wallTime());
+    auto entry = lane.entries.takeUnderWay(scheduler_->wallTime(), kind == Kind::sent);
     removals_.push_back(entry.number);
     events.push_back({kind, std::move(entry), std::move(text)});
     removeSoon();

@@ -32,6 +32,7 @@ OutboxEntry EntryLane::erase(std::int64_t number) {
     }
     planned_.erase(number);
     leaving_.erase(number);
+    changed_.erase(number);
     return entry;
 }
 
@@ -157,10 +158,43 @@ std::optional<OutboxEntry> EntryLane::take(std::int64_t number) {
     return erase(number);
 }
 
-OutboxEntry EntryLane::takeUnderWay(Scheduler::WallTime now) {
+OutboxEntry EntryLane::takeUnderWay(Scheduler::WallTime now, bool isSent) {
     const auto number = underWay_.value_or(0);
     end(now);
+    if (isSent) noteOwnWork(number, now);
     return erase(number);
+}
+
+/// Later entries of the same items must not take for newer what this one has left.
+void EntryLane::noteOwnWork(std::int64_t number, Scheduler::WallTime now) {
+    const auto& write = slots_.at(number).entry.write;
+    const auto kind = listChangeOf(write.operation);
+    if (!kind || kind->change == Change::clear) return;  // it leaves nothing
+    auto later = sameItems(write);
+    for (const auto& [other, slot] : slots_)
+        if (slot.entry.write.brandID == write.brandID &&
+            listChangeOf(slot.entry.write.operation) == ListChange{kind->list, Change::clear})
+            later.insert(other);
+    for (const auto one : later) {
+        if (one <= number) continue;
+        slots_.at(one).entry.ownUntil = now;
+        changed_.insert(one);
+    }
+}
+
+std::vector<OutboxEntry> EntryLane::takeChanged() {
+    std::vector<OutboxEntry> entries;
+    std::erase_if(changed_, [&](std::int64_t number) {
+        if (leaving_.contains(number)) return false;  // unless it does leave
+        if (!planned_.contains(number)) entries.push_back(slots_.at(number).entry);
+        return true;
+    });
+    return entries;
+}
+
+void EntryLane::putBackChanged(const std::vector<OutboxEntry>& entries) {
+    for (const auto& entry : entries)
+        if (slots_.contains(entry.number)) changed_.insert(entry.number);
 }
 
 std::vector<OutboxEntry> EntryLane::entries() const {

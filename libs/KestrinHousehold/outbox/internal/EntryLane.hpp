@@ -64,7 +64,14 @@ class EntryLane {
     /// @return it; absent if there is none of this number, or it is under way or in the plan
     std::optional<OutboxEntry> take(std::int64_t number);
     /// Takes out what is under way.
-    OutboxEntry takeUnderWay(Scheduler::WallTime now);
+    /// @param now     see `end`
+    /// @param isSent  the service has it: what later entries find there is this device's own work
+    OutboxEntry takeUnderWay(Scheduler::WallTime now, bool isSent);
+
+    /// The entries whose `ownUntil` has changed since the last call, without those of the plan.
+    [[nodiscard]] std::vector<OutboxEntry> takeChanged();
+    /// Those that are still there are to be taken again: they are not on the disk.
+    void putBackChanged(const std::vector<OutboxEntry>& entries);
 
     [[nodiscard]] std::vector<OutboxEntry> entries() const;
     /// How many there are, without those that the plan drops.
@@ -85,11 +92,13 @@ class EntryLane {
     [[nodiscard]] std::vector<std::int64_t> supersededBy(OutboxEntry& entry) const;
     void insert(OutboxEntry entry, bool isPlanned);
     OutboxEntry erase(std::int64_t number);
+    void noteOwnWork(std::int64_t number, Scheduler::WallTime now);
 
     std::map<std::int64_t, Slot> slots_;
     std::map<Key, std::set<std::int64_t>> index_;
     std::set<std::int64_t> planned_;
     std::set<std::int64_t> leaving_;
+    std::set<std::int64_t> changed_;  // on the disk, but with another `ownUntil`
     std::optional<std::int64_t> underWay_;
     std::vector<std::int64_t> behind_;  // entries that concern what is under way
 };
