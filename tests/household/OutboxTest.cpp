@@ -399,6 +399,25 @@ TEST_F(OutboxTest, DropsWhatTheApplicationNamesUnlessItIsBeingSent) {
     EXPECT_THAT(items(), ElementsAre("a"));
 }
 
+TEST_F(OutboxTest, EndsTheEventsForWhoeverListensAfterItsEnd) {
+    const auto events = opened().events();
+    outbox.reset();
+    EXPECT_TRUE(Observed(events).completed());
+}
+
+TEST_F(OutboxTest, KeepsNoWordOfTheServiceThatMayBeAToken) {
+    const std::string longWord(41, 'x');
+    HalvardSling::ProblemDocument problem;
+    problem.title = "Title";
+    problem.detail = "no access with 0123456789abcdef or " + longWord + " in profile 42";
+    const auto error = SlingError::httpStatus(422, "https://x", {}, problem);
+    delivery->onSend(FakeDelivery::failing(std::make_exception_ptr(error)));
+    accept(write(Op::addFavoriteShow, "a"));
+    settle();
+    ASSERT_THAT(outbox->refused(), SizeIs(1));
+    EXPECT_EQ(outbox->refused().front().refusal->detail, "no access with … or … in profile 42");
+}
+
 TEST_F(OutboxTest, EndsWithAnErrorWhatIsAskedAfterItsEnd) {
     const auto add = opened().add(write(Op::addFavoriteShow, "a"));
     outbox.reset();

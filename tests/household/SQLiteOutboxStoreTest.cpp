@@ -132,8 +132,11 @@ TEST_F(SQLiteOutboxStoreTest, BelongsToOneStoreAtATime) {
 
 TEST_F(SQLiteOutboxStoreTest, LeavesAnotherProgramsDatabaseAlone) {
     run("CREATE TABLE theirs (a); INSERT INTO theirs VALUES (1)");
+    fs::permissions(file, fs::perms(0644));
     const auto before = TestSupport::contentOf(file);
     ASSERT_TRUE(errorOfLoad());
+    EXPECT_EQ(TestSupport::contentOf(file), before);
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644));
     EXPECT_EQ(errorOfLoad()->value(), OutboxError::Case::storeUnavailable);
     EXPECT_THAT(errorOfLoad()->what(), HasSubstr("another program"));
     run("SELECT * FROM theirs");

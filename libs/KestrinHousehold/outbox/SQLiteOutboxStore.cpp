@@ -97,6 +97,10 @@ void createPrivate(const fs::path& file) {
     if (created.isOpen()) return;
     const std::error_code error(errno, std::generic_category());
     if (error != std::errc::file_exists) throw unavailable(file, error.message());
+}
+
+/// Takes a file of ours away from others.
+void makePrivate(const fs::path& file) {
     std::error_code ignored;  // of a file of another owner SQLite says what is wrong
     fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write, ignored);
 }
@@ -109,9 +113,14 @@ fs::path nextQuarantine(const fs::path& file) {
     }
 }
 
+/// Before anything else: with the lock kept by one process the log needs no shared memory. It
+/// changes nothing in the file.
+void keepLock(const SQLiteFile& file) {
+    file.run("PRAGMA locking_mode = EXCLUSIVE");
+}
+
 void prepare(const SQLiteFile& file) {
-    // In this order: with the lock kept by one process the log needs no shared memory.
-    file.run("PRAGMA locking_mode = EXCLUSIVE; PRAGMA synchronous = FULL");
+    file.run("PRAGMA synchronous = FULL");
     if (file.text("PRAGMA journal_mode = WAL") != "wal") throw Damage("it has no write-ahead log");
     file.run("PRAGMA journal_size_limit = 1048576");
 }
@@ -234,12 +243,15 @@ namespace {
 template <class Connection>
 void check(const fs::path& path, const Connection& connection) {
     const SQLiteFile& file = connection.file;
-    prepare(file);
-    if (isNew(file)) connection.create();
+    keepLock(file);
+    const bool isFresh = isNew(file);
     const bool isOurs = file.number("PRAGMA application_id") == applicationID;
-    if (!isOurs && !hasTable(file))
+    if (!isFresh && !isOurs && !hasTable(file))
         throw unavailable(path, "it is a database of another program. Name another file");
-    if (!isOurs) throw Damage("its head is damaged");
+    makePrivate(path);
+    prepare(file);
+    if (isFresh) connection.create();
+    if (!isFresh && !isOurs) throw Damage("its head is damaged");
     const auto version = file.number("PRAGMA user_version");
     if (version > schemaVersion)
         throw Damage("it is of version " + std::to_string(version) +
@@ -316,6 +328,7 @@ OutboxStore::Loaded SQLiteOutboxStore::replaced(const std::string& reason, const
     const fs::path replacement = beside(file_, ".new");
     const fs::path aside = nextQuarantine(file_);
     removeLeftovers(replacement);
+    makePrivate(file_);
     createPrivate(replacement);
     {
         Connection fresh(replacement, waiting_);
@@ -330,6 +343,7 @@ OutboxStore::Loaded SQLiteOutboxStore::replaced(const std::string& reason, const
     connection_.reset();
     checkedRename(replacement, file_);
     connection_ = std::make_unique<Connection>(file_, waiting_);
+    keepLock(connection_->file);
     prepare(connection_->file);
     return {sorted(entries),
             {"the outbox's file was damaged (" + reason + "); " + std::to_string(entries.size()) +

@@ -20,14 +20,21 @@ using Kind = DeliveryFailure::Kind;
 
 namespace {
 
-/// A text of the service, cut between characters, and without long words: such a word may be a
-/// token that the service repeats.
-std::string shown(std::string_view text, std::size_t most) {
+/// Whether a word may be a token that the service repeats.
+bool mayBeToken(std::string_view word) {
     constexpr std::size_t longestWord = 40;
+    constexpr std::size_t shortestToken = 16;
+    return word.size() > longestWord ||
+           (word.size() >= shortestToken &&
+            word.find_first_of("0123456789") != std::string_view::npos);
+}
+
+/// A text of the service, cut between characters, and without what may be a token.
+std::string shown(std::string_view text, std::size_t most) {
     std::string result;
     while (!text.empty() && result.size() < most) {
         const auto end = std::min(text.find(' '), text.size());
-        if (end > longestWord)
+        if (mayBeToken(text.substr(0, end)))
             result += "…";
         else
             result += text.substr(0, end);

@@ -42,6 +42,7 @@ class EventStream : public std::enable_shared_from_this<EventStream<T>> {
         std::map<std::uint64_t, rxcpp::subscriber<T>> subscribers;
         {
             const std::scoped_lock lock(mutex_);
+            isComplete_ = true;
             subscribers.swap(subscribers_);
         }
         for (const auto& [number, subscriber] : subscribers)
@@ -54,7 +55,11 @@ class EventStream : public std::enable_shared_from_this<EventStream<T>> {
     void add(const rxcpp::subscriber<T>& subscriber) {
         std::uint64_t number = 0;
         {
-            const std::scoped_lock lock(mutex_);
+            std::unique_lock lock(mutex_);
+            if (isComplete_) {
+                lock.unlock();
+                return subscriber.on_completed();
+            }
             number = ++last_;
             subscribers_.emplace(number, subscriber);
         }
@@ -89,6 +94,7 @@ class EventStream : public std::enable_shared_from_this<EventStream<T>> {
     std::map<std::uint64_t, rxcpp::subscriber<T>> subscribers_;
     std::deque<T> waiting_;
     bool isSending_ = false;
+    bool isComplete_ = false;
 };
 
 }  // namespace KestrinHousehold::internal
