@@ -1,8 +1,10 @@
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -42,6 +44,21 @@ class FailingStore final : public OutboxStore {
     std::atomic<bool> cannotCommit = false;
     std::atomic<int> commits = 0;
     std::function<void()> onCommit{};
+};
+
+/// A scheduler that can run out of threads.
+class FailingScheduler final : public Scheduler {
+  public:
+    [[nodiscard]] SteadyTime steadyTime() const override { return kept.steadyTime(); }
+    [[nodiscard]] WallTime wallTime() const override { return kept.wallTime(); }
+    TaskID after(std::chrono::nanoseconds delay, Task task) override {
+        if (hasNoThread) throw std::system_error(EAGAIN, std::generic_category());
+        return kept.after(delay, std::move(task));
+    }
+    void cancel(TaskID task) noexcept override { kept.cancel(task); }
+
+    FakeScheduler kept;
+    std::atomic<bool> hasNoThread = false;
 };
 
 class OutboxTest : public testing::Test {
@@ -289,6 +306,24 @@ TEST_F(OutboxTest, KeepsAsManyRefusedEntriesAsItMay) {
     EXPECT_EQ(outbox->refused().front().write.itemID, "b");
 }
 
+TEST_F(OutboxTest, WaitsForTheNextWriteOrTheNetworkIfThereIsNoTimer) {
+    const auto failing = std::make_shared<FailingScheduler>();
+    failing->hasNoThread = true;
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    outbox.emplace(store, delivery, failing, options);
+    accept(write(Op::addFavoriteShow, "a"));
+    EXPECT_EQ(settle(), (OutboxState{1, 0}));
+    accept(write(Op::addFavoriteShow, "b"));
+    EXPECT_EQ(settle(), (OutboxState{2, 0}));
+    EXPECT_THAT(items(), ElementsAre("a", "a"));
+    delivery->onSend(&FakeDelivery::accept);
+    outbox->networkIsBack();
+    ASSERT_TRUE(TestSupport::eventually([&] { return items().size() == 4; }));
+    outbox->networkIsBack();
+    EXPECT_EQ(settle(), (OutboxState{0, 0}));
+    EXPECT_THAT(store->kept.entries(), IsEmpty());
+}
+
 TEST_F(OutboxTest, AcceptsNoMoreThanItMayAndSaysSo) {
     options.maxEntries = 2;
     delivery->onSend(FakeDelivery::failing(networkIsAway()));
@@ -328,6 +363,8 @@ TEST_F(OutboxTest, RefusesWhatIsNoWriteOfAList) {
         ASSERT_TRUE(refused.error<OutboxError>());
         EXPECT_EQ(refused.error<OutboxError>()->value(), OutboxError::Case::invalidWrite);
     }
+    const std::string longText((std::size_t{1} << 20U) + 1, 'x');
+    EXPECT_TRUE(Observed(opened().add(write(Op::addSearchHistory, longText))).error<OutboxError>());
     accept(write(Op::addSearchHistory, ""));
 }
 

@@ -98,6 +98,7 @@ class Outbox::Core : public std::enable_shared_from_this<Core> {
         bool bindCame = false;  ///< since the request under way was made
         int failures = 0;
         Scheduler::TaskID retry = 0;
+        bool hasNoTimer = false;  ///< none was to be had: the next write or network begins again
     };
     using LanePointer = std::shared_ptr<Lane>;
 
@@ -178,6 +179,7 @@ class Outbox::Core : public std::enable_shared_from_this<Core> {
     [[nodiscard]] Scheduler::WallTime serviceTimeOf(const OutboxEntry& entry) const;
     [[nodiscard]] nanoseconds ageOf(const OutboxEntry& entry) const;
     void removeSoon();
+    void workAfter(nanoseconds delay);
 
     // With the lock held.
     [[nodiscard]] LanePointer laneOf(const std::string& profileID);
@@ -296,15 +298,19 @@ std::vector<OutboxEntry> Outbox::Core::refused() const {
 
 void Outbox::Core::networkIsBack() {
     bool isOpen = false;
+    bool isWorkLeft = false;
     {
         const std::scoped_lock lock(mutex_);
         isOpen = isOpen_;
         for (const auto& [profile, lane] : lanes_) {
             scheduler_->cancel(std::exchange(lane->retry, 0));
+            lane->hasNoTimer = false;
             lane->failures = 0;
         }
+        isWorkLeft = !isOpen || (removal_ == 0 && !(removals_.empty() && refusals_.empty()));
     }
-    isOpen ? runAll() : requestWork();
+    if (isOpen) runAll();
+    if (isWorkLeft) requestWork();
 }
 
 void Outbox::Core::bindIsNew(const std::string& profileID) {
@@ -510,10 +516,12 @@ void Outbox::Core::kept(Batch& batch, Storing storing) {
     Events events = std::move(batch.events);
     {
         const std::scoped_lock lock(mutex_);
-        for (const auto& lane : batch.lanes)
+        for (const auto& lane : batch.lanes) {
+            lane->hasNoTimer = false;
             for (auto& [entry, by] : lane->entries.keepPlan())
                 events.push_back(
                     {Kind::superseded, std::move(entry), "a later entry makes it needless", by});
+        }
     }
     storing.unlock();
     const std::string full =
@@ -548,10 +556,7 @@ void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing stori
         refusals_.insert(refusals_.begin(), batch.refusals.begin(), batch.refusals.end());
         if (!removals_.empty() || !refusals_.empty()) {
             events.push_back({Kind::storeFailed, {}, error.what()});
-            if (!isClosed_ && removal_ == 0)
-                removal_ = scheduler_->after(again, [weak = weak_from_this()] {
-                    if (const auto core = weak.lock()) core->requestWork();
-                });
+            if (!isClosed_ && removal_ == 0) workAfter(again);
         }
     }
     storing.unlock();
@@ -600,7 +605,7 @@ void Outbox::Core::run(const LanePointer& lane) {
 
 std::optional<Outbox::Core::Request> Outbox::Core::nextRequest(Lane& lane, Events& events) {
     if (!isOpen_ || isClosed_ || lane.isStarting || lane.awaitsReply || lane.waitsForBind ||
-        lane.retry != 0)
+        lane.retry != 0 || lane.hasNoTimer)
         return std::nullopt;
     if (!lane.isUnderWay && !begin(lane, events)) return std::nullopt;
     lane.isStarting = true;
@@ -781,15 +786,19 @@ void Outbox::Core::postpone(const LanePointer& lane, const DeliveryFailure& fail
     lane->isUnderWay = false;
     events.push_back({Kind::delayed, lane->entries.first(), failure.text, {}, delay});
     lane->entries.end(scheduler_->wallTime());
-    lane->retry = scheduler_->after(delay, [weak = weak_from_this(), lane] {
-        const auto core = weak.lock();
-        if (!core) return;
-        {
-            const std::scoped_lock lock(core->mutex_);
-            lane->retry = 0;
-        }
-        core->run(lane);
-    });
+    try {
+        lane->retry = scheduler_->after(delay, [weak = weak_from_this(), lane] {
+            const auto core = weak.lock();
+            if (!core) return;
+            {
+                const std::scoped_lock lock(core->mutex_);
+                lane->retry = 0;
+            }
+            core->run(lane);
+        });
+    } catch (const std::exception&) {
+        lane->hasNoTimer = true;
+    }
 }
 
 /// The first entry is done with.
@@ -810,9 +819,18 @@ void Outbox::Core::removeSoon() {
     if (!isNow && removal_ != 0) return;
     const auto delay = isNow ? nanoseconds(0) : options_.removalDelay;
     scheduler_->cancel(std::exchange(removal_, 0));
-    removal_ = scheduler_->after(delay, [weak = weak_from_this()] {
-        if (const auto core = weak.lock()) core->requestWork();
-    });
+    workAfter(delay);
+}
+
+/// With no timer to be had the removals wait for the next commit.
+void Outbox::Core::workAfter(nanoseconds delay) {
+    try {
+        removal_ = scheduler_->after(delay, [weak = weak_from_this()] {
+            if (const auto core = weak.lock()) core->requestWork();
+        });
+    } catch (const std::exception&) {
+        removal_ = 0;
+    }
 }
 
 void Outbox::Core::noteDate(const HalvardSling::Headers& headers) {
@@ -849,7 +867,7 @@ bool Outbox::Core::isSettled() const {
     return !isStoring && std::ranges::all_of(lanes_, [](const auto& one) {
         const Lane& lane = *one.second;
         if (lane.isStarting || lane.awaitsReply) return false;
-        return lane.entries.empty() || lane.waitsForBind || lane.retry != 0;
+        return lane.entries.empty() || lane.waitsForBind || lane.retry != 0 || lane.hasNoTimer;
     });
 }
 

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 
 #include <KestrinHousehold/outbox/OutboxWrite.hpp>
 #include <KestrinHousehold/outbox/internal/Supersession.hpp>
@@ -18,6 +19,15 @@ bool isText(const OutboxWrite& write) {
            });
 }
 
+/// About how long a write is in the store.
+std::size_t sizeOf(const OutboxWrite& write) {
+    constexpr std::size_t ofShow = 300;
+    std::size_t size = write.profileID.size() + write.brandID.size() + write.itemID.size();
+    for (const auto& show : write.shows)
+        size += ofShow + show.id.value_or("").size() + show.type.value_or("").size();
+    return size;
+}
+
 }  // namespace
 
 std::optional<std::string> problemOf(const OutboxWrite& write) {
@@ -26,6 +36,8 @@ std::optional<std::string> problemOf(const OutboxWrite& write) {
         return "the operation '" + std::string(rawValue(write.operation)) +
                "' changes no list; send it at once";
     if (write.profileID.empty()) return "the write names no profile";
+    constexpr std::size_t longest = std::size_t{1} << 20U;
+    if (sizeOf(write) > longest) return "the write is longer than 1 MiB";
     if (!isText(write)) return "a text of the write is not UTF-8";
     if (kind->change == internal::Change::clear) return std::nullopt;
     const auto items = internal::itemsOf(write);
