@@ -110,6 +110,32 @@ TEST_F(PlaybackReporterTest, BeginsAnewAfterTheEndIfSomebodyMovesThePlayer) {
     EXPECT_THAT(written(), ElementsAre(progress("v", 100, true), progress("v", 7)));
 }
 
+TEST_F(PlaybackReporterTest, WritesTheEndBeforeWhatIsWatchedAgain) {
+    delivery->hold();
+    watching().positionIs(3s);
+    reporter->paused();
+    reporter->finished();
+    reporter->movedTo(0s);
+    delivery->answerNext();
+    EXPECT_THAT(written(), ElementsAre(progress("v", 3), progress("v", 3, true)));
+    delivery->answerNext();
+    EXPECT_THAT(written(), SizeIs(2));
+    reporter->paused();
+    EXPECT_EQ(written().back(), progress("v", 0));
+}
+
+TEST_F(PlaybackReporterTest, TakesAnEndThatWasNotTakenForNoEndOfWhatIsWatchedAgain) {
+    delivery->hold();
+    watching().positionIs(100s);
+    reporter->finished();
+    reporter->movedTo(3s);
+    delivery->answerNext(FakeDelivery::failing(networkIsAway()));
+    delivery->onSend(&FakeDelivery::accept);
+    reporter->paused();
+    EXPECT_THAT(written(),
+                ElementsAre(progress("v", 100, true), progress("v", 100, true), progress("v", 3)));
+}
+
 TEST_F(PlaybackReporterTest, WritesOnlyTheLastOfManyMoves) {
     watching().positionIs(1s);
     for (int at = 0; at < 100; ++at)

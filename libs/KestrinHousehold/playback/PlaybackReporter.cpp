@@ -59,6 +59,7 @@ class PlaybackReporter::Core : public std::enable_shared_from_this<Core> {
         {
             const std::scoped_lock lock(mutex_);
             if (isMove) {
+                keepEnd();
                 isFinished_ = false;
                 isEndToWrite_ = false;
                 position_.reset();
@@ -91,20 +92,33 @@ class PlaybackReporter::Core : public std::enable_shared_from_this<Core> {
     }
 
   private:
+    /// An end that is not written yet stays to be written, before what comes after it.
+    void keepEnd() {
+        if (!isEndToWrite_ || !position_) return;
+        end_ = position_;
+        isEndWanted_ = std::exchange(isWanted_, false);
+    }
+
     void run() {
         for (;;) {
             OutboxWrite write;
             {
                 const std::scoped_lock lock(mutex_);
-                if (isOnItsWay_ || !std::exchange(isWanted_, false)) return;
-                if (!position_ || (!isEndToWrite_ && position_ == written_)) return;
+                if (isOnItsWay_ || !(isWanted_ || isEndWanted_)) return;
+                const bool isEarlierEnd = end_.has_value();
+                const auto position = isEarlierEnd ? std::exchange(end_, std::nullopt) : position_;
+                const bool isEnd = isEarlierEnd || isEndToWrite_;
+                isEndWanted_ = false;
+                if (!isEarlierEnd) isWanted_ = false;
+                if (!position || (!isEnd && position == written_)) return;
                 isOnItsWay_ = true;
                 lastWrite_ = scheduler_->steadyTime();
                 write = {video_.profileID, video_.brandID,
                          KestrinProfile::ProfileOperation::addVideoToHistory, video_.videoID};
-                write.progress = position_;
-                if (std::exchange(isEndToWrite_, false)) write.isComplete = true;
-                written_ = position_;
+                write.progress = position;
+                if (isEnd) write.isComplete = true;
+                if (!isEarlierEnd) isEndToWrite_ = false;
+                written_ = position;
             }
             send(write);
         }
@@ -112,9 +126,9 @@ class PlaybackReporter::Core : public std::enable_shared_from_this<Core> {
 
     void send(const OutboxWrite& write) {
         const auto self = shared_from_this();
-        const bool isEnd = write.isComplete.has_value();
-        const auto failed = [self, isEnd](const std::exception_ptr& error) {
-            self->failed(isEnd, error);
+        const auto end = write.isComplete ? write.progress : std::nullopt;
+        const auto failed = [self, end](const std::exception_ptr& error) {
+            self->failed(end, error);
         };
         try {
             sink_(write, [self] { self->taken(); }, failed);
@@ -131,12 +145,18 @@ class PlaybackReporter::Core : public std::enable_shared_from_this<Core> {
         run();
     }
 
-    void failed(bool isEnd, const std::exception_ptr& error) {
+    /// @param end  the position of the end that was not taken; absent if it was another write
+    void failed(std::optional<std::int64_t> end, const std::exception_ptr& error) {
         {
             const std::scoped_lock lock(mutex_);
             isOnItsWay_ = false;
             written_.reset();
-            if (isEnd) isEndToWrite_ = true;
+            if (end && isFinished_) {
+                isEndToWrite_ = true;
+            } else if (end) {  // somebody watches again: with the next write, and not at once
+                end_ = end;
+                isWanted_ = false;
+            }
         }
         if (options_.failed) options_.failed(error);
         run();
@@ -151,9 +171,11 @@ class PlaybackReporter::Core : public std::enable_shared_from_this<Core> {
     Scheduler::SteadyTime lastWrite_;
     std::optional<std::int64_t> position_;
     std::optional<std::int64_t> written_;
+    std::optional<std::int64_t> end_;  // from before the last move, still to be written
     bool isFinished_ = false;
     bool isEndToWrite_ = false;
     bool isWanted_ = false;
+    bool isEndWanted_ = false;  // `end_`, but nothing that came after it
     bool isOnItsWay_ = false;
 };
 
