@@ -72,12 +72,15 @@ void Attempts::start() {
 }
 
 void Attempts::attempt() try {
-    std::optional<rxcpp::composite_subscription> subscription(std::in_place);
-    const rxcpp::composite_subscription begun = *subscription;
+    const rxcpp::composite_subscription begun;
+    rxcpp::composite_subscription former = begun;  // let go of without the lock
     {
         const std::scoped_lock lock(mutex_);
         if (hasEnded_) return;
-        rest_.attempt.swap(subscription);
+        if (rest_.attempt)
+            std::swap(*rest_.attempt, former);
+        else
+            rest_.attempt.emplace(begun);
     }
     send(begun);
 } catch (...) {
