@@ -43,9 +43,10 @@ void FakeScheduler::advance(nanoseconds duration) {
     };
     while (!tasks_.empty() && tasks_.begin()->first.first <= end) {
         passUntil(std::max(now_, tasks_.begin()->first.first));
-        const Task task = std::move(tasks_.extract(tasks_.begin()).mapped());
+        Task task = std::move(tasks_.extract(tasks_.begin()).mapped());
         lock.unlock();
         task();
+        task = nullptr;  // without the lock: what it holds may come back here
         lock.lock();
     }
     passUntil(std::max(now_, end));
