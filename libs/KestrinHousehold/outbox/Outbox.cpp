@@ -59,7 +59,7 @@ OutboxError storeError(const std::exception_ptr& error) {
 
 /// Everything behind an outbox. Nothing of the application's is called with `mutex_` held, but the
 /// scheduler.
-class Outbox::Core : public std::enable_shared_from_this<Core> {
+class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_from_this<Core> {
   public:
     Core(std::shared_ptr<OutboxStore> store, std::shared_ptr<OutboxDelivery> delivery,
          std::shared_ptr<Scheduler> scheduler, OutboxOptions options)
