@@ -45,7 +45,8 @@ PlaybackSink sendWith(std::shared_ptr<OutboxDelivery> delivery) {
 }
 
 /// Shared with the writes on their way.
-class [[gnu::visibility("hidden")]] PlaybackReporter::Core : public std::enable_shared_from_this<Core> {
+class [[gnu::visibility("hidden")]] PlaybackReporter::Core
+    : public std::enable_shared_from_this<Core> {
   public:
     Core(PlaybackVideo video, PlaybackSink sink, std::shared_ptr<Scheduler> scheduler,
          PlaybackOptions options)
