@@ -20,13 +20,9 @@ namespace {
 
 class Run {
   public:
-    Run(ActingProfile& profile, const BatchOptions& options, const std::vector<BatchItem>& items,
+    Run(Session& session, const BatchOptions& options, const std::vector<BatchItem>& items,
         const BatchWork& work)
-        : profile_(profile),
-          session_(profile.session()),
-          options_(options),
-          items_(items),
-          work_(work) {}
+        : session_(session), options_(options), items_(items), work_(work) {}
 
     /// Works through the items; a signal ends it early.
     void execute() {
@@ -34,13 +30,11 @@ class Run {
             items_.size(), session_.options.dryRun ? 1 : options_.jobs,
             [this](std::size_t index) { return request(index); },
             [this](std::size_t index, const std::exception_ptr& error) {
-                if (error && !mayEnd() && mayRetry(index, error)) return NextStep::retry;
                 end(index, error);
                 showProgress();
                 return mayEnd() ? NextStep::stop : NextStep::proceed;
             }};
         interrupted_ = !sendAll(session_.interruption(), requests);
-        if (wasRefusedLate_ && !isRefused_) profile_.restoreBind();
         session_.terminal.progress({});
     }
 
@@ -56,16 +50,8 @@ class Run {
 
   private:
     ConcurrentRequests::Request request(std::size_t index) {
-        binds_.insert_or_assign(index, profile_.bind());
-        return work_.request(profile_.bind(), items_[index].text);
-    }
-
-    /// Whether there is another bind than the one under which an item was refused.
-    bool mayRetry(std::size_t index, const std::exception_ptr& error) {
-        if (!isForbidden(error)) return false;
-        const bool isLate = binds_.at(index) != profile_.bind();
-        wasRefusedLate_ = wasRefusedLate_ || isLate;
-        return isLate || profile_.renewBindAfter(error);
+        ++begun_;
+        return work_.request(items_[index].text);
     }
 
     [[nodiscard]] bool mayEnd() const { return options_.failFast && !failures_.empty(); }
@@ -75,7 +61,6 @@ class Run {
             ++done_;
             return;
         }
-        isRefused_ = isRefused_ || isForbidden(error);
         const auto& failure = failures_.emplace(index, describe(error)).first->second;
         if (!session_.options.verbose) return;
         session_.terminal.progress({});
@@ -101,8 +86,8 @@ class Run {
     }
 
     /// How many were in flight when a signal came: the service may have done them or not.
-    [[nodiscard]] std::size_t aborted() const { return binds_.size() - done_ - failures_.size(); }
-    [[nodiscard]] std::size_t untried() const { return items_.size() - binds_.size(); }
+    [[nodiscard]] std::size_t aborted() const { return begun_ - done_ - failures_.size(); }
+    [[nodiscard]] std::size_t untried() const { return items_.size() - begun_; }
 
     [[nodiscard]] JSONDictionary summary() const {
         std::vector<JSONDictionary> failures;
@@ -134,16 +119,13 @@ class Run {
                            shortened(printable(item.text), mostColumns), failure.message);
     }
 
-    ActingProfile& profile_;
     Session& session_;
     const BatchOptions& options_;
     const std::vector<BatchItem>& items_;
     const BatchWork& work_;
-    std::map<std::size_t, KestrinConfigManager::AnonymousBind> binds_;  // that each was sent with
+    std::size_t begun_ = 0;
     std::size_t done_ = 0;
     bool interrupted_ = false;
-    bool wasRefusedLate_ = false;  // under a bind that had been replaced meanwhile
-    bool isRefused_ = false;       // for good
     std::map<std::size_t, Failure> failures_;
 };
 
@@ -160,9 +142,11 @@ void addBatch(CLI::App& command, BatchOptions& options, const std::string& item,
                      "Start no request after a failure; otherwise the rest is still done");
 }
 
-ExitCode runBatch(ActingProfile& profile, const BatchOptions& options,
-                  const std::vector<BatchItem>& items, const BatchWork& work) {
-    Run run(profile, options, items, work);
+ExitCode runBatch(Session& session, const KestrinHousehold::ProfileSession& acting,
+                  const BatchOptions& options, const std::vector<BatchItem>& items,
+                  const BatchWork& work) {
+    static_cast<void>(session.waitFor(acting.bind()));
+    Run run(session, options, items, work);
     run.execute();
     return run.report();
 }

@@ -7,10 +7,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "ActingProfile.hpp"
 #include "BatchItems.hpp"
 #include "ConcurrentRequests.hpp"
 #include "ExitCode.hpp"
+#include "Session.hpp"
 
 namespace KestrinProfileCLI {
 
@@ -23,10 +23,8 @@ struct BatchOptions {
 
 /// What is done with each item.
 struct BatchWork {
-    using Bind = KestrinConfigManager::AnonymousBind;
-
     /// The request for an item; may throw, which is a failure of this item.
-    std::function<ConcurrentRequests::Request(const Bind& bind, const std::string& item)> request;
+    std::function<ConcurrentRequests::Request(const std::string& item)> request;
     std::string done;   ///< what was done, e.g. "added"
     std::string where;  ///< where, e.g. "to the favourites"
 };
@@ -37,9 +35,11 @@ void addBatch(CLI::App& command, BatchOptions& options, const std::string& item,
 
 /// Does the work with every item, several at once, and prints the result: how much was done, and
 /// the failure of the first item that failed. Shows a progress bar on a terminal.
+/// @param acting  who does it; the work is not begun if there is no bind
 /// @return the code of that failure, or ok
 /// @throws CommandError if a signal came, after the requests in flight were aborted
-ExitCode runBatch(ActingProfile& profile, const BatchOptions& options,
-                  const std::vector<BatchItem>& items, const BatchWork& work);
+ExitCode runBatch(Session& session, const KestrinHousehold::ProfileSession& acting,
+                  const BatchOptions& options, const std::vector<BatchItem>& items,
+                  const BatchWork& work);
 
 }  // namespace KestrinProfileCLI

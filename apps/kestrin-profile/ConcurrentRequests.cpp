@@ -60,7 +60,6 @@ class Sender {
     void end(std::size_t index, const std::exception_ptr& error) {
         open_.erase(index);
         const NextStep next = requests_.ended(index, error);
-        if (next == NextStep::retry) start(index);
         if (next == NextStep::stop) mayStart_ = false;
     }
 

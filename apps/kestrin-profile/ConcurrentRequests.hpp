@@ -14,7 +14,6 @@ namespace KestrinProfileCLI {
 /// What follows the end of a request.
 enum class NextStep {
     proceed,  ///< the next request may start
-    retry,    ///< this one is sent again
     stop,     ///< no more requests start; those in flight go on
 };
 

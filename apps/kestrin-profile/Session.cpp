@@ -9,6 +9,7 @@
 #include <KestrinConfigManager/WebService.hpp>
 
 #include "CurlCommand.hpp"
+#include "HiddenBinds.hpp"
 #include "Paths.hpp"
 #include "PrivateDirectories.hpp"
 
@@ -44,6 +45,7 @@ std::string asText(const HalvardSling::TransferLog& log) {
 }  // namespace
 
 Session::~Session() {
+    household_.reset();
     HalvardSling::setDefaultTransport(nullptr);
     saveBinds();
 }
@@ -76,9 +78,11 @@ void Session::hideSecrets(const KestrinConfigManager::Configuration& configurati
 void Session::loadBinds(const fs::path& file) {
     const fs::path base = stateDirectory();
     if (const auto refusal = makePrivateDirectories(base, file.parent_path()))
-        return terminal.note("warning: binds are not kept: " + printable(*refusal));
-    store_ = std::make_shared<FileBindStore>(base / file);
-    if (const auto warning = ConfigurationManager::sharedInstance().useBindStore(store_))
+        terminal.note("warning: binds are not kept: " + printable(*refusal));
+    else
+        store_ = std::make_shared<FileBindStore>(base / file);
+    const auto hidden = std::make_shared<HiddenBinds>(terminal, store_);
+    if (const auto warning = ConfigurationManager::sharedInstance().useBindStore(hidden))
         terminal.note("warning: " + printable(*warning));
 }
 
@@ -92,6 +96,26 @@ std::shared_ptr<HalvardSling::Transport> Session::newTransport() const {
             terminal.note(asText(log));
         };
     return std::make_shared<HalvardSling::CurlTransport>(std::move(transport));
+}
+
+KestrinHousehold::HouseholdOptions Session::householdOptions() const {
+    KestrinHousehold::HouseholdOptions household;
+    if (options.verbose)
+        household.log = [this](const KestrinHousehold::HouseholdEvent& event) {
+            terminal.note(event.text());
+        };
+    return household;
+}
+
+const KestrinHousehold::Household& Session::household() {
+    if (!household_) household_.emplace(householdOptions());
+    return *household_;
+}
+
+KestrinHousehold::ProfileSession Session::profile(const std::string& profileID) {
+    if (options.dryRun)
+        ConfigurationManager::sharedInstance().storeBind({profileID, std::string(unknownToken)});
+    return household().session(profileID);
 }
 
 void Session::saveBinds() {

@@ -11,6 +11,7 @@
 #include <HalvardSling/rx/Observable.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
+#include <KestrinHousehold/session/Household.hpp>
 
 #include "DryRun.hpp"
 #include "ExitCode.hpp"
@@ -36,7 +37,7 @@ class Session {
     explicit Session(Interruption& interruption) : interruption_(interruption) {}
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
-    /// Ends the transport, so that no event comes after, and keeps the binds.
+    /// Ends household and transport, so that no event comes after, and keeps the binds.
     ~Session();
 
     Options options;
@@ -50,6 +51,13 @@ class Session {
     /// @throws CommandError if the configuration has problems
     void configure();
 
+    /// The household that the configuration names, made with its first use.
+    [[nodiscard]] const KestrinHousehold::Household& household();
+
+    /// A profile of the household. In a dry run it has a bind, whose token stands for one that is
+    /// not known.
+    [[nodiscard]] KestrinHousehold::ProfileSession profile(const std::string& profileID);
+
     /// Subscribes, and waits for the one value.
     /// @return the value
     /// @throws the sequence's error; `OnlyShown` in a dry run, after the request was shown;
@@ -61,17 +69,18 @@ class Session {
     /// The signals that came.
     [[nodiscard]] Interruption& interruption() const noexcept { return interruption_; }
 
-    /// Waits until the binds are on the disk; warns if they cannot be saved.
-    void saveBinds();
-
   private:
     void hideSecrets(const KestrinConfigManager::Configuration& configuration);
     /// @param file  relative to the state directory
     void loadBinds(const std::filesystem::path& file);
     [[nodiscard]] std::shared_ptr<HalvardSling::Transport> newTransport() const;
+    [[nodiscard]] KestrinHousehold::HouseholdOptions householdOptions() const;
+    /// Waits until the binds are on the disk; warns if they cannot be saved.
+    void saveBinds();
 
     Interruption& interruption_;
     std::shared_ptr<KestrinConfigManager::FileBindStore> store_;
+    std::optional<KestrinHousehold::Household> household_;
 };
 
 template <class T>

@@ -100,13 +100,24 @@ TEST_F(BindCommand, AnUnknownProfileIsNotFound) {
     EXPECT_THAT(result.output, IsEmpty());
 }
 
-TEST_F(BindCommand, ABlockedProfileIsRefusedAndTheHeldBindsAreDropped) {
+TEST_F(BindCommand, AnotherProfilesBindIsObtainedAnewEachTime) {
+    startService();
+    const std::string created = outputOf({"profiles", "create", "Anna", "--json"});
+    const auto parsed = JSONDictionary::parse(created);
+    const std::string id(*std::get<JSONDictionary>(parsed).text("profileId"));
+    for (int time = 0; time < 2; ++time)
+        for (const std::string& name : {id, std::string("Anna")})
+            EXPECT_THAT(runConfigured({"bind", "--profile", name, "-v"}).errors,
+                        HasSubstr("/v1/binds -> 200"));
+}
+
+TEST_F(BindCommand, ABlockedProfileIsRefusedAndTheBindsOfOthersStay) {
     startService({"--block", "blocked"});
     ASSERT_EQ(runConfigured({"bind"}).code, 0);
     const auto result = runConfigured({"bind", "blocked"});
     EXPECT_EQ(result.code, 4);
     EXPECT_THAT(result.errors, HasSubstr("403"));
-    EXPECT_THAT(runConfigured({"bind"}).output, HasSubstr("obtained from the service"));
+    EXPECT_THAT(runConfigured({"bind"}).output, HasSubstr("held"));
 }
 
 TEST_F(BindCommand, AServiceThatIsNotThereIsANetworkError) {

@@ -13,6 +13,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using TestSupport::CommandLine;
@@ -160,6 +161,15 @@ TEST_F(Canary, TheSecretsAreSentAndKeptSoThatTheyCouldBeFound) {
     become({"refusing", [](const std::string& request) { return problem(400, request); }});
     const auto refused = runConfigured({"watchlist", "list"});
     EXPECT_THAT(refused.errors, HasSubstr("JWT ***")) << "the service repeats what it was sent";
+}
+
+TEST_F(Canary, ATokenIsHiddenAlsoWhereNoBindIsKept) {
+    configureFor(server.url(""));
+    write(directory / "state", "a file in the place of the folder");
+    become({"refusing", [](const std::string& request) { return problem(400, request); }});
+    const auto refused = runConfigured({"watchlist", "list"});
+    EXPECT_THAT(refused.errors, AllOf(HasSubstr("binds are not kept"), HasSubstr("JWT ***"),
+                                      Not(HasSubstr(token))));
 }
 
 TEST_F(Canary, NoCommandShowsOrKeepsASecretWhateverTheServiceSays) {

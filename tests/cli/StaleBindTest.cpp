@@ -160,12 +160,30 @@ TEST_F(StaleBind, WhatIsRefusedUnderTheNewOneStaysRefused) {
     EXPECT_EQ(fresh.code, 0) << fresh.errors;
 }
 
-TEST_F(StaleBind, ANewOneIsNotReplaced) {
+TEST_F(StaleBind, OneThatWasObtainedForTheRequestIsNotReplaced) {
     create("Anna");
-    const std::string bob = create("Bob");
-    const auto played = play({"profiles", "delete", bob, "--profile", "Anna"});
+    const auto played = play({"profiles", "create", "Bob", "--profile", "Anna"});
     EXPECT_EQ(played.code, 4);
-    EXPECT_EQ(std::ranges::count(played.requests, "DELETE /v1/profile 403"), 1);
+    EXPECT_THAT(played.requests,
+                ElementsAre("GET /v1/profiles 200", "POST /v1/binds 200", "POST /v1/profiles 403"));
+}
+
+TEST_F(StaleBind, ARefusalLeavesTheBindsOfOthers) {
+    const std::string anna = create("Anna");
+    outputOf({"bind", anna});
+    blockFromNowOn(anna);
+    EXPECT_EQ(play({"history", "list", "--profile", anna}).code, 4);
+    EXPECT_THAT(play({"history", "list"}).requests, ElementsAre("GET /v1/history 200"));
+}
+
+TEST_F(StaleBind, TheLogSaysThatItIsReplaced) {
+    outputOf({"bind"});
+    spoilHeldBinds();
+    const auto played = play({"watchlist", "list"});
+    EXPECT_THAT(played.errors,
+                HasSubstr("personalization-bind-anonymous: a new bind is requested, after 403\n"));
+    EXPECT_THAT(played.errors, HasSubstr("personalization-watchlist-get: sent once more under a "
+                                         "newer bind, after 403\n"));
 }
 
 TEST_F(StaleBind, WhereNoNewOneCanBeHadTheRefusalStands) {

@@ -274,6 +274,67 @@ TEST_F(SessionBind, ThatAnApplicationStoredMeanwhileIsUsedInsteadOfARequest) {
     EXPECT_THAT(sent(), ElementsAre("personalization-history-get with JWT stored"));
 }
 
+TEST_F(SessionBind, IsObtainedAnewWhereAnotherIsAskedForAndUsedFromThenOn) {
+    manager.storeBind({"q", "q's"});
+    manager.storeBind({"p", "old"});
+    const auto household = this->household();
+    const auto session = household.session("p");
+    const Observed<AnonymousBind> renewed(session.renewBind());
+    const Observed<AnonymousBind> waiting(session.bind());
+    EXPECT_THAT(sent(), ElementsAre("bind"));
+    answerBind("p", "new");
+    EXPECT_THAT(renewed.values(), ElementsAre(AnonymousBind("p", "new")));
+    EXPECT_THAT(waiting.values(), ElementsAre(AnonymousBind("p", "new")));
+    EXPECT_THAT(manager.heldBinds().binds,
+                UnorderedElementsAre(AnonymousBind("p", "new"), AnonymousBind("q", "q's")));
+    const List list(session.history());
+    EXPECT_EQ(sent().back(), "personalization-history-get with JWT new");
+}
+
+TEST_F(SessionBind, ThatWasStoredMeanwhileIsReplacedTooWhereAnotherIsAskedFor) {
+    const auto household = this->household();
+    const auto session = household.session("p");
+    manager.storeBind({"p", "stored"});
+    const Observed<AnonymousBind> renewed(session.renewBind());
+    answerBind("p", "new");
+    EXPECT_THAT(renewed.values(), ElementsAre(AnonymousBind("p", "new")));
+}
+
+TEST_F(SessionBind, IsObtainedOnceForAllThatAskForAnotherAtATime) {
+    manager.storeBind({"p", "old"});
+    const auto household = this->household();
+    const auto session = household.session("p");
+    const Observed<AnonymousBind> one(session.renewBind());
+    const Observed<AnonymousBind> two(session.renewBind());
+    EXPECT_THAT(sent(), ElementsAre("bind"));
+    answerBind("p", "new");
+    EXPECT_EQ(one.values(), two.values());
+    const Observed<AnonymousBind> next(session.renewBind());
+    EXPECT_THAT(sent(), ElementsAre("bind", "bind"));
+}
+
+TEST_F(SessionBind, ThatWasGivenUpIsUsedNoMoreIfNoOtherCanBeHad) {
+    manager.storeBind({"p", "old"});
+    const auto household = this->household();
+    const auto session = household.session("p");
+    const Observed<AnonymousBind> renewed(session.renewBind());
+    answer(reply(500));
+    EXPECT_EQ(renewed.error<SlingError>().value().statusCode(), 500);
+    EXPECT_THAT(manager.heldBinds().binds, IsEmpty());
+    const List next(session.history());
+    EXPECT_THAT(sent(), ElementsAre("bind", "bind"));
+}
+
+TEST_F(SessionBind, IsNotObtainedAnewAfterTheEndOfTheHousehold) {
+    manager.storeBind({"p", "old"});
+    auto household = std::make_unique<KestrinHousehold::Household>(options());
+    const auto session = household->session("p");
+    household.reset();
+    const Observed<AnonymousBind> renewed(session.renewBind());
+    EXPECT_EQ(renewed.error<SlingError>().value().kind(), Error::cancelled);
+    EXPECT_THAT(transport->requests(), IsEmpty());
+}
+
 TEST_F(SessionBind, OfAProfileThatWasDeletedIsForgotten) {
     manager.storeBind({"parent", "t"});
     manager.storeBind({"p", "p's"});

@@ -7,16 +7,14 @@
 
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
-#include <KestrinProfile/service/Profile.hpp>
 
-#include "../ActingProfile.hpp"
+#include "../Profiles.hpp"
 #include "Commands.hpp"
 
 namespace KestrinProfileCLI {
 
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::ConfigurationManager;
-using KestrinProfile::Profile;
 
 namespace {
 
@@ -40,18 +38,24 @@ bool mayBeName(ExitCode code) {
     return code == ExitCode::notFound || code == ExitCode::usage || code == ExitCode::validation;
 }
 
+/// A new bind of a profile; the parent's, if it is held and valid, is used again.
+AnonymousBind bindFor(Session& session, const std::string& profileID) {
+    const auto profile = session.household().session(profileID);
+    const bool isParent = profileID == ConfigurationManager::parentProfileID();
+    return session.waitFor(isParent ? profile.bind() : profile.renewBind());
+}
+
 /// The bind of a profile. Only what is no identifier is looked up as a name, so that a bind can be
 /// had even if the parent's cannot.
 AnonymousBind bindOf(Session& session, const std::string& nameOrID) {
-    const Profile profile;
     try {
-        return session.waitFor(profile.requestAnonymousBind(nameOrID));
+        return bindFor(session, nameOrID);
     } catch (...) {
         if (!mayBeName(describe(std::current_exception()).code)) throw;
-        ActingProfile parent(session, ConfigurationManager::parentProfileID());
-        const auto user = Household(parent).seek(nameOrID);
+        const auto parent = session.profile(ConfigurationManager::parentProfileID());
+        const auto user = KnownProfiles(session, parent).seek(nameOrID);
         if (!user || user->profileID == nameOrID) throw;
-        return session.waitFor(profile.requestAnonymousBind(user->profileID));
+        return bindFor(session, user->profileID.value_or(nameOrID));
     }
 }
 
@@ -59,7 +63,6 @@ ExitCode obtainBind(Session& session, const std::optional<std::string>& nameOrID
     session.configure();
     const auto before = ConfigurationManager::profileBind(true);
     const AnonymousBind bind = bindOf(session, nameOrID ? *nameOrID : actingProfileID(session));
-    session.saveBinds();
     print(session, bind, before == bind);
     return ExitCode::ok;
 }

@@ -1,18 +1,15 @@
-#include <array>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
-#include <KestrinProfile/params/ProfileParams.hpp>
-#include <KestrinProfile/service/Profile.hpp>
-
-#include "../ActingProfile.hpp"
 #include "../Batch.hpp"
 #include "../Confirmation.hpp"
 #include "../Format.hpp"
+#include "../Profiles.hpp"
 #include "../Results.hpp"
 #include "../Watch.hpp"
 #include "Commands.hpp"
@@ -21,19 +18,18 @@ namespace KestrinProfileCLI {
 
 using HalvardSling::Observable;
 using HalvardSling::Response;
-using KestrinConfigManager::AnonymousBind;
-using KestrinProfile::Profile;
-using KestrinProfile::ProfileParams;
+using KestrinHousehold::ProfileSession;
 using KestrinProfile::Types;
 using KestrinProfile::UserProfile;
 using KestrinProfile::UserProfileElement;
 
 namespace {
 
-using Write = Observable<Response> (Profile::*)(ProfileParams) const;
-using Read = Observable<UserProfile> (Profile::*)(ProfileParams) const;
+using Read = Observable<UserProfile> (ProfileSession::*)() const;
+using Write = Observable<Response> (ProfileSession::*)(std::string) const;
+using WriteAll = Observable<Response> (ProfileSession::*)() const;
 
-/// One of a profile's lists: its words, and the operations of the library.
+/// One of a profile's lists: its words, and the operations of a session.
 struct ListKind {
     const char* command;
     const char* description;
@@ -41,11 +37,10 @@ struct ListKind {
     const char* item;      ///< the heading of its identifiers
     const char* argument;  ///< an identifier on the command line
     const char* argumentText;
-    std::optional<std::string> ProfileParams::* identifier;
     Read read;
-    Write add;
+    Write add;  ///< null: with the progress
     Write remove;
-    Write clear;
+    WriteAll clear;
 };
 
 constexpr const char* aVideo = "The identifier of a video";
@@ -54,19 +49,19 @@ constexpr const char* aShow = "The identifier of a show";
 // clang-format off
 constexpr ListKind history{
     "history", "What a profile has watched", "the history",
-    "VIDEO", "VIDEO_ID", aVideo, &ProfileParams::videoID,
-    &Profile::requestHistory, &Profile::addHistoryVideo, &Profile::deleteVideoHistory,
-    &Profile::clearHistory};
+    "VIDEO", "VIDEO_ID", aVideo,
+    &ProfileSession::history, nullptr, &ProfileSession::deleteVideoHistory,
+    &ProfileSession::clearHistory};
 constexpr ListKind favorites{
     "favorites", "The shows that a profile likes", "the favorites",
-    "SHOW", "SHOW_ID", aShow, &ProfileParams::showID,
-    &Profile::requestFavorites, &Profile::addFavoriteShow, &Profile::deleteFavoriteShow,
-    &Profile::clearFavorites};
+    "SHOW", "SHOW_ID", aShow,
+    &ProfileSession::favorites, &ProfileSession::addFavoriteShow,
+    &ProfileSession::deleteFavoriteShow, &ProfileSession::clearFavorites};
 constexpr ListKind watchList{
     "watchlist", "The videos that a profile wants to watch", "the watch list",
-    "VIDEO", "VIDEO_ID", aVideo, &ProfileParams::videoID,
-    &Profile::requestWatchList, &Profile::addWatchListVideo, &Profile::deleteWatchListVideo,
-    &Profile::clearWatchList};
+    "VIDEO", "VIDEO_ID", aVideo,
+    &ProfileSession::watchList, &ProfileSession::addWatchListVideo,
+    &ProfileSession::deleteWatchListVideo, &ProfileSession::clearWatchList};
 // clang-format on
 
 /// How far the videos were watched, as it is typed.
@@ -95,25 +90,16 @@ ListFormat formatOf(const ListOptions& options) {
 
 ExitCode list(Session& session, const ListOptions& options) {
     session.configure();
-    const std::string profileID = actingProfileID(session);
-    const std::string brand = brandOf(session);
+    const auto acting = actingProfileOfBrand(session);
     return show(session, options.watch, [&] {
-        const auto found =
-            ActingProfile(session, profileID).waitFor([&](const AnonymousBind& bind) {
-                return (Profile().*options.kind.read)(ProfileParams(bind, brand));
-            });
-        return linesOf(session, found, formatOf(options));
+        return linesOf(session, session.waitFor((acting.*options.kind.read)()), formatOf(options));
     });
 }
 
 ExitCode progress(Session& session, const ListOptions& options) {
     session.configure();
-    const std::string brand = brandOf(session);
-    const auto found = ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
-        ProfileParams params(bind, brand);
-        params.videoID = options.videoID;
-        return Profile().requestVideoHistory(std::move(params));
-    });
+    const auto acting = actingProfileOfBrand(session);
+    const auto found = session.waitFor(acting.videoHistory(options.videoID));
     if (found.elements && found.elements->empty())
         throw CommandError({ExitCode::notFound,
                             fmt::format("the history has no video '{}'", options.videoID),
@@ -123,56 +109,46 @@ ExitCode progress(Session& session, const ListOptions& options) {
     return ExitCode::ok;
 }
 
-std::int64_t progressOf(const Watched& watched) {
-    if (const auto seconds = durationOf(watched.progress)) return *seconds;
+std::chrono::seconds progressOf(const Watched& watched) {
+    if (const auto seconds = durationOf(watched.progress)) return std::chrono::seconds(*seconds);
     throw CommandError({ExitCode::usage, fmt::format("'{}' is not a time", watched.progress),
                         "give --progress in seconds, or as m:ss or h:mm:ss"});
 }
 
-/// What is done with each of the named items.
-struct Change {
-    Write operation;
-    const char* done;
-    const char* preposition;
-    std::optional<std::int64_t> progress = std::nullopt;
-};
-
-ExitCode change(Session& session, const ListOptions& options, const Change& what) {
+ExitCode add(Session& session, const ListOptions& options) {
+    const ListKind& kind = options.kind;
+    const bool hasProgress = kind.add == nullptr;
+    const auto progress = hasProgress ? progressOf(options.watched) : std::chrono::seconds(0);
     session.configure();
     const auto items = readBatchItems(options.batch.items, session.interruption());
-    const std::string brand = brandOf(session);
-    const auto request = [&](const AnonymousBind& bind, const std::string& item) {
-        ProfileParams params(bind, brand);
-        params.progress = what.progress;
-        params.isComplete = options.watched.isComplete;
-        params.*options.kind.identifier = item;
-        return (Profile().*what.operation)(std::move(params));
+    const auto acting = actingProfileOfBrand(session);
+    const auto request = [&](const std::string& item) {
+        return hasProgress ? acting.addHistoryVideo(item, progress, options.watched.isComplete)
+                           : (acting.*kind.add)(item);
     };
-    ActingProfile profile(session);
-    return runBatch(
-        profile, options.batch, items,
-        {request, what.done, fmt::format("{} {}", what.preposition, options.kind.name)});
-}
-
-ExitCode add(Session& session, const ListOptions& options) {
-    Change adding{options.kind.add, "added", "to"};
-    if (&options.kind == &history) adding.progress = progressOf(options.watched);
-    return change(session, options, adding);
+    return runBatch(session, acting, options.batch, items,
+                    {request, "added", fmt::format("to {}", kind.name)});
 }
 
 ExitCode remove(Session& session, const ListOptions& options) {
-    return change(session, options, {options.kind.remove, "removed", "from"});
+    session.configure();
+    const auto items = readBatchItems(options.batch.items, session.interruption());
+    const auto acting = actingProfileOfBrand(session);
+    const auto request = [&](const std::string& item) {
+        return (acting.*options.kind.remove)(item);
+    };
+    return runBatch(session, acting, options.batch, items,
+                    {request, "removed", fmt::format("from {}", options.kind.name)});
 }
 
 ExitCode clear(Session& session, const ListOptions& options) {
     session.configure();
-    const std::string brand = brandOf(session);
+    static_cast<void>(brandOf(session));  // before anybody is asked
     confirm(
         session, options.isConfirmed,
         fmt::format("clear {} of the profile '{}'", options.kind.name, actingProfileName(session)));
-    const auto reply = ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
-        return (Profile().*options.kind.clear)(ProfileParams(bind, brand));
-    });
+    const auto acting = actingProfileOfBrand(session);
+    const auto reply = session.waitFor((acting.*options.kind.clear)());
     printDone(session, reply, fmt::format("cleared {}", options.kind.name));
     return ExitCode::ok;
 }
@@ -180,13 +156,10 @@ ExitCode clear(Session& session, const ListOptions& options) {
 ExitCode addMany(Session& session, const ListOptions& options) {
     session.configure();
     const auto items = readBatchItems(options.batch.items, session.interruption());
-    const std::string brand = brandOf(session);
     std::vector<UserProfileElement> elements;
     for (const auto& item : items)
         elements.emplace_back(item.text, Types::show);
-    const auto reply = ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
-        return Profile().addFavoriteShows(ProfileParams(bind, brand, elements));
-    });
+    const auto reply = session.waitFor(actingProfileOfBrand(session).addFavoriteShows(elements));
     printDone(session, reply,
               fmt::format("added {} in one request to the favorites", items.size()));
     return ExitCode::ok;

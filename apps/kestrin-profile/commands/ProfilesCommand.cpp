@@ -4,28 +4,17 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <rxcpp/operators/rx-tap.hpp>
 
-#include <KestrinConfigManager/ConfigurationManager.hpp>
-#include <KestrinProfile/params/ProfileParams.hpp>
-#include <KestrinProfile/params/UserParams.hpp>
-#include <KestrinProfile/service/Profile.hpp>
-
-#include "../ActingProfile.hpp"
 #include "../Batch.hpp"
 #include "../Confirmation.hpp"
+#include "../Profiles.hpp"
 #include "../Results.hpp"
 #include "../Watch.hpp"
 #include "Commands.hpp"
 
 namespace KestrinProfileCLI {
 
-using KestrinConfigManager::AnonymousBind;
-using KestrinConfigManager::ConfigurationManager;
-using KestrinProfile::Profile;
-using KestrinProfile::ProfileParams;
 using KestrinProfile::User;
-using KestrinProfile::UserParams;
 
 namespace {
 
@@ -45,13 +34,9 @@ using Shared = std::shared_ptr<ProfileOptions>;
 
 ExitCode list(Session& session, const ProfileOptions& options) {
     session.configure();
-    const std::string profileID = actingProfileID(session);
-    return show(session, options.watch, [&] {
-        return linesOf(session,
-                       ActingProfile(session, profileID).waitFor([](const AnonymousBind& bind) {
-                           return Profile().getProfiles(bind);
-                       }));
-    });
+    const auto acting = actingProfile(session);
+    return show(session, options.watch,
+                [&] { return linesOf(session, session.waitFor(acting.profiles())); });
 }
 
 ExitCode create(Session& session, const ProfileOptions& options) {
@@ -59,9 +44,7 @@ ExitCode create(Session& session, const ProfileOptions& options) {
     auto user = User::withoutProfileID(*options.name, {}, {}, options.isDefault.value_or(false));
     user.avatar = options.avatar;
     user.group = options.group;
-    print(session, ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
-        return Profile().createProfile(UserParams(bind, user));
-    }));
+    print(session, session.waitFor(actingProfile(session).createProfile(user)));
     return ExitCode::ok;
 }
 
@@ -81,22 +64,13 @@ ExitCode edit(Session& session, const ProfileOptions& options) {
         throw CommandError({ExitCode::usage, "nothing to change",
                             "give --name, --avatar, --group, --default or --not-default"});
     session.configure();
-    ActingProfile profile(session);
-    const User known = Household(profile).find(options.profile);
+    const auto acting = actingProfile(session);
+    const User known = KnownProfiles(session, acting).find(options.profile);
     if (session.options.dryRun && !options.isDefault)
         session.terminal.note("note: a dry run looks nothing up, so \"default\" is sent as false");
-    const auto reply = profile.waitFor([&](const AnonymousBind& bind) {
-        return Profile().editProfile(UserParams(bind, changed(known, options)));
-    });
+    const auto reply = session.waitFor(acting.editProfile(changed(known, options)));
     printDone(session, reply, fmt::format("changed {}", *known.profileID));
     return ExitCode::ok;
-}
-
-/// Drops the bind held for a profile that is gone.
-void dropBind(const std::string& profileID) {
-    auto& manager = ConfigurationManager::sharedInstance();
-    manager.setBindProfileID(profileID);
-    manager.setBindToken(std::nullopt);
 }
 
 /// What is asked before profiles are deleted.
@@ -110,25 +84,18 @@ ExitCode remove(Session& session, const ProfileOptions& options) {
     session.configure();
     const auto items = readBatchItems(options.batch.items, session.interruption());
     confirm(session, options.isConfirmed, questionFor(items));
-    ActingProfile profile(session);
-    const Household household(profile);
-    const auto request = [&](const AnonymousBind& bind, const std::string& nameOrID) {
-        const User user = household.find(nameOrID);
-        return Profile().deleteProfile(UserParams(bind, user)) |
-               rxcpp::operators::tap(
-                   [id = *user.profileID](const HalvardSling::Response&) { dropBind(id); });
+    const auto acting = actingProfile(session);
+    const KnownProfiles known(session, acting);
+    const auto request = [&](const std::string& nameOrID) {
+        return acting.deleteProfile(known.find(nameOrID).profileID.value_or(nameOrID));
     };
-    return runBatch(profile, options.batch, items, {request, "deleted", "profiles"});
+    return runBatch(session, acting, options.batch, items, {request, "deleted", "profiles"});
 }
 
 ExitCode validate(Session& session, const ProfileOptions& options) {
     session.configure();
-    const std::string brand = brandOf(session);
-    const auto reply = ActingProfile(session).waitFor([&](const AnonymousBind& bind) {
-        ProfileParams params(bind, brand);
-        params.userName = *options.name;
-        return Profile().validateProfileName(std::move(params));
-    });
+    const auto acting = actingProfileOfBrand(session);
+    const auto reply = session.waitFor(acting.validateProfileName(*options.name));
     printDone(session, reply, fmt::format("'{}' is available", *options.name));
     return ExitCode::ok;
 }

@@ -3,33 +3,22 @@
 
 #include <fmt/format.h>
 
-#include <KestrinProfile/params/SearchParams.hpp>
-#include <KestrinProfile/service/Profile.hpp>
-
-#include "../ActingProfile.hpp"
 #include "../Batch.hpp"
 #include "../Confirmation.hpp"
+#include "../Profiles.hpp"
 #include "../Results.hpp"
 #include "Commands.hpp"
 
 namespace KestrinProfileCLI {
-
-using KestrinConfigManager::AnonymousBind;
-using KestrinProfile::Profile;
-using KestrinProfile::SearchParams;
-using KestrinProfile::Types;
 
 namespace {
 
 ExitCode add(Session& session, const BatchOptions& options) {
     session.configure();
     const auto items = readBatchItems(options.items, session.interruption());
-    const std::string brand = brandOf(session);
-    const auto request = [&](const AnonymousBind& bind, const std::string& text) {
-        return Profile().addSearchHistory(SearchParams(text, Types::none, bind, brand));
-    };
-    ActingProfile profile(session);
-    return runBatch(profile, options, items, {request, "added", "to the search history"});
+    const auto acting = actingProfileOfBrand(session);
+    const auto request = [&](const std::string& text) { return acting.addSearchHistory(text); };
+    return runBatch(session, acting, options, items, {request, "added", "to the search history"});
 }
 
 ExitCode removeAll(Session& session, const bool& isConfirmed) {
@@ -38,9 +27,7 @@ ExitCode removeAll(Session& session, const bool& isConfirmed) {
     confirm(
         session, isConfirmed,
         fmt::format("delete the search history of the profile '{}'", actingProfileName(session)));
-    const auto reply = ActingProfile(session).waitFor([&](const AnonymousBind& /*selected*/) {
-        return Profile().deleteSearchHistory(brand);  // It takes the selected profile's bind.
-    });
+    const auto reply = session.waitFor(actingProfileOfBrand(session).deleteSearchHistory());
     printDone(session, reply, fmt::format("deleted the search history of the brand {}", brand));
     return ExitCode::ok;
 }

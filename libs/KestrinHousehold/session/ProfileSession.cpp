@@ -127,6 +127,14 @@ Observable<AnonymousBind> ProfileSession::bind() const {
                                            });
 }
 
+Observable<AnonymousBind> ProfileSession::renewBind() const {
+    return rxcpp::observable<>::create<AnonymousBind>(
+        [session = *this](const rxcpp::subscriber<AnonymousBind>& subscriber) {
+            session.actor_->bind->giveUp();
+            session.bind().subscribe(subscriber);
+        });
+}
+
 Observable<Response> ProfileSession::validateProfileName(std::string name) const {
     ListFields fields;
     fields.userName = std::move(name);

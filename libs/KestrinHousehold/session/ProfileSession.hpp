@@ -84,6 +84,11 @@ class KESTRIN_HOUSEHOLD_EXPORT ProfileSession {
     /// The profile's bind: the held one at once, or a new one, which is then held.
     [[nodiscard]] Observable<AnonymousBind> bind() const;
 
+    /// A new bind, also if one is held, which is given up: for when the service has changed what
+    /// the profile may do. If a bind is being obtained already, it is that one. If none can be had,
+    /// the profile has none, and its next call tries anew.
+    [[nodiscard]] Observable<AnonymousBind> renewBind() const;
+
     // The household's profiles, as far as the service lets this one see and change them.
 
     /// Asks whether a name may be given to a profile.

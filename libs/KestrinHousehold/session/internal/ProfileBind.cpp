@@ -152,6 +152,15 @@ void ProfileBind::forget() {
     held_.reset();
 }
 
+void ProfileBind::giveUp() {
+    const std::scoped_lock lock(mutex_);
+    if (isClosed_ || request_) return;
+    if (!isUsableLocked()) adoptHeldLocked();
+    if (!held_) return;
+    refused_ = std::exchange(held_, nullptr);
+    isLost_ = false;
+}
+
 void ProfileBind::close() {
     std::vector<std::shared_ptr<Attempts>> running;
     std::shared_ptr<BindRequest> request;

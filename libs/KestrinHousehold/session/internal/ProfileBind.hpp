@@ -59,6 +59,10 @@ class ProfileBind : public std::enable_shared_from_this<ProfileBind> {
     /// Forgets the bind.
     void forget();
 
+    /// Forgets the bind, also if the configuration manager holds it still, so that the next call
+    /// obtains another.
+    void giveUp();
+
     /// Forgets the bind, and ends all calls.
     void close();
 
