@@ -3,7 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include <KestrinProfile/service/Error.hpp>
+#include <KestrinHousehold/error/Error.hpp>
 
 namespace {
 
@@ -11,7 +11,7 @@ namespace {
 /// The text for the viewer; empty: there is nothing to say.
 std::string textFor(const std::exception_ptr& error) {
     using enum KestrinProfile::ErrorNotice;
-    switch (KestrinProfile::whatToShow(error)) {
+    switch (KestrinHousehold::whatToShow(error)) {
         case nothing:
             return {};
         case noNetwork:
@@ -26,6 +26,8 @@ std::string textFor(const std::exception_ptr& error) {
             return "Please choose something else.";
         case notSecure:
             return "This network is not safe.";
+        case noSpace:
+            return "Your device is full.";
         default:
             return "Something went wrong. Please update the app.";
     }
@@ -33,7 +35,7 @@ std::string textFor(const std::exception_ptr& error) {
 
 /// The line for the log. It never holds a token.
 std::string logLine(const std::exception_ptr& error) {
-    const auto description = KestrinProfile::describe(error);
+    const auto description = KestrinHousehold::describe(error);
     return std::string(description.domain) + " " + std::to_string(description.code) + ": " +
            description.message;
 }
@@ -53,6 +55,9 @@ TEST(ErrorRecipe, DoesNotSayThatAPasswordIsWrongWhenTheServiceIsDown) {
     EXPECT_EQ(textFor(status(422)), "Please choose something else.");
     EXPECT_EQ(textFor(std::make_exception_ptr(SlingError(SlingErrorKind::nameNotResolved, "x"))),
               "You are offline.");
+    using KestrinHousehold::OutboxError;
+    EXPECT_EQ(textFor(std::make_exception_ptr(OutboxError(OutboxError::Case::notStored))),
+              "Your device is full.");
 }
 
 TEST(ErrorRecipe, LogsWhatHappened) {

@@ -165,6 +165,9 @@ TEST(WhatToShowTest, HasAName) {
     EXPECT_EQ(name(ErrorNotice::nothing), "nothing");
     EXPECT_EQ(name(ErrorNotice::notSecure), "notSecure");
     EXPECT_EQ(name(ErrorNotice::unknown), "unknown");
+    EXPECT_EQ(name(ErrorNotice::noSpace), "noSpace");
+    EXPECT_EQ(name(static_cast<ErrorNotice>(static_cast<int>(ErrorNotice::noSpace) + 1)),
+              "unknown");
 }
 
 /// Which handler an error reaches.

@@ -47,6 +47,7 @@ enum class ErrorNotice {
     /// The application, its configuration or the service is at fault: update or report it.
     broken,
     unknown,  ///< an error that is not of these libraries
+    noSpace,  ///< the device keeps nothing any more: free space on it
 };
 
 /// The name of a notice, e.g. "noNetwork".
