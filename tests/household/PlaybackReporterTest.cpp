@@ -68,6 +68,29 @@ TEST_F(PlaybackReporterTest, WritesAtOnceWhenPausedOrInTheBackgroundButNothingTw
     EXPECT_THAT(written(), SizeIs(1));
 }
 
+TEST_F(PlaybackReporterTest, BeginsTheIntervalAnewWhenAPausedVideoGoesOn) {
+    watch(0s, 15s);
+    reporter->paused();
+    EXPECT_THAT(written(), ElementsAre(progress("v", 10), progress("v", 14)));
+    scheduler->advance(1h);
+    reporter->positionIs(14s);  // some players tell it over and over
+    scheduler->advance(1h);
+    reporter->positionIs(14500ms);
+    watch(15s, 24s);
+    EXPECT_THAT(written(), SizeIs(2));
+    watch(24s, 26s);
+    EXPECT_THAT(written(), SizeIs(3));
+    EXPECT_EQ(written().back(), progress("v", 25));
+}
+
+TEST_F(PlaybackReporterTest, WritesAMoveOfAPausedVideo) {
+    watch(0s, 15s);
+    reporter->paused();
+    scheduler->advance(1h);
+    reporter->movedTo(90s);
+    EXPECT_EQ(written().back(), progress("v", 90));
+}
+
 TEST_F(PlaybackReporterTest, NeverWritesAnUnknownPosition) {
     watching().positionIs(std::nullopt);
     reporter->positionIs(-1s);

@@ -68,8 +68,13 @@ class [[gnu::visibility("hidden")]] PlaybackReporter::Core
             const bool isNeededForEnd = isEndToWrite_ && !position_;
             if (!position || *position < nanoseconds(0) || (isFinished_ && !isNeededForEnd)) return;
             position_ = std::chrono::floor<std::chrono::seconds>(*position).count();
-            const auto elapsed = scheduler_->steadyTime() - lastWrite_;
-            if (!isNeededForEnd && elapsed < options_.interval) return;
+            const auto now = scheduler_->steadyTime();
+            // What was written when it was paused is not old when it goes on.
+            if (isPaused_ && !isMove && written_ && position_ != written_) {
+                isPaused_ = false;
+                lastWrite_ = now;
+            }
+            if (!isNeededForEnd && now - lastWrite_ < options_.interval) return;
         }
         writeNow();
     }
@@ -79,6 +84,14 @@ class [[gnu::visibility("hidden")]] PlaybackReporter::Core
             const std::scoped_lock lock(mutex_);
             isFinished_ = true;
             isEndToWrite_ = true;
+        }
+        writeNow();
+    }
+
+    void paused() {
+        {
+            const std::scoped_lock lock(mutex_);
+            isPaused_ = true;
         }
         writeNow();
     }
@@ -173,6 +186,7 @@ class [[gnu::visibility("hidden")]] PlaybackReporter::Core
     std::optional<std::int64_t> position_;
     std::optional<std::int64_t> written_;
     std::optional<std::int64_t> end_;  // from before the last move, still to be written
+    bool isPaused_ = false;            // and not known to have gone on
     bool isFinished_ = false;
     bool isEndToWrite_ = false;
     bool isWanted_ = false;
@@ -198,7 +212,7 @@ void PlaybackReporter::movedTo(std::optional<nanoseconds> position) {
 }
 
 void PlaybackReporter::paused() {
-    core_->writeNow();
+    core_->paused();
 }
 
 void PlaybackReporter::inBackground() {

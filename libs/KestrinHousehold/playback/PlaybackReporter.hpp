@@ -74,7 +74,8 @@ class KESTRIN_HOUSEHOLD_EXPORT PlaybackReporter {
     /// @param position  as above; absent: until a position is told, none is known
     void movedTo(std::optional<std::chrono::nanoseconds> position);
 
-    /// The video was paused. Writes the position at once.
+    /// The video was paused. Writes the position at once. The interval begins anew with the first
+    /// other position that comes then.
     void paused();
 
     /// The application goes to the background. Writes the position at once.
