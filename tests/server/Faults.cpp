@@ -14,15 +14,17 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <string>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "support/CallJudge.hpp"
+
 namespace {
+
+using TestSupport::CallTarget;
+using TestSupport::SystemCall;
 
 std::string variable(const char* name) {
     const char* value = std::getenv(name);
@@ -35,8 +37,7 @@ std::string inFolder(const std::string& name) {
 
 /// The error number of a fault; 0 if it is not turned on.
 int faultOf(const char* name) {
-    const int file = static_cast<int>(
-        ::syscall(SYS_openat, AT_FDCWD, inFolder(name).c_str(), O_RDONLY | O_CLOEXEC));
+    const int file = ::open(inFolder(name).c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) return 0;
     char digits[8] = {};
     const ssize_t size = ::read(file, digits, sizeof digits - 1);
@@ -44,16 +45,9 @@ int faultOf(const char* name) {
     return size > 0 ? std::atoi(digits) : 0;
 }
 
-std::string pathOf(int file) {
-    const std::string link = "/proc/self/fd/" + std::to_string(file);
-    char path[4096] = {};
-    const ssize_t size = ::readlink(link.c_str(), path, sizeof path);
-    return size > 0 ? std::string(path, static_cast<std::size_t>(size)) : "";
-}
-
-bool isData(int file) {
+bool isData(const CallTarget& target) {
     const std::string folder = variable("KESTRIN_DATA");
-    return !folder.empty() && pathOf(file).starts_with(folder + "/");
+    return !folder.empty() && target.path().starts_with(folder + "/");
 }
 
 bool isInterruptedNow() {
@@ -61,28 +55,8 @@ bool isInterruptedNow() {
     return faultOf("interrupted") != 0 && calls++ % 2 == 0;
 }
 
-template <class Function>
-Function original(const char* name, Function) {
-    return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
-}
-
-/// -1 with an error, or how much of the size to write.
-ssize_t allowedOf(int file, std::size_t size) {
-    if (!isData(file)) return static_cast<ssize_t>(size);
-    if (isInterruptedNow()) {
-        errno = EINTR;
-        return -1;
-    }
-    if (const int error = faultOf("write")) {
-        errno = error;
-        return -1;
-    }
-    return static_cast<ssize_t>(faultOf("short") != 0 && size > 1 ? size / 2 : size);
-}
-
-/// Keeps the file as it is now, whole or not at all.
-void keep(int file) {
-    const std::string from = pathOf(file);
+/// Keeps a file as it is now, whole or not at all.
+void keep(const std::string& from) {
     const std::string to = inFolder("durable" + from.substr(from.rfind('/')));
     const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
     const int copy = ::open((to + ".new").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -95,68 +69,54 @@ void keep(int file) {
     ::rename((to + ".new").c_str(), to.c_str());
 }
 
-int synced(int file) {
-    if (!isData(file)) return 0;
-    if (const int error = faultOf("sync")) {
-        errno = error;
-        return -1;
-    }
-    if (faultOf("forget") == 0) keep(file);
-    return 0;
-}
-
 /// Notes each failure, so that a test sees how often it was tried.
-int refusedConnection(int error) {
+void noteRefusedConnection() {
     const int file = ::open(inFolder("refused").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     ::syscall(SYS_write, file, "x", 1);
     ::close(file);
-    errno = error;
-    return -1;
+}
+
+int errorOfThread() {
+    static std::atomic<int> left = std::atoi(variable("KESTRIN_THREADS_BEFORE").c_str());
+    const int error = faultOf("thread");
+    return error != 0 && left-- <= 0 ? error : 0;
+}
+
+/// As the folder says.
+class FolderJudge final : public TestSupport::CallJudge {
+  public:
+    int errorOf(SystemCall call, const CallTarget& target) override {
+        switch (call) {
+            case SystemCall::write:
+                if (!isData(target)) return 0;
+                return isInterruptedNow() ? EINTR : faultOf("write");
+            case SystemCall::sync:
+                return isData(target) ? faultOf("sync") : 0;
+            case SystemCall::accept: {
+                const int error = faultOf("accept");
+                if (error != 0) noteRefusedConnection();
+                return error;
+            }
+            case SystemCall::thread:
+                return errorOfThread();
+            default:
+                return 0;
+        }
+    }
+
+    std::size_t taken(const CallTarget& target, std::size_t size) override {
+        return size > 1 && isData(target) && faultOf("short") != 0 ? size / 2 : size;
+    }
+
+    bool hasSynced(const CallTarget& target) override {
+        if (isData(target) && faultOf("forget") == 0) keep(target.path());
+        return true;
+    }
+};
+
+[[gnu::constructor]] void begin() {
+    static FolderJudge judge;
+    TestSupport::setCallJudge(&judge);
 }
 
 }  // namespace
-
-extern "C" {
-
-ssize_t write(int file, const void* data, std::size_t size) {
-    const ssize_t allowed = allowedOf(file, size);
-    return allowed < 0 ? -1 : ::syscall(SYS_write, file, data, allowed);
-}
-
-ssize_t pwrite(int file, const void* data, std::size_t size, off_t at) {
-    const ssize_t allowed = allowedOf(file, size);
-    return allowed < 0 ? -1 : ::syscall(SYS_pwrite64, file, data, allowed, at);
-}
-
-ssize_t pwrite64(int file, const void* data, std::size_t size, off64_t at) {
-    return pwrite(file, data, size, at);
-}
-
-int fsync(int file) {
-    return synced(file);
-}
-
-int fdatasync(int file) {
-    return synced(file);
-}
-
-int accept(int socket, sockaddr* address, socklen_t* size) {
-    if (const int error = faultOf("accept")) return refusedConnection(error);
-    static const auto call = original("accept", &accept);
-    return call(socket, address, size);
-}
-
-int accept4(int socket, sockaddr* address, socklen_t* size, int flags) {
-    if (const int error = faultOf("accept")) return refusedConnection(error);
-    static const auto call = original("accept4", &accept4);
-    return call(socket, address, size, flags);
-}
-
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
-                   void* argument) {
-    static std::atomic<int> left = std::atoi(variable("KESTRIN_THREADS_BEFORE").c_str());
-    if (const int error = faultOf("thread"); error != 0 && left-- <= 0) return error;
-    static const auto call = original("pthread_create", &pthread_create);
-    return call(thread, attributes, start, argument);
-}
-}
