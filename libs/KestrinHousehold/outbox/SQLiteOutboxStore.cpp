@@ -230,6 +230,15 @@ class SQLiteOutboxStore::Connection {
         transaction.commit();
     }
 
+    /// Overwrites what a commit that failed may have left in the log. If it was the disk's last
+    /// word that failed, all of it is there, and would count once the process was killed.
+    void forgetFailed() const {
+        try {
+            file.run("PRAGMA user_version = 1");  // as it is
+        } catch (const SQLiteError&) {  // the disk takes nothing: there is no more to be done
+        }
+    }
+
     SQLiteFile file;
 
   private:
@@ -310,17 +319,29 @@ void SQLiteOutboxStore::finishReplacing() const {
 OutboxStore::Loaded SQLiteOutboxStore::opened() {
     if (const auto damage = silentDamageOf(file_)) return replaced(*damage, {});
     createPrivate(file_);
-    connection_ = std::make_unique<Connection>(file_, waiting_);
-    const SQLiteFile& file = connection_->file;
-    try {
+    const auto read = [this]() -> Loaded {
+        connection_ = std::make_unique<Connection>(file_, waiting_);
         check(file_, *connection_);
-        return {sorted(readAll(file)), {}};
+        return {sorted(readAll(connection_->file)), {}};
+    };
+    // SQLite says of some reads that failed that the file is damaged. Damage stays, so it looks
+    // twice.
+    try {
+        return read();
+    } catch (const Damage&) {
+    } catch (const SQLiteError& error) {
+        if (!error.isDamage() || !connection_) throw;
+    }
+    connection_->file.leaveAsItIs();
+    connection_.reset();
+    try {
+        return read();
     } catch (const Damage& damage) {
         const bool isReadable = damage.kind() == Damage::Kind::damaged;
-        return replaced(damage.what(), isReadable ? readable(file) : Entries());
+        return replaced(damage.what(), isReadable ? readable(connection_->file) : Entries());
     } catch (const SQLiteError& error) {
-        if (!error.isDamage()) throw;
-        return replaced(error.what(), readable(file));
+        if (!error.isDamage() || !connection_) throw;
+        return replaced(error.what(), readable(connection_->file));
     }
 }
 
@@ -355,6 +376,7 @@ void SQLiteOutboxStore::commit(const Change& change) {
     try {
         connection_->commit(change);
     } catch (const SQLiteError& error) {
+        connection_->forgetFailed();
         throw OutboxError(OutboxError::Case::notStored,
                           "'" + file_.string() + "': " + error.what());
     }
