@@ -60,6 +60,32 @@ inline OutboxWrite shows(std::vector<UserProfileElement> elements) {
     return made;
 }
 
+/// The body of a list of such elements.
+inline std::string bodyOf(const std::vector<std::string>& elements) {
+    std::string text = R"({"id": "history", "maxSize": 500, "elements": [)";
+    for (const auto& element : elements)
+        text += (text.back() == '}' ? "," : "") + element;
+    return text + "]}";
+}
+
+/// An element of a list that was added at a time.
+/// @param more  further members, each after a comma
+inline std::string elementOf(const std::string& id, Scheduler::WallTime added,
+                             const std::string& more = {}) {
+    const auto date = std::chrono::floor<std::chrono::microseconds>(added);
+    return R"({"id": ")" + id + R"(", "autoAddTimestamp": ")" +
+           KestrinProfile::DateFormatter::iso8601().text(date) + "\"" + more + "}";
+}
+
+/// The body of a list of elements that were added at times.
+inline std::string listOf(const std::vector<std::pair<std::string, Scheduler::WallTime>>& elements,
+                          const std::string& more = {}) {
+    std::vector<std::string> texts;
+    for (const auto& [id, added] : elements)
+        texts.push_back(elementOf(id, added, more));
+    return bodyOf(texts);
+}
+
 /// A service that has lists and answers as the protocol says.
 class ModelService {
   public:
@@ -68,12 +94,19 @@ class ModelService {
         std::optional<std::string> type{};
         std::optional<std::int64_t> progress{};
         std::optional<bool> isComplete{};
+        Scheduler::WallTime added{};
 
-        friend bool operator==(const Element&, const Element&) = default;
+        /// When it was added plays no part.
+        friend bool operator==(const Element& left, const Element& right) {
+            return std::tie(left.id, left.type, left.progress, left.isComplete) ==
+                   std::tie(right.id, right.type, right.progress, right.isComplete);
+        }
     };
     using Lists = std::map<std::tuple<std::string, std::string, std::string>, std::vector<Element>>;
 
-    void apply(const OutboxWrite& write) {
+    /// @param now  by the service's clock
+    void apply(const OutboxWrite& write, Scheduler::WallTime now = {}) {
+        now_ = now;
         switch (write.operation) {
             case Op::addVideoToHistory:
                 return add(write, "history",
@@ -115,7 +148,34 @@ class ModelService {
         return found;
     }
 
+    /// The list of a write as the service sends it.
+    [[nodiscard]] std::string textOf(const OutboxWrite& write) {
+        std::vector<std::string> texts;
+        for (const auto& each : list(write, nameOf(write.operation))) {
+            std::string more;
+            if (each.progress) more += R"(, "progress": )" + std::to_string(*each.progress);
+            if (each.isComplete)
+                more += std::string(R"(, "isCompleted": )") + (*each.isComplete ? "true" : "false");
+            texts.push_back(elementOf(each.id, each.added, more));
+        }
+        return bodyOf(texts);
+    }
+
   private:
+    static std::string nameOf(Op operation) {
+        switch (operation) {
+            case Op::addVideoToHistory:
+            case Op::removeVideoFromHistory:
+            case Op::clearHistory:
+                return "history";
+            case Op::addVideoToWatchList:
+            case Op::removeFromWatchList:
+            case Op::clearWatchList:
+                return "watchlist";
+            default:
+                return "favorites";
+        }
+    }
     std::vector<Element>& list(const OutboxWrite& write, const std::string& name) {
         return lists_[{write.profileID, write.brandID, name}];
     }
@@ -128,6 +188,7 @@ class ModelService {
             if (!element.isComplete) element.isComplete = old->isComplete;
             elements.erase(old);
         }
+        element.added = now_;
         elements.insert(elements.begin(), std::move(element));
     }
     void remove(const OutboxWrite& write, const std::string& name) {
@@ -136,6 +197,7 @@ class ModelService {
     void clear(const OutboxWrite& write, const std::string& name) { list(write, name).clear(); }
 
     Lists lists_;
+    Scheduler::WallTime now_{};
 };
 
 inline Response reply(int status, std::string body = {}, HalvardSling::Headers headers = {}) {
@@ -152,19 +214,6 @@ inline std::exception_ptr status(int code, HalvardSling::Headers headers = {}) {
 
 inline std::exception_ptr networkIsAway() {
     return std::make_exception_ptr(SlingError(SlingErrorKind::cannotConnect, "no network"));
-}
-
-/// The body of a list with one element that was added at a time.
-inline std::string listOf(const std::vector<std::pair<std::string, Scheduler::WallTime>>& elements,
-                          const std::string& more = {}) {
-    std::string text = R"({"id": "history", "maxSize": 500, "elements": [)";
-    for (const auto& [id, added] : elements) {
-        if (text.back() == '}') text += ',';
-        const auto date = std::chrono::floor<std::chrono::microseconds>(added);
-        text += R"({"id": ")" + id + R"(", "autoAddTimestamp": ")" +
-                KestrinProfile::DateFormatter::iso8601().text(date) + "\"" + more + "}";
-    }
-    return text + "]}";
 }
 
 /// A delivery that records what it is asked for, and answers at once unless it is told to wait.
