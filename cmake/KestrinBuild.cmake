@@ -140,3 +140,16 @@ function(kestrin_add_library name)
     install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${name}
             FILES_MATCHING PATTERN "*.hpp" PATTERN "internal" EXCLUDE ${not_installed})
 endfunction()
+
+# kestrin_add_fake(<library> <name> SOURCES …)
+# What the tests of applications use in the place of a part of a library: <library>::<name>, installed
+# with it; a static library of its own, so that no application ships it.
+function(kestrin_add_fake library name)
+    cmake_parse_arguments(arg "" "" "SOURCES" ${ARGN})
+    set(target ${library}${name})
+    add_library(${target} STATIC ${arg_SOURCES})
+    add_library(${library}::${name} ALIAS ${target})
+    set_target_properties(${target} PROPERTIES EXPORT_NAME ${name})
+    target_link_libraries(${target} PUBLIC ${library} PRIVATE $<BUILD_INTERFACE:kestrin_warnings>)
+    install(TARGETS ${target} EXPORT ${library}Targets)
+endfunction()
