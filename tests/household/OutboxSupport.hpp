@@ -1,6 +1,8 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <deque>
 #include <functional>
@@ -10,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <support/Observed.hpp>
+#include <system_error>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -17,6 +20,7 @@
 #include <gmock/gmock.h>
 
 #include <HalvardSling/http/SlingError.hpp>
+#include <KestrinHousehold/outbox/MemoryOutboxStore.hpp>
 #include <KestrinHousehold/outbox/Outbox.hpp>
 #include <KestrinHousehold/testing/FakeScheduler.hpp>
 #include <KestrinProfile/model/DateFormatter.hpp>
@@ -302,6 +306,47 @@ class FakeDelivery final : public KestrinHousehold::OutboxDelivery {
     std::vector<OutboxWrite> sent_;
     std::vector<OutboxWrite> lookedUp_;
     std::deque<std::pair<OutboxWrite, rxcpp::subscriber<Response>>> held_;
+};
+
+/// A store that counts its commits, which can be made to fail.
+class FailingStore final : public KestrinHousehold::OutboxStore {
+  public:
+    [[nodiscard]] Loaded load() override {
+        if (cannotLoad) throw OutboxError(OutboxError::Case::storeUnavailable, "held");
+        return kept.load();
+    }
+    void commit(const Change& change) override {
+        ++commits;
+        if (onCommit) onCommit();
+        if (cannotCommit) throw OutboxError(OutboxError::Case::notStored, "disk full");
+        kept.commit(change);
+    }
+
+    KestrinHousehold::MemoryOutboxStore kept;
+    std::atomic<bool> cannotLoad = false;
+    std::atomic<bool> cannotCommit = false;
+    std::atomic<int> commits = 0;
+    std::function<void()> onCommit{};
+};
+
+/// A time that stands still, and counts the tasks that it runs: each is a wake-up. It can run out
+/// of threads.
+class FailingScheduler final : public Scheduler {
+  public:
+    [[nodiscard]] SteadyTime steadyTime() const override { return kept.steadyTime(); }
+    [[nodiscard]] WallTime wallTime() const override { return kept.wallTime(); }
+    TaskID after(std::chrono::nanoseconds delay, Task task) override {
+        if (hasNoThread) throw std::system_error(EAGAIN, std::generic_category());
+        return kept.after(delay, [this, task = std::move(task)] {
+            ++wakeUps;
+            task();
+        });
+    }
+    void cancel(TaskID task) noexcept override { kept.cancel(task); }
+
+    FakeScheduler kept;
+    std::atomic<bool> hasNoThread = false;
+    std::atomic<std::size_t> wakeUps = 0;
 };
 
 /// The events of an outbox, from any thread.

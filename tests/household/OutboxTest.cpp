@@ -1,65 +1,24 @@
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <iterator>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
 
-#include <KestrinHousehold/outbox/MemoryOutboxStore.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
 
 #include "OutboxSupport.hpp"
 
 using namespace HouseholdTest;
-using KestrinHousehold::MemoryOutboxStore;
 using KestrinHousehold::OutboxOptions;
 using KestrinHousehold::OutboxState;
-using KestrinHousehold::OutboxStore;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace {
-
-/// A store whose commits can be made to fail.
-class FailingStore final : public OutboxStore {
-  public:
-    [[nodiscard]] Loaded load() override {
-        if (cannotLoad) throw OutboxError(OutboxError::Case::storeUnavailable, "held");
-        return kept.load();
-    }
-    void commit(const Change& change) override {
-        ++commits;
-        if (onCommit) onCommit();
-        if (cannotCommit) throw OutboxError(OutboxError::Case::notStored, "disk full");
-        kept.commit(change);
-    }
-
-    MemoryOutboxStore kept;
-    std::atomic<bool> cannotLoad = false;
-    std::atomic<bool> cannotCommit = false;
-    std::atomic<int> commits = 0;
-    std::function<void()> onCommit{};
-};
-
-/// A scheduler that can run out of threads.
-class FailingScheduler final : public Scheduler {
-  public:
-    [[nodiscard]] SteadyTime steadyTime() const override { return kept.steadyTime(); }
-    [[nodiscard]] WallTime wallTime() const override { return kept.wallTime(); }
-    TaskID after(std::chrono::nanoseconds delay, Task task) override {
-        if (hasNoThread) throw std::system_error(EAGAIN, std::generic_category());
-        return kept.after(delay, std::move(task));
-    }
-    void cancel(TaskID task) noexcept override { kept.cancel(task); }
-
-    FakeScheduler kept;
-    std::atomic<bool> hasNoThread = false;
-};
 
 class OutboxTest : public testing::Test {
   protected:
@@ -679,39 +638,28 @@ TEST_F(LateOutboxTest, CorrectsTheDifferenceOfTheClocks) {
 
 TEST_F(LateOutboxTest, DoesNotTakeItsOwnWriteForANewerOne) {
     // The first write reaches the service while the second one is accepted, and its reply is lost.
-    delivery->hold();
-    accept(progress("v", 1));
-    ASSERT_TRUE(TestSupport::eventually([&] { return delivery->held() == 1; }));
-    accepted = scheduler->wallTime();
-    accept(progress("v", 2));
-    scheduler->advance(20s);
-    const auto arrived = scheduler->wallTime();
-    scheduler->advance(10s);
-    delivery->onSend(FakeDelivery::failing(networkIsAway()));
-    delivery->answerNext(FakeDelivery::failing(networkIsAway()));
-    settle();
-    scheduler->advance(1h);
-    serviceHas({{"v", arrived}}, R"(, "progress": 1)");
-    delivery->onSend(&FakeDelivery::accept);
-    sentBefore = delivery->sent().size();
-    EXPECT_THAT(sentNow(), ElementsAre(progress("v", 2)));
-}
-
-TEST_F(LateOutboxTest, DoesNotTakeItsOwnWriteForANewerOneAfterARestart) {
-    delivery->hold();
-    accept(progress("v", 1));
-    ASSERT_TRUE(TestSupport::eventually([&] { return delivery->held() == 1; }));
-    accepted = scheduler->wallTime();
-    accept(progress("v", 2));
-    scheduler->advance(20s);
-    const auto arrived = scheduler->wallTime();
-    outbox.reset();
-    scheduler->advance(1h);
-    serviceHas({{"v", arrived}}, R"(, "progress": 1)");
-    delivery->onSend(&FakeDelivery::accept);
-    sentBefore = delivery->sent().size();
-    opened();
-    EXPECT_THAT(sentNow(), ElementsAre(progress("v", 2)));
+    for (const bool isRestarted : {false, true}) {
+        delivery->hold();
+        accept(progress("v", 1));
+        ASSERT_TRUE(TestSupport::eventually([&] { return delivery->held() == 1; }));
+        accept(progress("v", 2));
+        scheduler->advance(20s);
+        const auto arrived = scheduler->wallTime();
+        scheduler->advance(10s);
+        if (isRestarted) {
+            outbox.reset();
+        } else {
+            delivery->onSend(FakeDelivery::failing(networkIsAway()));
+            delivery->answerNext(FakeDelivery::failing(networkIsAway()));
+            settle();
+        }
+        scheduler->advance(1h);
+        serviceHas({{"v", arrived}}, R"(, "progress": 1)");
+        delivery->onSend(&FakeDelivery::accept);
+        sentBefore = delivery->sent().size();
+        opened();
+        EXPECT_THAT(sentNow(), ElementsAre(progress("v", 2))) << isRestarted;
+    }
 }
 
 TEST_F(LateOutboxTest, DoesNotTakeWhatItSendsLateForNewerThanALaterEntry) {

@@ -1,10 +1,7 @@
 // What somebody who watches makes of the network, the disk and the clock: from the player's
 // positions to the requests.
 
-#include <atomic>
-
 #include <KestrinHousehold/outbox/HouseholdDelivery.hpp>
-#include <KestrinHousehold/outbox/MemoryOutboxStore.hpp>
 #include <KestrinHousehold/playback/PlaybackReporter.hpp>
 
 #include "HouseholdFixture.hpp"
@@ -12,40 +9,10 @@
 
 using namespace HouseholdTest;
 using KestrinHousehold::HouseholdDelivery;
-using KestrinHousehold::MemoryOutboxStore;
 using KestrinHousehold::PlaybackReporter;
 using KestrinHousehold::PlaybackVideo;
 
 namespace {
-
-/// A time that stands still, and counts the tasks that it runs: each is a wake-up.
-class CountingScheduler final : public Scheduler {
-  public:
-    [[nodiscard]] SteadyTime steadyTime() const override { return kept.steadyTime(); }
-    [[nodiscard]] WallTime wallTime() const override { return kept.wallTime(); }
-    TaskID after(std::chrono::nanoseconds delay, Task task) override {
-        return kept.after(delay, [this, task = std::move(task)] {
-            ++wakeUps;
-            task();
-        });
-    }
-    void cancel(TaskID task) noexcept override { kept.cancel(task); }
-
-    FakeScheduler kept;
-    std::atomic<std::size_t> wakeUps = 0;
-};
-
-class CountingStore final : public KestrinHousehold::OutboxStore {
-  public:
-    [[nodiscard]] Loaded load() override { return kept.load(); }
-    void commit(const Change& change) override {
-        ++commits;
-        kept.commit(change);
-    }
-
-    MemoryOutboxStore kept;
-    std::atomic<std::size_t> commits = 0;
-};
 
 class WatchingTest : public TestSupport::HouseholdFixture {
   protected:
@@ -95,11 +62,12 @@ class WatchingTest : public TestSupport::HouseholdFixture {
     }
 
     [[nodiscard]] Done done() const {
-        return {transport->requests().size(), store->commits, clock->wakeUps};
+        return {transport->requests().size(), static_cast<std::size_t>(store->commits),
+                clock->wakeUps};
     }
 
-    std::shared_ptr<CountingScheduler> clock = std::make_shared<CountingScheduler>();
-    std::shared_ptr<CountingStore> store = std::make_shared<CountingStore>();
+    std::shared_ptr<FailingScheduler> clock = std::make_shared<FailingScheduler>();
+    std::shared_ptr<FailingStore> store = std::make_shared<FailingStore>();
     std::optional<Household> house;
     std::shared_ptr<Outbox> outbox;
     std::optional<PlaybackReporter> reporter;
@@ -127,6 +95,6 @@ TEST_F(WatchingTest, TakesAtMost360WritesForAnHourAlsoWithPausesAndNothingWhileP
     EXPECT_GE(writes, 350U);
     EXPECT_LE(writes, 360U);
     // Each is stored, and taken out again when the service has it.
-    EXPECT_LE(store->commits, 2 * writes);
+    EXPECT_LE(done().commits, 2 * writes);
     EXPECT_LE(clock->wakeUps, writes);
 }
