@@ -1,7 +1,14 @@
 # Compiler flags and helpers that every target of this project shares.
 
+option(KESTRIN_COMPILE_TOGETHER
+       "Compile many sources of a target as one; a missing include is not found then" OFF)
+
 add_library(kestrin_warnings INTERFACE)
-target_compile_options(kestrin_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+target_compile_options(kestrin_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion)
+if(NOT KESTRIN_COMPILE_TOGETHER)
+    # What one source declares is global for the next.
+    target_compile_options(kestrin_warnings INTERFACE -Wshadow)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # At -O3 GCC 12 sees overlaps in std::string's own functions (GCC bug 105651).
     target_compile_options(kestrin_warnings INTERFACE -Wno-restrict)
@@ -14,6 +21,10 @@ if(KESTRIN_SANITIZE)
     add_compile_options(-fsanitize=${KESTRIN_SANITIZE} -fno-omit-frame-pointer
                         -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${KESTRIN_SANITIZE})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # What a sanitizer adds hides from g++ that a value is there (the manual says so).
+        add_compile_options(-Wno-maybe-uninitialized)
+    endif()
 endif()
 
 # Whoever looks at the libraries closely, or runs the programs under a sanitizer, compiles the programs

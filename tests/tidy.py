@@ -13,7 +13,6 @@ Ends with 1 if there is a finding.
 
 import concurrent.futures
 import dataclasses
-import functools
 import itertools
 import json
 import os
@@ -23,6 +22,9 @@ import shlex
 import shutil
 import subprocess
 import sys
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "cmake"))
+from together import USING, names_of, takes  # noqa: E402
 
 LINES_OF_A_BATCH = 2500
 NOT_READ = {
@@ -34,16 +36,6 @@ NOT_READ = {
 # What a finding does not depend on.
 IRRELEVANT_FLAGS = re.compile(r"-[Og]\d$|-f(PIC|PIE|visibility|instrument)|-Werror$")
 
-# Lines at the scope of a namespace begin at the margin.
-NAMES = [re.compile(pattern, re.MULTILINE) for pattern in (
-    r"^(?:class|struct|enum|enum class|union|concept) (\w+)\b[^;]*$",
-    r"^(?:using|namespace) (\w+) =",
-    r"^# *define (\w+)",
-    r"^(?:\w+_)?(?:TEST|TEST_[FP]|PROP)\((\s*\w+,\s*\w+)",
-    r"^INSTANTIATE_TEST_SUITE_P\((\s*\w+,\s*\w+)",
-    r"^(?!namespace|using|return|template)[A-Za-z][\w:<>,&*\[\] ]*?[ &*](\w+)(?:[({;\[]| =)",
-)]
-USING = re.compile(r"^using ((?:\w*::)+)(\w+);|^(namespace) (\w+) =", re.MULTILINE)
 FINDING = re.compile(r"(/[^:]+):(\d+)(:\d+: (?:error|warning): .*)")
 UNREADABLE = re.compile(r".*\[clang-diagnostic-error")
 PLACE = re.compile(r"(/[^:]+):(\d+)(:\d+: .*)")
@@ -73,7 +65,7 @@ class Batch:
     def takes(self, source):
         macros = {flag.partition("=")[0]: flag for flag in self.flags if flag.startswith("-D")}
         return (self.settings == source.settings and self.lines < LINES_OF_A_BATCH
-                and all(self.names.get(name, what) == what for name, what in source.names.items())
+                and takes(self.names, source.names)
                 and all(macros.get(flag.partition("=")[0], flag) == flag for flag in source.flags))
 
     def add(self, source):
@@ -109,18 +101,6 @@ def commands(build):
         path = pathlib.Path(os.path.relpath(entry["file"]))
         found.setdefault(path, relevant_flags(entry["command"]))
     return found
-
-
-@functools.cache
-def names_of(path):
-    """What stands at the margin of the source and of the headers beside it, and what it stands for."""
-    text = path.read_text()
-    names = {using[2]: using[1] for using in USING.finditer(text) if using[2]}
-    names.update((re.sub(r"\s", "", name), path) for pattern in NAMES for name in pattern.findall(text))
-    for header in re.findall(r'^#include "(.*)"', text, flags=re.MULTILINE):
-        if (path.parent / header).exists():
-            names.update(names_of((path.parent / header).resolve()))
-    return names
 
 
 def read_sources(build, wanted):

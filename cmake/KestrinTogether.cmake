@@ -1,0 +1,70 @@
+# Compiles many sources of each target as one, because most of a source's time goes into the headers of
+# others. Which of them go together says together.py. For builds that show what the programs do: a missing
+# include is not found, and a touched file takes its group with it.
+
+if(NOT KESTRIN_COMPILE_TOGETHER)
+    return()
+endif()
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+
+# kestrin_targets_below(<directory> <result>)
+function(kestrin_targets_below directory result)
+    get_property(targets DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS)
+    get_property(directories DIRECTORY ${directory} PROPERTY SUBDIRECTORIES)
+    foreach(below IN LISTS directories)
+        kestrin_targets_below(${below} more)
+        list(APPEND targets ${more})
+    endforeach()
+    set(${result} ${targets} PARENT_SCOPE)
+endfunction()
+
+# kestrin_sources_of(<target> <result>): those of ours that are compiled as the target says.
+function(kestrin_sources_of target result)
+    get_target_property(sources ${target} SOURCES)
+    get_target_property(directory ${target} SOURCE_DIR)
+    set(found "")
+    foreach(source IN LISTS sources)
+        cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY ${directory})
+        get_source_file_property(options ${source} TARGET_DIRECTORY ${target} COMPILE_OPTIONS)
+        get_source_file_property(definitions ${source} TARGET_DIRECTORY ${target} COMPILE_DEFINITIONS)
+        if(source MATCHES "\\.cpp$" AND NOT options AND NOT definitions
+           AND NOT source MATCHES "^${PROJECT_BINARY_DIR}/")
+            list(APPEND found ${source})
+        endif()
+    endforeach()
+    set(${result} ${found} PARENT_SCOPE)
+endfunction()
+
+function(kestrin_compile_together)
+    kestrin_targets_below(${PROJECT_SOURCE_DIR} targets)
+    set(lines "")
+    foreach(target IN LISTS targets)
+        get_target_property(type ${target} TYPE)
+        if(NOT type MATCHES "EXECUTABLE|LIBRARY" OR type STREQUAL "INTERFACE_LIBRARY")
+            continue()
+        endif()
+        kestrin_sources_of(${target} sources)
+        if(sources)
+            string(REPLACE ";" "\t" sources "${sources}")
+            string(APPEND lines "${target}\t${sources}\n")
+        endif()
+    endforeach()
+    set(list ${PROJECT_BINARY_DIR}/targets.txt)
+    file(WRITE ${list} "${lines}")
+    execute_process(
+        COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/cmake/together.py
+        INPUT_FILE ${list}
+        OUTPUT_VARIABLE groups COMMAND_ERROR_IS_FATAL ANY)
+    string(REGEX MATCHALL "[^\n]+" groups "${groups}")
+    foreach(line IN LISTS groups)
+        string(REPLACE "\t" ";" line "${line}")
+        list(POP_FRONT line target group source)
+        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+            # It takes a source for a header, which should have no namespace without a name.
+            target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+        endif()
+        set_source_files_properties(${source} TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${group})
+    endforeach()
+endfunction()
+kestrin_compile_together()
