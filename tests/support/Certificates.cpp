@@ -14,7 +14,10 @@ namespace {
 
 using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 using X509Certificate = std::unique_ptr<X509, decltype(&X509_free)>;
-using File = std::unique_ptr<std::FILE, decltype(&std::fclose)>;
+struct Close {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, Close>;
 
 void addExtension(X509* certificate, int kind, const std::string& value) {
     const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> extension(
@@ -42,7 +45,7 @@ X509Certificate selfSigned(EVP_PKEY* key, const std::string& hostName) {
 }
 
 File created(const std::string& path) {
-    File file(std::fopen(path.c_str(), "w"), &std::fclose);
+    File file(std::fopen(path.c_str(), "w"));
     if (!file) throw std::runtime_error("the test certificate cannot be written");
     return file;
 }
