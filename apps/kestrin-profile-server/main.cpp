@@ -48,7 +48,7 @@ void serve(const Options& options) {
             *options.configuration,
             clientConfiguration(service.baseURL(), options.brand, service.household()));
     }
-    std::cout << "kestrin-profile-server ready on " << service.baseURL() << std::endl;
+    std::cout << "kestrin-profile-server ready on " << service.baseURL() << '\n' << std::flush;
     waitForStop();
     service.stop();
 }
@@ -62,7 +62,7 @@ int run(int count, const char* const* arguments) {
     try {
         serve(std::get<Options>(parsed));
     } catch (const std::exception& error) {
-        std::cerr << "kestrin-profile-server: " << error.what() << std::endl;
+        std::cerr << "kestrin-profile-server: " << error.what() << '\n';
         return failure;
     }
     return cleanStop;

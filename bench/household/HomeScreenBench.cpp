@@ -31,7 +31,6 @@ using Bench::Clock;
 using Bench::HomeService;
 using Bench::PlainRequests;
 using benchmark::State;
-using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::ConfigurationManager;
 using KestrinHousehold::Household;
 using KestrinHousehold::ProfileSession;

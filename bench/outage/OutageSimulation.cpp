@@ -31,7 +31,6 @@ namespace {
 
 using KestrinHousehold::RetryPolicy;
 using KestrinHousehold::Scheduler;
-using KestrinHousehold::internal::FailedAttempt;
 using KestrinHousehold::internal::Retries;
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;

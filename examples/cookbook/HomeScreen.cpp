@@ -52,7 +52,7 @@ class WatchListScreen {
         (session.watchList() | HalvardSling::deliverOn(std::move(userInterface)))
             .subscribe(
                 subscription_, [this](const UserProfile& list) { show(list); },
-                [this](std::exception_ptr error) { showError(error); }, [] {});
+                [this](const std::exception_ptr& error) { showError(error); }, [] {});
     }
     WatchListScreen(const WatchListScreen&) = delete;
     WatchListScreen& operator=(const WatchListScreen&) = delete;
@@ -117,7 +117,7 @@ TEST_F(HomeScreenRecipe, ShowsNothingOnceItIsClosed) {
     std::vector<std::function<void()>> queue;
     {
         const WatchListScreen screen(home_.session(),
-                                     [&](std::function<void()> task) { queue.push_back(task); });
+                                     [&](std::function<void()> task) { queue.push_back(std::move(task)); });
         EXPECT_EQ(transport->waiting().size(), 1U);
     }
     EXPECT_EQ(transport->cancelled(), 1U);
@@ -127,7 +127,7 @@ TEST_F(HomeScreenRecipe, ShowsNothingOnceItIsClosed) {
 TEST_F(HomeScreenRecipe, ShowsTheListOnTheThreadThatDraws) {
     std::vector<std::function<void()>> queue;
     const WatchListScreen screen(home_.session(),
-                                 [&](std::function<void()> task) { queue.push_back(task); });
+                                 [&](std::function<void()> task) { queue.push_back(std::move(task)); });
     answer(reply(200, R"({"data":[]})"));
     for (std::size_t i = 0; i < queue.size(); ++i) queue[i]();
     EXPECT_FALSE(screen.hasFailed);

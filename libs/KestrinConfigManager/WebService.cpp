@@ -60,6 +60,7 @@ std::string_view name(BodyForm form) noexcept {
 std::vector<std::pair<std::string_view, std::int64_t>> configuredValues(
     const HalvardSling::RequestPolicy& policy) {
     std::vector<std::pair<std::string_view, std::int64_t>> values;
+    values.reserve(internal::requestPolicyOptions.size());
     for (const auto& option : internal::requestPolicyOptions)
         values.emplace_back(option.key, option.get(policy));
     return values;

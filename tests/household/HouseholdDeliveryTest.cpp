@@ -9,9 +9,6 @@ using namespace HouseholdTest;
 using KestrinHousehold::HouseholdDelivery;
 using KestrinHousehold::LaterSession;
 using KestrinHousehold::MemoryOutboxStore;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
 using testing::SizeIs;
 
 namespace {

@@ -229,12 +229,12 @@ class FakeDelivery final : public KestrinHousehold::OutboxDelivery {
         subscriber.on_next(reply(204));
         subscriber.on_completed();
     }
-    static Answer failing(std::exception_ptr error) {
+    static Answer failing(const std::exception_ptr& error) {
         return [error](const OutboxWrite&, const rxcpp::subscriber<Response>& subscriber) {
             subscriber.on_error(error);
         };
     }
-    static Answer answering(Response response) {
+    static Answer answering(const Response& response) {
         return [response](const OutboxWrite&, const rxcpp::subscriber<Response>& subscriber) {
             subscriber.on_next(response);
             subscriber.on_completed();

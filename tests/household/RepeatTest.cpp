@@ -13,7 +13,6 @@
 
 namespace {
 
-using KestrinHousehold::CallOptions;
 using KestrinProfile::User;
 using KestrinProfile::UserProfile;
 using testing::ElementsAre;

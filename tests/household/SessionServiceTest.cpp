@@ -18,8 +18,6 @@
 
 namespace {
 
-using HalvardSling::Response;
-using KestrinConfigManager::AnonymousBind;
 using KestrinHousehold::Household;
 using KestrinHousehold::HouseholdEvent;
 using KestrinHousehold::HouseholdOptions;

@@ -14,7 +14,6 @@ namespace {
 
 using KestrinConfigManager::AnonymousBind;
 using KestrinHousehold::CallOptions;
-using KestrinHousehold::ProfileSession;
 using KestrinProfile::Profile;
 using KestrinProfile::ProfileParams;
 using KestrinProfile::SearchParams;

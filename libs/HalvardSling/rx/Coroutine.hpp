@@ -55,7 +55,7 @@ class Wait : public std::enable_shared_from_this<Wait<T>> {
         try {
             executor_([self = this->shared_from_this()] { self->resumeOnce(); });
         } catch (...) {
-            // Shut down: nobody is left who may resume it, so it stays suspended.
+            return;  // shut down: nobody is left who may resume it, so it stays suspended
         }
     }
 

@@ -11,9 +11,8 @@ using Kept = LaterSession::Kept;
 LaterSession::LaterSession(const ProfileSession& session, std::shared_ptr<Outbox> outbox)
     : outbox_(std::move(outbox)),
       profileID_(session.profileID()),
-      brandID_(session.options().brandID
-                   ? *session.options().brandID
-                   : KestrinProfile::ProfileParams().brandID.value_or(std::string())) {}
+      brandID_(session.options().brandID.value_or(
+          KestrinProfile::ProfileParams().brandID.value_or(std::string()))) {}
 
 OutboxWrite LaterSession::write(ProfileOperation operation, std::string itemID) const {
     return {profileID_, brandID_, operation, std::move(itemID)};

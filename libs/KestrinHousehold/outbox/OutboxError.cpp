@@ -26,10 +26,10 @@ const Text& textOf(OutboxError::Case value) noexcept {
     return texts.at(static_cast<std::size_t>(value));
 }
 
-std::string textOf(OutboxError::Case value, std::string_view detail) {
+std::runtime_error textOf(OutboxError::Case value, std::string_view detail) {
     std::string text = textOf(value).what;
     if (!detail.empty()) text.append(": ").append(detail);
-    return text;
+    return std::runtime_error(text);
 }
 
 }  // namespace

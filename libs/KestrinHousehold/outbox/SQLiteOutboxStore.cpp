@@ -165,7 +165,8 @@ std::optional<std::int64_t> readFrom(const SQLiteFile& file, const char* query, 
             last = rows.integer(0);
             takeRow(rows, entries);
         }
-    } catch (const SQLiteError&) {  // as far as it went
+    } catch (const SQLiteError&) {
+        return last;  // as far as it went
     }
     return last;
 }
@@ -189,7 +190,8 @@ Entries readable(const SQLiteFile& file) {
             row.reset();
             row.bind(1, number);
             if (row.step()) takeRow(row, entries);
-        } catch (const SQLiteError&) {  // this one is lost
+        } catch (const SQLiteError&) {
+            continue;  // this one is lost
         }
     }
     return entries;
@@ -209,23 +211,18 @@ class SQLiteOutboxStore::Connection {
     }
 
     void commit(const OutboxStore::Change& change) {
-        if (!put_) {
-            put_.emplace(file,
-                         "INSERT OR REPLACE INTO kestrin_outbox (number, entry, checksum)"
-                         " VALUES (?, ?, ?)");
-            remove_.emplace(file, "DELETE FROM kestrin_outbox WHERE number = ?");
-        }
+        auto& [put, remove] = statements();
         SQLiteTransaction transaction(file);
         for (const auto number : change.remove) {
-            remove_->bind(1, number);
-            remove_->runOnce();
+            remove.bind(1, number);
+            remove.runOnce();
         }
         for (const auto& entry : change.put) {
             const auto text = internal::textOf(entry);
-            put_->bind(1, entry.number);
-            put_->bind(2, text);
-            put_->bind(3, internal::checksumOf(entry.number, text));
-            put_->runOnce();
+            put.bind(1, entry.number);
+            put.bind(2, text);
+            put.bind(3, internal::checksumOf(entry.number, text));
+            put.runOnce();
         }
         transaction.commit();
     }
@@ -242,8 +239,22 @@ class SQLiteOutboxStore::Connection {
     SQLiteFile file;
 
   private:
-    std::optional<SQLiteStatement> put_;
-    std::optional<SQLiteStatement> remove_;
+    struct Statements {
+        SQLiteStatement put;
+        SQLiteStatement remove;
+    };
+
+    /// Prepared when the table is there.
+    Statements& statements() {
+        if (!statements_)
+            statements_.emplace(Statements{{file,
+                                            "INSERT OR REPLACE INTO kestrin_outbox (number, entry, "
+                                            "checksum) VALUES (?, ?, ?)"},
+                                           {file, "DELETE FROM kestrin_outbox WHERE number = ?"}});
+        return *statements_;
+    }
+
+    std::optional<Statements> statements_;
 };
 
 namespace {

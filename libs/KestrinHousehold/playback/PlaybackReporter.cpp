@@ -13,8 +13,8 @@ namespace {
 
 /// Subscribes so that exactly one of the functions is called.
 template <class T>
-void follow(const HalvardSling::Observable<T>& observable, std::function<void()> taken,
-            std::function<void(const std::exception_ptr&)> failed) {
+void follow(const HalvardSling::Observable<T>& observable, const std::function<void()>& taken,
+            const std::function<void(const std::exception_ptr&)>& failed) {
     const auto isTaken = std::make_shared<std::atomic<bool>>(false);
     observable.subscribe(
         [isTaken, taken](const T&) {
@@ -31,16 +31,18 @@ void follow(const HalvardSling::Observable<T>& observable, std::function<void()>
 }  // namespace
 
 PlaybackSink keepIn(std::shared_ptr<Outbox> outbox) {
-    return [outbox = std::move(outbox)](const OutboxWrite& write, std::function<void()> taken,
-                                        std::function<void(const std::exception_ptr&)> failed) {
-        follow(outbox->add(write), std::move(taken), std::move(failed));
-    };
+    return
+        [outbox = std::move(outbox)](const OutboxWrite& write, const std::function<void()>& taken,
+                                     const std::function<void(const std::exception_ptr&)>& failed) {
+            follow(outbox->add(write), taken, failed);
+        };
 }
 
 PlaybackSink sendWith(std::shared_ptr<OutboxDelivery> delivery) {
-    return [delivery = std::move(delivery)](const OutboxWrite& write, std::function<void()> taken,
-                                            std::function<void(const std::exception_ptr&)> failed) {
-        follow(delivery->send(write), std::move(taken), std::move(failed));
+    return [delivery = std::move(delivery)](
+               const OutboxWrite& write, const std::function<void()>& taken,
+               const std::function<void(const std::exception_ptr&)>& failed) {
+        follow(delivery->send(write), taken, failed);
     };
 }
 

@@ -36,7 +36,7 @@ ProfileSession Household::session() const {
     return session(ConfigurationManager::parentProfileID());
 }
 
-ProfileSession Household::session(std::string profileID) const {
+ProfileSession Household::session(const std::string& profileID) const {
     return ProfileSession(std::make_shared<const internal::Actor>(
         internal::Actor{state_, state_->bindOf(profileID)}));
 }

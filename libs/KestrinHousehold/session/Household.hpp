@@ -60,7 +60,7 @@ class KESTRIN_HOUSEHOLD_EXPORT Household {
     [[nodiscard]] ProfileSession session() const;
 
     /// The session of a profile. Sends nothing, and does not ask whether there is such a profile.
-    [[nodiscard]] ProfileSession session(std::string profileID) const;
+    [[nodiscard]] ProfileSession session(const std::string& profileID) const;
 
     /// Connects to the hosts of the configured services, so that later calls find a connection and
     /// save the round trips of TCP and TLS: for the start of the application, before it knows what

@@ -59,7 +59,7 @@ void merge_inner(const std::shared_ptr<State>& state, const composite_subscripti
     const auto end = make_subscriber<T>(
         lifetime,
         [state](auto&& value) { state->out.on_next(std::forward<decltype(value)>(value)); },
-        [state](std::exception_ptr error) { state->out.on_error(error); },
+        [state](std::exception_ptr error) { state->out.on_error(std::move(error)); },
         [state] { state->completed(); });
     state->coordinator.in(inner).subscribe(state->coordinator.out(end));
 }
@@ -80,7 +80,7 @@ void merge_into(const subscriber<T>& out, const observable<V, Source>& source, c
             const auto inner = member_of(state->out, state);
             merge_inner<T>(state, inner, state->select(std::forward<decltype(value)>(value)));
         },
-        [state](std::exception_ptr error) { state->out.on_error(error); },
+        [state](std::exception_ptr error) { state->out.on_error(std::move(error)); },
         [state] { state->completed(); });
     state->coordinator.in(source).subscribe(state->coordinator.out(end));
 }

@@ -67,7 +67,7 @@ void zip_one(const std::shared_ptr<State>& state, const observable<V, Source>& s
             std::get<Index>(state->queues).values.push_back(std::forward<decltype(value)>(value));
             state->combine();
         },
-        [state](std::exception_ptr error) { state->out.on_error(error); },
+        [state](std::exception_ptr error) { state->out.on_error(std::move(error)); },
         [state] {
             std::get<Index>(state->queues).completed = true;
             if (--state->pending == 0) state->out.on_completed();

@@ -67,9 +67,9 @@ bool SQLiteStatement::step() {
     const int result = sqlite3_step(statement_.get());
     if (result == SQLITE_ROW) return true;
     if (result != SQLITE_DONE) {
-        const SQLiteError error = file_->error();
+        SQLiteError error = file_->error();
         sqlite3_reset(statement_.get());
-        throw error;
+        throw SQLiteError(std::move(error));
     }
     return false;
 }
