@@ -6,8 +6,8 @@
 #include <string>
 
 #include "household/DelayProxy.hpp"
+#include "household/DevelopmentService.hpp"
 #include "http/Nginx.hpp"
-#include "support/Program.hpp"
 
 namespace Bench {
 
@@ -28,9 +28,7 @@ class HomeService {
     [[nodiscard]] DelayProxy& way() noexcept { return way_; }
 
   private:
-    TestSupport::TemporaryDirectory directory_;
-    TestSupport::Program service_;
-    std::string serviceOrigin_;
+    DevelopmentService service_;
     Nginx nginx_;
     DelayProxy way_;
     std::string origin_;
