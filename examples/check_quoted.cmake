@@ -1,7 +1,10 @@
-# Fails unless README contains the whole of EXAMPLE.
+# Fails unless README contains the whole of EXAMPLE, as code of LANGUAGE (cpp by default).
+if(NOT LANGUAGE)
+    set(LANGUAGE cpp)
+endif()
 file(READ "${README}" readme)
 file(READ "${EXAMPLE}" example)
-string(FIND "${readme}" "```cpp\n${example}```" place)
+string(FIND "${readme}" "```${LANGUAGE}\n${example}```" place)
 if(place EQUAL -1)
     message(FATAL_ERROR "${README} does not quote ${EXAMPLE} as it is")
 endif()

@@ -17,7 +17,12 @@ Household::Household(HouseholdOptions options)
           std::move(options.retry),
           options.scheduler ? std::move(options.scheduler) : std::make_shared<TimerThread>(),
           std::move(options.log), std::move(options.random))) {
-    state_->adoptHeldBinds();
+    try {
+        state_->adoptHeldBinds();
+    } catch (...) {
+        state_->close();  // else it and its binds, which own each other, would stay
+        throw;
+    }
 }
 
 Household::Household(Household&&) noexcept = default;

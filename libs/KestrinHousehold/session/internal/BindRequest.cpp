@@ -1,3 +1,4 @@
+#include <exception>
 #include <utility>
 
 #include <KestrinHousehold/session/internal/BindRequest.hpp>
@@ -15,11 +16,13 @@ BindRequest::BindRequest(std::shared_ptr<ProfileBind> bind)
     : Attempts(bind->household(), ProfileOperation::anonymousBind, true, std::nullopt),
       bind_(std::move(bind)) {}
 
-void BindRequest::begin() {
+void BindRequest::begin() try {
     // What is still held there is refused or expired; the parent's would be taken for the reply.
     bind_->household().drop(bind_->profileID());
     start();
     attempt();
+} catch (...) {
+    abort(std::current_exception());  // else those that wait for it would wait for ever
 }
 
 void BindRequest::send(const rxcpp::composite_subscription& attempt) {
@@ -34,7 +37,7 @@ void BindRequest::send(const rxcpp::composite_subscription& attempt) {
             });
 }
 
-void BindRequest::arrived(AnonymousBind bind) {
+void BindRequest::arrived(AnonymousBind bind) try {
     if (bind.profileID == bind_->profileID()) {
         if (succeeded()) bind_->obtained(*this, std::move(bind));
         return;
@@ -43,6 +46,10 @@ void BindRequest::arrived(AnonymousBind bind) {
     bind_->household().drop(bind.profileID);
     bind_->household().restoreBinds();
     abort(std::make_exception_ptr(ProfileError(ProfileError::anonymousBindSerializationError)));
+} catch (...) {
+    const auto error = std::current_exception();  // A lack of memory.
+    abort(error);
+    bind_->failed(*this, error);  // if it had ended already
 }
 
 void BindRequest::fail(const std::exception_ptr& error) {

@@ -122,8 +122,9 @@ bool ProfileBind::isUsableLocked() const {
 }
 
 void ProfileBind::holdLocked(AnonymousBind bind) {
-    validUntil_ = bind.validUntil();
+    const auto validUntil = bind.validUntil();
     held_ = std::make_shared<const AnonymousBind>(std::move(bind));
+    validUntil_ = validUntil;
 }
 
 void ProfileBind::adoptHeldLocked() {

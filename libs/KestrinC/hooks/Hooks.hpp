@@ -1,0 +1,30 @@
+#pragma once
+
+#include <KestrinC/hooks/Owned.hpp>
+#include <KestrinC/records/Fields.hpp>
+
+namespace KestrinC::internal {
+
+/// A structure of an application's functions, and the context that the library has taken over.
+template <class Structure>
+struct Hooks {
+    Structure functions{};
+    Owned owned;
+
+    /// Takes the hooks over. Whatever is wrong with them, their context is released.
+    /// @param required  the functions that may not be null
+    template <class... Function>
+    [[nodiscard]] static Hooks taken(const Structure* given, const char* name,
+                                     Function Structure::*... required) {
+        const Path path(name);
+        Hooks hooks;
+        hooks.functions = sized(given, path);
+        hooks.owned = Owned(hooks.functions.context, hooks.functions.release_context);
+        if (((hooks.functions.*required == nullptr) || ...)) path.refuse("lacks a function");
+        return hooks;
+    }
+
+    [[nodiscard]] void* context() const noexcept { return owned.context(); }
+};
+
+}  // namespace KestrinC::internal

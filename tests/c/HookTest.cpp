@@ -1,0 +1,252 @@
+// The sentences of kestrin_profile.h on the platform's transport, clock and log.
+
+#include <string>
+
+#include <gmock/gmock.h>
+
+#include "Fixture.hpp"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+using TestSupport::CInterface;
+using TestSupport::string;
+using TestSupport::text;
+
+class Hook : public CInterface {
+  protected:
+    Hook() {
+        clockHooks = app_clock_hooks(&clock);
+        logHooks = app_log_hooks(&log);
+        options.size = sizeof options;
+        options.clock = &clockHooks;
+        options.log = &logHooks;
+    }
+
+    app_clock clock{};
+    app_log log{};
+    kestrin_clock clockHooks{};
+    kestrin_household_log logHooks{};
+    kestrin_household_options options{};
+};
+
+// ---- Transport ----------------------------------------------------------------------------------
+
+TEST_F(Hook, OfTheTransportIsToldAllOfARequest) {
+    makeSession();
+    ASSERT_EQ(begin(KESTRIN_ADD_HISTORY_VIDEO), KESTRIN_OK);
+    EXPECT_STREQ(transport.last_method, "PUT");
+    EXPECT_THAT(transport.last_url, StartsWith("http://127.0.0.1:8080/v1/history/video?video=v1&"));
+    EXPECT_THAT(transport.last_body, HasSubstr(R"("progress":"62")"));
+    EXPECT_STREQ(transport.last_token, "JWT the.kids.token");
+    EXPECT_THAT(transport.last_request_id, testing::MatchesRegex("[0-9a-f]{32}"));
+    const auto& request = *transport.requests[0];
+    EXPECT_EQ(request.size, sizeof request);
+    EXPECT_NE(request.id, 0U);
+    EXPECT_TRUE(request.sends_user_agent);
+    EXPECT_EQ(request.connect_timeout_ms, 10'000);
+    EXPECT_EQ(request.total_timeout_ms, 30'000);
+    EXPECT_EQ(request.max_redirects, 0);
+    EXPECT_EQ(request.max_body_length, 16U * 1024 * 1024);
+    EXPECT_EQ(string(request.operation), "personalization-history-add-video");
+    EXPECT_EQ(string(request.path_template), "/v1/history/video");
+}
+
+TEST_F(Hook, OfTheTransportSeesNoBodyWhereThereIsNone) {
+    makeSession();
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_STREQ(transport.last_body, "(none)");
+}
+
+TEST_F(Hook, OfTheTransportEndsARequestWithAnError) {
+    makeSession();
+    for (const auto error : {KESTRIN_TLS, KESTRIN_TOO_LARGE, KESTRIN_MALFORMED_REPLY}) {
+        app_ending end{};
+        ASSERT_EQ(begin(app_call(KESTRIN_GET_HISTORY), end), KESTRIN_OK);
+        EXPECT_EQ(app_fail(&transport, error), KESTRIN_OK);
+        ASSERT_EQ(end.completed, 1);
+        EXPECT_EQ(end.result->outcome, KESTRIN_ERROR);
+        EXPECT_EQ(end.result->error->code, error);
+        EXPECT_THAT(string(end.result->error->message), HasSubstr("as the test wants"));
+        kestrin_request_release(end.request);
+        app_forget(&end);
+    }
+}
+
+TEST_F(Hook, OfTheTransportThatIsAtFaultEndsTheRequestAllTheSame) {
+    makeSession();
+    const auto expectFault = [&](kestrin_status status) {
+        EXPECT_NE(status, KESTRIN_OK);
+        ASSERT_EQ(ending.completed, 1);
+        EXPECT_EQ(ending.result->error->code, KESTRIN_MALFORMED_REPLY);
+        kestrin_request_release(ending.request);
+        app_forget(&ending);
+        ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    };
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    expectFault(app_answer(&transport, 99, "{}"));
+    expectFault(app_answer(&transport, 1000, "{}"));
+    expectFault(app_fail(&transport, KESTRIN_HTTP_STATUS));
+    expectFault(app_fail(&transport, 99));
+    expectFault(app_fail(&transport, -1));
+    transport.waiting_count = 0;
+    expectFault(kestrin_transfer_finish(transport.waiting[0], nullptr));
+}
+
+TEST_F(Hook, OfTheTransportMayNotBringMoreThanIsAllowed) {
+    makeSession();
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    const std::string body(16U * 1024 * 1024 + 1, ' ');
+    EXPECT_EQ(app_answer(&transport, 200, body.c_str()), KESTRIN_OK);
+    ASSERT_EQ(ending.completed, 1);
+    EXPECT_EQ(ending.result->error->code, KESTRIN_TOO_LARGE);
+}
+
+TEST_F(Hook, OfTheTransportIsReleasedIfItIsRefused) {
+    app_transport incomplete{};
+    auto hooks = app_transport_hooks(&incomplete);
+    hooks.send = nullptr;
+    EXPECT_EQ(kestrin_set_transport(&hooks), KESTRIN_INVALID_ARGUMENT);
+    EXPECT_EQ(incomplete.released, 1);
+    EXPECT_EQ(transport.released, 0) << "the former one stays";
+}
+
+// ---- Clock --------------------------------------------------------------------------------------
+
+TEST_F(Hook, OfTheClockWaitsForRepeats) {
+    makeSession(&options);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
+    EXPECT_EQ(ending.completed, 0);
+    ASSERT_NE(clock.task, nullptr);
+    EXPECT_LE(clock.delay_ns, 500'000'000);
+    clock.now_ns += clock.delay_ns;
+    auto* const task = clock.task;
+    clock.task = nullptr;
+    kestrin_task_run(task);
+    EXPECT_EQ(transport.sent, 2);
+    EXPECT_EQ(app_answer(&transport, 200, "{}"), KESTRIN_OK);
+    EXPECT_EQ(ending.result->outcome, KESTRIN_VALUE);
+    if (clock.task != nullptr) kestrin_task_drop(clock.task);
+    clock.task = nullptr;
+}
+
+TEST_F(Hook, OfTheClockIsToldThatNobodyWaits) {
+    makeSession(&options);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
+    ASSERT_NE(clock.task, nullptr);
+    kestrin_request_cancel(ending.request);
+    EXPECT_EQ(clock.cancelled, 1);
+    EXPECT_EQ(clock.task, nullptr);
+    EXPECT_EQ(ending.result->outcome, KESTRIN_CANCELLED);
+}
+
+TEST_F(Hook, OfTheClockMayRunWhatNobodyWaitsFor) {
+    clockHooks.cancel = nullptr;
+    makeSession(&options);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
+    ASSERT_NE(clock.task, nullptr);
+    kestrin_request_cancel(ending.request);
+    kestrin_task_run(clock.task);
+    EXPECT_EQ(transport.sent, 1);
+    EXPECT_EQ(ending.completed, 1);
+}
+
+TEST_F(Hook, OfTheClockThatTakesNoTaskLeavesTheErrorAsItIs) {
+    clock.refuses = true;
+    makeSession(&options);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
+    EXPECT_GT(clock.asked, 0);
+    EXPECT_EQ(ending.completed, 1);
+    EXPECT_EQ(ending.result->outcome, KESTRIN_ERROR);
+}
+
+TEST_F(Hook, OfTheClockIsReleasedWithItsHousehold) {
+    makeSession(&options);
+    kestrin_household_release(household);
+    household = nullptr;
+    kestrin_session_release(session);
+    session = nullptr;
+    EXPECT_EQ(clock.released, 1);
+    EXPECT_EQ(log.released, 1);
+}
+
+TEST_F(Hook, IsReleasedIfAnotherOneIsRefused) {
+    clockHooks.after = nullptr;
+    EXPECT_EQ(kestrin_household_create(&options, &household), KESTRIN_INVALID_ARGUMENT);
+    EXPECT_EQ(lastProblem(), "kestrin_household_create: options.clock lacks a function");
+    EXPECT_EQ(clock.released, 1);
+    EXPECT_EQ(log.released, 1);
+    EXPECT_EQ(household, nullptr);
+}
+
+// ---- Log ----------------------------------------------------------------------------------------
+
+TEST_F(Hook, OfTheLogIsToldOfRepeatsWithoutSecrets) {
+    makeSession(&options);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
+    EXPECT_EQ(log.events, 1);
+    EXPECT_THAT(log.last, StartsWith("personalization-history-get: attempt 2 of 4 in "));
+    EXPECT_THAT(log.last, testing::Not(HasSubstr("token")));
+    kestrin_request_cancel(ending.request);
+}
+
+TEST_F(Hook, OfTheLogMayBeLeftOut) {
+    options.log = nullptr;
+    makeSession(&options);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(app_fail(&transport, KESTRIN_TLS), KESTRIN_OK);
+    EXPECT_EQ(ending.result->outcome, KESTRIN_ERROR);
+}
+
+// ---- What a session may say ---------------------------------------------------------------------
+
+TEST_F(Hook, OfTheClockIsNotAskedWithoutRepeats) {
+    makeSession(&options);
+    kestrin_session_release(session);
+    kestrin_session_options who{};
+    who.size = sizeof who;
+    who.profile_id = text("kid");
+    who.without_repeats = true;
+    ASSERT_EQ(kestrin_household_session(household, &who, &session), KESTRIN_OK);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
+    EXPECT_EQ(ending.result->error->status, 503);
+    EXPECT_EQ(ending.result->error->notice, KESTRIN_SHOW_SERVICE_DOWN);
+}
+
+TEST_F(Hook, OfTheClockEndsACallAtItsDeadline) {
+    makeSession(&options);
+    kestrin_session_release(session);
+    kestrin_session_options who{};
+    who.size = sizeof who;
+    who.profile_id = text("kid");
+    who.deadline_ms = {true, 5'000};
+    ASSERT_EQ(kestrin_household_session(household, &who, &session), KESTRIN_OK);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    ASSERT_NE(clock.task, nullptr);
+    EXPECT_EQ(clock.delay_ns, 5'000'000'000);
+    clock.now_ns += clock.delay_ns;
+    auto* const task = clock.task;
+    clock.task = nullptr;
+    kestrin_task_run(task);
+    ASSERT_EQ(ending.completed, 1);
+    EXPECT_EQ(ending.result->error->code, KESTRIN_TOTAL_TIMEOUT);
+}
+
+TEST_F(Hook, OfTheTransportWarmsUp) {
+    makeSession();
+    answerAlways(404);
+    const auto completion = app_completion(&ending);
+    ASSERT_EQ(kestrin_household_warm_up(household, &completion, nullptr), KESTRIN_OK);
+    EXPECT_STREQ(transport.last_method, "HEAD");
+    EXPECT_EQ(ending.result->outcome, KESTRIN_VALUE);
+    EXPECT_EQ(ending.result->number, 1U);
+}
+
+}  // namespace
