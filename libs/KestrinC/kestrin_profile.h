@@ -382,8 +382,8 @@ typedef int32_t kestrin_outcome;
 enum {
     KESTRIN_VALUE = 0,
     KESTRIN_ERROR = 1,
-    /* kestrin_request_cancel, or the end of what the request needs (the household, the transport);
-     * `error` says which. */
+    /* kestrin_request_cancel, or the end of what it needs (the household, the transport, the
+     * outbox); `error` says which. */
     KESTRIN_CANCELLED = 2
 };
 

@@ -255,6 +255,8 @@ TEST_F(OutboxInC, RefusesWritesWithItsOwnErrors) {
     EXPECT_EQ(end.result().outcome, KESTRIN_ERROR);
     EXPECT_EQ(string(end.result().error->domain), "KestrinHousehold.OutboxError");
     EXPECT_EQ(end.result().error->code, 0);
+    EXPECT_EQ(end.result().error->notice, KESTRIN_SHOW_MEND_INPUT);
+    EXPECT_NE(end.result().error->advice.length, 0U);
 }
 
 TEST_F(OutboxInC, WaitsForABindAndForTheNetwork) {

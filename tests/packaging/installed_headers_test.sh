@@ -28,4 +28,8 @@ expect_none "an include that is neither of the standard library nor of ReactiveX
 private='boost|BOOST|CURL[A-Z]*\b|curl_|<curl/|internal/|KestrinInternal'
 test_friend='friend (class|struct) [A-Za-z:]*(Test|Friend|Access)'
 expect_none "a name that is not public" "$(grep -nE "$private|$test_friend" "${headers[@]}")"
+if [ -d KestrinC ]; then
+    expect_none "an include of the header for C that is not of C's own library" \
+        "$(grep -nE '^ *# *include' KestrinC/*.h | grep -vE '# *include <(stdbool|stddef|stdint|string)\.h>$')"
+fi
 exit "$status"

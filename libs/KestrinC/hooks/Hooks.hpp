@@ -20,7 +20,8 @@ struct Hooks {
         Hooks hooks;
         hooks.functions = sized(given, path);
         hooks.owned = Owned(hooks.functions.context, hooks.functions.release_context);
-        if (((hooks.functions.*required == nullptr) || ...)) path.refuse("lacks a function");
+        const bool isComplete = (static_cast<bool>(hooks.functions.*required) && ...);
+        if (!isComplete) path.refuse("lacks a function");
         return hooks;
     }
 

@@ -1,6 +1,6 @@
 #include <KestrinC/requests/Result.hpp>
 #include <KestrinConfigManager/BindStore.hpp>
-#include <KestrinHousehold/outbox/OutboxError.hpp>
+#include <KestrinHousehold/error/Error.hpp>
 #include <KestrinProfile/service/Error.hpp>
 
 namespace KestrinC::internal {
@@ -9,7 +9,6 @@ namespace {
 
 using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;
-using KestrinHousehold::OutboxError;
 using KestrinProfile::ErrorNotice;
 
 constexpr kestrin_text text(std::string_view value) noexcept {
@@ -54,12 +53,6 @@ bool isFixed(const kestrin_result* result) noexcept {
     return result == &cancelled().result || result == &outOfMemory().result;
 }
 
-bool isCancelled(const std::exception_ptr& error) {
-    return KestrinProfile::visitError(
-        error, [](const SlingError& known) { return known.kind() == SlingErrorKind::cancelled; },
-        [](const std::exception&) { return false; });
-}
-
 /// What only an error of the network library says.
 void showReply(const SlingError& error, kestrin_error& structure, Arena& arena) {
     structure.status = error.statusCode().value_or(0);
@@ -73,29 +66,19 @@ void showReply(const SlingError& error, kestrin_error& structure, Arena& arena) 
     }
 }
 
-/// What `describe` does not know, as it knows nothing of outboxes.
-void showOutboxError(const OutboxError& error, kestrin_error& structure) noexcept {
-    structure.domain = text(OutboxError::domain());
-    structure.code = error.code();
-    structure.advice = text(error.advice());
-}
-
 }  // namespace
 
 void show(const std::exception_ptr& error, kestrin_error& structure, Arena& arena) {
     structure = outOfMemory().error;  // as far as the texts are concerned that may stay empty
-    const auto* const description = arena.keep(KestrinProfile::describe(error));
+    const auto* const description = arena.keep(KestrinHousehold::describe(error));
     structure.domain = shown(description->domain);
     structure.code = description->code;
-    structure.notice = static_cast<kestrin_notice>(KestrinProfile::whatToShow(error));
+    structure.notice = static_cast<kestrin_notice>(KestrinHousehold::whatToShow(error));
     structure.message = shown(description->message);
     structure.advice = shown(description->advice);
     KestrinProfile::visitError(
         error, [&](const SlingError& known) { showReply(known, structure, arena); },
-        [&](const std::exception& other) {
-            if (const auto* const known = dynamic_cast<const OutboxError*>(&other))
-                showOutboxError(*known, structure);
-        });
+        [](const std::exception&) {});
 }
 
 void setValue(Result& result, const HalvardSling::Response& value) {
@@ -120,7 +103,9 @@ void setValue(Result& result, const KestrinConfigManager::HeldBinds& value) {
 
 kestrin_result* errorResult(const std::exception_ptr& error) noexcept {
     try {
-        Result* const result = made<Result>(isCancelled(error) ? KESTRIN_CANCELLED : KESTRIN_ERROR);
+        // What nobody has to be shown was wanted so.
+        const bool isWanted = KestrinHousehold::whatToShow(error) == ErrorNotice::nothing;
+        Result* const result = made<Result>(isWanted ? KESTRIN_CANCELLED : KESTRIN_ERROR);
         try {
             kestrin_error structure{};
             show(error, structure, result->arena);
