@@ -63,7 +63,7 @@ int main(int count, char** arguments) {
 
     if (!say("idle from here\n")) return 1;
     if (count > 3) static_cast<void>(Observed(later.addFavoriteShow("s2")).completed());
-    TestSupport::spin(10'000'000);
+    TestSupport::spin(1'000'000);
     if (!say("idle to here\n")) return 1;
 
     if (count > 3) return 0;

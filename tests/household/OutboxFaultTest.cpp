@@ -18,7 +18,6 @@
 #include "OutboxSupport.hpp"
 
 using namespace HouseholdTest;
-using KestrinHousehold::OutboxStore;
 using KestrinHousehold::SQLiteOutboxStore;
 using testing::AnyOf;
 using testing::ElementsAreArray;

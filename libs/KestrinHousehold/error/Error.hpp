@@ -31,15 +31,14 @@ auto visitError(const std::exception_ptr& error, Handlers... handlers) {
         using Handlers::operator()...;
     };
     const Overloads handle{std::move(handlers)...};
-    if (error) {
-        try {
-            std::rethrow_exception(error);
-        } catch (const OutboxError& known) {
-            return handle(known);
-        } catch (...) {  // one that KestrinProfile knows
-        }
+    if (!error) return KestrinProfile::visitError(error, handle);
+    try {
+        std::rethrow_exception(error);
+    } catch (const OutboxError& known) {
+        return handle(known);
+    } catch (...) {
+        return KestrinProfile::visitError(error, handle);
     }
-    return KestrinProfile::visitError(error, handle);
 }
 
 }  // namespace KestrinHousehold

@@ -229,11 +229,10 @@ class SQLiteOutboxStore::Connection {
 
     /// Overwrites what a commit that failed may have left in the log. If it was the disk's last
     /// word that failed, all of it is there, and would count once the process was killed.
-    void forgetFailed() const {
-        try {
-            file.run("PRAGMA user_version = 1");  // as it is
-        } catch (const SQLiteError&) {  // the disk takes nothing: there is no more to be done
-        }
+    void forgetFailed() const noexcept {
+        // It says what is there already. If the disk does not take that, there is no more to be
+        // done.
+        sqlite3_exec(file.get(), "PRAGMA user_version = 1", nullptr, nullptr, nullptr);
     }
 
     SQLiteFile file;
@@ -337,12 +336,17 @@ OutboxStore::Loaded SQLiteOutboxStore::opened() {
     };
     // SQLite says of some reads that failed that the file is damaged. Damage stays, so it looks
     // twice.
-    try {
-        return read();
-    } catch (const Damage&) {
-    } catch (const SQLiteError& error) {
-        if (!error.isDamage() || !connection_) throw;
-    }
+    const auto readUnlessDamaged = [&]() -> std::optional<Loaded> {
+        try {
+            return read();
+        } catch (const Damage&) {
+            return std::nullopt;
+        } catch (const SQLiteError& error) {
+            if (!error.isDamage() || !connection_) throw;
+            return std::nullopt;
+        }
+    };
+    if (auto loaded = readUnlessDamaged()) return std::move(*loaded);
     connection_->file.leaveAsItIs();
     connection_.reset();
     try {
