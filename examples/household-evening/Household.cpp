@@ -8,7 +8,6 @@
 #include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinProfile/model/ProfileError.hpp>
-#include <KestrinProfile/service/Profile.hpp>
 
 #include "Scenes.hpp"
 
@@ -18,11 +17,8 @@ using HalvardSling::SlingError;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::ConfigurationManager;
 using KestrinConfigManager::ConfigurationManagerError;
-using KestrinProfile::Profile;
 using KestrinProfile::ProfileError;
-using KestrinProfile::ProfileParams;
 using KestrinProfile::User;
-using KestrinProfile::UserParams;
 
 namespace {
 
@@ -31,12 +27,8 @@ constexpr const char* ownGroup = "household evening";
 
 constexpr int refusedContent = 422;
 
-User parent() {
-    return User(ConfigurationManager::parentProfileID());
-}
-
-std::vector<User> profiles() {
-    return await(Profile().getProfiles(bindOf(parent())));
+std::vector<User> profiles(const Cast& cast) {
+    return await(cast.parent().profiles());
 }
 
 std::string namesOf(const std::vector<User>& users) {
@@ -46,14 +38,9 @@ std::string namesOf(const std::vector<User>& users) {
     return fmt::format("{}", fmt::join(names, ", "));
 }
 
-void deleteProfile(const User& user) {
-    await(Profile().deleteProfile(UserParams(bindOf(parent()), user)));
-}
-
-std::string obtainBind(const Stage& stage) {
-    ConfigurationManager::sharedInstance().dropBinds();
+std::string obtainBind(const Stage& stage, const Cast& cast) {
     const auto before = stage.sent();
-    const AnonymousBind bind = await(Profile().requestAnonymousBind());
+    const AnonymousBind bind = await(cast.parent().bind());
     require(stage.sent() == before + 1, "one request is sent");
     require(ConfigurationManager::profileBind(true) == bind, "the bind is stored");
     return fmt::format(
@@ -61,36 +48,49 @@ std::string obtainBind(const Stage& stage) {
         bind.profileID, bind.token.size());
 }
 
-std::string useHeldBind(const Stage& stage) {
+std::string useHeldBind(const Stage& stage, const Cast& cast) {
     const auto before = stage.sent();
     const auto held = ConfigurationManager::profileBind(true);
-    const AnonymousBind bind = await(Profile().requestAnonymousBind());
+    const AnonymousBind bind = await(cast.parent().bind());
     require(held == bind && stage.sent() == before, "the held bind answers and no request is sent");
     return "answered by the held bind, no request sent";
 }
 
-std::string beForbidden(const Stage& stage, const std::string& blockedProfileID) {
-    const auto refusal = stage.refusalOf(Profile().requestAnonymousBind(blockedProfileID));
+std::string beForbidden(const Stage& stage, const Cast& cast) {
+    const std::string& blocked = cast.blockedProfileID;
+    const auto held = ConfigurationManager::profileBind(true);
+    const auto refusal = stage.refusalOf(cast.household.session(blocked).bind());
     require(refusal.error.statusCode() == 403,
             fmt::format("the service answers 403 for the profile '{}' (start it with "
                         "--block {}); instead: {}",
-                        blockedProfileID, blockedProfileID, refusal.error.what()));
+                        blocked, blocked, refusal.error.what()));
     require(refusal.reactions == 2, "the reaction is called twice");
-    require(!ConfigurationManager::profileBind(true), "the held binds are dropped");
-    return fmt::format("{} reactions, held binds dropped, the error delivered: {}",
+    require(ConfigurationManager::profileBind(true) == held, "the parent's bind is put back");
+    return fmt::format("{} reactions, the parent's bind put back, the error delivered: {}",
                        refusal.reactions, refusal.error.what());
 }
 
-std::string missService(const Stage& stage) {
-    auto& manager = ConfigurationManager::sharedInstance();
+/// Takes all services away as long as it lives.
+class WithoutServices {
+  public:
+    WithoutServices() {
+        auto empty = *configured_;
+        empty.services = std::make_shared<const KestrinConfigManager::ServiceTable>();
+        ConfigurationManager::sharedInstance().configure(empty);
+    }
+    WithoutServices(const WithoutServices&) = delete;
+    WithoutServices& operator=(const WithoutServices&) = delete;
+    ~WithoutServices() { ConfigurationManager::sharedInstance().configure(*configured_); }
+
+  private:
+    std::shared_ptr<const KestrinConfigManager::Configuration> configured_ =
+        ConfigurationManager::sharedInstance().currentConfiguration();
+};
+
+std::string missService(const Stage& stage, const Cast& cast) {
     const auto before = stage.sent();
-    const auto configured = manager.currentConfiguration();
-    auto empty = *configured;
-    empty.services = std::make_shared<const KestrinConfigManager::ServiceTable>();
-    manager.configure(empty);
-    const auto request = Profile().requestAnonymousBind();
-    manager.configure(*configured);
-    const auto error = errorOf<ConfigurationManagerError>(request);
+    const WithoutServices meanwhile;
+    const auto error = errorOf<ConfigurationManagerError>(cast.parent().history());
     require(error == ConfigurationManagerError::serviceNotConfigured,
             "the configuration has no such service");
     require(stage.sent() == before, "no request is sent");
@@ -98,9 +98,9 @@ std::string missService(const Stage& stage) {
 }
 
 std::string comeHome(Cast& cast) {
-    const int leftovers = deleteCreatedProfiles();
-    cast.home = profiles();
-    require(!cast.home.empty() && cast.home.front().profileID == parent().profileID,
+    const int leftovers = deleteCreatedProfiles(cast);
+    cast.home = profiles(cast);
+    require(!cast.home.empty() && cast.home.front().profileID == cast.parent().profileID(),
             "the parent is listed first");
     std::string text = fmt::format("{} at home: {}", cast.home.size(), namesOf(cast.home));
     if (leftovers > 0) text += fmt::format("; deleted {} of an interrupted evening", leftovers);
@@ -108,13 +108,13 @@ std::string comeHome(Cast& cast) {
 }
 
 /// Creates a profile under the name, or under the name with the first number that makes it free.
-User created(const std::string& name, const std::string& avatar) {
+User created(const Cast& cast, const std::string& name, const std::string& avatar) {
     constexpr int mostTries = 10;
     for (int number = 1;; ++number) {
         const std::string tried = number == 1 ? name : fmt::format("{} {}", name, number);
         const auto user = User::withoutProfileID(tried, avatar, ownGroup);
         try {
-            return await(Profile().createProfile(UserParams(bindOf(parent()), user)));
+            return await(cast.parent().createProfile(user));
         } catch (const SlingError& error) {
             if (error.statusCode() != refusedContent || number == mostTries) throw;
         }
@@ -122,32 +122,31 @@ User created(const std::string& name, const std::string& avatar) {
 }
 
 std::string moveIn(Cast& cast) {
-    cast.anna = created("Anna", "fox");
-    cast.ben = created("Ben", "owl");
+    cast.anna = created(cast, "Anna", "fox");
+    cast.ben = created(cast, "Ben", "owl");
     auto expected = cast.home;
     expected.insert(expected.end(), {cast.anna, cast.ben});
-    const auto listed = profiles();
+    const auto listed = profiles(cast);
     require(listed == expected, "both are listed, after those that were there");
     return fmt::format("{} profiles: {}", listed.size(), namesOf(listed));
 }
 
 std::string proposeNames(const Stage& stage, const Cast& cast) {
-    ProfileParams params(bindOf(cast.ben));
-    params.userName = cast.anna.username;
-    const auto refusal = stage.refusalOf(Profile().validateProfileName(params));
+    const auto ben = cast.as(cast.ben);
+    const auto refusal = stage.refusalOf(ben.validateProfileName(cast.anna.username.value()));
     const std::string reason = reasonOf(refusal.error);
     require(refusal.error.statusCode() == refusedContent && !reason.empty(),
             "the service answers 422 and says why");
-    params.userName = *cast.ben.username + " the Younger";
-    await(Profile().validateProfileName(params));
+    const std::string other = cast.ben.username.value() + " the Younger";
+    await(ben.validateProfileName(other));
     return fmt::format("'{}' for {}: 422, {}; '{}' is accepted", *cast.anna.username,
-                       *cast.ben.username, reason, *params.userName);
+                       *cast.ben.username, reason, other);
 }
 
 std::string edit(Cast& cast) {
     const User changed(*cast.ben.profileID, *cast.ben.username + " the Younger", "bear", ownGroup);
-    await(Profile().editProfile(UserParams(bindOf(parent()), changed)));
-    const auto listed = profiles();
+    await(cast.parent().editProfile(changed));
+    const auto listed = profiles(cast);
     require(std::ranges::count(listed, changed) == 1 && std::ranges::count(listed, cast.ben) == 0,
             "the profile is listed as it was changed");
     std::string text = fmt::format("{} with the {} is now {} with the {}", *cast.ben.username,
@@ -156,11 +155,11 @@ std::string edit(Cast& cast) {
     return text;
 }
 
-std::string spareTheParent(const Stage& stage) {
-    const UserParams params(bindOf(parent()), parent());
+std::string spareTheParent(const Stage& stage, const Cast& cast) {
+    const auto parent = cast.parent();
     const auto before = stage.sent();
-    const auto edited = errorOf<ProfileError>(Profile().editProfile(params));
-    const auto deleted = errorOf<ProfileError>(Profile().deleteProfile(params));
+    const auto edited = errorOf<ProfileError>(parent.editProfile(User(parent.profileID())));
+    const auto deleted = errorOf<ProfileError>(parent.deleteProfile(parent.profileID()));
     require(edited == ProfileError::parentInvalidForOperation && deleted == edited,
             "the library refuses both with parentInvalidForOperation");
     require(stage.sent() == before, "no request is sent");
@@ -168,27 +167,20 @@ std::string spareTheParent(const Stage& stage) {
 }
 
 std::string leave(const Cast& cast) {
-    deleteProfile(cast.anna);
-    deleteProfile(cast.ben);
-    require(profiles() == cast.home, "the household is as it was");
+    for (const auto& each : {cast.anna, cast.ben})
+        await(cast.parent().deleteProfile(each.profileID.value()));
+    require(profiles(cast) == cast.home, "the household is as it was");
     return fmt::format("{} and {} deleted with their lists; at home, as before: {}",
                        *cast.anna.username, *cast.ben.username, namesOf(cast.home));
 }
 
 }  // namespace
 
-AnonymousBind bindOf(const User& user) {
-    auto& manager = ConfigurationManager::sharedInstance();
-    manager.selectProfile(user.profileID.value());
-    const auto held = manager.bind(false);
-    return held && held->isValid() ? *held : await(Profile().requestAnonymousBind(user.profileID));
-}
-
-int deleteCreatedProfiles() {
+int deleteCreatedProfiles(const Cast& cast) {
     int count = 0;
-    for (const auto& user : profiles()) {
+    for (const auto& user : profiles(cast)) {
         if (user.group != ownGroup) continue;
-        deleteProfile(user);
+        await(cast.parent().deleteProfile(user.profileID.value()));
         ++count;
     }
     return count;
@@ -196,11 +188,10 @@ int deleteCreatedProfiles() {
 
 void playBinds(Stage& stage, const Cast& cast) {
     Stage::scene("Who is there");
-    stage.step("bind for the parent", [&] { return obtainBind(stage); });
-    stage.step("the same again", [&] { return useHeldBind(stage); });
-    stage.step("bind for a blocked profile",
-               [&] { return beForbidden(stage, cast.blockedProfileID); });
-    stage.step("an unconfigured operation", [&] { return missService(stage); });
+    stage.step("bind for the parent", [&] { return obtainBind(stage, cast); });
+    stage.step("the same again", [&] { return useHeldBind(stage, cast); });
+    stage.step("bind for a blocked profile", [&] { return beForbidden(stage, cast); });
+    stage.step("an unconfigured operation", [&] { return missService(stage, cast); });
 }
 
 void playHousehold(Stage& stage, Cast& cast) {
@@ -209,7 +200,7 @@ void playHousehold(Stage& stage, Cast& cast) {
     stage.step("two profiles are created and listed", [&] { return moveIn(cast); });
     stage.step("a name is refused", [&] { return proposeNames(stage, cast); });
     stage.step("a profile is edited", [&] { return edit(cast); });
-    stage.step("the parent is refused", [&] { return spareTheParent(stage); });
+    stage.step("the parent is refused", [&] { return spareTheParent(stage, cast); });
 }
 
 void playGoodNight(Stage& stage, const Cast& cast) {

@@ -1,19 +1,17 @@
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <map>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <KestrinProfile/service/Profile.hpp>
+#include <KestrinProfile/model/UserProfile.hpp>
 
 #include "Scenes.hpp"
 
 namespace HouseholdEvening {
 
-using KestrinProfile::Profile;
-using KestrinProfile::ProfileParams;
-using KestrinProfile::SearchParams;
 using KestrinProfile::Types;
 using KestrinProfile::UserProfile;
 using KestrinProfile::UserProfileElement;
@@ -21,7 +19,7 @@ using KestrinProfile::UserProfileElement;
 namespace {
 
 using Elements = std::vector<UserProfileElement>;
-using Read = Observable<UserProfile> (Profile::*)(ProfileParams) const;
+using Read = Observable<UserProfile> (ProfileSession::*)() const;
 
 constexpr std::size_t requestsAtOnce = 16;
 
@@ -60,7 +58,7 @@ std::string durationText(std::int64_t seconds) {
 
 /// Anna's list, which the reply has to hold.
 UserProfile listOf(const Cast& cast, Read read) {
-    auto list = await((Profile().*read)(ProfileParams(bindOf(cast.anna))));
+    auto list = await((cast.as(cast.anna).*read)());
     require(list.elements && list.maxSize, "the reply holds a list and its size");
     return list;
 }
@@ -77,37 +75,30 @@ std::size_t keptOf(std::size_t added, const UserProfile& list) {
     return std::min(added, static_cast<std::size_t>(std::max<std::int64_t>(*list.maxSize, 0)));
 }
 
-void addFavorite(ProfileParams params, const char* show) {
-    params.showID = show;
-    await(Profile().addFavoriteShow(std::move(params)));
-}
-
 std::string likeShows(const Stage& stage, const Cast& cast) {
-    ProfileParams params(bindOf(cast.anna));
-    addFavorite(params, allSeries[0].name);
-    addFavorite(params, allSeries[1].name);
+    const auto anna = cast.as(cast.anna);
+    await(anna.addFavoriteShow(allSeries[0].name));
+    await(anna.addFavoriteShow(allSeries[1].name));
     const auto before = stage.sent();
-    params.elements.emplace();
+    Elements others;
     for (std::size_t index = 2; index < allSeries.size(); ++index)
-        params.elements->emplace_back(allSeries.at(index).name, Types::show);
-    await(Profile().addFavoriteShows(params));
+        others.emplace_back(allSeries.at(index).name, Types::show);
+    await(anna.addFavoriteShows(others));
     require(stage.sent() == before + 1, "many are added with one request");
 
     std::vector<std::string> expected;
     for (const auto& series : allSeries)
         expected.insert(expected.begin(), series.name);
-    const auto list = listOf(cast, &Profile::requestFavorites);
+    const auto list = listOf(cast, &ProfileSession::favorites);
     expected.resize(keptOf(expected.size(), list));
     require(idsOf(*list.elements) == expected, "the latest favourite is in front");
-    return fmt::format("2 one by one, {} at once with one request; in front: {}",
-                       params.elements->size(), expected.front());
+    return fmt::format("2 one by one, {} at once with one request; in front: {}", others.size(),
+                       expected.front());
 }
 
-Observable<Response> recordingOf(ProfileParams params, const Video& video) {
-    params.videoID = video.id;
-    params.progress = video.progress;
-    params.isComplete = video.isCompleted;
-    return Profile().addHistoryVideo(std::move(params));
+Observable<Response> recordingOf(const ProfileSession& session, const Video& video) {
+    return session.addHistoryVideo(video.id, std::chrono::seconds(video.progress),
+                                   video.isCompleted);
 }
 
 /// Whether each entry is one of the videos, with its progress, and none is there twice.
@@ -123,14 +114,14 @@ bool holdsOnly(const Elements& elements, const std::vector<Video>& videos) {
 }
 
 std::string recordHistory(const Stage& stage, const Cast& cast) {
-    const ProfileParams params(bindOf(cast.anna));
+    const auto anna = cast.as(cast.anna);
     const auto videos = watchedVideos();
     awaitAll(videos.size(), requestsAtOnce,
-             [&](std::size_t index) { return recordingOf(params, videos.at(index)); });
+             [&](std::size_t index) { return recordingOf(anna, videos.at(index)); });
     require(stage.mostInFlight() > 1 && stage.mostInFlight() <= requestsAtOnce,
             "several requests are in flight at once, and no more than were allowed");
 
-    const auto list = listOf(cast, &Profile::requestHistory);
+    const auto list = listOf(cast, &ProfileSession::history);
     require(list.elements->size() == keptOf(videos.size(), list),
             "the list keeps as many as it holds");
     require(holdsOnly(*list.elements, videos), "each has the progress that was recorded");
@@ -144,10 +135,10 @@ std::string recordHistory(const Stage& stage, const Cast& cast) {
 }
 
 std::string seeAgain(const Cast& cast) {
-    const auto before = listOf(cast, &Profile::requestHistory);
+    const auto before = listOf(cast, &ProfileSession::history);
     const Video again{*before.elements->back().id, 754, false};
-    await(recordingOf(ProfileParams(bindOf(cast.anna)), again));
-    const auto after = listOf(cast, &Profile::requestHistory);
+    await(recordingOf(cast.as(cast.anna), again));
+    const auto after = listOf(cast, &ProfileSession::history);
 
     auto expected = idsOf(*before.elements);
     std::ranges::rotate(expected, expected.end() - 1);
@@ -158,59 +149,47 @@ std::string seeAgain(const Cast& cast) {
 }
 
 std::string askForOne(const Cast& cast) {
-    const auto history = listOf(cast, &Profile::requestHistory);
+    const auto history = listOf(cast, &ProfileSession::history);
     const UserProfileElement& known = history.elements->back();
-    ProfileParams params(bindOf(cast.anna));
-    params.videoID = known.id;
-    const auto found = await(Profile().requestVideoHistory(params));
+    const auto found = await(cast.as(cast.anna).videoHistory(known.id.value()));
     require(found.elements == Elements{known}, "the entry of this video comes, and no other");
     return fmt::format("{} was watched to {}{}", *known.id,
                        durationText(known.progress.value_or(0)),
                        known.isCompleted == true ? ", the end" : "");
 }
 
-void addToWatchList(ProfileParams params, const std::string& videoID) {
-    params.videoID = videoID;
-    await(Profile().addWatchListVideo(std::move(params)));
-}
-
 /// Watches a video of the watch list to its end: it goes to the history and off the list.
-void watchToTheEnd(ProfileParams params, const std::string& videoID) {
-    await(recordingOf(params, {videoID, 5400, true}));
-    params.videoID = videoID;
-    await(Profile().deleteWatchListVideo(std::move(params)));
+void watchToTheEnd(const ProfileSession& session, const std::string& videoID) {
+    await(recordingOf(session, {videoID, 5400, true}));
+    await(session.deleteWatchListVideo(videoID));
 }
 
 std::string workOffWatchList(const Cast& cast) {
-    const ProfileParams params(bindOf(cast.anna));
+    const auto anna = cast.as(cast.anna);
     for (int film = 1; film <= 5; ++film)
-        addToWatchList(params, fmt::format("film-{}", film));
-    auto open = idsOf(*listOf(cast, &Profile::requestWatchList).elements);
+        await(anna.addWatchListVideo(fmt::format("film-{}", film)));
+    auto open = idsOf(*listOf(cast, &ProfileSession::watchList).elements);
     const std::size_t count = open.size();
     for (; !open.empty(); open.pop_back()) {
-        require(idsOf(*listOf(cast, &Profile::requestWatchList).elements) == open,
+        require(idsOf(*listOf(cast, &ProfileSession::watchList).elements) == open,
                 "what was not watched is still on the list");
-        watchToTheEnd(params, open.back());
+        watchToTheEnd(anna, open.back());
     }
-    require(listOf(cast, &Profile::requestWatchList).elements->empty(),
+    require(listOf(cast, &ProfileSession::watchList).elements->empty(),
             "the list is empty in the end");
-    require(listOf(cast, &Profile::requestHistory).elements->front().id == "film-5",
+    require(listOf(cast, &ProfileSession::history).elements->front().id == "film-5",
             "the last film heads the history");
-    addToWatchList(params, "film-6");
-    addToWatchList(params, "film-7");
+    await(anna.addWatchListVideo("film-6"));
+    await(anna.addWatchListVideo("film-7"));
     return fmt::format("{} films, each removed as it was watched; 2 more for tomorrow", count);
 }
 
 std::string search(const Cast& cast) {
     constexpr std::array texts{"detective", "Grüße & Küsse?", "50% = half/double", "夜"};
-    const SearchParams params({}, Types::none, bindOf(cast.anna));
-    for (const auto* const text : texts) {
-        SearchParams searched = params;
-        searched.search = text;
-        await(Profile().addSearchHistory(std::move(searched)));
-    }
-    // The deletion takes the selected profile's bind, which is Anna's by now.
-    const auto reply = await(Profile().deleteSearchHistory(params.brandID.value_or("")));
+    const auto anna = cast.as(cast.anna);
+    for (const auto* const text : texts)
+        await(anna.addSearchHistory(text));
+    const auto reply = await(anna.deleteSearchHistory());
     return fmt::format(
         "{} recorded ({}), then all deleted: status {}; the service has no operation that reads "
         "them",
@@ -245,9 +224,9 @@ void playLists(Stage& stage, const Cast& cast) {
 }
 
 void showLists(const Cast& cast) {
-    show(cast, "Favourites", &Profile::requestFavorites);
-    show(cast, "History", &Profile::requestHistory);
-    show(cast, "Watch list", &Profile::requestWatchList);
+    show(cast, "Favourites", &ProfileSession::favorites);
+    show(cast, "History", &ProfileSession::history);
+    show(cast, "Watch list", &ProfileSession::watchList);
 }
 
 }  // namespace HouseholdEvening

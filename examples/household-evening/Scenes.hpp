@@ -3,28 +3,33 @@
 #include <string>
 #include <vector>
 
-#include <KestrinConfigManager/AnonymousBind.hpp>
+#include <KestrinHousehold/session/Household.hpp>
 #include <KestrinProfile/model/User.hpp>
 
+#include "ServiceProcess.hpp"
 #include "Stage.hpp"
 
 namespace HouseholdEvening {
 
+using KestrinHousehold::ProfileSession;
+
 /// Who plays.
 struct Cast {
+    KestrinHousehold::Household household;
     std::string blockedProfileID;            ///< one that the service refuses
     std::vector<KestrinProfile::User> home;  ///< the household as it was found
     KestrinProfile::User anna{""};           ///< created in the second scene, like Ben
     KestrinProfile::User ben{""};
-};
 
-/// The bind of a profile, which becomes the selected one: the held one if it is valid, otherwise a
-/// new one.
-[[nodiscard]] KestrinConfigManager::AnonymousBind bindOf(const KestrinProfile::User& user);
+    [[nodiscard]] ProfileSession parent() const { return household.session(); }
+    [[nodiscard]] ProfileSession as(const KestrinProfile::User& user) const {
+        return household.session(user.profileID.value());
+    }
+};
 
 /// Deletes the profiles that were created here, now or by an evening that was interrupted.
 /// @return how many there were
-int deleteCreatedProfiles();
+int deleteCreatedProfiles(const Cast& cast);
 
 // The scenes, in order.
 
@@ -37,8 +42,10 @@ void playHousehold(Stage& stage, Cast& cast);
 /// Favourites, history, watch list and searches.
 void playLists(Stage& stage, const Cast& cast);
 
-/// A refusal, an outage, and that all is well afterwards.
-void playTrouble(Stage& stage, const Cast& cast);
+/// A refusal; the service is taken away while somebody watches, and what that leaves arrives when
+/// it is back.
+/// @param service  null: one that cannot be taken away, and the scene ends after the refusal
+void playTrouble(Stage& stage, const Cast& cast, ServiceProcess* service);
 
 /// Prints what the evening left in the lists.
 void showLists(const Cast& cast);

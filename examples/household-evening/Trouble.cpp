@@ -1,118 +1,235 @@
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <future>
 #include <memory>
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include <optional>
+#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): mkdtemp
+#include <string>
 
 #include <fmt/format.h>
 
+#include <HalvardSling/rx/Future.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
-#include <KestrinConfigManager/WebService.hpp>
-#include <KestrinProfile/service/Profile.hpp>
-#include <internal/FileDescriptor.hpp>
+#include <KestrinHousehold/outbox/HouseholdDelivery.hpp>
+#include <KestrinHousehold/outbox/LaterSession.hpp>
+#include <KestrinHousehold/outbox/Outbox.hpp>
+#include <KestrinHousehold/outbox/SQLiteOutboxStore.hpp>
+#include <KestrinHousehold/playback/PlaybackReporter.hpp>
 
 #include "Scenes.hpp"
 
 namespace HouseholdEvening {
 
+namespace fs = std::filesystem;
+using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;
-using KestrinConfigManager::Configuration;
 using KestrinConfigManager::ConfigurationManager;
-using KestrinConfigManager::ServiceTable;
-using KestrinConfigManager::URLTemplate;
-using KestrinInternal::FileDescriptor;
-using KestrinProfile::Profile;
-using KestrinProfile::ProfileParams;
-using KestrinProfile::UserParams;
+using KestrinHousehold::Household;
+using KestrinHousehold::HouseholdEvent;
+using KestrinHousehold::HouseholdOptions;
+using KestrinHousehold::LaterSession;
+using KestrinHousehold::Outbox;
+using KestrinHousehold::OutboxEvent;
+using KestrinHousehold::PlaybackReporter;
+using KestrinProfile::UserProfile;
+using namespace std::chrono_literals;
 
 namespace {
 
-/// A port of this computer on which nobody listens, and which nobody else gets while this lives.
-class UnusedPort {
-  public:
-    UnusedPort() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the form of the system's
-        // call.
-        auto* const any = reinterpret_cast<sockaddr*>(&address);
-        require(bind(socket_.number(), any, size) == 0 &&
-                    getsockname(socket_.number(), any, &size) == 0,
-                "the system has a free port");
-        origin_ = fmt::format("http://127.0.0.1:{}", ntohs(address.sin_port));
-    }
+constexpr const char* film = "film-8";
+constexpr const char* nextFilm = "film-9";
+constexpr auto beforeTunnel = 600s;
+constexpr auto afterTunnel = 1260s;
 
-    [[nodiscard]] const std::string& origin() const noexcept { return origin_; }
-
-  private:
-    FileDescriptor socket_;
-    std::string origin_;
-};
-
-Configuration withServicesAt(const std::string& origin, Configuration configuration) {
-    ServiceTable services;
-    for (auto [operation, service] : *configuration.services) {
-        const std::string& url = service.url.text();
-        service.url = URLTemplate(origin + url.substr(url.find('/', url.find("://") + 3)));
-        service.policy.allowsCleartext = true;
-        services.add(service);
-    }
-    configuration.services = std::make_shared<const ServiceTable>(std::move(services));
-    return configuration;
-}
-
-std::size_t historySize(const Cast& cast) {
-    const auto list = await(Profile().requestHistory(ProfileParams(bindOf(cast.anna))));
+UserProfile historyOf(const Cast& cast) {
+    auto list = await(cast.as(cast.anna).history());
     require(list.elements.has_value(), "the reply holds a list");
-    return list.elements->size();
+    return list;
 }
 
 std::string overreach(const Stage& stage, const Cast& cast) {
-    const auto before = historySize(cast);
-    const UserParams params(bindOf(cast.ben), cast.anna);
-    const auto refusal = stage.refusalOf(Profile().deleteProfile(params));
-    require(refusal.error.statusCode() == 403, "the service answers 403");
-    require(refusal.reactions == 1, "the reaction is called once");
-    require(!ConfigurationManager::profileBind(true) && !ConfigurationManager::profileBind(false),
-            "the held binds are dropped");
+    const auto before = historyOf(cast);
+    const auto held = ConfigurationManager::sharedInstance().heldBinds().binds.size();
     const auto asked = stage.sent();
-    require(historySize(cast) == before, "nothing was deleted");
-    require(stage.sent() == asked + 2, "a new bind is requested, then the list");
+    const auto refusal =
+        stage.refusalOf(cast.as(cast.ben).deleteProfile(cast.anna.profileID.value()));
+    require(refusal.error.statusCode() == 403, "the service answers 403");
+    require(stage.sent() == asked + 3, "it is asked again under a new bind, once");
+    require(refusal.reactions == 2, "the reaction is called for each refusal");
+    require(ConfigurationManager::sharedInstance().heldBinds().binds.size() == held,
+            "every bind is held");
+    require(historyOf(cast) == before, "nothing was deleted");
+    require(stage.sent() == asked + 4, "Anna's bind is still good");
+    return fmt::format("403, {}; again so under a new bind; {} is still there, all binds are held",
+                       reasonOf(refusal.error), cast.anna.username.value());
+}
+
+/// A new directory, which goes with everything in it.
+class OwnDirectory {
+  public:
+    OwnDirectory() {
+        std::string name = fs::temp_directory_path() / "household-evening-XXXXXX";
+        require(mkdtemp(name.data()) != nullptr, "the system has room for a temporary directory");
+        path_ = name;
+    }
+    OwnDirectory(const OwnDirectory&) = delete;
+    OwnDirectory& operator=(const OwnDirectory&) = delete;
+    ~OwnDirectory() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+
+    [[nodiscard]] const fs::path& path() const noexcept { return path_; }
+
+  private:
+    fs::path path_;
+};
+
+/// Something that comes once, from any thread.
+class Signal {
+  public:
+    void give() {
+        if (!isGiven_.exchange(true)) promise_.set_value();
+    }
+    void wait() { promise_.get_future().wait(); }
+
+  private:
+    std::atomic<bool> isGiven_ = false;
+    std::promise<void> promise_;
+};
+
+/// What Anna takes along: a device that keeps what it cannot send, and asks for long.
+class Tablet {
+  public:
+    explicit Tablet(const Cast& cast)
+        : household_(options()),
+          session_(household_.session(cast.anna.profileID.value())),
+          outbox_(std::make_shared<Outbox>(
+              std::make_shared<KestrinHousehold::SQLiteOutboxStore>(directory_.path() / "outbox"),
+              std::make_shared<KestrinHousehold::HouseholdDelivery>(household_),
+              household_.scheduler())),
+          player_({session_.profileID(), brand(), film}, KestrinHousehold::keepIn(outbox_),
+                  household_.scheduler(), rarely()) {}
+    Tablet(const Tablet&) = delete;
+    Tablet& operator=(const Tablet&) = delete;
+    ~Tablet() = default;
+
+    [[nodiscard]] const ProfileSession& session() const noexcept { return session_; }
+    [[nodiscard]] Outbox& outbox() const noexcept { return *outbox_; }
+    [[nodiscard]] LaterSession later() const { return {session_, outbox_}; }
+
+    /// Waits until a request of its own was repeated.
+    void awaitRepeat() { repeated_->wait(); }
+
+    /// The player: tells each second up to a pause.
+    void watch(std::chrono::seconds from, std::chrono::seconds until) {
+        for (auto position = from; position <= until; ++position)
+            player_.positionIs(position);
+        player_.paused();
+    }
+
+  private:
+    [[nodiscard]] HouseholdOptions options() const {
+        constexpr int often = 10'000;
+        HouseholdOptions options;
+        options.retry.maxAttempts = often;
+        options.retry.longestDelay = 1s;
+        options.retry.deadline = 10min;
+        options.retry.budget = {0.1, often, often};
+        options.log = [repeated = repeated_](const HouseholdEvent& event) {
+            if (event.kind == HouseholdEvent::Kind::repeat) repeated->give();
+        };
+        return options;
+    }
+
+    static std::string brand() {
+        const auto configuration = ConfigurationManager::sharedInstance().currentConfiguration();
+        return configuration->brand ? configuration->brand->rawValue : std::string();
+    }
+
+    /// An evening takes no hour, so a position is written when the film is paused.
+    static KestrinHousehold::PlaybackOptions rarely() {
+        KestrinHousehold::PlaybackOptions options;
+        options.interval = 1h;
+        return options;
+    }
+
+    std::shared_ptr<Signal> repeated_ = std::make_shared<Signal>();
+    OwnDirectory directory_;
+    Household household_;
+    ProfileSession session_;
+    std::shared_ptr<Outbox> outbox_;
+    PlaybackReporter player_;
+};
+
+/// The progress of the film, as the service knows it.
+std::optional<std::int64_t> progressOfFilm(const Cast& cast) {
+    const auto found = await(cast.as(cast.anna).videoHistory(film)).elements.value();
+    return found.empty() ? std::nullopt : found.front().progress;
+}
+
+std::string loseService(const Cast& cast, Tablet& tablet, ServiceProcess& service) {
+    tablet.watch(0s, beforeTunnel);
+    require(await(tablet.outbox().settled()).waiting == 0, "what was watched arrives");
+    require(progressOfFilm(cast) == beforeTunnel.count(), "the service knows the last position");
+
+    const auto ended = service.id();
+    service.kill();
+    tablet.watch(beforeTunnel, afterTunnel);
+    await(tablet.later().addWatchListVideo(nextFilm));
+    const auto waiting = await(tablet.outbox().settled()).waiting;
+    require(waiting == 2, "the last position and the film for tomorrow wait, and nothing else");
+    const auto error = errorOf<SlingError>(tablet.session().withoutRepeats().watchList());
+    require(error.kind() == SlingErrorKind::cannotConnect, "it fails with cannotConnect");
     return fmt::format(
-        "403, {}; {} reaction, held binds dropped; a new bind, and {} is still there",
-        reasonOf(refusal.error), refusal.reactions, *cast.anna.username);
+        "process {} ended; {} goes on to {} s, of which 1 position waits, and {} "
+        "for the watch list; a list: {}; what to do: {}",
+        ended, film, afterTunnel.count(), nextFilm, error.what(), error.advice());
 }
 
-std::string loseService(const Stage& stage, const Cast& cast) {
-    auto& manager = ConfigurationManager::sharedInstance();
-    const UnusedPort port;
-    const ProfileParams params(bindOf(cast.anna));
-    const auto configured = manager.currentConfiguration();
-    manager.configure(withServicesAt(port.origin(), *configured));
-    const auto request = Profile().requestHistory(params);
-    manager.configure(*configured);
-    const auto refusal = stage.refusalOf(request);
-    require(refusal.error.kind() == SlingErrorKind::cannotConnect && refusal.reactions == 0,
-            "it fails with cannotConnect, without a reaction");
-    return fmt::format("{}: {}; what to do: {}", name(refusal.error.kind()), refusal.error.what(),
-                       refusal.error.advice());
-}
+std::string findService(const Cast& cast, Tablet& tablet, ServiceProcess& service) {
+    const auto binds = ConfigurationManager::sharedInstance().heldBinds().binds;
+    const auto sent = std::make_shared<std::atomic<int>>(0);
+    const auto allSent = std::make_shared<Signal>();
+    tablet.outbox().events().subscribe([sent, allSent](const OutboxEvent& event) {
+        if (event.kind == OutboxEvent::Kind::sent && ++*sent == 2) allSent->give();
+    });
+    auto asked = HalvardSling::toFuture(tablet.session().favorites());
+    tablet.awaitRepeat();
 
-std::string findService(const Stage& stage, const Cast& cast) {
-    const auto before = stage.sent();
-    const auto size = historySize(cast);
-    require(stage.sent() == before + 1, "the held bind is still good");
-    return fmt::format("the same request is answered, with the same bind: {} entries", size);
+    service.restart();
+    tablet.outbox().networkIsBack();
+    allSent->wait();
+    require(await(tablet.outbox().settled()).refused == 0, "the service takes everything");
+    const auto history = historyOf(cast);
+    require(!history.elements->empty() && history.elements->front().id == film &&
+                history.elements->front().progress == afterTunnel.count(),
+            "the film is in front, at the last position");
+    const auto tomorrow = await(cast.as(cast.anna).watchList()).elements.value();
+    require(!tomorrow.empty() && tomorrow.front().id == nextFilm, "the other is on the watch list");
+    require(asked.get().elements.has_value(), "the list that was asked for meanwhile comes");
+    require(ConfigurationManager::sharedInstance().heldBinds().binds == binds,
+            "the binds are still good");
+    return fmt::format(
+        "{} entries sent; {} is in front of the history, {} on the watch list; the "
+        "list that was asked for meanwhile came; the binds are still good",
+        sent->load(), film, nextFilm);
 }
 
 }  // namespace
 
-void playTrouble(Stage& stage, const Cast& cast) {
+void playTrouble(Stage& stage, const Cast& cast, ServiceProcess* service) {
     Stage::scene("Trouble");
     stage.step(fmt::format("{} tries to delete {}", *cast.ben.username, *cast.anna.username),
                [&] { return overreach(stage, cast); });
-    stage.step("the service cannot be reached", [&] { return loseService(stage, cast); });
-    stage.step("the service is back", [&] { return findService(stage, cast); });
+    if (service == nullptr) return;
+    Tablet tablet(cast);
+    stage.step("the service is taken away while Anna watches",
+               [&] { return loseService(cast, tablet, *service); });
+    stage.step("the service is back, and everything arrives",
+               [&] { return findService(cast, tablet, *service); });
 }
 
 }  // namespace HouseholdEvening

@@ -1,5 +1,5 @@
-// A household's evening: the library's operations from end to end, against a development service
-// that was started with --block PROFILE_ID. Each step checks what it prints.
+// A household's evening: the operations of a session from end to end, against a development service
+// that blocks a profile. Each step checks what it prints.
 
 #include <cerrno>
 #include <cstdio>
@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/file.h>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -37,33 +38,41 @@ FileDescriptor lockOn(const std::string& file) {
     return lock;
 }
 
-void playScenes(Cast& cast) {
+void playScenes(Cast& cast, ServiceProcess* service) {
     Stage stage;
     playBinds(stage, cast);
     playHousehold(stage, cast);
     playLists(stage, cast);
-    playTrouble(stage, cast);
+    playTrouble(stage, cast, service);
     showLists(cast);
     playGoodNight(stage, cast);
     stage.close();
 }
 
-void play(const std::string& configurationFile, const std::string& blockedProfileID) {
+void play(const std::string& configurationFile, const std::string& blockedProfileID,
+          ServiceProcess* service) {
     configure(configurationFile);
     const FileDescriptor lock = lockOn(configurationFile);
     Cast cast;
     cast.blockedProfileID = blockedProfileID;
     try {
-        playScenes(cast);
+        playScenes(cast, service);
     } catch (...) {
         try {
-            if (!cast.home.empty()) deleteCreatedProfiles();
+            if (!cast.home.empty()) deleteCreatedProfiles(cast);
         } catch (const std::exception& error) {
             fmt::print(stderr, "note: the next run deletes the created profiles: {}\n",
                        error.what());
         }
         throw;
     }
+}
+
+void playWithOwnService(const std::string& configurationFile, const std::string& blockedProfileID,
+                        const std::vector<std::string>& command) {
+    ServiceProcess service(command, configurationFile);
+    play(configurationFile, blockedProfileID, &service);
+    service.stop();
 }
 
 }  // namespace
@@ -74,11 +83,20 @@ int main(int argc, char** argv) {
             "Play a household's evening against a development service that blocks a profile");
         std::string configurationFile;
         std::string blockedProfileID = "blocked";
+        std::vector<std::string> command;
         app.add_option("--config", configurationFile, "The configuration file")->required();
         app.add_option("--blocked", blockedProfileID, "The profile that the service blocks")
             ->capture_default_str();
+        app.add_option("SERVICE", command,
+                       "The development service and its arguments, after --: it is started, writes "
+                       "the configuration, is taken away and brought back, and ends with the "
+                       "evening. Without it a service that runs is used, and stays")
+            ->type_name("");
         CLI11_PARSE(app, argc, argv);
-        play(configurationFile, blockedProfileID);
+        if (command.empty())
+            play(configurationFile, blockedProfileID, nullptr);
+        else
+            playWithOwnService(configurationFile, blockedProfileID, command);
         return 0;
     } catch (const std::exception& error) {
         static_cast<void>(std::fprintf(stderr, "error: %s\n", error.what()));

@@ -1,7 +1,8 @@
 #include <csignal>
+#include <cstdint>
 #include <fcntl.h>
 #include <filesystem>
-#include <sstream>
+#include <regex>
 #include <string>
 #include <sys/file.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <HalvardSling/json/JSONDictionary.hpp>
 
 #include "CommandLineFixture.hpp"
+#include "support/Ports.hpp"
 #include "support/RawServer.hpp"
 
 namespace {
@@ -36,6 +38,17 @@ class HouseholdEvening : public CommandLine {
         return {code, evening.output(), evening.errors()};
     }
 
+    /// The same with a service of its own, which it may take away.
+    Result playWithOwnService(const std::vector<std::string>& more) {
+        auto words = command();
+        words.insert(words.end(), {"--", KESTRIN_SERVER, "--database", directory / "db", "--quiet",
+                                   "--block", "blocked"});
+        words.insert(words.end(), more.begin(), more.end());
+        Program evening(words, environment);
+        const int code = evening.wait();
+        return {code, evening.output(), evening.errors()};
+    }
+
     [[nodiscard]] std::vector<std::string> command() const {
         return {KESTRIN_EVENING, "--config", configuration};
     }
@@ -58,6 +71,16 @@ class HouseholdEvening : public CommandLine {
     }
 };
 
+/// Expects that the service was started twice, both times at one address.
+void expectSamePortTwice(const std::string& evening) {
+    const std::regex line("ready on (http://[^\n]*)");
+    std::vector<std::string> addresses;
+    for (std::sregex_iterator each(evening.begin(), evening.end(), line), end; each != end; ++each)
+        addresses.push_back((*each)[1]);
+    ASSERT_EQ(addresses.size(), 2U);
+    EXPECT_EQ(addresses[0], addresses[1]);
+}
+
 /// A step as it is printed: its heading, and the line below it.
 testing::Matcher<std::string> step(int number, const std::string& what,
                                    const std::string& outcome) {
@@ -65,14 +88,15 @@ testing::Matcher<std::string> step(int number, const std::string& what,
 }
 
 TEST_F(HouseholdEvening, PlaysEveryStepOfTheEvening) {
-    startBlockingService({"--max-size", "240"});
-    const std::string evening = playedEvening();
+    const auto result = playWithOwnService({"--max-size", "240"});
+    EXPECT_EQ(result.code, 0) << result.errors;
+    const std::string& evening = result.output;
     const std::vector<testing::Matcher<std::string>> steps{
         step(1, "bind for the parent",
              "parent requested, decoded and stored with one request; token masked, "),
         step(2, "the same again", "answered by the held bind, no request sent\n"),
         step(3, "bind for a blocked profile",
-             "2 reactions, held binds dropped, the error delivered: "),
+             "2 reactions, the parent's bind put back, the error delivered: "),
         step(4, "an unconfigured operation", "serviceNotConfigured"),
         step(5, "who is at home", "1 at home: Parent\n"),
         step(6, "two profiles are created and listed", "3 profiles: Parent, Anna, Ben\n"),
@@ -89,8 +113,11 @@ TEST_F(HouseholdEvening, PlaysEveryStepOfTheEvening) {
         step(14, "a watch list is worked off", "5 films, each removed as it was watched"),
         step(15, "searches are recorded and deleted", "4 recorded"),
         step(16, "Ben the Younger tries to delete Anna", "403, the token's profile may not act"),
-        step(17, "the service cannot be reached", "cannotConnect: "),
-        step(18, "the service is back", "the same request is answered, with the same bind: 240"),
+        step(17, "the service is taken away while Anna watches", "process "),
+        step(
+            18, "the service is back, and everything arrives",
+            "2 entries sent; film-8 is in front of the history, film-9 on the watch list; the list "
+            "that was asked for meanwhile came; the binds are still good\n"),
         step(19, "both profiles are deleted", "Anna and Ben the Younger deleted")};
     for (const auto& each : steps)
         EXPECT_THAT(evening, each);
@@ -98,19 +125,48 @@ TEST_F(HouseholdEvening, PlaysEveryStepOfTheEvening) {
                 AllOf(HasSubstr(" was the last of 240 and is in front, at 0:12:34\n"),
                       HasSubstr("; the list keeps the newest 240, "),
                       HasSubstr("the service at http://127.0.0.1:"), HasSubstr("\n19 steps, ")));
+    EXPECT_THAT(evening, testing::ContainsRegex(" ended; film-8 goes on to 1260 s, of which 1 "
+                                                "position waits, and film-9 for the watch list; a "
+                                                "list: .*no connection could be made"));
+    expectSamePortTwice(evening);
     EXPECT_THAT(evening,
                 AllOf(Not(HasSubstr("eyJ")), Not(HasSubstr("\x1b")), Not(HasSubstr("20. "))));
 }
 
-TEST_F(HouseholdEvening, PrintsTheListsAsTheyAreInTheEnd) {
-    startBlockingService({"--max-size", "240"});
+TEST_F(HouseholdEvening, LeavesAServiceAloneThatIsNotItsOwn) {
+    startBlockingService();
     const std::string evening = playedEvening();
+    EXPECT_THAT(evening, AllOf(step(17, "both profiles are deleted", "Anna and Ben"),
+                               HasSubstr("\n17 steps, "), Not(HasSubstr("taken away"))));
+    EXPECT_THAT(names(), testing::ElementsAre("Parent"));
+}
+
+TEST_F(HouseholdEvening, AServiceThatDoesNotStartIsSaid) {
+    const auto result = playWithOwnService({"--no-such-option"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.errors, HasSubstr("did not start"));
+}
+
+TEST_F(HouseholdEvening, EndsItsServiceAlsoIfAStepFails) {
+    const auto result = playWithOwnService({"--max-profiles", "2"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.errors, HasSubstr("step 6, two profiles are created and listed: "));
+    std::smatch ready;
+    ASSERT_TRUE(std::regex_search(result.output, ready, std::regex("ready on http://.*:([0-9]+)")));
+    EXPECT_FALSE(TestSupport::isListening(static_cast<std::uint16_t>(std::stoul(ready[1]))));
+}
+
+TEST_F(HouseholdEvening, PrintsTheListsAsTheyAreInTheEnd) {
+    const auto result = playWithOwnService({"--max-size", "240"});
+    EXPECT_EQ(result.code, 0) << result.errors;
     EXPECT_THAT(
-        evening,
+        result.output,
         AllOf(HasSubstr("\nFavourites\n  little-bear "), HasSubstr("\n  6 entries, 240 at most\n"),
-              testing::ContainsRegex("\nHistory\n  film-5 +1:30:00  completed\n"),
+              testing::ContainsRegex(
+                  "\nHistory\n  film-8 +0:21:00 *\n  film-5 +1:30:00  completed\n"),
               HasSubstr("\n  … 232 more\n  240 entries, 240 at most\n"),
-              testing::ContainsRegex("\nWatch list\n  film-7 *\n  film-6 *\n  2 entries")));
+              testing::ContainsRegex(
+                  "\nWatch list\n  film-9 *\n  film-7 *\n  film-6 *\n  3 entries")));
 }
 
 TEST_F(HouseholdEvening, LeavesTheHouseholdAsItWasAndCanBePlayedAgain) {
@@ -170,8 +226,12 @@ TEST_F(HouseholdEvening, WhereNoProfileIsBlockedItSaysSoAndFails) {
 
 TEST_F(HouseholdEvening, AStepThatGoesThroughAgainstExpectationFails) {
     const RawServer server([](TestSupport::RawConnection& connection) {
-        while (connection.readRequest())
-            connection.send(TestSupport::httpReply(200, R"({"profileId":"p","token":"t"})"));
+        while (const auto request = connection.readRequest()) {
+            const bool isBlocked = request->find("blocked") != std::string::npos;
+            connection.send(TestSupport::httpReply(200, std::string(R"({"profileId":")") +
+                                                            (isBlocked ? "blocked" : "p") +
+                                                            R"(","token":"t"})"));
+        }
     });
     write(configuration,
           R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"
