@@ -44,7 +44,7 @@ class Run {
         if (interrupted_) throw CommandError::interrupted();
         if (failures_.empty()) return ExitCode::ok;
         const auto& [index, failure] = *failures_.begin();
-        session_.terminal.failure(withLocation(index, failure), failure.advice);
+        session_.terminal.failure(textOf(items_[index], failure), failure.advice);
         return failure.code;
     }
 
@@ -64,7 +64,7 @@ class Run {
         const auto& failure = failures_.emplace(index, describe(error)).first->second;
         if (!session_.options.verbose) return;
         session_.terminal.progress({});
-        session_.terminal.note("failed: " + printable(withLocation(index, failure)));
+        session_.terminal.note("failed: " + printable(textOf(items_[index], failure)));
     }
 
     void showProgress() const {
@@ -92,7 +92,7 @@ class Run {
     [[nodiscard]] JSONDictionary summary() const {
         std::vector<JSONDictionary> failures;
         for (const auto& [index, failure] : failures_)
-            failures.push_back(toJSON(index, failure));
+            failures.push_back(documentOf(items_[index], failure));
         JSONDictionary result;
         result.setInteger("done", static_cast<std::int64_t>(done_));
         result.setInteger("failed", static_cast<std::int64_t>(failures_.size()));
@@ -100,23 +100,6 @@ class Run {
         result.setInteger("notTried", static_cast<std::int64_t>(untried()));
         result.setDictionaries("failures", failures);
         return result;
-    }
-
-    [[nodiscard]] JSONDictionary toJSON(std::size_t index, const Failure& failure) const {
-        JSONDictionary result;
-        result.setText("item", items_[index].text);
-        if (!items_[index].location.empty()) result.setText("place", items_[index].location);
-        result.setText("message", failure.message);
-        result.setInteger("exitCode", static_cast<int>(failure.code));
-        return result;
-    }
-
-    /// What a failure says, after the location of its item and the item itself.
-    [[nodiscard]] std::string withLocation(std::size_t index, const Failure& failure) const {
-        const BatchItem& item = items_[index];
-        constexpr std::size_t mostColumns = 80;
-        return fmt::format("{}{}'{}': {}", item.location, item.location.empty() ? "" : ": ",
-                           shortened(printable(item.text), mostColumns), failure.message);
     }
 
     Session& session_;

@@ -70,6 +70,21 @@ void addLines(std::vector<BatchItem>& items, std::string_view text, const std::s
 
 }  // namespace
 
+std::string textOf(const BatchItem& item, const Failure& failure) {
+    constexpr std::size_t mostColumns = 80;
+    return fmt::format("{}{}'{}': {}", item.location, item.location.empty() ? "" : ": ",
+                       shortened(printable(item.text), mostColumns), failure.message);
+}
+
+HalvardSling::JSONDictionary documentOf(const BatchItem& item, const Failure& failure) {
+    HalvardSling::JSONDictionary result;
+    result.setText("item", item.text);
+    if (!item.location.empty()) result.setText("place", item.location);
+    result.setText("message", failure.message);
+    result.setInteger("exitCode", static_cast<int>(failure.code));
+    return result;
+}
+
 void addBatchItems(CLI::App& command, BatchItemSource& source, const std::string& item,
                    const std::string& description) {
     command.add_option(item, source.arguments, description)->type_name("");

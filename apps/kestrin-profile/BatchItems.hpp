@@ -5,6 +5,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <HalvardSling/json/JSONDictionary.hpp>
+
+#include "ExitCode.hpp"
 #include "Interruption.hpp"
 
 namespace KestrinProfileCLI {
@@ -20,6 +23,13 @@ struct BatchItemSource {
     std::vector<std::string> arguments;
     std::string file;  ///< --from: one item a line; "-": standard input; empty: none
 };
+
+/// What a failure says, after the location of its item and the item itself.
+[[nodiscard]] std::string textOf(const BatchItem& item, const Failure& failure);
+
+/// The same for programs.
+[[nodiscard]] HalvardSling::JSONDictionary documentOf(const BatchItem& item,
+                                                      const Failure& failure);
 
 /// Adds the arguments and --from to a command.
 /// @param item  what an item is called, e.g. "VIDEO_ID"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include <KestrinHousehold/outbox/OutboxError.hpp>
 #include <KestrinProfile/service/Error.hpp>
 
 namespace KestrinProfileCLI {
@@ -10,6 +11,7 @@ namespace KestrinProfileCLI {
 using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;
 using KestrinConfigManager::ConfigurationManagerError;
+using KestrinHousehold::OutboxError;
 using KestrinProfile::ProfileError;
 
 namespace {
@@ -90,12 +92,19 @@ Failure failureFor(const std::exception_ptr& error, const SlingError& known) {
     return failure;
 }
 
+Failure failureFor(const OutboxError& error) {
+    const bool isInput = error.value() == OutboxError::Case::invalidWrite;
+    return {isInput ? ExitCode::validation : ExitCode::serviceError, error.what(),
+            std::string(error.advice())};
+}
+
 }  // namespace
 
 std::vector<std::pair<ExitCode, const char*>> exitCodeMeanings() {
     return {
         {ExitCode::ok, "ok"},
-        {ExitCode::serviceError, "the service answered, but not with what was asked for"},
+        {ExitCode::serviceError,
+         "the service answered, but not with what was asked for; or the outbox cannot be used"},
         {ExitCode::usage, "the command line or the configuration is wrong"},
         {ExitCode::refused, "the service refuses the caller (401, 403)"},
         {ExitCode::network, "no answer: unreachable, TLS, timeout"},
@@ -113,6 +122,8 @@ Failure describe(const std::exception_ptr& error) {
         },
         [&](const ProfileError& known) { return failureFor(error, Domain::profile, known.code()); },
         [&](const std::exception& other) {
+            if (const auto* const kept = dynamic_cast<const OutboxError*>(&other))
+                return failureFor(*kept);
             const auto* const own = dynamic_cast<const CommandError*>(&other);
             return own != nullptr ? own->failure : failureFor(error, Domain::other, 0);
         });

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 
 #include <fmt/format.h>
@@ -43,6 +44,23 @@ std::optional<std::int64_t> durationOf(std::string_view text) {
         if (parts == 3) return std::nullopt;
         text.remove_prefix(colon + 1);
     }
+}
+
+std::optional<std::chrono::duration<double>> secondsOf(const std::string& text,
+                                                       std::chrono::duration<double> least,
+                                                       std::chrono::duration<double> most) {
+    char* end = nullptr;
+    const std::chrono::duration<double> time{std::strtod(text.c_str(), &end)};
+    const bool isWhole = !text.empty() && *end == '\0';
+    return isWhole && time >= least && time <= most ? std::optional(time) : std::nullopt;
+}
+
+std::string ageText(std::chrono::seconds age) {
+    using namespace std::chrono;
+    if (age < minutes(1)) return fmt::format("{} s", std::max<std::int64_t>(age.count(), 0));
+    if (age < hours(1)) return fmt::format("{} min", duration_cast<minutes>(age).count());
+    if (age < days(2)) return fmt::format("{} h", duration_cast<hours>(age).count());
+    return fmt::format("{} d", duration_cast<days>(age).count());
 }
 
 std::string dateText(KestrinProfile::Date date, bool utc) {

@@ -33,6 +33,15 @@ class Interruption {
         return ready();
     }
 
+    /// The same, for so long at most.
+    /// @return whether `ready` holds
+    template <class Ready>
+    [[nodiscard]] bool waitFor(std::chrono::duration<double> time, Ready ready) {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, time, [&] { return interrupted_ || ready(); });
+        return ready();
+    }
+
     /// Called again and again by what takes long without waiting.
     /// @throws CommandError if a signal came
     void check();

@@ -31,6 +31,13 @@ fs::path baseDirectory(const char* variable, const char* belowHome, const char* 
                         fmt::format("set one of them{}", alternative)});
 }
 
+/// The place of what belongs to a configuration, among its like.
+fs::path stateFileFor(const fs::path& configurationFile, const char* kind) {
+    std::error_code ignored;
+    const fs::path whole = fs::weakly_canonical(fs::absolute(configurationFile), ignored);
+    return fs::path("kestrin-profile") / kind / whole.relative_path();
+}
+
 }  // namespace
 
 fs::path defaultConfigurationFile() {
@@ -43,9 +50,11 @@ fs::path stateDirectory() {
 }
 
 fs::path bindFileFor(const fs::path& configurationFile) {
-    std::error_code ignored;
-    const fs::path whole = fs::weakly_canonical(fs::absolute(configurationFile), ignored);
-    return fs::path("kestrin-profile") / "binds" / whole.relative_path();
+    return stateFileFor(configurationFile, "binds");
+}
+
+fs::path outboxFileFor(const fs::path& configurationFile) {
+    return stateFileFor(configurationFile, "outboxes");
 }
 
 }  // namespace KestrinProfileCLI

@@ -17,4 +17,8 @@ namespace KestrinProfileCLI {
 /// configuration file has its own place, for a bind is of no use to another service.
 [[nodiscard]] std::filesystem::path bindFileFor(const std::filesystem::path& configurationFile);
 
+/// Where below `stateDirectory` the writes are kept that were made with --later and a
+/// configuration.
+[[nodiscard]] std::filesystem::path outboxFileFor(const std::filesystem::path& configurationFile);
+
 }  // namespace KestrinProfileCLI

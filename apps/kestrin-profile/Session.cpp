@@ -42,6 +42,27 @@ std::string asText(const HalvardSling::TransferLog& log) {
                        log.reusedConnection ? ", connection used again" : "");
 }
 
+KestrinHousehold::RetryPolicy policyFor(Repeats repeats) {
+    KestrinHousehold::RetryPolicy policy;
+    switch (repeats) {
+        case Repeats::never:
+            return KestrinHousehold::RetryPolicy::never();
+        case Repeats::many: {
+            constexpr int most = 100;  // more than there is time for
+            policy.maxAttempts = most;
+            policy.longestDelay = std::chrono::seconds(5);
+            policy.deadline = Session::patience;
+            policy.budget = {1, most, most};
+            return policy;
+        }
+        case Repeats::usual:
+            break;
+    }
+    // Who calls a program waits for its end; an application's minute is too long for that.
+    policy.deadline = std::chrono::seconds(10);
+    return policy;
+}
+
 }  // namespace
 
 Session::~Session() {
@@ -100,6 +121,7 @@ std::shared_ptr<HalvardSling::Transport> Session::newTransport() const {
 
 KestrinHousehold::HouseholdOptions Session::householdOptions() const {
     KestrinHousehold::HouseholdOptions household;
+    household.retry = policyFor(options.repeats);
     if (options.verbose)
         household.log = [this](const KestrinHousehold::HouseholdEvent& event) {
             terminal.note(event.text());

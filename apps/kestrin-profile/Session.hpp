@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -20,12 +21,20 @@
 
 namespace KestrinProfileCLI {
 
+/// Which requests are sent again.
+enum class Repeats {
+    usual,  ///< as an application does it, in a shorter time
+    many,   ///< --retry: for a minute, however many it takes
+    never,  ///< --no-retry
+};
+
 /// The options that every command takes.
 struct Options {
     std::filesystem::path configurationFile;  ///< --config; empty: the default one
     bool json = false;                        ///< --json: results for programs
     bool verbose = false;                     ///< -v: each request and reply on standard error
     bool dryRun = false;                      ///< --dry-run: requests are shown, not sent
+    Repeats repeats = Repeats::usual;         ///< --retry, --no-retry
     std::optional<std::string> profile;       ///< --profile: the acting profile; absent: the parent
     std::optional<std::string> brand;         ///< --brand; absent: the configured one
 };
@@ -33,6 +42,9 @@ struct Options {
 /// What a command works with: the options, the terminal, the configured library.
 class Session {
   public:
+    /// How long --retry goes on.
+    static constexpr std::chrono::seconds patience{60};
+
     /// @param interruption  outlives the session
     explicit Session(Interruption& interruption) : interruption_(interruption) {}
     Session(const Session&) = delete;

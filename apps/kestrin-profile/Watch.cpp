@@ -1,10 +1,11 @@
 #include "Watch.hpp"
 
 #include <chrono>
-#include <cstdlib>
 #include <optional>
 
 #include <fmt/format.h>
+
+#include "Format.hpp"
 
 namespace KestrinProfileCLI {
 
@@ -18,9 +19,7 @@ constexpr Seconds longestPeriod{86400};
 
 Seconds periodOf(const std::string& text) {
     if (text.empty()) return usualPeriod;
-    char* end = nullptr;
-    const Seconds period{std::strtod(text.c_str(), &end)};
-    if (*end == '\0' && period >= shortestPeriod && period <= longestPeriod) return period;
+    if (const auto period = secondsOf(text, shortestPeriod, longestPeriod)) return *period;
     throw CommandError({ExitCode::usage, fmt::format("'{}' is not a period", text),
                         "give --watch a number of seconds from 0.1 to 86400, or none for 2"});
 }

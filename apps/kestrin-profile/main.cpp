@@ -29,6 +29,13 @@ void addOptions(CLI::App& app, Options& options) {
         ->type_name("ID");
     app.add_flag("--dry-run", options.dryRun,
                  "Send nothing; print each request as a curl command, with variables for secrets");
+    auto* const retry = app.add_flag_callback(
+        "--retry", [&options] { options.repeats = Repeats::many; },
+        "Send what failed again for up to a minute, if it may be, e.g. while the service starts "
+        "(default: for up to 10 s, at first once, then a tenth as often as something succeeds)");
+    app.add_flag_callback(
+           "--no-retry", [&options] { options.repeats = Repeats::never; }, "Send each request once")
+        ->excludes(retry);
     app.set_version_flag("--version", KESTRIN_PROFILE_VERSION);
 }
 
@@ -37,6 +44,7 @@ void addCommands(CLI::App& app, Command& chosen) {
     addProfilesCommand(app, chosen);
     addListCommands(app, chosen);
     addSearchCommand(app, chosen);
+    addOutboxCommand(app, chosen);
     addConfigCommand(app, chosen);
     addSelfDescriptions(app, chosen);
 }

@@ -98,6 +98,10 @@ const std::vector<std::vector<std::string>> commands{
     {"watchlist", "add", "v1", "v2"},
     {"search", "add", "text"},
     {"search", "delete", "--yes"},
+    {"favorites", "add", "s1", "--later"},
+    {"history", "clear", "--yes", "--later"},
+    {"outbox", "list"},
+    {"outbox", "send"},
     {"config", "show"},
     {"config", "check"},
 };

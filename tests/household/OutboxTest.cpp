@@ -3,6 +3,7 @@
 #include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <mutex>
 #include <thread>
 #include <unistd.h>
 
@@ -141,6 +142,41 @@ TEST_F(OutboxTest, GoesOnAfterARestart) {
     EXPECT_EQ(settle().waiting, 0U);
     EXPECT_EQ(delivery->sent().size(), before + 2);
     EXPECT_EQ(delivery->sent().back(), write(Op::addSearchHistory, "x"));
+}
+
+TEST_F(OutboxTest, TellsItsLogAlsoWhatHappensBeforeAnybodyCanListen) {
+    std::mutex mutex;
+    std::vector<Kind> told;
+    options.log = [&](const OutboxEvent& event) {
+        const std::scoped_lock lock(mutex);
+        told.push_back(event.kind);
+    };
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    accept(write(Op::addFavoriteShow, "a"));
+    settle();
+    outbox.reset();
+    options.maxAge = 0s;
+    scheduler->advance(1h);
+    settle();
+    outbox.reset();
+    EXPECT_THAT(told, ElementsAre(Kind::delayed, Kind::expired));
+}
+
+TEST_F(OutboxTest, IsNotSettledBeforeItHasToldWhatHappened) {
+    delivery->hold();
+    accept(write(Op::addFavoriteShow, "a"));
+    ASSERT_TRUE(TestSupport::eventually([&] { return delivery->held() == 1; }));
+    std::optional<Observed<OutboxState>> settled;
+    bool isEarly = false;
+    const auto subscription = outbox->events().subscribe([&](const OutboxEvent&) {
+        settled.emplace(outbox->settled());
+        isEarly = settled->endedAtOnce();
+    });
+    delivery->answerNext(FakeDelivery::failing(networkIsAway()));
+    ASSERT_TRUE(settled);
+    EXPECT_FALSE(isEarly);
+    EXPECT_THAT(settled->values(), ElementsAre(OutboxState{1, 0}));
+    subscription.unsubscribe();
 }
 
 TEST_F(OutboxTest, WaitsLongerWithEachFailureAndNotAfterTheNetworkIsBack) {

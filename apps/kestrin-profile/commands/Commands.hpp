@@ -37,6 +37,9 @@ void addListCommands(CLI::App& app, Command& chosen);
 /// search add|delete: what a profile has searched for.
 void addSearchCommand(CLI::App& app, Command& chosen);
 
+/// outbox list|send|drop: what was kept with --later.
+void addOutboxCommand(CLI::App& app, Command& chosen);
+
 /// config check|show: the configuration.
 void addConfigCommand(CLI::App& app, Command& chosen);
 

@@ -9,6 +9,7 @@
 #include "../Batch.hpp"
 #include "../Confirmation.hpp"
 #include "../Format.hpp"
+#include "../Later.hpp"
 #include "../Profiles.hpp"
 #include "../Results.hpp"
 #include "../Watch.hpp"
@@ -18,6 +19,8 @@ namespace KestrinProfileCLI {
 
 using HalvardSling::Observable;
 using HalvardSling::Response;
+using KestrinHousehold::LaterSession;
+using KestrinHousehold::OutboxEntry;
 using KestrinHousehold::ProfileSession;
 using KestrinProfile::Types;
 using KestrinProfile::UserProfile;
@@ -26,8 +29,14 @@ using KestrinProfile::UserProfileElement;
 namespace {
 
 using Read = Observable<UserProfile> (ProfileSession::*)() const;
-using Write = Observable<Response> (ProfileSession::*)(std::string) const;
-using WriteAll = Observable<Response> (ProfileSession::*)() const;
+
+/// The operations that change a list, as an actor has them: at once or later.
+template <class Actor, class Result>
+struct Changes {
+    Observable<Result> (Actor::*add)(std::string) const;  ///< null: with the progress
+    Observable<Result> (Actor::*remove)(std::string) const;
+    Observable<Result> (Actor::*clear)() const;
+};
 
 /// One of a profile's lists: its words, and the operations of a session.
 struct ListKind {
@@ -38,9 +47,8 @@ struct ListKind {
     const char* argument;  ///< an identifier on the command line
     const char* argumentText;
     Read read;
-    Write add;  ///< null: with the progress
-    Write remove;
-    WriteAll clear;
+    Changes<ProfileSession, Response> now;
+    Changes<LaterSession, OutboxEntry> later;
 };
 
 constexpr const char* aVideo = "The identifier of a video";
@@ -50,18 +58,25 @@ constexpr const char* aShow = "The identifier of a show";
 constexpr ListKind history{
     "history", "What a profile has watched", "the history",
     "VIDEO", "VIDEO_ID", aVideo,
-    &ProfileSession::history, nullptr, &ProfileSession::deleteVideoHistory,
-    &ProfileSession::clearHistory};
+    &ProfileSession::history,
+    {nullptr, &ProfileSession::deleteVideoHistory, &ProfileSession::clearHistory},
+    {nullptr, &LaterSession::deleteVideoHistory, &LaterSession::clearHistory}};
 constexpr ListKind favorites{
     "favorites", "The shows that a profile likes", "the favorites",
     "SHOW", "SHOW_ID", aShow,
-    &ProfileSession::favorites, &ProfileSession::addFavoriteShow,
-    &ProfileSession::deleteFavoriteShow, &ProfileSession::clearFavorites};
+    &ProfileSession::favorites,
+    {&ProfileSession::addFavoriteShow, &ProfileSession::deleteFavoriteShow,
+     &ProfileSession::clearFavorites},
+    {&LaterSession::addFavoriteShow, &LaterSession::deleteFavoriteShow,
+     &LaterSession::clearFavorites}};
 constexpr ListKind watchList{
     "watchlist", "The videos that a profile wants to watch", "the watch list",
     "VIDEO", "VIDEO_ID", aVideo,
-    &ProfileSession::watchList, &ProfileSession::addWatchListVideo,
-    &ProfileSession::deleteWatchListVideo, &ProfileSession::clearWatchList};
+    &ProfileSession::watchList,
+    {&ProfileSession::addWatchListVideo, &ProfileSession::deleteWatchListVideo,
+     &ProfileSession::clearWatchList},
+    {&LaterSession::addWatchListVideo, &LaterSession::deleteWatchListVideo,
+     &LaterSession::clearWatchList}};
 // clang-format on
 
 /// How far the videos were watched, as it is typed.
@@ -81,6 +96,7 @@ struct ListOptions {
     std::string videoID;
     BatchOptions batch;
     Watched watched;
+    LaterOptions later;
 };
 using Shared = std::shared_ptr<ListOptions>;
 
@@ -117,15 +133,21 @@ std::chrono::seconds progressOf(const Watched& watched) {
 
 ExitCode add(Session& session, const ListOptions& options) {
     const ListKind& kind = options.kind;
-    const bool hasProgress = kind.add == nullptr;
+    const bool hasProgress = kind.now.add == nullptr;
     const auto progress = hasProgress ? progressOf(options.watched) : std::chrono::seconds(0);
     session.configure();
     const auto items = readBatchItems(options.batch.items, session.interruption());
     const auto acting = actingProfileOfBrand(session);
-    const auto request = [&](const std::string& item) {
-        return hasProgress ? acting.addHistoryVideo(item, progress, options.watched.isComplete)
-                           : (acting.*kind.add)(item);
+    const auto adding = [&](const auto& actor, const auto& changes, const std::string& item) {
+        return hasProgress ? actor.addHistoryVideo(item, progress, options.watched.isComplete)
+                           : (actor.*changes.add)(item);
     };
+    if (isLater(session, options.later))
+        return keepLater(session, options.later, acting, items,
+                         [&](const LaterSession& later, const std::string& item) {
+                             return adding(later, kind.later, item);
+                         });
+    const auto request = [&](const std::string& item) { return adding(acting, kind.now, item); };
     return runBatch(session, acting, options.batch, items,
                     {request, "added", fmt::format("to {}", kind.name)});
 }
@@ -134,8 +156,10 @@ ExitCode remove(Session& session, const ListOptions& options) {
     session.configure();
     const auto items = readBatchItems(options.batch.items, session.interruption());
     const auto acting = actingProfileOfBrand(session);
+    if (isLater(session, options.later))
+        return keepLater(session, options.later, acting, items, options.kind.later.remove);
     const auto request = [&](const std::string& item) {
-        return (acting.*options.kind.remove)(item);
+        return (acting.*options.kind.now.remove)(item);
     };
     return runBatch(session, acting, options.batch, items,
                     {request, "removed", fmt::format("from {}", options.kind.name)});
@@ -148,7 +172,10 @@ ExitCode clear(Session& session, const ListOptions& options) {
         session, options.isConfirmed,
         fmt::format("clear {} of the profile '{}'", options.kind.name, actingProfileName(session)));
     const auto acting = actingProfileOfBrand(session);
-    const auto reply = session.waitFor((acting.*options.kind.clear)());
+    if (isLater(session, options.later))
+        return keepLater(session, options.later, acting, options.kind.name,
+                         options.kind.later.clear);
+    const auto reply = session.waitFor((acting.*options.kind.now.clear)());
     printDone(session, reply, fmt::format("cleared {}", options.kind.name));
     return ExitCode::ok;
 }
@@ -159,7 +186,12 @@ ExitCode addMany(Session& session, const ListOptions& options) {
     std::vector<UserProfileElement> elements;
     for (const auto& item : items)
         elements.emplace_back(item.text, Types::show);
-    const auto reply = session.waitFor(actingProfileOfBrand(session).addFavoriteShows(elements));
+    const auto acting = actingProfileOfBrand(session);
+    if (isLater(session, options.later))
+        return keepLater(
+            session, options.later, acting, options.kind.name,
+            [&](const LaterSession& later) { return later.addFavoriteShows(elements); });
+    const auto reply = session.waitFor(acting.addFavoriteShows(elements));
     printDone(session, reply,
               fmt::format("added {} in one request to the favorites", items.size()));
     return ExitCode::ok;
@@ -202,6 +234,7 @@ void addAdding(CLI::App& group, Command& chosen, const Shared& options) {
                 "They were not; without either, the history keeps what it knows")
             ->excludes(completed);
     }
+    addLater(command, options->later);
     onChosen(command, chosen, options, &add);
 }
 
@@ -210,18 +243,21 @@ void addAddingMany(CLI::App& group, Command& chosen, const Shared& options) {
         "add-many", "Add entries, all in one request; the last one is in front");
     addBatchItems(command, options->batch.items, options->kind.argument,
                   options->kind.argumentText);
+    addLater(command, options->later);
     onChosen(command, chosen, options, &addMany);
 }
 
 void addRemoving(CLI::App& group, Command& chosen, const Shared& options) {
     auto& command = *group.add_subcommand("remove", "Remove entries, one request each");
     addBatch(command, options->batch, options->kind.argument, options->kind.argumentText);
+    addLater(command, options->later);
     onChosen(command, chosen, options, &remove);
 }
 
 void addClearing(CLI::App& group, Command& chosen, const Shared& options) {
     auto& command = *group.add_subcommand("clear", "Remove all entries");
     addConfirmation(command, options->isConfirmed);
+    addLater(command, options->later);
     onChosen(command, chosen, options, &clear);
 }
 

@@ -66,7 +66,7 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
         : store_(std::move(store)),
           delivery_(std::move(delivery)),
           scheduler_(scheduler ? std::move(scheduler) : std::make_shared<TimerThread>()),
-          options_(options) {}
+          options_(std::move(options)) {}
 
     void close();
 
@@ -79,6 +79,13 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     void networkIsBack();
     void bindIsNew(const std::string& profileID);
     [[nodiscard]] Observable<OutboxEvent> events() { return events_->observable(); }
+
+    /// Tells the application's log what happens from now on.
+    void logEvents() {
+        if (options_.log)
+            events_->observable().subscribe(
+                [log = options_.log](const OutboxEvent& event) { log(event); });
+    }
 
     /// Opens the store soon, and does what waits for it.
     void requestWork();
@@ -169,6 +176,7 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     void failed(const LanePointer& lane, std::uint64_t request, const std::exception_ptr& error);
     void completed(const LanePointer& lane, std::uint64_t request);
     void goOn(const LanePointer& lane);
+    void tell(Events events);
     [[nodiscard]] bool ends(Lane& lane, std::uint64_t request);
     void compared(Lane& lane, const KestrinProfile::UserProfile& list, Events& events);
     void finish(Lane& lane, Kind kind, std::string text, Events& events);
@@ -198,6 +206,7 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     mutable std::mutex mutex_;
     std::unique_ptr<TimerThread> disk_ = std::make_unique<TimerThread>();
     bool isWorkRequested_ = false;
+    int telling_ = 0;  ///< how many threads have events to tell
     int working_ = 0;  ///< how many threads are in `work`, or how often one is
     bool isOpen_ = false;
     bool isClosed_ = false;
@@ -592,8 +601,9 @@ void Outbox::Core::run(const LanePointer& lane) {
         {
             const std::scoped_lock lock(mutex_);
             request = nextRequest(*lane, events);
+            ++telling_;
         }
-        events_->send(std::move(events));
+        tell(std::move(events));
         if (!request) break;
         start(lane, *request);
         const std::scoped_lock lock(mutex_);
@@ -656,6 +666,13 @@ void Outbox::Core::start(const LanePointer& lane, const Request& request) {
     }
 }
 
+/// Tells events with whose making `telling_` was raised.
+void Outbox::Core::tell(Events events) {
+    events_->send(std::move(events));
+    const std::scoped_lock lock(mutex_);
+    --telling_;
+}
+
 /// Whether a request ends with this; false if it has ended.
 bool Outbox::Core::ends(Lane& lane, std::uint64_t request) {
     if (isClosed_ || !lane.awaitsReply || lane.request != request) return false;
@@ -688,8 +705,9 @@ void Outbox::Core::replied(const LanePointer& lane, std::uint64_t request, const
             lane->writes.pop_back();
             if (lane->writes.empty()) finish(*lane, Kind::sent, "the service has it", events);
         }
+        ++telling_;
     }
-    events_->send(std::move(events));
+    tell(std::move(events));
     goOn(lane);
 }
 
@@ -718,8 +736,9 @@ void Outbox::Core::failed(const LanePointer& lane, std::uint64_t request,
         if (!ends(*lane, request)) return;
         noteDate(failure.headers);
         fail(lane, failure, events);
+        ++telling_;
     }
-    events_->send(std::move(events));
+    tell(std::move(events));
     goOn(lane);
 }
 
@@ -861,6 +880,7 @@ nanoseconds Outbox::Core::ageOf(const OutboxEntry& entry) const {
 }
 
 bool Outbox::Core::isSettled() const {
+    if (telling_ != 0) return false;
     const bool isStoring = isWorkRequested_ || working_ != 0 || !incoming_.empty() ||
                            !drops_.empty() || !removals_.empty() || !refusals_.empty();
     if (!isOpen_) return openingError_.has_value() && !isStoring;
@@ -922,7 +942,8 @@ void Outbox::Core::close() {
 Outbox::Outbox(std::shared_ptr<OutboxStore> store, std::shared_ptr<OutboxDelivery> delivery,
                std::shared_ptr<Scheduler> scheduler, OutboxOptions options)
     : core_(std::make_shared<Core>(std::move(store), std::move(delivery), std::move(scheduler),
-                                   options)) {
+                                   std::move(options))) {
+    core_->logEvents();
     core_->requestWork();
 }
 

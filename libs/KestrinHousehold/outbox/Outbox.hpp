@@ -91,7 +91,8 @@ class KESTRIN_HOUSEHOLD_EXPORT Outbox {
     /// again, for example.
     void bindIsNew(const std::string& profileID);
 
-    /// Emits once nothing is being sent or stored: all is sent, or waits for something.
+    /// Emits once nothing is being sent or stored: all is sent, or waits for something. The events
+    /// of what happened before have been told then.
     [[nodiscard]] HalvardSling::Observable<OutboxState> settled() const;
 
   private:

@@ -2,10 +2,13 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
+
+#include <KestrinHousehold/outbox/OutboxEvent.hpp>
 
 namespace KestrinHousehold {
 
-/// The bounds and times of an outbox. Plain data: what is not set is the default.
+/// The bounds and times of an outbox, and its log; what is not set is the default.
 struct OutboxOptions {
     /// How many entries may wait, for all profiles together. One more is not accepted.
     std::size_t maxEntries = 10'000;
@@ -24,6 +27,9 @@ struct OutboxOptions {
     std::chrono::nanoseconds removalDelay = std::chrono::milliseconds(200);
     /// How long a request may be on its way, at the most.
     std::chrono::seconds longestRequest = std::chrono::minutes(2);
+    /// Told every event, those included that come before anybody can subscribe to
+    /// `Outbox::events`; may be empty. It must neither block nor throw.
+    std::function<void(const OutboxEvent&)> log{};
 };
 
 }  // namespace KestrinHousehold
