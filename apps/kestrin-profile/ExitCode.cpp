@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include <KestrinHousehold/outbox/OutboxError.hpp>
-#include <KestrinProfile/service/Error.hpp>
+#include <KestrinHousehold/error/Error.hpp>
 
 namespace KestrinProfileCLI {
 
@@ -115,15 +114,14 @@ std::vector<std::pair<ExitCode, const char*>> exitCodeMeanings() {
 }
 
 Failure describe(const std::exception_ptr& error) {
-    return KestrinProfile::visitError(
+    return KestrinHousehold::visitError(
         error, [&](const SlingError& known) { return failureFor(error, known); },
+        [](const OutboxError& known) { return failureFor(known); },
         [&](const ConfigurationManagerError& known) {
             return failureFor(error, Domain::configuration, known.code());
         },
         [&](const ProfileError& known) { return failureFor(error, Domain::profile, known.code()); },
         [&](const std::exception& other) {
-            if (const auto* const kept = dynamic_cast<const OutboxError*>(&other))
-                return failureFor(*kept);
             const auto* const own = dynamic_cast<const CommandError*>(&other);
             return own != nullptr ? own->failure : failureFor(error, Domain::other, 0);
         });
