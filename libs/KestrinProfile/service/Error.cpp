@@ -141,10 +141,9 @@ ErrorNotice noticeOfProfile(const ProfileError& error) noexcept {
 }
 
 /// In the order of the notices.
-constexpr auto noticeNames =
-    std::to_array<std::string_view>({"nothing", "noNetwork", "serviceDown", "signInAgain",
-                                     "notAllowed", "mendInput", "notSecure", "broken", "unknown",
-                                     "noSpace"});
+constexpr auto noticeNames = std::to_array<std::string_view>(
+    {"nothing", "noNetwork", "serviceDown", "signInAgain", "notAllowed", "mendInput", "notSecure",
+     "broken", "unknown", "noSpace"});
 
 }  // namespace
 
