@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -24,7 +25,8 @@ class EventStream : public std::enable_shared_from_this<EventStream<T>> {
             });
     }
 
-    /// Sends events, or leaves them to a thread that is sending; not with a lock held.
+    /// Sends events, or leaves them to a thread that is sending; not with a lock held. An event for
+    /// which there is no memory is lost.
     void send(std::vector<T> events) {
         {
             const std::scoped_lock lock(mutex_);
@@ -35,7 +37,7 @@ class EventStream : public std::enable_shared_from_this<EventStream<T>> {
         }
         while (auto next = take())
             for (const auto& subscriber : next->second)
-                subscriber.on_next(next->first);
+                tell(subscriber, next->first);
     }
 
     void complete() {
@@ -51,6 +53,13 @@ class EventStream : public std::enable_shared_from_this<EventStream<T>> {
 
   private:
     using Delivery = std::pair<T, std::vector<rxcpp::subscriber<T>>>;
+
+    static void tell(const rxcpp::subscriber<T>& subscriber, const T& event) {
+        try {
+            subscriber.on_next(event);
+        } catch (const std::bad_alloc&) {  // That one does not hear of it; the others do.
+        }
+    }
 
     void add(const rxcpp::subscriber<T>& subscriber) {
         std::uint64_t number = 0;
@@ -77,16 +86,19 @@ class EventStream : public std::enable_shared_from_this<EventStream<T>> {
 
     std::unique_ptr<Delivery> take() {
         const std::scoped_lock lock(mutex_);
-        if (waiting_.empty()) {
-            isSending_ = false;
-            return nullptr;
+        for (; !waiting_.empty(); waiting_.pop_front()) {
+            try {
+                auto delivery = std::make_unique<Delivery>(std::move(waiting_.front()),
+                                                           std::vector<rxcpp::subscriber<T>>());
+                for (const auto& [number, subscriber] : subscribers_)
+                    delivery->second.push_back(subscriber);
+                waiting_.pop_front();
+                return delivery;
+            } catch (const std::bad_alloc&) {  // This one is lost; those after it are not.
+            }
         }
-        auto delivery = std::make_unique<Delivery>(std::move(waiting_.front()),
-                                                   std::vector<rxcpp::subscriber<T>>());
-        waiting_.pop_front();
-        for (const auto& [number, subscriber] : subscribers_)
-            delivery->second.push_back(subscriber);
-        return delivery;
+        isSending_ = false;
+        return nullptr;
     }
 
     std::mutex mutex_;

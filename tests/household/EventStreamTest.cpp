@@ -1,0 +1,41 @@
+#include <memory>
+#include <new>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <KestrinHousehold/outbox/internal/EventStream.hpp>
+
+namespace {
+
+using KestrinHousehold::internal::EventStream;
+
+/// An event, of which each copy takes memory. There is none for a second copy of number 2: the one
+/// that a sender takes of what waits.
+struct Event {
+    int number = 0;
+    bool isLastCopy = false;
+
+    explicit Event(int aNumber) : number(aNumber) {}
+    Event(const Event& other) : number(other.number), isLastCopy(other.number == 2) {
+        if (other.isLastCopy) throw std::bad_alloc();
+    }
+    Event& operator=(const Event&) = default;
+    ~Event() = default;
+};
+
+TEST(EventStream, LosesOnlyTheEventForWhichThereIsNoMemory) {
+    const auto stream = std::make_shared<EventStream<Event>>();
+    std::vector<int> heard;
+    stream->observable().subscribe([&](const Event& event) { heard.push_back(event.number); });
+    std::vector<Event> events;
+    events.reserve(3);
+    for (const int number : {1, 2, 3})
+        events.emplace_back(number);
+    stream->send(std::move(events));
+    EXPECT_EQ(heard, (std::vector{1, 3}));
+    stream->send({Event(4)});
+    EXPECT_EQ(heard, (std::vector{1, 3, 4})) << "it goes on sending";
+}
+
+}  // namespace
