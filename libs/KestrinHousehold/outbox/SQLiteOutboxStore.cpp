@@ -29,15 +29,18 @@ namespace {
 /// Marks the file as ours, so that another program's database is never touched.
 constexpr std::int64_t applicationID = 0x4B504F42;
 constexpr std::int64_t schemaVersion = 1;
-constexpr const char* schema = R"sql(
-    CREATE TABLE kestrin_outbox (
-        number INTEGER PRIMARY KEY,
-        entry TEXT NOT NULL,
-        checksum INTEGER NOT NULL
-    ) STRICT;
-    PRAGMA application_id = 0x4B504F42;
-    PRAGMA user_version = 1;
-)sql";
+
+std::string schema() {
+    constexpr const char* tables = R"sql(
+        CREATE TABLE kestrin_outbox (
+            number INTEGER PRIMARY KEY,
+            entry TEXT NOT NULL,
+            checksum INTEGER NOT NULL
+        ) STRICT;
+    )sql";
+    return tables + ("PRAGMA application_id = " + std::to_string(applicationID)) +
+           "; PRAGMA user_version = " + std::to_string(schemaVersion);
+}
 
 fs::path beside(fs::path file, const char* suffix) {
     file += suffix;
@@ -206,7 +209,7 @@ class SQLiteOutboxStore::Connection {
 
     void create() const {
         SQLiteTransaction transaction(file);
-        file.run(schema);
+        file.run(schema().c_str());
         transaction.commit();
     }
 
