@@ -19,7 +19,8 @@ readelf --segments --wide "$library" | awk '
     END { exit bad || count == 0 }' || status=1
 
 runtimes=(libc libm libstdc++ libgcc_s libc++ libc++abi libunwind ld-linux-x86-64 ld-linux-aarch64)
-needed=$(readelf --dynamic --wide "$library" | sed -nE 's/.*\(NEEDED\).*\[(.*)\.so\..*\]/\1/p')
+needed=$(readelf --dynamic --wide "$library" | sed -nE 's/.*\(NEEDED\).*\[(.*)\]/\1/p' |
+    sed -E 's/\.so(\..*)?$//')
 [ -n "$needed" ] || { echo "nothing is needed, not even libc"; exit 1; }
 for each in $needed; do
     printf '%s\n' "${runtimes[@]}" "$@" | grep -qxF "$each" || { echo "needs $each"; status=1; }
