@@ -21,9 +21,9 @@ struct HeldBinds {
 /// Keeps binds between runs of the application.
 ///
 /// Contract: `load` is called once, by `ConfigurationManager::useBindStore`. `save` is called after
-/// every change, from any thread, also from the thread that delivers replies, with no lock held: it
-/// must not block, so a store that writes to a disk does that on a thread of its own. Neither
-/// throws.
+/// every change, from any thread, also from the thread that delivers replies, and perhaps while its
+/// caller holds a lock of these libraries: it must neither block nor call them, so a store that
+/// writes to a disk does that on a thread of its own. Neither throws.
 class KESTRIN_CONFIG_MANAGER_EXPORT BindStore {
   public:
     /// What a store gave back.
