@@ -65,7 +65,14 @@ void tell(const Hooks<kestrin_household_log>& log, const HouseholdEvent& event) 
     }
 }
 
-HouseholdOptions optionsOf(const kestrin_household_options& given) {
+const Defaults<kestrin_retry_policy>& defaultPolicy() {
+    static const Defaults<kestrin_retry_policy> defaults{RetryPolicy()};
+    return defaults;
+}
+
+HouseholdOptions optionsOf(const kestrin_household_options* options) {
+    const Path path("options");
+    const auto given = knownPart(options, path);
     std::optional<Hooks<kestrin_clock>> clock;
     std::optional<Hooks<kestrin_household_log>> log;
     // Both are taken over, whatever is wrong with one of them.
@@ -82,14 +89,18 @@ HouseholdOptions optionsOf(const kestrin_household_options& given) {
     });
     if (clockProblem) std::rethrow_exception(clockProblem);
     if (logProblem) std::rethrow_exception(logProblem);
+    requireAllKnown(options, path);
 
-    HouseholdOptions options;
-    if (given.retry != nullptr) read(given.retry, options.retry, Path("options.retry"));
-    if (clock) options.scheduler = std::make_shared<HookScheduler>(std::move(*clock));
+    HouseholdOptions taken;
+    if (given.retry != nullptr) {
+        const Path retry(path, "retry");
+        readFields(sized(given.retry, retry, defaultPolicy().structure()), taken.retry, retry);
+    }
+    if (clock) taken.scheduler = std::make_shared<HookScheduler>(std::move(*clock));
     if (log)
-        options.log = [shared = std::make_shared<const Hooks<kestrin_household_log>>(
-                           std::move(*log))](const HouseholdEvent& event) { tell(*shared, event); };
-    return options;
+        taken.log = [shared = std::make_shared<const Hooks<kestrin_household_log>>(
+                         std::move(*log))](const HouseholdEvent& event) { tell(*shared, event); };
+    return taken;
 }
 
 ProfileSession sessionOf(const KestrinHousehold::Household& household,
@@ -115,17 +126,14 @@ kestrin_status kestrin_profile_start(const kestrin_bind* bind, const kestrin_cal
 }
 
 kestrin_status kestrin_retry_policy_init(kestrin_retry_policy* policy, size_t size) {
-    return guarded("kestrin_retry_policy_init", [&] {
-        static const Defaults<kestrin_retry_policy> defaults{RetryPolicy()};
-        defaults.copyTo(policy, size, "policy");
-    });
+    return guarded("kestrin_retry_policy_init",
+                   [&] { defaultPolicy().copyTo(policy, size, "policy"); });
 }
 
 kestrin_status kestrin_household_create(const kestrin_household_options* options,
                                         kestrin_household** household) {
     return guarded("kestrin_household_create", [&] {
-        auto taken =
-            options != nullptr ? optionsOf(sized(options, Path("options"))) : HouseholdOptions();
+        auto taken = options != nullptr ? optionsOf(options) : HouseholdOptions();
         requirePlace(household, "household");
         *household = made<kestrin_household>(
             kestrin_household{KestrinHousehold::Household(std::move(taken))});

@@ -97,7 +97,9 @@ const char* kestrin_version(void) {
 }
 
 const char* kestrin_operation_name(kestrin_operation operation) {
-    if (operation < 0 || operation >= caseCount<KestrinProfile::ProfileOperation>) return "";
+    if (operation < KESTRIN_ANONYMOUS_BIND ||
+        operation >= caseCount<KestrinProfile::ProfileOperation>)
+        return "";
     return rawValue(static_cast<KestrinProfile::ProfileOperation>(operation)).data();
 }
 

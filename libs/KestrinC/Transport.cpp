@@ -1,5 +1,6 @@
 // Requests that the application sends.
 
+#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <map>
@@ -32,31 +33,29 @@ using HalvardSling::TransportResult;
 class OpenTransfers {
   public:
     TransferID add(TransportCompletion completion) {
-        const auto state = state_.lock();
-        state->completions.emplace(state->last + 1, std::move(completion));
-        return ++state->last;
+        // Of the process: an application may tell transfers of several transports apart by them.
+        static std::atomic<TransferID> last{0};
+        const TransferID id = ++last;
+        completions_.lock()->emplace(id, std::move(completion));
+        return id;
     }
 
     /// The completion of a transfer, if it still has one; who takes it may call it.
     [[nodiscard]] TransportCompletion take(TransferID id) noexcept {
-        auto node = state_.lock()->completions.extract(id);
+        auto node = completions_.lock()->extract(id);
         return node.empty() ? TransportCompletion() : std::move(node.mapped());
     }
 
     /// The completion of any transfer, if there is one.
     [[nodiscard]] std::pair<TransferID, TransportCompletion> takeFirst() noexcept {
-        const auto state = state_.lock();
-        if (state->completions.empty()) return {};
-        auto node = state->completions.extract(state->completions.begin());
+        const auto completions = completions_.lock();
+        if (completions->empty()) return {};
+        auto node = completions->extract(completions->begin());
         return {node.key(), std::move(node.mapped())};
     }
 
   private:
-    struct State {
-        TransferID last = 0;
-        std::map<TransferID, TransportCompletion> completions;
-    };
-    KestrinInternal::Guarded<State> state_;
+    KestrinInternal::Guarded<std::map<TransferID, TransportCompletion>> completions_;
 };
 
 }  // namespace
@@ -82,6 +81,15 @@ inline constexpr const char* handleName<kestrin_transfer> = "the transfer";
 
 namespace {
 
+/// What a transfer ends with whose transport ends before it.
+TransportResult transportEnded() noexcept {
+    try {
+        return SlingError(SlingErrorKind::cancelled, "the transport was replaced");
+    } catch (...) {
+        return HalvardSling::internal::outOfMemoryError();
+    }
+}
+
 /// The application's functions as a transport.
 class HookTransport final : public HalvardSling::Transport {
   public:
@@ -91,7 +99,7 @@ class HookTransport final : public HalvardSling::Transport {
     ~HookTransport() override {
         for (auto next = open_->takeFirst(); next.second; next = open_->takeFirst()) {
             cancelHook(next.first);
-            next.second(SlingError(SlingErrorKind::cancelled, "the transport was replaced"));
+            next.second(transportEnded());
         }
     }
 
@@ -224,10 +232,11 @@ using namespace KestrinC::internal;
 
 kestrin_status kestrin_set_transport(const kestrin_transport* transport) {
     return guarded("kestrin_set_transport", [&] {
-        static_cast<void>(HalvardSling::internal::outOfMemoryError());  // while there is memory
         if (transport == nullptr) return HalvardSling::setDefaultTransport(nullptr);
-        HalvardSling::setDefaultTransport(std::make_shared<HookTransport>(
-            Hooks<kestrin_transport>::taken(transport, "transport", &kestrin_transport::send)));
+        auto hooks =
+            Hooks<kestrin_transport>::taken(transport, "transport", &kestrin_transport::send);
+        static_cast<void>(HalvardSling::internal::outOfMemoryError());  // while there is memory
+        HalvardSling::setDefaultTransport(std::make_shared<HookTransport>(std::move(hooks)));
     });
 }
 

@@ -11,21 +11,26 @@
  * may be used from any thread; its release is the last use of it. A NULL handle is refused with
  * KESTRIN_INVALID_ARGUMENT. A library that was built with checks (KESTRIN_C_CHECKED, on in debug
  * builds) ends the process instead, if a handle is NULL, was released, or never was one, with a
- * message on stderr that names the function.
+ * message on stderr that names the function. It does not find a handle whose release begins while
+ * another thread is using it, nor one whose memory a new handle of the same kind has meanwhile: it
+ * keeps that of the last 10,000 that were released.
  *
  * STRUCTURES begin with their size (set it to sizeof of the structure) and grow at their end. What
  * is zero is absent, or as the member says. A structure that is larger than the library knows is
  * taken if the rest of it is zero. Arrays of structures say how far the elements are apart
- * (`stride`), so that those can grow; the functions ..._at read them.
+ * (`stride`), so that those can grow; the functions ..._at read them. What has no size stays as it
+ * is for ever: kestrin_text and kestrin_texts, kestrin_header and kestrin_headers, kestrin_int32s,
+ * kestrin_optional_int64 and kestrin_optional_bool, and the arrays themselves. A time that is
+ * handed in may not be negative unless its member says what that means.
  *
  * TEXTS are UTF-8 with a length, without a zero at the end. `data` NULL is an absent text, which is
  * another thing than an empty one. What is handed in is copied before the function returns. A text
  * that is not UTF-8 (RFC 3629; overlong forms and surrogates, as Java's modified UTF-8 has them,
  * are not) is refused with KESTRIN_INVALID_UTF8, and nothing is sent.
  *
- * PROBLEMS OF A CALL are the function's status; kestrin_last_problem() says more. No exception
- * leaves a function: a lack of memory is KESTRIN_OUT_OF_MEMORY. A function that fails has no
- * effect.
+ * PROBLEMS OF A CALL. A function returns a status, and kestrin_last_problem() says more about it.
+ * No exception leaves a function: a lack of memory is KESTRIN_OUT_OF_MEMORY. A function that fails
+ * has no effect.
  *
  * REQUESTS. A function with a kestrin_completion begins something and does not wait for it. If it
  * returns KESTRIN_OK:
@@ -52,7 +57,9 @@
  * over as it does a completion's: each is released exactly once, when nothing uses the hooks any
  * more, or before a function that refuses them returns (hooks whose size is wrong are not read at
  * all). A hook must not block and must not throw; it may be called from any thread, several at
- * once, with no lock held. An event for which there is no memory is not told.
+ * once. A clock's functions and a bind store's `save` may be called while the library holds a lock:
+ * they must not call this library, except that a clock may call kestrin_task_drop. All other hooks
+ * are called with no lock held. An event for which there is no memory is not told.
  *
  * When a process ends by exit, what is open then may never be completed or released.
  */
@@ -243,7 +250,7 @@ typedef struct kestrin_headers {
     size_t count;
 } kestrin_headers;
 
-/* A reply as it came. */
+/* A reply as it came. Its headers' values are bytes, not texts: they need not be UTF-8. */
 typedef struct kestrin_response {
     size_t size;
     int32_t status;
@@ -262,7 +269,8 @@ enum {
     KESTRIN_SHOW_MEND_INPUT = 5,
     KESTRIN_SHOW_NOT_SECURE = 6,
     KESTRIN_SHOW_BROKEN = 7,
-    KESTRIN_SHOW_UNKNOWN = 8
+    KESTRIN_SHOW_UNKNOWN = 8,
+    KESTRIN_SHOW_NO_SPACE = 9
 };
 
 /* Why a request failed. */
@@ -299,6 +307,16 @@ enum {
     KESTRIN_TRANSFER_CANCELLED = 12,
     KESTRIN_TRANSFER_OUT_OF_MEMORY = 13,
     KESTRIN_MALFORMED_BODY = 14
+};
+
+/* The codes of the domain "KestrinHousehold.OutboxError": why an outbox has not kept a write. */
+typedef int32_t kestrin_outbox_error;
+enum {
+    KESTRIN_OUTBOX_INVALID_WRITE = 0,
+    KESTRIN_OUTBOX_FULL = 1,
+    KESTRIN_OUTBOX_STORE_UNAVAILABLE = 2,
+    KESTRIN_OUTBOX_NOT_STORED = 3,
+    KESTRIN_OUTBOX_CLOSED = 4
 };
 
 /* ---- Outbox records ------------------------------------------------------------------------- */
@@ -490,7 +508,8 @@ typedef struct kestrin_bind_store {
      * block. `loaded` lives until it returns. */
     void (*load)(void* context, kestrin_loaded_binds* loaded);
     /* Called after every change, from any thread. States may arrive out of order: the highest
-     * `revision` counts. The texts live until it returns; it must not block. */
+     * `revision` counts. The texts live until it returns; it must not block, and must not call this
+     * library. */
     void (*save)(void* context, const kestrin_binds* binds, kestrin_text selected_profile_id,
                  uint64_t revision);
     void (*release_context)(void* context); /* may be NULL */
@@ -659,15 +678,17 @@ typedef struct kestrin_retry_policy {
 KESTRIN_C_EXPORT kestrin_status kestrin_retry_policy_init(kestrin_retry_policy* policy,
                                                           size_t size);
 
-/* The platform's time and timers. */
+/* The platform's time and timers. Its functions must not call this library, except for
+ * kestrin_task_drop. */
 typedef struct kestrin_clock {
     size_t size;
     void* context;
     int64_t (*steady_ns)(void* context); /* never goes back */
     int64_t (*wall_ms)(void* context);   /* milliseconds since 1970; may jump */
-    /* Has the task run once `delay_ns` (0 or more) has passed, on any thread, but not inside this
-     * call; tasks that are due in the order of their times. False: it could not be, and the task
-     * was not touched. */
+    /* Arranges for the task to run, one time, after `delay_ns` (0 or more), on any thread, but not
+     * inside this call; tasks run in the order in which they are due. `id` names the task for
+     * `cancel` and is never used twice. False: that could not be done, and the task was not
+     * touched. */
     bool (*after)(void* context, uint64_t id, int64_t delay_ns, kestrin_task* task);
     /* The task need not run any more; run it or drop it all the same, once. May be NULL. */
     void (*cancel)(void* context, uint64_t id);
@@ -771,8 +792,8 @@ typedef struct kestrin_outbox_options {
     /* Where writes are kept, a path; absent: in memory, as long as the outbox lives. A library
      * without SQLite (KESTRIN_OUTBOX_STORE=none) answers a path with KESTRIN_NOT_AVAILABLE. */
     kestrin_text file;
-    size_t max_entries;
-    int64_t max_age_ms;
+    size_t max_entries; /* 1 or more */
+    int64_t max_age_ms; /* this, compare_after_ms and longest_request_ms: rounded up to seconds */
     size_t max_refused;
     int64_t compare_after_ms;
     int64_t first_delay_ms;
@@ -846,7 +867,9 @@ typedef struct kestrin_outbox_watcher {
     /* Called once, when no event is running or will come: the outbox has ended or the request was
      * cancelled. May be NULL. */
     void (*release_context)(void* context);
-    kestrin_executor* executor; /* NULL: where events happen. One that drops a task ends it. */
+    /* NULL: where events happen. The watch ends if the executor drops a task, or if there is no
+     * memory for one. */
+    kestrin_executor* executor;
 } kestrin_outbox_watcher;
 
 /* Watches an outbox until the request is cancelled, or the outbox ends. */
@@ -888,7 +911,10 @@ KESTRIN_C_EXPORT kestrin_status kestrin_reporter_create(kestrin_household* house
                                                         const kestrin_reporter_options* options,
                                                         kestrin_reporter** reporter);
 
-/* Writes what is known and was not written, and ends. */
+/*
+ * Writes what is known and was not written, and ends. It may wait as kestrin_outbox_release does if
+ * the outbox was released before, and as kestrin_household_release does if the household was.
+ */
 KESTRIN_C_EXPORT void kestrin_reporter_release(kestrin_reporter* reporter);
 
 /* The player is at a position, in milliseconds; below 0: unknown, and nothing changes. */

@@ -33,7 +33,6 @@ TEST_F(Border, ReleasingNothingDoesNothing) {
     kestrin_reporter_release(nullptr);
 }
 
-#if !defined(KESTRIN_TEST_CHECKED)
 TEST_F(Border, RefusesHandlesThatAreNull) {
     const auto call = app_call(KESTRIN_GET_HISTORY);
     const auto completion = app_completion(&ending);
@@ -61,7 +60,6 @@ TEST_F(Border, RefusesHandlesThatAreNull) {
     kestrin_task_run(nullptr);
     EXPECT_EQ(lastProblem(), "kestrin_task_run: the task is NULL");
 }
-#endif
 
 TEST_F(Border, RefusesPlacesThatAreNull) {
     EXPECT_EQ(kestrin_household_create(nullptr, nullptr), KESTRIN_INVALID_ARGUMENT);
@@ -95,7 +93,46 @@ TEST_F(Border, TakesALargerStructureWhoseRestIsZero) {
     later.rest[7] = 1;
     EXPECT_EQ(kestrin_store_bind(&later.bind), KESTRIN_INVALID_ARGUMENT);
     EXPECT_THAT(lastProblem(),
-                HasSubstr("asks for what this version of the library does not know"));
+                HasSubstr("sets a member that this version of the library does not know"));
+}
+
+template <class Structure>
+struct Later {
+    Structure known{};
+    char rest[8]{0, 0, 0, 0, 0, 0, 0, 1};
+
+    explicit Later(const Structure& structure) : known(structure) { known.size = sizeof(Later); }
+};
+
+TEST_F(Border, ReleasesTheContextOfHooksThatSetAnUnknownMember) {
+    app_transport another{};
+    const Later transportHooks(app_transport_hooks(&another));
+    EXPECT_EQ(kestrin_set_transport(&transportHooks.known), KESTRIN_INVALID_ARGUMENT);
+    EXPECT_THAT(lastProblem(), HasSubstr("transport sets a member"));
+    EXPECT_EQ(another.released, 1);
+
+    makeSession();
+    const auto call = app_call(KESTRIN_GET_HISTORY);
+    const Later completion(app_completion(&ending));
+    EXPECT_EQ(kestrin_session_start(session, &call, &completion.known, nullptr),
+              KESTRIN_INVALID_ARGUMENT);
+    EXPECT_EQ(ending.released, 1);
+    EXPECT_EQ(transport.sent, 0);
+}
+
+TEST_F(Border, ReleasesTheHooksOfOptionsThatSetAnUnknownMember) {
+    app_clock clock{};
+    app_log log{};
+    const auto clockHooks = app_clock_hooks(&clock);
+    const auto logHooks = app_log_hooks(&log);
+    kestrin_household_options options{};
+    options.clock = &clockHooks;
+    options.log = &logHooks;
+    const Later later(options);
+    EXPECT_EQ(kestrin_household_create(&later.known, &household), KESTRIN_INVALID_ARGUMENT);
+    EXPECT_THAT(lastProblem(), HasSubstr("options sets a member"));
+    EXPECT_EQ(clock.released, 1);
+    EXPECT_EQ(log.released, 1);
 }
 
 TEST_F(Border, TakesElementsThatAreFurtherApart) {
@@ -143,6 +180,21 @@ TEST_F(Border, FillsInNoMoreThanTheSizeThatItIsTold) {
     EXPECT_EQ(kestrin_outbox_options_init(&place.options, 8), KESTRIN_INVALID_ARGUMENT);
 }
 
+TEST_F(Border, RefusesBoundsThatNoOutboxCanKeep) {
+    makeSession();
+    const auto expectRefused = [&](auto member, auto value, const char* problem) {
+        kestrin_outbox_options options{};
+        EXPECT_EQ(kestrin_outbox_options_init(&options, sizeof options), KESTRIN_OK);
+        options.*member = value;
+        EXPECT_EQ(kestrin_outbox_create(household, &options, &outbox), KESTRIN_INVALID_ARGUMENT);
+        EXPECT_THAT(lastProblem(), HasSubstr(problem));
+    };
+    expectRefused(&kestrin_outbox_options::max_entries, 0U, "options.max_entries is 0");
+    expectRefused(&kestrin_outbox_options::max_age_ms, -1, "options.max_age_ms is negative");
+    expectRefused(&kestrin_outbox_options::first_delay_ms, -1,
+                  "options.first_delay_ms is negative");
+}
+
 TEST_F(Border, FillsInThePolicyThatHouseholdsHave) {
     kestrin_retry_policy policy;
     ASSERT_EQ(kestrin_retry_policy_init(&policy, sizeof policy), KESTRIN_OK);
@@ -166,7 +218,8 @@ TEST_F(Border, FillsInThePolicyThatHouseholdsHave) {
     const int32_t unknown = 99;
     policy.errors = {&unknown, 1};
     EXPECT_EQ(kestrin_household_create(&options, &household), KESTRIN_INVALID_ARGUMENT);
-    EXPECT_THAT(lastProblem(), EndsWith("options.retry.errors[0] is 99, which stands for nothing"));
+    EXPECT_THAT(lastProblem(),
+                EndsWith("options.retry.errors[0] is 99, which is not a known value"));
     policy.errors.count = 0;
     policy.deadline_ms = INT64_MAX;
     EXPECT_EQ(kestrin_household_create(&options, &household), KESTRIN_INVALID_ARGUMENT);
@@ -230,7 +283,7 @@ TEST_F(Border, TakesEveryCharacterThereIs) {
     call.user = &user;
     ASSERT_EQ(begin(call, ending), KESTRIN_OK) << lastProblem();
     EXPECT_THAT(string(transport.requests[0]->body),
-                HasSubstr("A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"));
+                HasSubstr("A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\\u0000B"));
 }
 
 TEST_F(Border, RefusesALengthWithoutData) {
@@ -273,6 +326,27 @@ TEST_F(Border, CutsAProblemThatIsTooLong) {
         configuration += (index > 0 ? ",\"s" : "\"s") + std::to_string(index) + R"(":7)";
     EXPECT_EQ(kestrin_configure(text(configuration + "}}")), KESTRIN_INVALID_ARGUMENT);
     EXPECT_EQ(lastProblem().size(), 1023U);
+}
+
+TEST_F(Border, CutsAProblemBetweenCharacters) {
+    for (const char* const shift : {"", "a", "aa", "aaa"}) {
+        std::string configuration = R"({"version":1,"services":{)";
+        configuration += '"' + std::string(shift);
+        for (int index = 0; index < 500; ++index)
+            configuration += "\xF0\x9F\x98\x80";
+        EXPECT_EQ(kestrin_configure(text(configuration + R"(":7}})")), KESTRIN_INVALID_ARGUMENT);
+        const std::string problem = lastProblem();
+        EXPECT_GT(problem.size(), 1'019U);
+        EXPECT_THAT(problem, EndsWith("\xF0\x9F\x98\x80"));
+    }
+}
+
+TEST_F(Border, NamesTheOperationsThatThereAre) {
+    EXPECT_STREQ(kestrin_operation_name(KESTRIN_GET_HISTORY), "personalization-history-get");
+    EXPECT_STRNE(kestrin_operation_name(KESTRIN_ANONYMOUS_BIND), "");
+    EXPECT_STRNE(kestrin_operation_name(KESTRIN_DELETE_SEARCH_HISTORY), "");
+    for (const auto none : {-1, 0, 23})
+        EXPECT_STREQ(kestrin_operation_name(none), "");
 }
 
 TEST_F(Border, SaysItsVersion) {

@@ -57,6 +57,20 @@ TEST_F(Checked, KnowsWhatWasReleased) {
         "kestrin_transfer_fail: the transfer was released already");
 }
 
+TEST_F(Checked, KnowsWhatIsBeingReleased) {
+    EXPECT_DEATH(
+        {
+            makeSession();
+            ending.more = household;
+            ending.in_completion = [](app_ending* end) {
+                kestrin_household_release(static_cast<kestrin_household*>(end->more));
+            };
+            begin(KESTRIN_GET_HISTORY);
+            kestrin_household_release(household);
+        },
+        "kestrin_household_release: the household was released already");
+}
+
 TEST_F(Checked, KnowsWhatIsNull) {
     EXPECT_DEATH(kestrin_household_session(nullptr, nullptr, &session),
                  "kestrin_household_session: the household is NULL");

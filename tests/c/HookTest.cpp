@@ -1,6 +1,8 @@
 // The sentences of kestrin_profile.h on the platform's transport, clock and log.
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -112,6 +114,19 @@ TEST_F(Hook, OfTheTransportIsReleasedIfItIsRefused) {
     EXPECT_EQ(transport.released, 0) << "the former one stays";
 }
 
+TEST_F(Hook, OfTheTransportGetsIDsThatNoOtherTransportGets) {
+    makeSession();
+    ASSERT_EQ(begin(app_call(KESTRIN_GET_HISTORY), ending), KESTRIN_OK);
+    app_transport another{};
+    const auto hooks = app_transport_hooks(&another);
+    ASSERT_EQ(kestrin_set_transport(&hooks), KESTRIN_OK);
+    ASSERT_EQ(begin(app_call(KESTRIN_GET_HISTORY), other), KESTRIN_OK);
+    EXPECT_GT(another.requests[0]->id, transport.requests[0]->id);
+    EXPECT_EQ(app_answer(&another, 200, "{}"), KESTRIN_OK);
+    ASSERT_EQ(kestrin_set_transport(nullptr), KESTRIN_OK);
+    EXPECT_EQ(another.released, 1);
+}
+
 // ---- Clock --------------------------------------------------------------------------------------
 
 TEST_F(Hook, OfTheClockWaitsForRepeats) {
@@ -153,6 +168,23 @@ TEST_F(Hook, OfTheClockMayRunWhatNobodyWaitsFor) {
     kestrin_task_run(clock.task);
     EXPECT_EQ(transport.sent, 1);
     EXPECT_EQ(ending.completed, 1);
+}
+
+TEST_F(Hook, OfTheClockGetsIDsThatNoOtherClockGets) {
+    std::vector<uint64_t> ids;
+    for (int round = 0; round < 2; ++round) {
+        app_ending end{};
+        makeSession(&options);
+        ASSERT_EQ(begin(app_call(KESTRIN_GET_HISTORY), end), KESTRIN_OK);
+        EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
+        ids.push_back(clock.id);
+        kestrin_request_cancel(end.request);
+        kestrin_request_release(end.request);
+        app_forget(&end);
+        kestrin_session_release(std::exchange(session, nullptr));
+        kestrin_household_release(std::exchange(household, nullptr));
+    }
+    EXPECT_GT(ids[1], ids[0]);
 }
 
 TEST_F(Hook, OfTheClockThatTakesNoTaskLeavesTheErrorAsItIs) {
@@ -218,6 +250,7 @@ TEST_F(Hook, OfTheClockIsNotAskedWithoutRepeats) {
     EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
     EXPECT_EQ(ending.result->error->status, 503);
     EXPECT_EQ(ending.result->error->notice, KESTRIN_SHOW_SERVICE_DOWN);
+    EXPECT_EQ(clock.asked, 0);
 }
 
 TEST_F(Hook, OfTheClockEndsACallAtItsDeadline) {

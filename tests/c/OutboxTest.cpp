@@ -254,7 +254,7 @@ TEST_F(OutboxInC, RefusesWritesWithItsOwnErrors) {
     ASSERT_EQ(kestrin_outbox_add(outbox, &write, &completion, nullptr), KESTRIN_OK);
     EXPECT_EQ(end.result().outcome, KESTRIN_ERROR);
     EXPECT_EQ(string(end.result().error->domain), "KestrinHousehold.OutboxError");
-    EXPECT_EQ(end.result().error->code, 0);
+    EXPECT_EQ(end.result().error->code, KESTRIN_OUTBOX_INVALID_WRITE);
     EXPECT_EQ(end.result().error->notice, KESTRIN_SHOW_MEND_INPUT);
     EXPECT_NE(end.result().error->advice.length, 0U);
 }
@@ -263,7 +263,11 @@ TEST_F(OutboxInC, WaitsForABindAndForTheNetwork) {
     ASSERT_EQ(kestrin_drop_binds(), KESTRIN_OK);
     answerAlways(401, "{}");
     makeSession();
-    makeOutbox();
+    kestrin_outbox_options options{};
+    ASSERT_EQ(kestrin_outbox_options_init(&options, sizeof options), KESTRIN_OK);
+    // Only `network_is_back` ends the delay.
+    options.first_delay_ms = options.longest_delay_ms = int64_t{3600} * 1000;
+    ASSERT_EQ(kestrin_outbox_create(household, &options, &outbox), KESTRIN_OK) << lastProblem();
     Watcher watcher;
     const auto hooks = watcher.hooks();
     ASSERT_EQ(kestrin_outbox_watch(outbox, &hooks, nullptr), KESTRIN_OK);

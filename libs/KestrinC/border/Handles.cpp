@@ -25,19 +25,22 @@ class Registry {
     }
 
     /// What is wrong with a handle; null: nothing.
-    [[nodiscard]] const char* problemOf(const void* handle, std::string_view name) {
+    /// @param staysInUse  false: it is in use no more
+    [[nodiscard]] const char* problemOf(const void* handle, std::string_view name,
+                                        bool staysInUse) {
         if (handle == nullptr) return "is NULL";
         const std::scoped_lock lock(mutex_);
         const auto found = known_.find(handle);
         if (found == known_.end() || found->second.name != name)
             return "is no handle of this kind, or was released long ago";
-        return found->second.isInUse ? nullptr : "was released already";
+        if (!found->second.isInUse) return "was released already";
+        found->second.isInUse = staysInUse;
+        return nullptr;
     }
 
-    void remove(void* handle) noexcept {
+    /// Keeps the memory of a handle that is in use no more.
+    void keep(void* handle) noexcept {
         const std::scoped_lock lock(mutex_);
-        const auto found = known_.find(handle);
-        if (found != known_.end()) found->second.isInUse = false;
         try {
             released_.push_back(handle);
         } catch (...) {  // It is not kept then.
@@ -72,6 +75,13 @@ class Registry {
     std::deque<void*> released_;
 };
 
+void verify(const void* handle, const char* name, const char* function, bool staysInUse) noexcept {
+    const char* const problem = Registry::instance().problemOf(handle, name, staysInUse);
+    if (problem == nullptr) return;
+    static_cast<void>(std::fprintf(stderr, "%s: %s %s\n", function, name, problem));
+    std::abort();
+}
+
 }  // namespace
 
 void noteMade(const void* handle, const char* name) {
@@ -79,14 +89,15 @@ void noteMade(const void* handle, const char* name) {
 }
 
 void verifyInUse(const void* handle, const char* name, const char* function) noexcept {
-    const char* const problem = Registry::instance().problemOf(handle, name);
-    if (problem == nullptr) return;
-    static_cast<void>(std::fprintf(stderr, "%s: %s %s\n", function, name, problem));
-    std::abort();
+    verify(handle, name, function, true);
+}
+
+void noteReleased(const void* handle, const char* name, const char* function) noexcept {
+    verify(handle, name, function, false);
 }
 
 void retire(void* handle) noexcept {
-    Registry::instance().remove(handle);
+    Registry::instance().keep(handle);
 }
 
 #else
@@ -94,6 +105,9 @@ void retire(void* handle) noexcept {
 void noteMade(const void* /*handle*/, const char* /*name*/) {}
 
 void verifyInUse(const void* /*handle*/, const char* /*name*/, const char* /*function*/) noexcept {}
+
+void noteReleased(const void* /*handle*/, const char* /*name*/, const char* /*function*/) noexcept {
+}
 
 void retire(void* handle) noexcept {
     ::operator delete(handle);

@@ -23,6 +23,9 @@ void noteMade(const void* handle, const char* name);
 /// Ends the process with a message that names the function unless the handle is in use.
 void verifyInUse(const void* handle, const char* name, const char* function) noexcept;
 
+/// The same, and notes that it is in use no more: of several releases the first one passes.
+void noteReleased(const void* handle, const char* name, const char* function) noexcept;
+
 /// Frees the memory of a handle whose object was destroyed; with checks, later, so that what was
 /// released can be told from what is new for a while.
 void retire(void* handle) noexcept;
@@ -49,7 +52,7 @@ template <class Handle>
 template <class Handle>
 void retired(Handle* handle, const char* function) noexcept {
     if (handle == nullptr) return;
-    verifyInUse(handle, handleName<Handle>, function);
+    noteReleased(handle, handleName<Handle>, function);
     std::destroy_at(handle);
     retire(handle);
 }

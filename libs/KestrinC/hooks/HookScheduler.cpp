@@ -1,10 +1,21 @@
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <utility>
 
 #include <KestrinC/hooks/HookScheduler.hpp>
 
 namespace KestrinC::internal {
+
+namespace {
+
+/// Of the process, so that an application that has several clocks may keep their tasks together.
+KestrinHousehold::Scheduler::TaskID nextTaskID() noexcept {
+    static std::atomic<KestrinHousehold::Scheduler::TaskID> last{0};
+    return ++last;
+}
+
+}  // namespace
 
 /// What an application's timer runs: the task of this number, unless it was taken back.
 class HookScheduler::Body final : public TaskBody {
@@ -13,12 +24,12 @@ class HookScheduler::Body final : public TaskBody {
     ~Body() override { drop(); }
 
     void run() noexcept override {
-        auto node = waiting_->lock()->tasks.extract(id_);
+        auto node = waiting_->lock()->extract(id_);
         if (!node.empty()) node.mapped()();
     }
 
     void drop() noexcept final {
-        const auto node = waiting_->lock()->tasks.extract(id_);  // ends without the lock
+        const auto node = waiting_->lock()->extract(id_);  // ends without the lock
     }
 
   private:
@@ -39,13 +50,9 @@ HookScheduler::WallTime HookScheduler::wallTime() const {
 }
 
 HookScheduler::TaskID HookScheduler::after(std::chrono::nanoseconds delay, Task task) {
-    TaskID id = 0;
-    {
-        const auto waiting = waiting_->lock();
-        id = ++waiting->last;
-        waiting->tasks.emplace(id, std::move(task));
-    }
-    const auto takeBack = [&] { const auto node = waiting_->lock()->tasks.extract(id); };
+    const TaskID id = nextTaskID();
+    waiting_->lock()->emplace(id, std::move(task));
+    const auto takeBack = [&] { const auto node = waiting_->lock()->extract(id); };
     try {
         const auto body = std::make_shared<Body>(waiting_, id);
         kestrin_task* const handle = made<kestrin_task>(kestrin_task{body});
@@ -62,7 +69,7 @@ HookScheduler::TaskID HookScheduler::after(std::chrono::nanoseconds delay, Task 
 }
 
 void HookScheduler::cancel(TaskID task) noexcept {
-    auto node = waiting_->lock()->tasks.extract(task);
+    auto node = waiting_->lock()->extract(task);
     if (!node.empty() && hooks_.functions.cancel != nullptr)
         hooks_.functions.cancel(hooks_.context(), task);
 }

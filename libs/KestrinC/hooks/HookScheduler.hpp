@@ -23,11 +23,7 @@ class HookScheduler final : public KestrinHousehold::Scheduler {
     void cancel(TaskID task) noexcept override;
 
   private:
-    struct Waiting {
-        TaskID last = 0;
-        std::map<TaskID, Task> tasks;
-    };
-    using Shared = KestrinInternal::Guarded<Waiting>;
+    using Shared = KestrinInternal::Guarded<std::map<TaskID, Task>>;
     class Body;
 
     const Hooks<kestrin_clock> hooks_;

@@ -11,15 +11,16 @@ struct Hooks {
     Structure functions{};
     Owned owned;
 
-    /// Takes the hooks over. Whatever is wrong with them, their context is released.
+    /// Takes the hooks over. Whatever is wrong with them but their size, their context is released.
     /// @param required  the functions that may not be null
     template <class... Function>
     [[nodiscard]] static Hooks taken(const Structure* given, const char* name,
                                      Function Structure::*... required) {
         const Path path(name);
         Hooks hooks;
-        hooks.functions = sized(given, path);
+        hooks.functions = knownPart(given, path);
         hooks.owned = Owned(hooks.functions.context, hooks.functions.release_context);
+        requireAllKnown(given, path);
         const bool isComplete = (static_cast<bool>(hooks.functions.*required) && ...);
         if (!isComplete) path.refuse("lacks a function");
         return hooks;

@@ -99,13 +99,20 @@ struct Opening {
     OutboxOptions options;
 };
 
+const Defaults<kestrin_outbox_options>& defaultOptions() {
+    static const Defaults<kestrin_outbox_options> defaults{OutboxOptions()};
+    return defaults;
+}
+
 Opening openingOf(const kestrin_outbox_options* given) {
     Opening opening;
     if (given == nullptr) return opening;
     const Path path("options");
-    const auto structure = sized(given, path);
+    const auto structure = sized(given, path, defaultOptions().structure());
     read(structure.file, opening.file, Path(path, "file"));
     readFields(structure, opening.options, path);
+    if (opening.options.maxEntries == 0)
+        Path(path, "max_entries").refuse("is 0; fill the options by kestrin_outbox_options_init");
     return opening;
 }
 
@@ -141,10 +148,8 @@ kestrin_status giveOf(const char* function, kestrin_outbox* outbox, kestrin_resu
 using namespace KestrinC::internal;
 
 kestrin_status kestrin_outbox_options_init(kestrin_outbox_options* options, size_t size) {
-    return guarded("kestrin_outbox_options_init", [&] {
-        static const Defaults<kestrin_outbox_options> defaults{OutboxOptions()};
-        defaults.copyTo(options, size, "options");
-    });
+    return guarded("kestrin_outbox_options_init",
+                   [&] { defaultOptions().copyTo(options, size, "options"); });
 }
 
 kestrin_status kestrin_outbox_create(kestrin_household* household,

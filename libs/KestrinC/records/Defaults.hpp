@@ -30,6 +30,8 @@ class Defaults {
         std::memcpy(static_cast<void*>(place), &size, sizeof size);
     }
 
+    [[nodiscard]] const Structure& structure() const noexcept { return structure_; }
+
   private:
     Arena arena_;
     Structure structure_{};

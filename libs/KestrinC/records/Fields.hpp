@@ -132,20 +132,22 @@ template <class Enumeration>
     requires std::is_enum_v<Enumeration>
 void read(std::int32_t number, Enumeration& value, const Path& path) {
     if (number < 0 || number >= caseCount<Enumeration>)
-        path.refuse("is " + std::to_string(number) + ", which stands for nothing");
+        path.refuse("is " + std::to_string(number) + ", which is not a known value");
     value = static_cast<Enumeration>(number);
 }
 
+/// A time that is not negative. A unit that is coarser than a millisecond is rounded up, so that a
+/// short time does not become none.
 template <class Rep, class Period>
 void read(std::int64_t milliseconds, std::chrono::duration<Rep, Period>& value, const Path& path) {
     using Duration = std::chrono::duration<Rep, Period>;
     using std::chrono::duration_cast;
     const std::chrono::milliseconds time(milliseconds);
+    if (milliseconds < 0) path.refuse("is negative");
     if constexpr (std::ratio_less_v<Period, std::milli>)
-        if (time > duration_cast<std::chrono::milliseconds>(Duration::max()) ||
-            time < duration_cast<std::chrono::milliseconds>(Duration::min()))
+        if (time > duration_cast<std::chrono::milliseconds>(Duration::max()))
             path.refuse("is out of range");
-    value = duration_cast<Duration>(time);
+    value = std::chrono::ceil<Duration>(time);
 }
 
 /// The service's time, to the microsecond.
@@ -155,20 +157,42 @@ inline void read(kestrin_optional_int64 microseconds, std::optional<KestrinProfi
     if (microseconds.present) value.emplace(std::chrono::microseconds(microseconds.value));
 }
 
-/// A structure of at least its first version, the rest of it zero.
+/// The size that a structure says it has.
 template <class Structure>
-[[nodiscard]] Structure sized(const Structure* given, const Path& path) {
-    if (given == nullptr) path.refuse("is NULL");
+[[nodiscard]] std::size_t sizeOf(const Structure* given) noexcept {
     std::size_t size = 0;
     std::memcpy(&size, given, sizeof size);
+    return size;
+}
+
+/// What is known of a structure of at least its first version; later members may be there, too.
+/// @param missing  has the members that an earlier version lacks
+template <class Structure>
+[[nodiscard]] Structure knownPart(const Structure* given, const Path& path,
+                                  Structure missing = {}) {
+    if (given == nullptr) path.refuse("is NULL");
+    const std::size_t size = sizeOf(given);
     if (size < firstSize<Structure>)
         path.refuse("has the size " + std::to_string(size) + "; set it to sizeof the structure");
+    std::memcpy(&missing, given, std::min(size, sizeof missing));
+    return missing;
+}
+
+/// Refuses what is set behind the known part of a structure.
+template <class Structure>
+void requireAllKnown(const Structure* given, const Path& path) {
+    const std::size_t size = sizeOf(given);
     const auto* const bytes = reinterpret_cast<const unsigned char*>(given);
     if (size > sizeof(Structure) &&
         std::any_of(bytes + sizeof(Structure), bytes + size, [](auto byte) { return byte != 0; }))
-        path.refuse("asks for what this version of the library does not know");
-    Structure known{};
-    std::memcpy(&known, given, std::min(size, sizeof known));
+        path.refuse("sets a member that this version of the library does not know");
+}
+
+/// A structure of at least its first version, the rest of it zero.
+template <class Structure>
+[[nodiscard]] Structure sized(const Structure* given, const Path& path, Structure missing = {}) {
+    const Structure known = knownPart(given, path, missing);
+    requireAllKnown(given, path);
     return known;
 }
 

@@ -1,4 +1,5 @@
 #include <array>
+#include <cstdint>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -47,7 +48,7 @@ void fill(std::optional<ProfileParams>& params, const GivenBind& bind, const Cal
     params->videoID = call.videoID;
     params->showID = call.showID;
     params->elements = call.shows;
-    if (call.progress) params->progress = static_cast<std::intptr_t>(*call.progress);
+    if (call.progress) read(*call.progress, params->progress.emplace(), Path("call.progress"));
     params->isComplete = call.isComplete;
     params->userName = call.userName;
 }

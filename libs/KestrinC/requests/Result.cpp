@@ -103,7 +103,7 @@ void setValue(Result& result, const KestrinConfigManager::HeldBinds& value) {
 
 kestrin_result* errorResult(const std::exception_ptr& error) noexcept {
     try {
-        // What nobody has to be shown was wanted so.
+        // There is nothing to show of an end that somebody asked for.
         const bool isWanted = KestrinHousehold::whatToShow(error) == ErrorNotice::nothing;
         Result* const result = made<Result>(isWanted ? KESTRIN_CANCELLED : KESTRIN_ERROR);
         try {
