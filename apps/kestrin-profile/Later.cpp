@@ -150,10 +150,11 @@ ExitCode keepLater(Session& session, const LaterOptions& options,
                    const KestrinHousehold::ProfileSession& acting,
                    const std::vector<BatchItem>& items, const WriteItem& write) {
     const Seconds time = timeOf(options);
-    const OpenOutbox outbox(session);
+    OpenOutbox outbox(session);
     Keeping keeping(session, items);
     keeping.keep(outbox.later(acting), write);
     if (keeping.hasKept()) outbox.settle(time);
+    outbox.close();
     return keeping.report(outbox);
 }
 

@@ -39,17 +39,20 @@ fs::path outboxFile(const Session& session) {
 struct OpenOutbox::Log {
     std::map<Number, Event> fates;
     bool isSettled = false;
+    bool isStuck = false;  // the disk takes nothing
 };
 
 OpenOutbox::OpenOutbox(Session& session) : session_(session), log_(std::make_shared<Log>()) {
     OutboxOptions options;
-    options.log = [log = log_, &interruption = session.interruption(),
-                   verbose =
-                       session.options.verbose ? &session.terminal : nullptr](const Event& event) {
-        if (event.entry.number != 0)
-            interruption.notify([&] { log->fates.insert_or_assign(event.entry.number, event); });
-        if (verbose != nullptr && !event.text.empty())
-            verbose->note(
+    options.log = [log = log_, &session](const Event& event) {
+        session.interruption().notify([&] {
+            if (event.entry.number != 0) log->fates.insert_or_assign(event.entry.number, event);
+            if (event.kind == Kind::storeFailed) log->isStuck = true;
+        });
+        if (event.kind == Kind::storeFailed)
+            session.terminal.note("warning: the outbox: " + printable(event.text));
+        else if (session.options.verbose && !event.text.empty())
+            session.terminal.note(
                 printable(fmt::format("outbox, entry {}: {}", event.entry.number, event.text)));
     };
     outbox_ = std::make_shared<Outbox>(
@@ -69,7 +72,7 @@ void OpenOutbox::settle(std::optional<std::chrono::duration<double>> time) const
     };
     outbox_->settled().subscribe([](const auto&) {}, [settled](const auto&) { settled(); },
                                  settled);
-    const auto isSettled = [&] { return log->isSettled; };
+    const auto isSettled = [&] { return log->isSettled || log->isStuck; };
     static_cast<void>(time ? interruption.waitFor(*time, isSettled) : interruption.wait(isSettled));
 }
 
@@ -77,6 +80,10 @@ void OpenOutbox::drain(std::chrono::duration<double> time) const {
     static_cast<void>(
         session_.interruption().waitFor(time, [this] { return outbox_->entries().empty(); }));
     settle(std::nullopt);
+}
+
+void OpenOutbox::close() {
+    outbox_.reset();
 }
 
 std::map<OpenOutbox::Number, OpenOutbox::Event> OpenOutbox::fates() const {

@@ -47,12 +47,16 @@ class OpenOutbox {
         return outbox_->entries();
     }
 
-    /// Waits until nothing is being sent: all is sent, or waits for something. A signal ends it.
+    /// Waits until nothing is being sent: all is sent, or waits for something. A signal ends it,
+    /// and a disk that takes nothing.
     /// @param time  for so long at most; absent: as long as it takes
     void settle(std::optional<std::chrono::duration<double>> time) const;
 
     /// Waits until nothing waits any more, for so long at most. A signal ends it.
     void drain(std::chrono::duration<double> time) const;
+
+    /// Ends it. Whatever was handed over is on the disk then.
+    void close();
 
     /// The last that happened to each entry.
     [[nodiscard]] std::map<Number, Event> fates() const;

@@ -8,5 +8,5 @@ readonly evening=$1 server=$2
 directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
 
-"$evening" --config "$directory/config.json" --blocked blocked -- \
+TMPDIR="$directory" "$evening" --config "$directory/config.json" --blocked blocked -- \
     "$server" --database "$directory/evening.sqlite" --block blocked --max-size 240 --quiet

@@ -7,7 +7,6 @@
 #include <new>
 #include <set>
 #include <string_view>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -42,12 +41,6 @@ FileDescriptor opened(const std::filesystem::path& path, int flags, mode_t mode 
 bool isRemoved(const FileDescriptor& file) {
     struct stat status{};
     return ::fstat(file.number(), &status) == 0 && status.st_nlink == 0;
-}
-
-/// Takes the advisory lock unless somebody else has it; it goes with the file.
-/// @return false, with `errno` set, if it was not to be had
-bool lock(const FileDescriptor& file) {
-    return uninterrupted([&] { return ::flock(file.number(), LOCK_EX | LOCK_NB); }) == 0;
 }
 
 /// Waits until a file's content is on the disk.
@@ -215,7 +208,7 @@ class NewFile {
 /// Whether a file that was just created is ours to write. Somebody who looks for leftovers may have
 /// been quicker than the lock; a file system without locks has nobody who is.
 bool isOurs(const FileDescriptor& created) {
-    return (lock(created) || errno != EWOULDBLOCK) && !isRemoved(created);
+    return (created.lock() || errno != EWOULDBLOCK) && !isRemoved(created);
 }
 
 /// Creates a file under a name that nothing had. It is locked as long as it is written, by which
@@ -242,7 +235,7 @@ void removeLeftovers(const std::filesystem::path& file) {
         const std::string name = entry->path().filename().string();
         if (!name.starts_with(prefix) || !name.ends_with(newSuffix)) continue;
         const FileDescriptor leftover = opened(entry->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-        if (leftover.isOpen() && lock(leftover)) ::unlink(entry->path().c_str());
+        if (leftover.isOpen() && leftover.lock()) ::unlink(entry->path().c_str());
     }
 }
 

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/file.h>
 #include <unistd.h>
 #include <utility>
 
@@ -40,12 +41,17 @@ class FileDescriptor {
     [[nodiscard]] bool isOpen() const noexcept { return number_ >= 0; }
     [[nodiscard]] int number() const noexcept { return number_; }
 
+    /// Takes the file's advisory lock unless somebody else has it; it goes with the file.
+    /// @return false, with `errno` set, if it was not to be had
+    [[nodiscard]] bool lock() const noexcept {
+        return uninterrupted([&] { return ::flock(number_, LOCK_EX | LOCK_NB); }) == 0;
+    }
+
     /// Reads everything; absent, with `errno` set, if that fails or there is more than the limit.
     [[nodiscard]] std::optional<std::string> readAll(std::size_t limit) const {
         std::string text;
         std::array<char, 8192> piece{};
         while (text.size() <= limit) {
-            // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): no caller holds a lock.
             const ssize_t count =
                 uninterrupted([&] { return ::read(number_, piece.data(), piece.size()); });
             if (count == 0) return text;

@@ -52,7 +52,8 @@ class Later : public CommandLine {
         const auto parsed = JSONDictionary::parse(outputOf({"outbox", "list", "--json"}));
         const auto& document = std::get<JSONDictionary>(parsed);
         std::vector<JSONDictionary> entries;
-        for (const auto& entry : document.dictionaries(state).value())
+        const auto list = document.dictionaries(state).value();
+        for (const auto& entry : list)
             entries.push_back(entry);
         return entries;
     }
@@ -340,7 +341,7 @@ TEST_F(LaterService, ThatDoesNotAnswerIsGivenUpAfterAnInterruptionAndTheWriteSta
 }
 
 TEST_F(LaterService, ThatIsBusyIsAskedAgainByOneWhoWaits) {
-    std::atomic<int> busy = 2;
+    std::atomic<int> busy = 1000;
     const RawServer server([&](RawConnection& connection) {
         while (const auto request = connection.readRequest()) {
             const bool isBind = request->starts_with("POST");
@@ -351,6 +352,7 @@ TEST_F(LaterService, ThatIsBusyIsAskedAgainByOneWhoWaits) {
     });
     configureWatchList(server.url(""));
     EXPECT_EQ(runConfigured({"watchlist", "add", "v1", "--later"}).output, kept);
+    busy = 2;
     const auto result = runConfigured({"outbox", "send", "--retry"});
     EXPECT_EQ(result.code, 0) << result.errors;
     EXPECT_EQ(result.output, "1 sent\n");

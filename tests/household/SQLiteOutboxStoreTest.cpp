@@ -1,3 +1,4 @@
+#include <barrier>
 #include <csignal>
 #include <cstddef>
 #include <filesystem>
@@ -8,6 +9,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 
 #include <sqlite3.h>
 
@@ -128,6 +130,27 @@ TEST_F(SQLiteOutboxStoreTest, BelongsToOneStoreAtATime) {
     EXPECT_EQ(status, 0);
     first.commit({{entry(2)}, {}});
     EXPECT_THAT(first.load().entries, SizeIs(2));
+}
+
+TEST_F(SQLiteOutboxStoreTest, BelongsToEachOfThoseWhoOpenItAtOnceInTurn) {
+    constexpr std::int64_t storesAtOnce = 4;
+    for (std::size_t round = 0; round < TestSupport::roundsOf(10); ++round) {
+        file = folder / (std::to_string(round) + ".db");
+        for (const std::int64_t first : {1, 101}) {  // of a new file, and of one that is there
+            std::barrier together(storesAtOnce);
+            std::vector<std::jthread> threads;
+            for (std::int64_t number = first; number < first + storesAtOnce; ++number)
+                threads.emplace_back([this, &together, number] {
+                    SQLiteOutboxStore store(file, 24h);
+                    together.arrive_and_wait();
+                    EXPECT_NO_THROW(static_cast<void>(store.load()));
+                    EXPECT_NO_THROW(store.commit({{entry(number)}, {}}));
+                });
+            threads.clear();
+        }
+        EXPECT_THAT(found().entries, SizeIs(2 * storesAtOnce));
+        EXPECT_THAT(found().warnings, IsEmpty());
+    }
 }
 
 TEST_F(SQLiteOutboxStoreTest, LeavesAnotherProgramsDatabaseAlone) {

@@ -33,6 +33,7 @@ using Entries = std::vector<OutboxEntry>;
 Entries entriesOf(const Session& session, SQLiteOutboxStore& store, const fs::path& file) {
     if (!fs::exists(file) && !fs::exists(file.string() + ".new")) return {};
     auto [entries, warnings] = store.load();
+    session.interruption().check();
     for (const auto& warning : warnings)
         session.terminal.note("warning: " + printable(warning));
     return std::move(entries);
@@ -140,11 +141,12 @@ ExitCode send(Session& session) {
     else
         outbox.settle(std::nullopt);
 
+    const auto entries = outbox.waiting();  // before the fates, of which there may be more soon
     const auto fates = outbox.fates();
     Tally tally;
     std::vector<const OpenOutbox::Event*> refused;
     std::set<OpenOutbox::Number> waiting;
-    for (const auto& entry : outbox.waiting()) {
+    for (const auto& entry : entries) {
         waiting.insert(entry.number);
         const auto fate = fates.find(entry.number);
         tally.add(fate == fates.end() ? nullptr : &fate->second);

@@ -382,6 +382,8 @@ bool Outbox::Core::workOnce() {
     {
         const std::scoped_lock lock(mutex_);
         isOpen = isOpen_;
+        // Nobody is left who would learn what is in it.
+        if (!isOpen && isClosed_ && incoming_.empty() && drops_.empty()) return false;
     }
     return isOpen ? storeNext(std::move(storing)) : open(std::move(storing));
 }

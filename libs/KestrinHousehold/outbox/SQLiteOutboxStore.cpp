@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <fcntl.h>
@@ -7,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <KestrinHousehold/outbox/OutboxError.hpp>
@@ -64,6 +66,8 @@ class Damage final : public std::runtime_error {
   private:
     Kind kind_;
 };
+
+constexpr const char* takenByAnother = "another process, or another outbox of this one, has it";
 
 void checkedRename(const fs::path& from, const fs::path& to) {
     std::error_code error;
@@ -202,6 +206,29 @@ Entries readable(const SQLiteFile& file) {
 
 }  // namespace
 
+/// Has the file, against other stores. SQLite's own locks do not do: two connections that both read
+/// and both want the file for themselves wait for each other.
+class SQLiteOutboxStore::Lock {
+  public:
+    Lock(const fs::path& path, std::chrono::milliseconds waiting)
+        : file_(KestrinInternal::uninterrupted([lock = beside(path, ".lock")] {
+              return ::open(lock.c_str(), O_CREAT | O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0600);
+          })) {
+        const auto end = std::chrono::steady_clock::now() + waiting;
+        if (!file_.isOpen()) throw unavailable(path, systemText());
+        while (!file_.lock()) {
+            if (errno != EWOULDBLOCK) throw unavailable(path, systemText());
+            if (std::chrono::steady_clock::now() >= end) throw unavailable(path, takenByAnother);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+
+  private:
+    static std::string systemText() { return std::generic_category().message(errno); }
+
+    KestrinInternal::FileDescriptor file_;
+};
+
 /// The file and the statements of a commit.
 class SQLiteOutboxStore::Connection {
   public:
@@ -307,14 +334,16 @@ SQLiteOutboxStore::~SQLiteOutboxStore() = default;
 
 OutboxStore::Loaded SQLiteOutboxStore::load() {
     connection_.reset();
+    lock_.reset();
+    auto lock = std::make_unique<Lock>(file_, waiting_);
     try {
         finishReplacing();
-        return opened();
+        auto loaded = opened();
+        lock_ = std::move(lock);
+        return loaded;
     } catch (const SQLiteError& error) {
         connection_.reset();
-        const bool isBusy = error.code() == SQLITE_BUSY;
-        throw unavailable(file_, isBusy ? "another process, or another outbox of this one, has it"
-                                        : error.what());
+        throw unavailable(file_, error.code() == SQLITE_BUSY ? takenByAnother : error.what());
     } catch (const OutboxError&) {
         connection_.reset();
         throw;

@@ -17,7 +17,8 @@ namespace KestrinHousehold {
 ///
 /// What was committed survives the end of the process and of the power (write-ahead log,
 /// `synchronous=FULL`). One store has the file at a time, in this process or another; the next one
-/// is refused, `storeUnavailable`. The file may not be opened by other means meanwhile.
+/// is refused, `storeUnavailable`. The file may not be opened by other means meanwhile. An empty
+/// file beside it, "<file>.lock", stays: its lock says who has the other one.
 ///
 /// A damaged file, one of a later version of the library, or one with other tables is set aside
 /// beside the new one, as "<file>.damaged-1" and so on; what can still be read of it is in the new
@@ -37,6 +38,7 @@ class KESTRIN_HOUSEHOLD_EXPORT SQLiteOutboxStore final : public OutboxStore {
 
   private:
     class Connection;
+    class Lock;
 
     /// Ends what a process began that was killed while it replaced a damaged file.
     void finishReplacing() const;
@@ -47,6 +49,7 @@ class KESTRIN_HOUSEHOLD_EXPORT SQLiteOutboxStore final : public OutboxStore {
 
     std::filesystem::path file_;
     std::chrono::milliseconds waiting_;
+    std::unique_ptr<Lock> lock_;
     std::unique_ptr<Connection> connection_;
 };
 
