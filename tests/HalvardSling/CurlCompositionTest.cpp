@@ -37,10 +37,19 @@ Task awaitOn(Observable<Response> replies, Executor executor, Outcome& outcome) 
 }
 
 TEST(CurlComposition, ACoroutineGoesOnOnTheTransportsThread) {
-    const RawServer server(RawServer::answering(httpReply(200, "x")));
+    // What has come before the coroutine is suspended would not suspend it.
+    std::promise<void> suspended;
+    const auto isSuspended = suspended.get_future().share();
+    const RawServer server([isSuspended](RawConnection& connection) {
+        while (connection.readRequest()) {
+            isSuspended.wait();
+            connection.send(httpReply(200, "x"));
+        }
+    });
     const auto transport = curlTransport();
     std::promise<Outcome> promise;
     auto task = std::make_unique<Task>(await(repliesOf(server, transport), promise));
+    suspended.set_value();
     const Outcome outcome = promise.get_future().get();
     EXPECT_EQ(outcome.status, 400);
     EXPECT_TRUE(outcome.onTransportThread);

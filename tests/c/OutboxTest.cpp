@@ -47,12 +47,17 @@ class Waited {
     Waited() = default;
     Waited(const Waited&) = delete;
     Waited& operator=(const Waited&) = delete;
-    ~Waited() { kestrin_result_release(result_); }
+    /// Waits for the release, as the context is this object.
+    ~Waited() {
+        if (isContext_) static_cast<void>(released_.reaches(1));
+        kestrin_result_release(result_);
+    }
 
     kestrin_completion completion() {
         kestrin_completion completion{};
         completion.size = sizeof completion;
         completion.context = this;
+        isContext_ = true;
         completion.completed = [](void* context, kestrin_result* result) {
             static_cast<Waited*>(context)->result_ = result;
         };
@@ -70,6 +75,7 @@ class Waited {
   private:
     Tally released_;
     kestrin_result* result_ = nullptr;
+    bool isContext_ = false;
 };
 
 class OutboxInC : public CInterface {
@@ -176,7 +182,7 @@ TEST_F(OutboxInC, TellsOfEventsWhereTheExecutorRunsThem) {
     struct Queue {
         Tally given;
         kestrin_task* task = nullptr;
-        int released = 0;
+        Tally releases;
     } queue;
     kestrin_executor_hooks hooks{};
     hooks.size = sizeof hooks;
@@ -185,7 +191,7 @@ TEST_F(OutboxInC, TellsOfEventsWhereTheExecutorRunsThem) {
         static_cast<Queue*>(context)->task = task;
         static_cast<Queue*>(context)->given.add();
     };
-    hooks.release_context = [](void* context) { ++static_cast<Queue*>(context)->released; };
+    hooks.release_context = [](void* context) { static_cast<Queue*>(context)->releases.add(); };
     kestrin_executor* executor = nullptr;
     ASSERT_EQ(kestrin_executor_create(&hooks, &executor), KESTRIN_OK);
     Watcher watcher;
@@ -205,6 +211,7 @@ TEST_F(OutboxInC, TellsOfEventsWhereTheExecutorRunsThem) {
     kestrin_task_drop(queue.task);
     EXPECT_EQ(watcher.events.count(), 1U);
     EXPECT_TRUE(watcher.releases.reaches(1)) << "an executor that drops a task ends the watch";
+    EXPECT_TRUE(queue.releases.reaches(1));
 }
 
 TEST_F(OutboxInC, KeepsWritesOfAnyProfileAndDropsThem) {
