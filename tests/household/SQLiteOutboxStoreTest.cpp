@@ -138,7 +138,7 @@ TEST_F(SQLiteOutboxStoreTest, BelongsToEachOfThoseWhoOpenItAtOnceInTurn) {
         file = folder / (std::to_string(round) + ".db");
         for (const std::int64_t first : {1, 101}) {  // of a new file, and of one that is there
             std::barrier together(storesAtOnce);
-            std::vector<std::jthread> threads;
+            std::vector<std::thread> threads;
             for (std::int64_t number = first; number < first + storesAtOnce; ++number)
                 threads.emplace_back([this, &together, number] {
                     SQLiteOutboxStore store(file, 24h);
@@ -146,7 +146,8 @@ TEST_F(SQLiteOutboxStoreTest, BelongsToEachOfThoseWhoOpenItAtOnceInTurn) {
                     EXPECT_NO_THROW(static_cast<void>(store.load()));
                     EXPECT_NO_THROW(store.commit({{entry(number)}, {}}));
                 });
-            threads.clear();
+            for (auto& thread : threads)
+                thread.join();
         }
         EXPECT_THAT(found().entries, SizeIs(2 * storesAtOnce));
         EXPECT_THAT(found().warnings, IsEmpty());
