@@ -30,12 +30,12 @@ class Retry : public CommandLine {
     std::string replyTo(const std::string& request) {
         if (request.starts_with("POST")) return httpReply(200, R"({"profileId":"p","token":"t"})");
         ++changes;
-        return busy-- > 0 ? httpReply(503, "{}", fields) : httpReply(200, "{}");
+        return busy-- > 0 ? httpReply(503, "{}", fields.load()) : httpReply(200, "{}");
     }
 
     std::atomic<int> busy = 0;
     std::atomic<int> changes = 0;
-    std::string fields;
+    std::atomic<const char*> fields = "";
     RawServer server{[this](RawConnection& connection) {
         while (const auto request = connection.readRequest())
             connection.send(replyTo(*request));

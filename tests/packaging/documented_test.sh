@@ -9,7 +9,7 @@ libraries='HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile|Kestri
 
 # What a build of shared libraries leaves out.
 unless_left_out() {
-    if [ -d "$prefix/include/KestrinC" ]; then cat; else grep -v KestrinC; fi
+    if [ -d "$prefix/include/KestrinC" ]; then cat; else grep -vE '^KestrinC(/|::)'; fi
 }
 
 # Names in the first column of a page's table that look like PATTERN.
