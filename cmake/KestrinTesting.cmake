@@ -22,6 +22,23 @@ if(KESTRIN_SANITIZE MATCHES "undefined")
     list(APPEND KESTRIN_TEST_OPTIONS -fno-sanitize=null,alignment,object-size,vptr)
 endif()
 
+# The development service. A build without it (libc++) drives one that another build made.
+set(KESTRIN_SERVER_EXECUTABLE "" CACHE FILEPATH "The development service to test with")
+if(KESTRIN_BUILD_SERVER)
+    set(kestrin_server $<TARGET_FILE:kestrin-profile-server>)
+else()
+    set(kestrin_server ${KESTRIN_SERVER_EXECUTABLE})
+endif()
+
+# kestrin_test_with_server(<target>)
+# A test that starts the development service, which is KESTRIN_SERVER there.
+function(kestrin_test_with_server name)
+    target_compile_definitions(${name} PRIVATE KESTRIN_SERVER="${kestrin_server}")
+    if(KESTRIN_BUILD_SERVER)
+        add_dependencies(${name} kestrin-profile-server)
+    endif()
+endfunction()
+
 # What a few tests are told, which a sanitizer keeps from showing what they look for.
 if(KESTRIN_SANITIZE)
     set(kestrin_under_sanitizer 1)
