@@ -96,18 +96,22 @@ if(NOT DEFINED CMAKE_INSTALL_RPATH)
     set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
 endif()
 
-# What every library has that may be shared: it exports what its headers mark and nothing else, and
-# carries a version. Before 1.0 a minor version may change the binary interface.
+# A library that carries a version and hides what is not marked. Before 1.0 a minor version may change
+# the binary interface.
+function(kestrin_hide_unmarked name)
+    set_target_properties(
+        ${name} PROPERTIES VERSION ${PROJECT_VERSION}
+                           SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+                           CXX_VISIBILITY_PRESET hidden
+                           VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
+
+# What every library has that may be shared: it exports what its headers mark and nothing else.
 function(kestrin_export_marked name)
+    kestrin_hide_unmarked(${name})
     string(REGEX REPLACE "([a-z])([A-Z])" "\\1_\\2" macro ${name})
     string(TOUPPER ${macro} macro)
-    set_target_properties(
-        ${name}
-        PROPERTIES VERSION ${PROJECT_VERSION}
-                   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
-                   CXX_VISIBILITY_PRESET hidden
-                   VISIBILITY_INLINES_HIDDEN ON
-                   DEFINE_SYMBOL ${macro}_BUILDING)
+    set_target_properties(${name} PROPERTIES DEFINE_SYMBOL ${macro}_BUILDING)
     get_target_property(type ${name} TYPE)
     if(NOT type STREQUAL "SHARED_LIBRARY")
         return()
