@@ -108,7 +108,7 @@ TEST_F(Watch, ANarrowTerminalShowsTheBeginOfEachLine) {
     outputOf({"favorites", "add", "a-show-with-a-long-name", "夜夜夜夜夜夜夜夜夜夜夜夜"});
     environment["TERM"] = "xterm";
     const std::string shown =
-        watchedOnTerminal("favorites list", "夜夜夜夜夜夜夜夜夜…\r\n", "stty cols 20; ");
+        watchedOnTerminal("favorites list", "2 entries, 500 at m…\x1b[0m\r\n", "stty cols 20; ");
     EXPECT_THAT(shown, AllOf(HasSubstr("\x1b[1mSHOW               …\x1b[0m\r\n"),
                              HasSubstr("\na-show-with-a-long-…\r\n"),
                              HasSubstr("\n夜夜夜夜夜夜夜夜夜…\r\n")));
