@@ -1,6 +1,6 @@
 // A service that floods its connection with what is for no request: how much is left of the rate of
 // requests to another service, and how long after its time limit a request to the flooding one
-// ends. Usage: flood_bench PAUSE [NAME…]. The flooding service is asked again when PAUSE
+// ends. Usage: flood_rates PAUSE [NAME…]. The flooding service is asked again when PAUSE
 // milliseconds have passed since its answer. Without names, all kinds of floods are measured.
 
 #include <algorithm>
