@@ -8,12 +8,12 @@
 #include <tuple>
 #include <utility>
 
-#include <KestrinC/HandleTypes.hpp>
-#include <KestrinC/hooks/HookScheduler.hpp>
-#include <KestrinC/records/Defaults.hpp>
-#include <KestrinC/records/Records.hpp>
-#include <KestrinC/requests/Operations.hpp>
-#include <KestrinC/requests/Request.hpp>
+#include <KestrinC/internal/HandleTypes.hpp>
+#include <KestrinC/internal/hooks/HookScheduler.hpp>
+#include <KestrinC/internal/records/Defaults.hpp>
+#include <KestrinC/internal/records/Records.hpp>
+#include <KestrinC/internal/requests/Operations.hpp>
+#include <KestrinC/internal/requests/Request.hpp>
 
 namespace KestrinC::internal {
 

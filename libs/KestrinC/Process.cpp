@@ -7,13 +7,14 @@
 #include <variant>
 #include <vector>
 
-#include <KestrinC/border/Handles.hpp>
-#include <KestrinC/hooks/Hooks.hpp>
-#include <KestrinC/records/Records.hpp>
-#include <KestrinC/requests/Result.hpp>
+#include <KestrinC/internal/border/Handles.hpp>
+#include <KestrinC/internal/hooks/Hooks.hpp>
+#include <KestrinC/internal/records/Records.hpp>
+#include <KestrinC/internal/requests/Result.hpp>
 #include <KestrinConfigManager/BindStore.hpp>
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinConfigManager/internal/HeldBinds.hpp>
 #include <KestrinProfile/model/ProfileOperation.hpp>
 
 struct kestrin_loaded_binds {
@@ -70,9 +71,7 @@ void add(HeldBinds& held, AnonymousBind bind) {
             std::string("bind.") +
                 (key == std::string_view(AnonymousBind::Keys::token) ? "token" : "profile_id") +
                 " holds what no header may carry");
-    for (auto& other : held.binds)
-        if (other.profileID == bind.profileID) return void(other = std::move(bind));
-    held.binds.push_back(std::move(bind));
+    KestrinConfigManager::internal::put(held, std::move(bind));
 }
 
 std::string textOf(const std::vector<ConfigurationProblem>& problems) {

@@ -5,10 +5,10 @@
 #include <tuple>
 #include <utility>
 
-#include <KestrinC/HandleTypes.hpp>
-#include <KestrinC/hooks/Hooks.hpp>
-#include <KestrinC/records/Records.hpp>
-#include <KestrinC/requests/Result.hpp>
+#include <KestrinC/internal/HandleTypes.hpp>
+#include <KestrinC/internal/hooks/Hooks.hpp>
+#include <KestrinC/internal/records/Records.hpp>
+#include <KestrinC/internal/requests/Result.hpp>
 #include <KestrinHousehold/outbox/HouseholdDelivery.hpp>
 #include <KestrinHousehold/playback/PlaybackReporter.hpp>
 

@@ -11,9 +11,9 @@
 
 #include <HalvardSling/http/internal/OutOfMemory.hpp>
 #include <HalvardSling/transport/Transport.hpp>
-#include <KestrinC/border/Handles.hpp>
-#include <KestrinC/hooks/Hooks.hpp>
-#include <KestrinC/records/Records.hpp>
+#include <KestrinC/internal/border/Handles.hpp>
+#include <KestrinC/internal/hooks/Hooks.hpp>
+#include <KestrinC/internal/records/Records.hpp>
 #include <internal/Guarded.hpp>
 
 namespace KestrinC::internal {

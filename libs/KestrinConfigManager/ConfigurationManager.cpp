@@ -1,9 +1,9 @@
-#include <algorithm>
 #include <atomic>
 #include <utility>
 #include <variant>
 
 #include <KestrinConfigManager/ConfigurationManager.hpp>
+#include <KestrinConfigManager/internal/HeldBinds.hpp>
 
 namespace KestrinConfigManager {
 
@@ -19,9 +19,7 @@ struct NotedProfile {
 /// that has ended.
 thread_local std::optional<NotedProfile> notedProfile;
 
-auto find(auto& binds, std::string_view profileID) {
-    return std::ranges::find(binds, profileID, &AnonymousBind::profileID);
-}
+using internal::find;
 
 std::optional<AnonymousBind> bindOf(const HeldBinds& held, std::string_view profileID) {
     const auto found = find(held.binds, profileID);
@@ -32,11 +30,7 @@ std::optional<AnonymousBind> bindOf(const HeldBinds& held, std::string_view prof
 bool hold(HeldBinds& held, AnonymousBind bind) {
     if (held.selectedProfileID && bindOf(held, bind.profileID) == bind) return false;
     if (!held.selectedProfileID) held.selectedProfileID = bind.profileID;
-    const auto former = find(held.binds, bind.profileID);
-    if (former == held.binds.end())
-        held.binds.push_back(std::move(bind));
-    else
-        *former = std::move(bind);
+    internal::put(held, std::move(bind));
     return true;
 }
 

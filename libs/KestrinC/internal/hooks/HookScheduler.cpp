@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-#include <KestrinC/hooks/HookScheduler.hpp>
+#include <KestrinC/internal/hooks/HookScheduler.hpp>
 
 namespace KestrinC::internal {
 

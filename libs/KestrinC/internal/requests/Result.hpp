@@ -8,8 +8,8 @@
 #include <vector>
 
 #include <HalvardSling/http/Response.hpp>
-#include <KestrinC/border/Handles.hpp>
-#include <KestrinC/records/Records.hpp>
+#include <KestrinC/internal/border/Handles.hpp>
+#include <KestrinC/internal/records/Records.hpp>
 #include <KestrinConfigManager/BindStore.hpp>
 
 namespace KestrinC::internal {

@@ -1,6 +1,6 @@
 #include <cstdlib>
 
-#include <KestrinC/requests/Request.hpp>
+#include <KestrinC/internal/requests/Request.hpp>
 
 namespace KestrinC::internal {
 

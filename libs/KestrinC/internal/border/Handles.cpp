@@ -5,7 +5,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include <KestrinC/border/Handles.hpp>
+#include <KestrinC/internal/border/Handles.hpp>
 
 // The one file that is compiled in two ways.
 

@@ -4,7 +4,7 @@
 #include <type_traits>
 #include <utility>
 
-#include <KestrinC/requests/Operations.hpp>
+#include <KestrinC/internal/requests/Operations.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 #include <internal/Table.hpp>
 

@@ -5,7 +5,7 @@
 #include <new>
 #include <string_view>
 
-#include <KestrinC/border/Problem.hpp>
+#include <KestrinC/internal/border/Problem.hpp>
 #include <internal/UTF8.hpp>
 
 namespace KestrinC::internal {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <KestrinC/hooks/Owned.hpp>
-#include <KestrinC/records/Fields.hpp>
+#include <KestrinC/internal/hooks/Owned.hpp>
+#include <KestrinC/internal/records/Fields.hpp>
 
 namespace KestrinC::internal {
 

@@ -4,8 +4,8 @@
 #include <map>
 #include <memory>
 
-#include <KestrinC/hooks/Hooks.hpp>
-#include <KestrinC/requests/Task.hpp>
+#include <KestrinC/internal/hooks/Hooks.hpp>
+#include <KestrinC/internal/requests/Task.hpp>
 #include <KestrinHousehold/time/Scheduler.hpp>
 #include <internal/Guarded.hpp>
 

@@ -1,5 +1,5 @@
-#include <KestrinC/border/Problem.hpp>
-#include <KestrinC/outbox/FileStore.hpp>
+#include <KestrinC/internal/border/Problem.hpp>
+#include <KestrinC/internal/outbox/FileStore.hpp>
 
 namespace KestrinC::internal {
 

@@ -4,8 +4,8 @@
 #include <memory>
 #include <utility>
 
-#include <KestrinC/border/Handles.hpp>
-#include <KestrinC/hooks/Hooks.hpp>
+#include <KestrinC/internal/border/Handles.hpp>
+#include <KestrinC/internal/hooks/Hooks.hpp>
 
 namespace KestrinC::internal {
 

@@ -3,7 +3,7 @@
 #include <tuple>
 
 #include <HalvardSling/http/SlingError.hpp>
-#include <KestrinC/records/Fields.hpp>
+#include <KestrinC/internal/records/Fields.hpp>
 #include <KestrinConfigManager/AnonymousBind.hpp>
 #include <KestrinHousehold/outbox/Outbox.hpp>
 #include <KestrinHousehold/outbox/OutboxEntry.hpp>

@@ -7,9 +7,9 @@
 #include <rxcpp/rx-lite.hpp>
 
 #include <HalvardSling/rx/Observable.hpp>
-#include <KestrinC/border/Handles.hpp>
-#include <KestrinC/requests/Result.hpp>
-#include <KestrinC/requests/Task.hpp>
+#include <KestrinC/internal/border/Handles.hpp>
+#include <KestrinC/internal/requests/Result.hpp>
+#include <KestrinC/internal/requests/Task.hpp>
 
 namespace KestrinC::internal {
 

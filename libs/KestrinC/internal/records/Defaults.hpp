@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include <KestrinC/records/Fields.hpp>
+#include <KestrinC/internal/records/Fields.hpp>
 
 namespace KestrinC::internal {
 

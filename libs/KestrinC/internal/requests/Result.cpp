@@ -1,4 +1,4 @@
-#include <KestrinC/requests/Result.hpp>
+#include <KestrinC/internal/requests/Result.hpp>
 #include <KestrinConfigManager/BindStore.hpp>
 #include <KestrinHousehold/error/Error.hpp>
 #include <KestrinProfile/service/Error.hpp>

@@ -5,12 +5,12 @@
 #include <utility>
 
 #include <HalvardSling/rx/Executor.hpp>
-#include <KestrinC/HandleTypes.hpp>
-#include <KestrinC/outbox/FileStore.hpp>
-#include <KestrinC/records/Defaults.hpp>
-#include <KestrinC/records/Records.hpp>
-#include <KestrinC/requests/Operations.hpp>
-#include <KestrinC/requests/Request.hpp>
+#include <KestrinC/internal/HandleTypes.hpp>
+#include <KestrinC/internal/outbox/FileStore.hpp>
+#include <KestrinC/internal/records/Defaults.hpp>
+#include <KestrinC/internal/records/Records.hpp>
+#include <KestrinC/internal/requests/Operations.hpp>
+#include <KestrinC/internal/requests/Request.hpp>
 #include <KestrinHousehold/outbox/HouseholdDelivery.hpp>
 #include <KestrinHousehold/outbox/LaterSession.hpp>
 #include <KestrinHousehold/outbox/MemoryOutboxStore.hpp>

@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include <KestrinC/border/Handles.hpp>
+#include <KestrinC/internal/border/Handles.hpp>
 #include <KestrinHousehold/outbox/Outbox.hpp>
 #include <KestrinHousehold/session/Household.hpp>
 #include <KestrinHousehold/session/ProfileSession.hpp>

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include <KestrinC/border/Problem.hpp>
+#include <KestrinC/internal/border/Problem.hpp>
 
 namespace KestrinC::internal {
 

@@ -1,6 +1,6 @@
 #include <filesystem>
 
-#include <KestrinC/outbox/FileStore.hpp>
+#include <KestrinC/internal/outbox/FileStore.hpp>
 #include <KestrinHousehold/outbox/SQLiteOutboxStore.hpp>
 
 namespace KestrinC::internal {

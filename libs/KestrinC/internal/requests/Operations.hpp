@@ -8,7 +8,7 @@
 #include <tuple>
 #include <vector>
 
-#include <KestrinC/requests/Request.hpp>
+#include <KestrinC/internal/requests/Request.hpp>
 #include <KestrinHousehold/outbox/LaterSession.hpp>
 #include <KestrinHousehold/session/ProfileSession.hpp>
 

@@ -16,9 +16,9 @@
 #include <utility>
 #include <vector>
 
-#include <KestrinC/border/Problem.hpp>
+#include <KestrinC/internal/border/Problem.hpp>
+#include <KestrinC/internal/records/Arena.hpp>
 #include <KestrinC/kestrin_profile.h>
-#include <KestrinC/records/Arena.hpp>
 #include <KestrinHousehold/time/Scheduler.hpp>
 #include <KestrinProfile/model/DateFormatter.hpp>
 #include <internal/UTF8.hpp>
