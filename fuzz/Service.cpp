@@ -223,7 +223,8 @@ class Answering {
     const Tokens tokens_{"a key", std::chrono::hours(1), clock_};
     const std::string token_ = tokens_.issue({"parent", household_.name});
     WriteQueue writes_{file_};
-    const Dispatcher dispatcher_{tokens_, limits, clock_, writes_};
+    const LiveLimits limits_{limits};
+    const Dispatcher dispatcher_{tokens_, limits_, clock_, writes_};
     Connection reader_{file_, Connection::Mode::readOnly};
     Connection writer_{file_, Connection::Mode::readWrite};
     bool isChanged_ = (addChild(), false);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -9,6 +10,7 @@
 
 #include <internal/FileDescriptor.hpp>
 #include <kestrin-profile-server/ClientConfiguration.hpp>
+#include <kestrin-profile-server/domain/Addresses.hpp>
 #include <kestrin-profile-server/domain/Secrets.hpp>
 #include <kestrin-profile-server/http/Authorisation.hpp>
 #include <kestrin-profile-server/http/Routes.hpp>
@@ -33,6 +35,26 @@ std::string serviceJSON(const Route& route, const std::string& baseURL,
            "\n    }";
 }
 
+const Route& routeWithSecret() {
+    return *std::ranges::find(routes(), Access::household, &Route::access);
+}
+
+/// The text at a place in a document; empty if there is none.
+std::string textAt(const boost::json::value& document, const std::string& pointer) {
+    boost::json::error_code error;
+    const auto* const found = document.find_pointer(pointer, error);
+    return found != nullptr && found->is_string() ? std::string(found->get_string()) : "";
+}
+
+/// The member that lets clients send in cleartext to another computer; empty if they need none.
+std::string cleartextHostsJSON(const std::string& baseURL) {
+    constexpr std::string_view cleartext = "http://";
+    if (!baseURL.starts_with(cleartext)) return {};
+    const std::string host = hostIn(baseURL.substr(cleartext.size()));
+    if (isLoopbackName(host)) return {};
+    return "\"cleartextHosts\": [" + boost::json::serialize(host) + "],\n  ";
+}
+
 void writeNewFile(const std::filesystem::path& file, const std::string& content) {
     const KestrinInternal::FileDescriptor descriptor(
         ::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
@@ -49,8 +71,24 @@ std::string clientConfiguration(const std::string& baseURL, const std::string& b
         services +=
             (services.empty() ? "\n    " : ",\n    ") + serviceJSON(route, baseURL, household);
     return "{\n  \"version\": 1,\n  " + memberJSON("parentProfileID", household.parentProfileID) +
-           ",\n  " + memberJSON("brand", brand) + ",\n  \"development\": true,\n  \"services\": {" +
-           services + "\n  }\n}\n";
+           ",\n  " + memberJSON("brand", brand) + ",\n  \"development\": true,\n  " +
+           cleartextHostsJSON(baseURL) + "\"services\": {" + services + "\n  }\n}\n";
+}
+
+bool isClientConfiguration(const std::string& text) {
+    boost::json::error_code error;
+    const boost::json::value document = boost::json::parse(text, error);
+    if (error) return false;
+    const Route& bind = routeWithSecret();
+    Household household;
+    household.parentProfileID = textAt(document, "/parentProfileID");
+    const std::string service = "/services/" + std::string(bind.operation);
+    household.secret = textAt(document, service + "/headers/" + std::string(secretHeader));
+    const std::string url = textAt(document, service + "/url");
+    const std::string ending = urlTemplate(bind);
+    return url.ends_with(ending) &&
+           text == clientConfiguration(url.substr(0, url.size() - ending.size()),
+                                       textAt(document, "/brand"), household);
 }
 
 void writePrivateFile(const std::filesystem::path& file, const std::string& content) {

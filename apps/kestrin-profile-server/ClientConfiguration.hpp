@@ -16,4 +16,7 @@ namespace KestrinProfileServer {
 /// the new one. Throws StartError when it cannot.
 void writePrivateFile(const std::filesystem::path& file, const std::string& content);
 
+/// Whether a text is what `clientConfiguration` makes, and nobody has changed it since.
+[[nodiscard]] bool isClientConfiguration(const std::string& text);
+
 }  // namespace KestrinProfileServer

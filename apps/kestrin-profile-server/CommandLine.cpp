@@ -1,51 +1,88 @@
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include <CLI/CLI.hpp>
+#include <boost/json.hpp>
 
 #include <internal/UTF8.hpp>
 #include <kestrin-profile-server/CommandLine.hpp>
+#include <kestrin-profile-server/domain/Addresses.hpp>
+#include <kestrin-profile-server/domain/Problem.hpp>
+#include <kestrin-profile-server/domain/Profiles.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
+#include <kestrin-profile-server/state/Scenarios.hpp>
 
 namespace KestrinProfileServer {
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr const char* description =
     "Development service for KestrinProfile clients: keeps the profiles and lists of a household in"
-    " one SQLite file and speaks the same protocol as the real service.";
+    " one SQLite file and speaks the same protocol as the real service. Without arguments it is"
+    " --demo.";
 
 constexpr const char* footer =
     "When it accepts requests it prints one line: kestrin-profile-server ready on <address>.\n"
-    "SIGTERM or SIGINT stop it: running requests are answered first.\n\n"
+    "SIGTERM, SIGINT or SIGHUP stop it: running requests are answered first.\n\n"
+    "Examples:\n"
+    "  kestrin-profile-server\n"
+    "      a household to play with, which nobody keeps, for kestrin-profile and the browser\n"
+    "  kestrin-profile-server --data ~/kestrin --port 9000\n"
+    "      the same, and kept\n"
+    "  kestrin-profile-server --database test.sqlite --port 0 --write-config config.json --quiet\n"
+    "      for a script: nothing but the protocol, at a free port\n"
+    "  kestrin-profile-server --demo --host 0.0.0.0 --public-url http://192.168.1.20:8480 \\\n"
+    "      --admin-secret-file secret\n"
+    "      for a phone in the same network\n\n"
     "Exit codes:\n"
-    "  0  stopped by a signal, or --help\n"
+    "  0  stopped by a signal, or --help, or --version\n"
     "  1  could not start: the database, the address or the configuration file\n"
     "  2  the command line is wrong\n";
 
-/// An empty path when the environment names no home.
-std::filesystem::path stateFolder() {
-    const char* state = std::getenv("XDG_STATE_HOME");
-    if (state != nullptr && std::filesystem::path(state).is_absolute()) return state;
-    const char* home = std::getenv("HOME");
-    if (home == nullptr || *home == '\0') return {};
-    return std::filesystem::path(home) / ".local" / "state";
+/// What the options hold before it is clear what they mean together.
+struct Words {
+    std::string parentProfileID;
+    std::string configuration;
+    std::string secretFile;
+    std::string seedFile;
+    std::string data;
+    std::string publicURL;
+    bool isDemo = false;
+};
+
+/// The words do not make sense; the message says why.
+class WrongUsage : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A folder for programs that the environment names, or one below the home folder (XDG base
+/// directories, version 0.8); empty if it names none.
+fs::path baseFolder(const char* variable, const fs::path& belowHome) {
+    const char* const named = std::getenv(variable);
+    if (named != nullptr && fs::path(named).is_absolute()) return named;
+    const char* const home = std::getenv("HOME");
+    return home == nullptr || *home == '\0' ? fs::path() : fs::path(home) / belowHome;
 }
 
-std::filesystem::path defaultDatabase() {
-    const auto folder = stateFolder();
-    return folder.empty() ? folder : folder / "kestrin-profile-server" / "profiles.sqlite";
+/// A file of this program's; empty if the environment names no home.
+fs::path stateFile(const char* name) {
+    const fs::path folder = baseFolder("XDG_STATE_HOME", fs::path(".local") / "state");
+    return folder.empty() ? folder : folder / "kestrin-profile-server" / name;
 }
 
-/// Refuses identifiers that a client does not send as they are: in the URL, or in a header.
+/// Where kestrin-profile looks for its configuration; empty if the environment names no home.
+fs::path clientConfigurationFile() {
+    const fs::path folder = baseFolder("XDG_CONFIG_HOME", ".config");
+    return folder.empty() ? folder : folder / "kestrin-profile" / "config.json";
+}
+
 std::string checkProfileID(const std::string& id) {
-    const auto travels = [](char each) {
-        return each > ' ' && each <= '~' && std::string_view("#&%").find(each) == std::string::npos;
-    };
-    if (!id.empty() && id.size() <= longestText && std::ranges::all_of(id, travels)) return "";
-    return "a profile identifier has 1 to " + std::to_string(longestText) +
-           " visible ASCII characters, none of them '#', '&' or '%': it travels in URLs and headers"
-           " as it is";
+    return isProfileID(id) ? "" : profileIDRule();
 }
 
 std::string checkText(const std::string& text) {
@@ -54,14 +91,39 @@ std::string checkText(const std::string& text) {
                : "expected is UTF-8 text of at most " + std::to_string(longestText) + " bytes";
 }
 
-void addOptions(CLI::App& app, Options& options, std::string& parentProfileID,
-                std::string& configuration) {
+/// Refuses what is no address of a whole service.
+std::string checkURL(const std::string& url) {
+    for (const std::string_view scheme : {"http://", "https://"}) {
+        if (!url.starts_with(scheme)) continue;
+        const std::string authority = url.substr(scheme.size());
+        const bool isOne =
+            authority.find_first_of("/?#@\\\"<> ") == std::string::npos &&
+            std::ranges::all_of(authority, [](char c) { return c > ' ' && c <= '~'; });
+        if (isOne && !hostIn(authority).empty()) return "";
+    }
+    return "expected is an address like http://192.168.1.20:8480, without a path";
+}
+
+void addService(CLI::App& app, Options& options, Words& words) {
     ServiceSettings& service = options.service;
-    const CLI::Validator isProfileID(checkProfileID, "");
-    const CLI::Validator isText(checkText, "");
-    app.add_option("--database", service.database, "SQLite file; created when it is missing")
-        ->type_name("FILE")
-        ->capture_default_str();
+    auto* const data = app.add_option("--data", words.data,
+                                      "folder in which everything is kept; otherwise like --demo")
+                           ->type_name("DIR");
+    auto* const database =
+        app.add_option("--database", service.database, "SQLite file; created when it is missing")
+            ->type_name("FILE")
+            ->capture_default_str()
+            ->excludes(data);
+    app.add_flag("--demo", words.isDemo,
+                 "a household to play with that nobody keeps, the admin interface, and a client"
+                 " configuration where kestrin-profile finds it, unless there is one of somebody"
+                 " else's")
+        ->excludes(data)
+        ->excludes(database);
+    app.add_option(
+           "--seed", words.seedFile,
+           "JSON file with the households of a new database; docs/service.md tells its form")
+        ->type_name("FILE");
     app.add_option("--host", service.http.host, "address to listen on")
         ->type_name("ADDRESS")
         ->capture_default_str();
@@ -69,19 +131,35 @@ void addOptions(CLI::App& app, Options& options, std::string& parentProfileID,
         ->type_name("NUMBER")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
-    app.add_option("--write-config", configuration,
+    app.add_option("--public-url", words.publicURL,
+                   "address in the written configuration, if clients reach the service at another"
+                   " one than it listens on")
+        ->type_name("URL")
+        ->check(CLI::Validator(checkURL, ""));
+    app.add_flag("--admin", service.admin.isOn,
+                 "serve the admin interface, below /admin/; of this computer only, unless it has a"
+                 " secret");
+    app.add_option("--admin-secret-file", words.secretFile,
+                   "file whose first line every admin request presents: 'Authorization: Bearer"
+                   " <line>'; 16 characters or more")
+        ->type_name("FILE");
+    app.add_option("--write-config", words.configuration,
                    "write a client configuration for this service there; it holds the household's"
                    " secret, so only you can read it")
         ->type_name("FILE");
-    app.add_option("--brand", options.brand, "brand in the written configuration")
+    app.add_option("--brand", service.brand, "brand in the written configuration")
         ->type_name("NAME")
-        ->check(isText)
+        ->check(CLI::Validator(checkText, ""))
         ->capture_default_str();
+}
+
+void addHousehold(CLI::App& app, ServiceSettings& service, Words& words) {
+    const CLI::Validator isProfileID(checkProfileID, "");
     app.add_option("--household", service.household, "household; created when it is missing")
         ->type_name("NAME")
-        ->check(isText)
+        ->check(CLI::Validator(checkText, ""))
         ->capture_default_str();
-    app.add_option("--parent-profile", parentProfileID,
+    app.add_option("--parent-profile", words.parentProfileID,
                    "parent profile of a new household (default: parent)")
         ->type_name("ID")
         ->check(isProfileID);
@@ -122,33 +200,105 @@ void addLimits(CLI::App& app, ServiceSettings& service) {
     app.add_flag("--quiet", service.http.isQuiet, "do not log the requests to the standard error");
 }
 
+/// The first line of the file.
+std::string secretIn(const std::string& file) {
+    constexpr std::size_t shortest = 16;
+    std::ifstream stream(file);
+    std::string line;
+    std::getline(stream, line);
+    if (line.ends_with('\r')) line.pop_back();
+    const bool travels =
+        std::ranges::all_of(line, [](char each) { return each > ' ' && each <= '~'; });
+    if (line.size() >= shortest && travels) return line;
+    throw WrongUsage("--admin-secret-file '" + file +
+                     "': the first line is no secret; expected are 16 or more visible ASCII"
+                     " characters.\n");
+}
+
+Seed seedInFile(const std::string& file, const std::string& brand) {
+    std::ifstream stream(file);
+    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    boost::json::error_code error;
+    const auto document = boost::json::parse(text, error);
+    if (!stream || error) {
+        throw WrongUsage("--seed '" + file +
+                         (stream ? "' is not JSON: " + error.message() : "' cannot be read") +
+                         ".\n");
+    }
+    try {
+        return seedIn(document, {brand, systemTime()});
+    } catch (const Problem& problem) {
+        throw WrongUsage("--seed '" + file + "': " + problem.what() + ".\n");
+    }
+}
+
+void add(std::vector<fs::path>& places, const fs::path& place) {
+    if (!place.empty()) places.push_back(place);
+}
+
+/// Makes of the options what people want who only want to begin.
+void introduce(Options& options, const Words& words) {
+    ServiceSettings& service = options.service;
+    options.isIntroduced = true;
+    service.database = words.data.empty() ? fs::path() : fs::path(words.data) / "profiles.sqlite";
+    if (!service.seed) service.seed = demoSeed({service.brand, systemTime()});
+    if (service.admin.secret || isLoopbackHost(service.http.host)) service.admin.isOn = true;
+    if (options.configuration) return;
+    add(options.configurationPlaces, clientConfigurationFile());
+    add(options.configurationPlaces,
+        words.data.empty() ? stateFile("config.json") : fs::path(words.data) / "config.json");
+}
+
+void complete(Options& options, const Words& words, bool isBare, bool namesHousehold) {
+    ServiceSettings& service = options.service;
+    const bool isIntroduced = isBare || words.isDemo || !words.data.empty();
+    if ((isIntroduced || !words.seedFile.empty()) &&
+        (namesHousehold || !words.parentProfileID.empty())) {
+        throw WrongUsage(
+            "--household and --parent-profile do not go with a seed, --demo or --data: the seed"
+            " says whom there is.\n");
+    }
+    if (!words.secretFile.empty()) service.admin.secret = secretIn(words.secretFile);
+    if (!words.seedFile.empty()) service.seed = seedInFile(words.seedFile, service.brand);
+    if (!words.parentProfileID.empty()) service.parentProfileID = words.parentProfileID;
+    if (!words.publicURL.empty()) service.publicURL = words.publicURL;
+    if (!words.configuration.empty()) options.configuration = words.configuration;
+    if (isIntroduced) return introduce(options, words);
+    if (service.database.empty()) {
+        throw WrongUsage(
+            "neither XDG_STATE_HOME nor HOME says where the database belongs; name a file with"
+            " --database.\n");
+    }
+}
+
 }  // namespace
 
 std::variant<Options, EarlyEnd> parsedCommandLine(int count, const char* const* arguments) {
     Options options;
-    options.service.database = defaultDatabase();
+    Words words;
+    options.service.database = stateFile("profiles.sqlite");
     options.service.http.threads = std::clamp(std::thread::hardware_concurrency(), 1U, 64U);
-    std::string parentProfileID;
-    std::string configuration;
     CLI::App app(description, "kestrin-profile-server");
     app.footer(footer);
-    addOptions(app, options, parentProfileID, configuration);
+    app.set_version_flag("--version,-V", "kestrin-profile-server " KESTRIN_PROFILE_SERVER_VERSION);
+    addService(app, options, words);
+    addHousehold(app, options.service, words);
     addLimits(app, options.service);
     try {
         app.parse(count, arguments);
+        complete(options, words, count <= 1, app.count("--household") > 0);
+        return options;
     } catch (const CLI::CallForHelp&) {
         return EarlyEnd{cleanStop, app.help()};
+    } catch (const CLI::CallForVersion& version) {
+        return EarlyEnd{cleanStop, std::string(version.what()) + "\n"};
     } catch (const CLI::ParseError& error) {
         return EarlyEnd{wrongUsage, std::string(error.what()) + "\n--help explains the options.\n"};
+    } catch (const WrongUsage& error) {
+        return EarlyEnd{wrongUsage, error.what()};
+    } catch (const StartError& error) {
+        return EarlyEnd{failure, std::string("kestrin-profile-server: ") + error.what() + "\n"};
     }
-    if (options.service.database.empty()) {
-        return EarlyEnd{wrongUsage,
-                        "neither XDG_STATE_HOME nor HOME says where the database"
-                        " belongs; name a file with --database.\n"};
-    }
-    if (!parentProfileID.empty()) options.service.parentProfileID = parentProfileID;
-    if (!configuration.empty()) options.configuration = configuration;
-    return options;
 }
 
 }  // namespace KestrinProfileServer

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include <kestrin-profile-server/Service.hpp>
 
@@ -12,8 +13,13 @@ namespace KestrinProfileServer {
 /// What the command line asks for.
 struct Options {
     ServiceSettings service;
+    /// Where the client's configuration is written, whatever is there.
     std::optional<std::filesystem::path> configuration;
-    std::string brand = "kestrin";
+    /// Where it is written unless there is one that this program has not written; the first place
+    /// that is free. For who has not said where.
+    std::vector<std::filesystem::path> configurationPlaces;
+    /// Whether to say what to try.
+    bool isIntroduced = false;
 };
 
 /// The program ends here: after --help, or because the command line is wrong.

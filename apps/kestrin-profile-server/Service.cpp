@@ -1,43 +1,42 @@
-#include <SQLiteCpp/Transaction.h>
-
 #include <kestrin-profile-server/Service.hpp>
 
 namespace KestrinProfileServer {
 namespace {
 
-std::string tokenKeyIn(const std::filesystem::path& database) {
-    Connection connection(database, Connection::Mode::readWrite);
-    return tokenKey(connection);
+/// The settings, if they can be served.
+const ServiceSettings& checked(const ServiceSettings& settings) {
+    if (settings.admin.isOn && !settings.admin.secret && !isLoopbackHost(settings.http.host)) {
+        throw StartError(
+            "other computers would reach the admin interface. Give it a secret with"
+            " --admin-secret-file, or leave out --admin, or listen on 127.0.0.1.");
+    }
+    return settings;
 }
 
-Household preparedIn(Connection& connection, const ServiceSettings& settings) {
-    SQLite::Transaction transaction(connection.database(), SQLite::TransactionBehavior::IMMEDIATE);
-    Household household = ensureHousehold(connection, settings.household, settings.parentProfileID);
-    for (const auto& profileID : settings.block)
-        setBlocked(connection, household.row, profileID, true);
-    for (const auto& profileID : settings.unblock)
-        setBlocked(connection, household.row, profileID, false);
-    transaction.commit();
-    return household;
+NamespaceSettings ofRoot(const ServiceSettings& settings) {
+    NamespaceSettings root = settings;
+    root.canBeReset = settings.admin.isOn;
+    return root;
+}
+
+std::optional<Admin> adminFor(const ServiceSettings& settings, const std::string& baseURL,
+                              const std::string& publicURL, Namespaces& namespaces) {
+    if (!settings.admin.isOn) return std::nullopt;
+    ServiceFacts facts{KESTRIN_PROFILE_SERVER_VERSION, publicURL, settings.brand, systemTime()};
+    return Admin(AdminGuard(settings.admin.secret, baseURL), std::move(facts), namespaces);
 }
 
 }  // namespace
 
 Service::Service(const ServiceSettings& settings)
-    : household_(prepareHousehold(settings)),
-      tokens_(tokenKeyIn(settings.database), settings.tokenLifetime, settings.clock),
-      writes_(settings.database),
-      dispatcher_(tokens_, settings.limits, settings.clock, writes_),
-      http_(settings.http, settings.database, dispatcher_) {}
-
-Household prepareHousehold(const ServiceSettings& settings) {
-    prepareDatabase(settings.database);
-    try {
-        Connection connection(settings.database, Connection::Mode::readWrite);
-        return preparedIn(connection, settings);
-    } catch (const SQLite::Exception& failure) {
-        throw cannotOpen(settings.database, failure.what());
-    }
+    : namespaces_(ofRoot(checked(settings)), settings.http.threads),
+      http_(settings.http),
+      publicURL_(settings.publicURL.value_or(http_.baseURL())),
+      front_(namespaces_, adminFor(settings, http_.baseURL(), publicURL_, namespaces_)) {
+    // Whatever keeps a thread from reading is told now.
+    for (std::size_t thread = 0; thread < settings.http.threads; ++thread)
+        static_cast<void>(namespaces_.root().reader(thread));
+    http_.start(front_);
 }
 
 }  // namespace KestrinProfileServer

@@ -1,50 +1,55 @@
 #pragma once
 
-#include <chrono>
-#include <filesystem>
 #include <optional>
 #include <string>
-#include <vector>
 
-#include <kestrin-profile-server/domain/Households.hpp>
+#include <kestrin-profile-server/Front.hpp>
+#include <kestrin-profile-server/Namespaces.hpp>
 #include <kestrin-profile-server/http/HttpServer.hpp>
 
 namespace KestrinProfileServer {
 
-struct ServiceSettings {
-    std::filesystem::path database;
+struct AdminSettings {
+    bool isOn = false;
+    /// What every admin request presents; without it the service is for this computer only.
+    std::optional<std::string> secret;
+};
+
+/// Those of the namespace at the root, and of the whole.
+struct ServiceSettings : NamespaceSettings {
     HttpSettings http;
-    Limits limits;
-    std::chrono::seconds tokenLifetime{3600};
-    std::string household = "household";
-    std::optional<std::string> parentProfileID;
-    std::vector<std::string> block;
-    std::vector<std::string> unblock;
-    Clock clock = systemTime;
+    AdminSettings admin;
+    std::string brand = "kestrin";
+    /// Where clients reach it, without a slash at the end, if that is another address than the one
+    /// that it listens on.
+    std::optional<std::string> publicURL;
 };
 
 /// The whole service; it answers requests as long as it lives.
 class Service {
   public:
-    /// Opens or creates the database and listens; throws StartError when it cannot.
+    /// Opens or creates the database and listens; throws StartError when it cannot, and when other
+    /// computers would reach an admin interface without a secret.
     explicit Service(const ServiceSettings& settings);
+    ~Service() { stop(); }
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
 
-    [[nodiscard]] const Household& household() const { return household_; }
+    [[nodiscard]] const Household& household() { return namespaces_.root().household(); }
+    /// Where clients on this computer reach it, like http://127.0.0.1:8080.
     [[nodiscard]] std::string baseURL() const { return http_.baseURL(); }
+    /// Where clients reach it by their configuration.
+    [[nodiscard]] const std::string& publicURL() const { return publicURL_; }
     [[nodiscard]] bool isLoopback() const { return http_.isLoopback(); }
 
     /// Answers the requests that are running and stops. The destructor does so too.
     void stop() { http_.stop(); }
 
   private:
-    Household household_;
-    Tokens tokens_;
-    WriteQueue writes_;
-    Dispatcher dispatcher_;
+    Namespaces namespaces_;
     HttpServer http_;
+    std::string publicURL_;
+    Front front_;
 };
-
-/// Prepares the database and returns the household, created when it is missing.
-[[nodiscard]] Household prepareHousehold(const ServiceSettings& settings);
 
 }  // namespace KestrinProfileServer

@@ -3,8 +3,8 @@
 #include <iostream>
 #include <pthread.h>
 
-#include <kestrin-profile-server/ClientConfiguration.hpp>
 #include <kestrin-profile-server/CommandLine.hpp>
+#include <kestrin-profile-server/Introduction.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -14,6 +14,7 @@ sigset_t stopSignals() {
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGHUP);
     return signals;
 }
 
@@ -36,19 +37,18 @@ void waitForStop() {
 void warnAboutOtherComputers(const Service& service) {
     if (service.isLoopback()) return;
     std::cerr << "warning: other computers can reach this service, and everything goes in clear"
-                 " text. Clients accept clear text from this computer only.\n";
+                 " text. Clients accept clear text from this computer, and from the host that"
+                 " --public-url names.\n";
 }
 
 void serve(const Options& options) {
     holdStopSignals();
     Service service(options.service);
     warnAboutOtherComputers(service);
-    if (options.configuration) {
-        writePrivateFile(
-            *options.configuration,
-            clientConfiguration(service.baseURL(), options.brand, service.household()));
-    }
-    std::cout << "kestrin-profile-server ready on " << service.baseURL() << '\n' << std::flush;
+    const auto configuration = writtenConfiguration(options, service);
+    std::cout << "kestrin-profile-server ready on " << service.baseURL() << '\n';
+    if (options.isIntroduced) std::cout << introduction(options, service, configuration);
+    std::cout << std::flush;
     waitForStop();
     service.stop();
 }

@@ -81,11 +81,51 @@ TEST_F(DatabaseTest, anOlderSchemaIsMigratedAndItsDataStays) {
     EXPECT_EQ(number("PRAGMA user_version"), currentSchemaVersion());
 }
 
+TEST_F(DatabaseTest, theListsOfAnOlderSchemaStay) {
+    prepareDatabase(file, 2);
+    execute(
+        "INSERT INTO households (household, name, secret) VALUES (1, 'household', 'old secret');"
+        "INSERT INTO profiles (household, id, username, name_key, is_default, is_parent)"
+        " VALUES (1, 'parent', 'Old', 'old', 1, 1);"
+        "INSERT INTO entries (profile, list, brand, position, id, added)"
+        " VALUES (1, 'favorites', 'b', 1, 'older', 0), (1, 'favorites', 'b', 2, 'newer', 0)");
+    ServiceSettings settings;
+    settings.database = file;
+    settings.http.port = 0;
+    settings.http.isQuiet = true;
+    const Service service(settings);
+    HouseholdClient client(service.baseURL(), "old secret");
+    EXPECT_EQ(client.idsOf(client.bind("parent"), "/v1/favorites?brand=b&profile=parent&v=1"),
+              "newer older");
+    EXPECT_EQ(number("PRAGMA user_version"), currentSchemaVersion());
+}
+
+TEST_F(DatabaseTest, listsAreTrimmedAtTheStartIfTheLimitIsLower) {
+    TestService service;
+    const std::string list = "/v1/favorites?brand=b&profile=parent&v=1";
+    {
+        auto client = service.client();
+        const Caller parent = client.bind("parent");
+        for (const char* show : {"a", "b", "c"})
+            client.call(
+                parent, "PUT",
+                std::string("/v1/favorites/show?show=") + show + "&brand=b&profile=parent&v=1");
+    }
+    const auto idsWithLimit = [&](std::size_t size) {
+        service.restart([&](ServiceSettings& settings) { settings.limits.maxListSize = size; });
+        auto client = service.client();
+        return client.idsOf(client.bind("parent"), list);
+    };
+    EXPECT_EQ(idsWithLimit(2), "c b");
+    EXPECT_EQ(idsWithLimit(500), "c b") << "what was dropped is gone";
+    EXPECT_EQ(idsWithLimit(1), "c");
+}
+
 TEST_F(DatabaseTest, aNewerSchemaIsRefusedUntouched) {
     prepareDatabase(file);
     execute("PRAGMA user_version = 99");
     EXPECT_EQ(refusal(), "'" + file.string() +
-                             "' has schema version 99, this program knows versions up to 2. Use the"
+                             "' has schema version 99, this program knows versions up to 3. Use the"
                              " newer program, or name another file with --database.");
     EXPECT_EQ(number("PRAGMA user_version"), 99);
 }

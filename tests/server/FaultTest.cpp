@@ -76,7 +76,9 @@ TEST_F(FaultTest, aWriteThatTheDiskRefusesIsRefusedAndTheNextOnesGoOn) {
                 EXPECT_EQ(outcomeOf(client.call(parent, "PUT", show("refused"))), "503 unavailable")
                     << fault << error;
             }
-            EXPECT_EQ(outcomeOf(client.call(parent, "DELETE", favorites)), "503 unavailable");
+            const auto refused = client.call(parent, "DELETE", favorites);
+            EXPECT_EQ(outcomeOf(refused), "503 unavailable");
+            EXPECT_EQ(refused.headers.at("retry-after"), "1");
             EXPECT_EQ(client.idsOf(parent, favorites), acknowledged) << fault << error;
             turnOff(fault);
         }

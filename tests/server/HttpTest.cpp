@@ -43,11 +43,24 @@ TEST_F(HttpTest, aMethodThatAPathDoesNotHaveIsRefusedWithThoseItHas) {
         EXPECT_EQ(outcomeOf(reply), "405 method-not-allowed") << method << " " << target;
         return reply.headers.at("allow");
     };
-    EXPECT_EQ(allowed("POST", "/v1/history?v=1"), "GET, DELETE");
-    EXPECT_EQ(allowed("GET", "/v1/profile?v=1"), "PUT, DELETE");
-    EXPECT_EQ(allowed("OPTIONS", "/v1/history/video?v=1"), "GET, PUT, DELETE");
-    EXPECT_EQ(allowed("BREW", "/v1/binds?v=1"), "POST");
-    EXPECT_EQ(allowed("POST", "/healthz"), "GET");
+    EXPECT_EQ(allowed("POST", "/v1/history?v=1"), "GET, HEAD, DELETE, OPTIONS");
+    EXPECT_EQ(allowed("GET", "/v1/profile?v=1"), "PUT, DELETE, OPTIONS");
+    EXPECT_EQ(allowed("BREW", "/v1/binds?v=1"), "POST, OPTIONS");
+    EXPECT_EQ(allowed("POST", "/healthz"), "GET, HEAD, OPTIONS");
+}
+
+TEST_F(HttpTest, optionsTellTheMethodsOfAPathAndOfTheService) {
+    const auto options = [this](const std::string& target) {
+        const auto reply = client.http.send("OPTIONS", target);
+        EXPECT_EQ(outcomeOf(reply), "204") << target;
+        EXPECT_EQ(reply.headers.count("content-length"), 0U);
+        return reply.headers.at("allow");
+    };
+    EXPECT_EQ(options("/v1/history/video?v=1"), "GET, HEAD, PUT, DELETE, OPTIONS");
+    EXPECT_EQ(options("/healthz"), "GET, HEAD, OPTIONS");
+    EXPECT_EQ(options("*"), "GET, HEAD, POST, PUT, DELETE, OPTIONS");
+    EXPECT_EQ(outcomeOf(client.http.send("OPTIONS", "/v1/histories")), "404 unknown-path");
+    EXPECT_EQ(outcomeOf(client.http.send("GET", "*")), "404 unknown-path");
 }
 
 TEST_F(HttpTest, everyPathOfTheTableRefusesAMethodOfNoRoute) {
@@ -58,11 +71,56 @@ TEST_F(HttpTest, everyPathOfTheTableRefusesAMethodOfNoRoute) {
     }
 }
 
-TEST_F(HttpTest, aHeadRequestGetsNoBody) {
-    const auto reply = client.http.send("HEAD", "/v1/history?v=1");
-    EXPECT_EQ(reply.status, 405);
-    EXPECT_EQ(reply.body, "");
-    EXPECT_EQ(outcomeOf(client.http.send("GET", "/healthz")), "200");
+TEST_F(HttpTest, aHeadRequestIsAnsweredLikeAGetButWithoutItsBody) {
+    for (const char* target : {"/v1/history?brand=b&profile=parent&v=1", "/v1/history?v=1",
+                               "/healthz", "/v1/nothing", "/v1/binds"}) {
+        const auto get = client.call(parent, "GET", target);
+        const auto head = client.call(parent, "HEAD", target);
+        EXPECT_EQ(head.status, get.status) << target;
+        EXPECT_EQ(head.headers, get.headers) << target;
+        EXPECT_EQ(head.body, "") << target;
+    }
+    EXPECT_EQ(client.call(parent, "HEAD", "/v1/history?brand=b&profile=parent&v=1").status, 200);
+    EXPECT_EQ(client.http.connectionCount(), 1) << "the next reply began where it should";
+}
+
+TEST_F(HttpTest, theTargetMayNameTheService) {
+    const auto outcome = [this](const std::string& line, const std::string& headers) {
+        return outcomeOfRaw(sendRaw(
+            service.baseURL(), line + " HTTP/1.1\r\nConnection: close\r\n" + headers + "\r\n"));
+    };
+    const std::string host = "Host: x\r\n";
+    for (const char* const target :
+         {"http://127.0.0.1:8480/healthz", "HTTP://elsewhere.example/healthz",
+          "https://[::1]:1/healthz?a"}) {
+        EXPECT_EQ(outcome(std::string("GET ") + target, host), "200") << target;
+        EXPECT_EQ(outcome(std::string("GET ") + target, ""), "400 malformed-request") << target;
+    }
+    EXPECT_EQ(outcome("GET http://x/v1/history?v=1", host), "400 missing-parameter");
+    EXPECT_EQ(outcome("GET http://x", host), "404 unknown-path");
+    EXPECT_EQ(outcome("GET http://x?/healthz", host), "404 unknown-path");
+    EXPECT_EQ(outcome("GET ftp://x/healthz", host), "404 unknown-path");
+    EXPECT_EQ(outcome("GET http://me@x/healthz", host), "400 malformed-request");
+    EXPECT_EQ(outcome("GET http:///healthz", host), "400 malformed-request");
+}
+
+TEST_F(HttpTest, whatIsNoHostIsRefused) {
+    for (const char* const host :
+         {"a b", "a/b", "me@x", "x\xC3\xA9", "<x>", "a,b\"", "http://x/"}) {
+        EXPECT_EQ(
+            outcomeOfRaw(sendRaw(service.baseURL(), std::string("GET /healthz HTTP/1.1\r\nHost: ") +
+                                                        host + "\r\n\r\n")),
+            "400 malformed-request")
+            << host;
+    }
+    for (const char* const host : {"", "x", "x:80", "[::1]:80", "a-b.c_d", "%41"}) {
+        EXPECT_EQ(outcomeOfRaw(
+                      sendRaw(service.baseURL(),
+                              std::string("GET /healthz HTTP/1.1\r\nConnection: close\r\nHost: ") +
+                                  host + "\r\n\r\n")),
+                  "200")
+            << host;
+    }
 }
 
 TEST_F(HttpTest, healthNeedsNoCredentials) {

@@ -202,6 +202,27 @@ std::string HouseholdClient::idsOf(const Caller& caller, const std::string& targ
     return ids;
 }
 
+AdminClient::AdminClient(const std::string& baseURL)
+    : path_(baseURL.substr(std::min(baseURL.find('/', 8), baseURL.size()))),
+      http_(baseURL.substr(0, baseURL.size() - path_.size())) {}
+
+HttpReply AdminClient::call(const std::string& method, const std::string& path,
+                            const std::string& body) {
+    HeaderLines headers;
+    if (!body.empty()) headers.emplace_back("Content-Type", "application/json");
+    return http_.send(method, path_ + "/admin/v1/" + path, headers, body);
+}
+
+boost::json::value AdminClient::get(const std::string& path) {
+    const auto reply = call("GET", path);
+    if (reply.status != 200) throw std::runtime_error(path + ": " + reply.body);
+    return reply.json();
+}
+
+void withAdmin(ServiceSettings& settings) {
+    settings.admin.isOn = true;
+}
+
 TestService::TestService(const Change& change)
     : now_(std::make_shared<std::atomic<Milliseconds>>(startTime)) {
     settings_.database = folder_ / "profiles.sqlite";

@@ -154,6 +154,27 @@ class TestService {
     std::unique_ptr<Service> service_;
 };
 
+/// Calls the admin interface, of this computer and without a secret.
+class AdminClient {
+  public:
+    /// @param baseURL  the namespace's
+    explicit AdminClient(const std::string& baseURL);
+
+    /// Sends JSON, unless the body is empty.
+    HttpReply call(const std::string& method, const std::string& path,
+                   const std::string& body = "");
+
+    /// What a GET answers; throws std::runtime_error unless it is 200.
+    boost::json::value get(const std::string& path);
+
+  private:
+    std::string path_;
+    HttpClient http_;
+};
+
+/// A change of the settings with which a service has its admin interface.
+void withAdmin(ServiceSettings& settings);
+
 /// The time at which a TestService starts: 2017-03-09T18:25:43.511Z.
 constexpr Milliseconds startTime = 1489083943511;
 

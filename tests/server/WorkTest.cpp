@@ -1,5 +1,6 @@
 // How much the database has to do for one request, in steps of SQLite's machine: whatever a client
 // asks for, the writes of others wait for little.
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -20,14 +21,26 @@ constexpr const char* favorites = "/v1/favorites?brand=b&profile=parent&v=1";
 constexpr const char* addShows = "/v1/favorites/shows?brand=b&profile=parent&v=1";
 
 std::atomic<std::int64_t> steps = 0;
+/// The most steps between two commits of one thread.
+std::atomic<std::int64_t> largestTransaction = 0;
+thread_local std::int64_t transactionSteps = 0;
 
 int countStep(void*) {
     steps += stepsPerCall;
+    transactionSteps += stepsPerCall;
+    return 0;
+}
+
+int countCommit(void*) {
+    // One thread writes.
+    largestTransaction = std::max(largestTransaction.load(), transactionSteps);
+    transactionSteps = 0;
     return 0;
 }
 
 int countSteps(sqlite3* connection, char**, const sqlite3_api_routines*) {
     sqlite3_progress_handler(connection, stepsPerCall, countStep, nullptr);
+    sqlite3_commit_hook(connection, countCommit, nullptr);
     return SQLITE_OK;
 }
 
@@ -110,6 +123,56 @@ TEST_F(WorkTest, everyOperationOnAFullListIsShort) {
     }
     EXPECT_LE(stepsOf("DELETE", "/v1/searches?brand=b&profile=parent&v=1"), allowed);
     EXPECT_LE(stepsOf("DELETE", favorites), allowed);
+}
+
+TEST_F(WorkTest, aProfileWithManyEntriesIsDeletedPieceByPiece) {
+    constexpr int brands = 100;
+    const Caller kid = client.create(parent, "Kid");
+    for (int brand = 0; brand < brands; ++brand) {
+        std::string body = R"({"elements":[{"id":"s")";
+        for (int show = 0; show < 500; ++show)
+            body += R"(},{"id":"show-)" + std::to_string(show) + "\"";
+        ASSERT_EQ(outcomeOf(client.call(kid, "POST",
+                                        "/v1/favorites/shows?brand=" + std::to_string(brand) +
+                                            "&profile=" + kid.profileID + "&v=1",
+                                        body + "}]}")),
+                  "204");
+    }
+    largestTransaction = 0;
+    EXPECT_EQ(
+        outcomeOf(client.call(parent, "DELETE", "/v1/profile?target=" + kid.profileID + "&v=1")),
+        "204");
+    EXPECT_EQ(outcomeOf(client.call(kid, "GET", favorites)), "403 token-refused");
+    // Whoever comes next gets another number in the database, and no list of somebody else's.
+    const Caller next = client.create(parent, "Kid");
+    EXPECT_EQ(client.idsOf(next, "/v1/favorites?brand=1&profile=" + next.profileID + "&v=1"), "");
+    EXPECT_TRUE(TestSupport::eventually([&] {
+        Connection connection(service.database(), Connection::Mode::readOnly);
+        Query count(connection, "SELECT count(*) FROM entries");
+        count.next();
+        return count.integer(0) == 0;
+    }));
+    EXPECT_LE(largestTransaction, allowed / 4);
+}
+
+TEST_F(WorkTest, whatADeletedProfileHasLeftIsRemovedAfterARestart) {
+    service.restart();
+    {
+        Connection connection(service.database(), Connection::Mode::readWrite);
+        Query(connection,
+              "INSERT INTO entries (profile, list, brand, position, id, added)"
+              " VALUES (7, 'history', 'b', 1, 'v', 0)")
+            .run();
+        Query(connection, "INSERT INTO purges (profile) VALUES (7)").run();
+    }
+    service.restart();
+    EXPECT_TRUE(TestSupport::eventually([&] {
+        Connection connection(service.database(), Connection::Mode::readOnly);
+        Query count(connection,
+                    "SELECT (SELECT count(*) FROM entries) + (SELECT count(*) FROM purges)");
+        count.next();
+        return count.integer(0) == 0;
+    }));
 }
 
 }  // namespace

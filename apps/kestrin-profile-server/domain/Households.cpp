@@ -1,4 +1,7 @@
+#include <algorithm>
+
 #include <kestrin-profile-server/domain/Households.hpp>
+#include <kestrin-profile-server/domain/Problem.hpp>
 #include <kestrin-profile-server/domain/Profiles.hpp>
 #include <kestrin-profile-server/domain/Secrets.hpp>
 
@@ -24,13 +27,32 @@ std::optional<Household> householdByName(Connection& connection, const std::stri
     return query.next() ? std::optional(householdIn(query)) : std::nullopt;
 }
 
+std::int64_t insertHousehold(Connection& connection, const std::string& name,
+                             const std::string& secret) {
+    Query(connection, "INSERT INTO households (name, secret) VALUES (?, ?)", name, secret).run();
+    return connection.database().getLastInsertRowid();
+}
+
 void createHousehold(Connection& connection, const std::string& name,
                      const std::string& parentProfileID) {
-    Query(connection, "INSERT INTO households (name, secret) VALUES (?, ?)", name,
-          hexadecimal(randomBytes(secretBytes)))
-        .run();
-    const std::int64_t row = connection.database().getLastInsertRowid();
+    const std::int64_t row =
+        insertHousehold(connection, name, hexadecimal(randomBytes(secretBytes)));
     insertParentProfile(connection, row, parentProfileID, parentUsername);
+}
+
+void checkSecret(Connection& connection, const std::string& name, const std::string& secret) {
+    const bool travels =
+        std::ranges::all_of(secret, [](char each) { return each > ' ' && each <= '~'; });
+    if (secret.empty() || !travels) {
+        throw Problem(ProblemKind::invalidRequest,
+                      "the secret of the household '" + name +
+                          "' is empty, or has other than visible ASCII characters");
+    }
+    const auto owner = householdBySecret(connection, secret);
+    if (owner && owner->name != name) {
+        throw Problem(ProblemKind::taken, "the secret of the household '" + name +
+                                              "' is that of '" + owner->name + "' already");
+    }
 }
 
 }  // namespace
@@ -59,6 +81,50 @@ Household ensureHousehold(Connection& connection, const std::string& name,
                          " --database.");
     }
     return household;
+}
+
+std::vector<Household> allHouseholds(Connection& connection) {
+    static const std::string sql = std::string(householdColumns) + " ORDER BY household";
+    std::vector<Household> households;
+    Query query(connection, sql);
+    while (query.next())
+        households.push_back(householdIn(query));
+    return households;
+}
+
+Household householdNamed(Connection& connection, const std::string& name,
+                         const std::optional<std::string>& secret) {
+    if (secret) checkSecret(connection, name, *secret);
+    auto household = householdByName(connection, name);
+    if (!household) {
+        Household created;
+        created.name = name;
+        created.secret = secret.value_or(hexadecimal(randomBytes(secretBytes)));
+        created.row = insertHousehold(connection, name, created.secret);
+        return created;
+    }
+    if (secret) {
+        Query(connection, "UPDATE households SET secret = ? WHERE household = ?", *secret,
+              household->row)
+            .run();
+        household->secret = *secret;
+    }
+    return *std::move(household);
+}
+
+void clearAll(Connection& connection) {
+    for (const char* const sql : {"DELETE FROM entries", "DELETE FROM purges",
+                                  "DELETE FROM profiles", "DELETE FROM households"})
+        Query(connection, sql).run();
+}
+
+std::vector<std::string> blockedProfiles(Connection& connection, std::int64_t household) {
+    std::vector<std::string> ids;
+    Query query(connection, "SELECT profile_id FROM blocks WHERE household = ? ORDER BY profile_id",
+                household);
+    while (query.next())
+        ids.push_back(query.text(0));
+    return ids;
 }
 
 bool isBlocked(Connection& connection, std::int64_t household, const std::string& profileID) {

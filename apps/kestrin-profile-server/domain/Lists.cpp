@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <unordered_map>
 #include <utility>
@@ -30,6 +31,11 @@ constexpr std::string_view insertInFront = R"sql(
             ?4, ?5, ?6, ?7, ?8)
 )sql";
 
+constexpr std::string_view insertAt = R"sql(
+    INSERT INTO entries (profile, list, brand, position, id, type, progress, completed, added)
+    VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)
+)sql";
+
 constexpr std::string_view dropOldest = R"sql(
     DELETE FROM entries
     WHERE profile = ?1 AND list = ?2 AND brand = ?3 AND position <=
@@ -44,6 +50,10 @@ constexpr std::string_view selectNewest =
 constexpr std::string_view selectOne =
     "SELECT id, type, progress, completed, added FROM entries"
     " WHERE profile = ? AND list = ? AND brand = ? AND id = ?";
+
+ListKind kindNamed(std::string_view name) {
+    return static_cast<ListKind>(std::ranges::find(listIDs, name) - listIDs.begin());
+}
 
 Entry entryIn(const Query& query) {
     const auto completed = query.optionalInteger(3);
@@ -169,6 +179,50 @@ void clearList(Connection& connection, const ListAddress& list) {
     Query(connection, "DELETE FROM entries WHERE profile = ? AND list = ? AND brand = ?",
           list.profile, listID(list.kind), list.brand)
         .run();
+}
+
+void replaceLists(Connection& connection, std::int64_t profile, ListKind kind,
+                  const std::map<std::string_view, std::vector<const Entry*>>& brands) {
+    Query(connection, "DELETE FROM entries WHERE profile = ? AND list = ?", profile, listID(kind))
+        .run();
+    for (const auto& [brand, entries] : brands) {
+        auto position = static_cast<std::int64_t>(entries.size());
+        for (const Entry* const entry : entries) {
+            Query(connection, insertAt, profile, listID(kind), brand, position, entry->id,
+                  entry->type, entry->progress, entry->isCompleted, entry->added)
+                .run();
+            --position;
+        }
+    }
+}
+
+void forEachEntry(Connection& connection, std::int64_t profile, ListKind kind,
+                  const std::function<void(std::string brand, Entry entry)>& take) {
+    Query query(connection,
+                "SELECT id, type, progress, completed, added, brand FROM entries"
+                " WHERE profile = ? AND list = ? ORDER BY brand, position DESC",
+                profile, listID(kind));
+    while (query.next())
+        take(query.text(5), entryIn(query));
+}
+
+void trimLists(Connection& connection, std::size_t maxSize) {
+    const auto wanted = static_cast<std::int64_t>(maxSize);
+    Query former(connection, "SELECT value FROM settings WHERE name = 'max-size'");
+    const bool isShorter = !former.next() || std::stoll(former.text(0)) > wanted;
+    Query(connection, "INSERT OR REPLACE INTO settings (name, value) VALUES ('max-size', ?)",
+          std::to_string(maxSize))
+        .run();
+    if (!isShorter) return;
+    std::vector<ListAddress> tooLong;
+    Query query(connection,
+                "SELECT profile, list, brand FROM entries GROUP BY profile, list, brand"
+                " HAVING count(*) > ?",
+                wanted);
+    while (query.next())
+        tooLong.push_back({query.integer(0), kindNamed(query.text(1)), query.text(2)});
+    for (const ListAddress& list : tooLong)
+        dropOldestBeyond(connection, list, maxSize);
 }
 
 boost::json::object listJSON(ListKind kind, std::size_t maxSize,

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -90,6 +92,18 @@ void deleteEntry(Connection& connection, const ListAddress& list, const std::str
 
 /// Deletes every entry of the list.
 void clearList(Connection& connection, const ListAddress& list);
+
+/// Replaces the profile's lists of one kind.
+/// @param brands  the entries of each brand, newest first, each once
+void replaceLists(Connection& connection, std::int64_t profile, ListKind kind,
+                  const std::map<std::string_view, std::vector<const Entry*>>& brands);
+
+/// Calls `take` for each entry of the profile's lists of one kind: brand by brand, newest first.
+void forEachEntry(Connection& connection, std::int64_t profile, ListKind kind,
+                  const std::function<void(std::string brand, Entry entry)>& take);
+
+/// Drops the oldest entries of all lists beyond `maxSize`, unless the limit was not larger before.
+void trimLists(Connection& connection, std::size_t maxSize);
 
 /// The list as the protocol writes it.
 [[nodiscard]] boost::json::object listJSON(ListKind kind, std::size_t maxSize,

@@ -44,6 +44,13 @@ enum class ProblemKind {
     internal,
     unavailable,
     busy,
+    invalidRequest,
+    adminSecretRequired,
+    originRefused,
+    unknownNamespace,
+    unknownItem,
+    taken,
+    tooManyNamespaces,
 };
 
 /// Ends a request with a problem document (RFC 9457). `detail` says what came and what was

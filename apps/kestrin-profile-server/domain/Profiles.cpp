@@ -13,6 +13,17 @@ namespace {
 constexpr std::size_t longestUsername = 40;
 constexpr std::size_t profileIDBytes = 12;
 
+constexpr std::int64_t entriesOfPiece = 500;
+
+constexpr std::string_view firstPurge = "SELECT profile FROM purges LIMIT 1";
+
+constexpr std::string_view lastOfPiece =
+    "SELECT list, brand, id FROM entries WHERE profile = ? ORDER BY list, brand, id"
+    " LIMIT 1 OFFSET ?";
+
+constexpr std::string_view deleteUpTo =
+    "DELETE FROM entries WHERE profile = ? AND (list, brand, id) <= (?, ?, ?)";
+
 constexpr std::string_view profileByHousehold =
     "SELECT profile, household, id, username, avatar, profile_group, is_default, is_parent"
     " FROM profiles WHERE household = ? AND id = ?";
@@ -79,8 +90,11 @@ void applyDefault(Connection& connection, const Profile& profile, std::optional<
 
 void insertProfile(Connection& connection, const Profile& profile) {
     Query(connection,
-          "INSERT INTO profiles (household, id, username, name_key, avatar, profile_group,"
-          " is_default, is_parent) VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
+          // The number of a deleted profile is not given again before its entries are gone.
+          "INSERT INTO profiles (profile, household, id, username, name_key, avatar, profile_group,"
+          " is_default, is_parent) VALUES ((SELECT 1 + max("
+          " (SELECT coalesce(max(profile), 0) FROM profiles),"
+          " (SELECT coalesce(max(profile), 0) FROM purges))), ?, ?, ?, ?, ?, ?, ?, ?)",
           profile.household, profile.id, profile.username, nameKeyOf(profile.username),
           profile.avatar, profile.group, profile.isDefault, profile.isParent)
         .run();
@@ -137,6 +151,28 @@ void insertParentProfile(Connection& connection, std::int64_t household, const s
                                       .isParent = true});
 }
 
+Profile putProfile(Connection& connection, const Profile& wanted) {
+    const auto known =
+        wanted.id.empty() ? std::nullopt : findProfile(connection, wanted.household, wanted.id);
+    Profile profile = wanted;
+    if (profile.id.empty()) profile.id = hexadecimal(randomBytes(profileIDBytes));
+    profile.username = checkedUsername(connection, wanted.household, wanted.username,
+                                       known ? std::optional(known->row) : std::nullopt);
+    profile.isDefault = known ? known->isDefault : wanted.isParent;
+    if (known) {
+        Query(connection,
+              "UPDATE profiles SET username = ?2, name_key = ?3, avatar = ?4, profile_group = ?5"
+              " WHERE profile = ?1",
+              known->row, profile.username, nameKeyOf(profile.username), profile.avatar,
+              profile.group)
+            .run();
+    } else {
+        insertProfile(connection, profile);
+    }
+    applyDefault(connection, profile, wanted.isDefault);
+    return reread(connection, profile);
+}
+
 Profile createProfile(Connection& connection, std::int64_t household, const ProfileChange& change,
                       std::size_t limit) {
     const std::string username =
@@ -176,7 +212,38 @@ void deleteProfile(Connection& connection, const Profile& profile) {
                       "the household's parent profile cannot be deleted");
     }
     if (profile.isDefault) makeParentDefault(connection, profile.household);
+    Query(connection, "INSERT INTO purges (profile) VALUES (?)", profile.row).run();
     Query(connection, "DELETE FROM profiles WHERE profile = ?", profile.row).run();
+}
+
+bool hasPurges(Connection& connection) {
+    return Query(connection, firstPurge).next();
+}
+
+void purgePiece(Connection& connection) {
+    Query purge(connection, firstPurge);
+    if (!purge.next()) return;
+    const std::int64_t profile = purge.integer(0);
+    Query last(connection, lastOfPiece, profile, entriesOfPiece - 1);
+    if (last.next()) {
+        Query(connection, deleteUpTo, profile, last.text(0), last.text(1), last.text(2)).run();
+    } else {
+        Query(connection, "DELETE FROM entries WHERE profile = ?", profile).run();
+        Query(connection, "DELETE FROM purges WHERE profile = ?", profile).run();
+    }
+}
+
+bool isProfileID(std::string_view id) {
+    const auto travels = [](char each) {
+        return each > ' ' && each <= '~' && std::string_view("#&%").find(each) == std::string::npos;
+    };
+    return !id.empty() && id.size() <= longestText && std::ranges::all_of(id, travels);
+}
+
+std::string profileIDRule() {
+    return "a profile identifier has 1 to " + std::to_string(longestText) +
+           " visible ASCII characters, none of them '#', '&' or '%': it travels in URLs and headers"
+           " as it is";
 }
 
 boost::json::object profileJSON(const Profile& profile) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <boost/json/object.hpp>
@@ -57,8 +58,26 @@ void insertParentProfile(Connection& connection, std::int64_t household, const s
 [[nodiscard]] Profile editProfile(Connection& connection, const Profile& profile,
                                   const ProfileChange& change);
 
-/// Deletes the profile and its lists. The parent profile stays: a problem.
+/// The profile with exactly these values, changed if the household has one of this identifier, else
+/// created, then with a random identifier if it has none. Its lists stay.
+/// @param wanted  without a row; its household's
+[[nodiscard]] Profile putProfile(Connection& connection, const Profile& wanted);
+
+/// Deletes the profile. Nothing finds its lists any more; `purgePiece` removes them, piece by
+/// piece, because there may be many entries. The parent profile stays: a problem.
 void deleteProfile(Connection& connection, const Profile& profile);
+
+/// Whether deleted profiles have left entries.
+[[nodiscard]] bool hasPurges(Connection& connection);
+
+/// Removes some of them, so many that others wait for little.
+void purgePiece(Connection& connection);
+
+/// Whether clients can send the identifier as it is, in a URL and in a header.
+[[nodiscard]] bool isProfileID(std::string_view id);
+
+/// What an identifier of a profile is, for messages.
+[[nodiscard]] std::string profileIDRule();
 
 /// The profile as the protocol writes it.
 [[nodiscard]] boost::json::object profileJSON(const Profile& profile);

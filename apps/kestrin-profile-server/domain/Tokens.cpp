@@ -30,12 +30,13 @@ std::string payloadOf(const TokenClaims& claims, std::int64_t issued, std::int64
 Tokens::Tokens(std::string key, std::chrono::seconds lifetime, Clock clock)
     : key_(std::move(key)), lifetime_(lifetime), clock_(std::move(clock)) {}
 
-std::string Tokens::issue(const TokenClaims& claims) const {
+Token Tokens::issue(const TokenClaims& claims, std::chrono::seconds lifetime) const {
     const std::int64_t issued = now();
+    const std::int64_t expires = issued + lifetime.count();
     const std::string signedPart =
         KestrinInternal::base64URLEncoded(tokenHeader) + "." +
-        KestrinInternal::base64URLEncoded(payloadOf(claims, issued, issued + lifetime_.count()));
-    return signedPart + "." + signatureOf(signedPart);
+        KestrinInternal::base64URLEncoded(payloadOf(claims, issued, expires));
+    return {signedPart + "." + signatureOf(signedPart), expires};
 }
 
 TokenClaims Tokens::verified(std::string_view token) const {

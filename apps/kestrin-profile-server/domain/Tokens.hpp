@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -14,12 +15,24 @@ struct TokenClaims {
     std::string household;
 };
 
+struct Token {
+    std::string text;
+    /// In seconds since 1970.
+    std::int64_t expires = 0;
+};
+
 /// Issues and checks JSON web tokens signed with HMAC-SHA-256.
 class Tokens {
   public:
     Tokens(std::string key, std::chrono::seconds lifetime, Clock clock);
 
-    [[nodiscard]] std::string issue(const TokenClaims& claims) const;
+    [[nodiscard]] std::string issue(const TokenClaims& claims) const {
+        return issue(claims, lifetime_).text;
+    }
+    /// @param lifetime  negative for one that has expired already
+    [[nodiscard]] Token issue(const TokenClaims& claims, std::chrono::seconds lifetime) const;
+
+    [[nodiscard]] std::chrono::seconds lifetime() const { return lifetime_; }
 
     /// The claims of a token that this service signed and that has not expired; throws the
     /// problem otherwise.

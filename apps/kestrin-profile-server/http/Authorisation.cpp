@@ -101,19 +101,6 @@ Authorised authoriseToken(Connection& connection, const Route& route, const Quer
 
 }  // namespace
 
-std::optional<std::string_view> headerOf(const Request& request, std::string_view name) {
-    std::optional<std::string_view> value;
-    for (const auto& [each, text] : request.headers) {
-        if (!KestrinInternal::equalsIgnoringCase(each, name)) continue;
-        if (value) {
-            throw Problem(ProblemKind::repeatedHeader,
-                          "the header " + std::string(name) + " came more than once");
-        }
-        value = text;
-    }
-    return value;
-}
-
 Identity identityOf(const Request& request, const Route& route, const Tokens& tokens) {
     if (route.access == Access::household) return secretOf(request);
     return claimsOf(request, tokens);

@@ -4,12 +4,12 @@
 #include <string>
 #include <string_view>
 #include <variant>
-#include <vector>
 
 #include <kestrin-profile-server/domain/Households.hpp>
 #include <kestrin-profile-server/domain/Profiles.hpp>
 #include <kestrin-profile-server/domain/Tokens.hpp>
 #include <kestrin-profile-server/http/QueryString.hpp>
+#include <kestrin-profile-server/http/Request.hpp>
 #include <kestrin-profile-server/storage/Database.hpp>
 
 namespace KestrinProfileServer {
@@ -18,18 +18,6 @@ struct Route;
 
 /// The header with which a bind proves its household.
 constexpr std::string_view secretHeader = "X-Household-Secret";
-
-/// A request as it came; the views live as long as the connection waits for the answer.
-struct Request {
-    std::string_view method;
-    std::string_view target;
-    std::string_view body;
-    std::vector<std::pair<std::string_view, std::string_view>> headers;
-};
-
-/// The value of a header that may come once; throws the problem when it is repeated.
-[[nodiscard]] std::optional<std::string_view> headerOf(const Request& request,
-                                                       std::string_view name);
 
 /// Who says to be calling: proven by a token, or by the household's secret.
 using Identity = std::variant<TokenClaims, std::string>;

@@ -299,6 +299,11 @@ class BodyReader {
     std::optional<Problem> fault_;
 };
 
+void checkContent(const RawBody& body) {
+    checkContentType(body.contentType);
+    checkContentEncoding(body.contentEncoding);
+}
+
 Body parsedBody(const RawBody& body, const BodyShape& shape) {
     if (body.text.empty()) {
         if (shape.rule != BodyRule::required) return {};
@@ -310,8 +315,7 @@ Body parsedBody(const RawBody& body, const BodyShape& shape) {
                                                        std::to_string(body.text.size()) +
                                                        " bytes; expected is none");
     }
-    checkContentType(body.contentType);
-    checkContentEncoding(body.contentEncoding);
+    checkContent(body);
     json::basic_parser<BodyReader> parser(json::parse_options{}, shape.keys);
     json::error_code error;
     const std::size_t read = parser.write_some(false, body.text.data(), body.text.size(), error);

@@ -57,6 +57,9 @@ class Body {
     NewEntries elements_;
 };
 
+/// Throws the problem of a body that is not `application/json`, or is compressed.
+void checkContent(const RawBody& body);
+
 /// The body as an object that has the shape; throws the problem that names the first fault.
 /// An empty body that is allowed is an empty object. Takes little more memory than the text.
 [[nodiscard]] Body parsedBody(const RawBody& body, const BodyShape& shape);

@@ -1,10 +1,8 @@
-#include <algorithm>
-#include <exception>
-#include <iostream>
 #include <memory>
+#include <optional>
 
-#include <kestrin-profile-server/domain/Text.hpp>
 #include <kestrin-profile-server/http/Dispatcher.hpp>
+#include <kestrin-profile-server/http/GuardedReply.hpp>
 #include <kestrin-profile-server/http/Routes.hpp>
 
 namespace KestrinProfileServer {
@@ -12,33 +10,24 @@ namespace {
 
 /// Whether the service lives; outside the protocol, needs no credentials.
 constexpr std::string_view healthPath = "/healthz";
+/// Stands for the service as a whole (RFC 9110, 9.3.7).
+constexpr std::string_view wholeService = "*";
 
-std::string_view queryOf(std::string_view target) {
-    return target.substr(std::min(pathOf(target).size() + 1, target.size()));
-}
-
-/// Runs `work` and turns whatever it throws into a failure reply.
-template <class Work>
-Reply guarded(std::string_view path, const Work& work) {
-    const std::string instance = excerptOf(path);
-    try {
-        return work();
-    } catch (const Problem& problem) {
-        return replyTo(problem, instance);
-    } catch (const std::exception& failure) {
-        std::cerr << instance << " failed: " << failure.what() << '\n';
-        return replyTo(Problem(ProblemKind::internal,
-                               "the service failed in a way that it does not know; its standard"
-                               " error says more"),
-                       instance);
-    }
+Reply allowing(const std::string& methods) {
+    return Reply{204, {}, {}, {{"Allow", methods}}};
 }
 
 Reply healthOf(const Request& request) {
-    return guarded(healthPath, [&] {
-        if (request.method == "GET") return jsonReply(200, {{"status", "ok"}});
-        throw methodNotAllowed(request.method, "GET");
-    });
+    const std::string allowed = allowedMethods(std::vector<std::string_view>{"GET"});
+    if (request.method == "OPTIONS") return allowing(allowed);
+    if (routeMethodOf(request) == "GET") return jsonReply(200, {{"status", "ok"}});
+    throw methodNotAllowed(request.method, allowed);
+}
+
+Reply optionsOf(std::string_view path) {
+    return allowing(path == wholeService ? allowedMethods(std::vector<std::string_view>{
+                                               "GET", "POST", "PUT", "DELETE"})
+                                         : allowedMethods(path));
 }
 
 }  // namespace
@@ -51,16 +40,14 @@ struct Dispatcher::Call {
     Body body;
 };
 
-std::string_view pathOf(std::string_view target) {
-    return target.substr(0, target.find('?'));
-}
-
 void Dispatcher::dispatch(const Request& request, Connection& reader, Done done) const {
     const std::string_view path = pathOf(request.target);
-    if (path == healthPath) return done(healthOf(request));
+    if (path == healthPath) return done(guardedReply(path, [&] { return healthOf(request); }));
+    if (request.method == "OPTIONS")
+        return done(guardedReply(path, [&] { return optionsOf(path); }));
     std::optional<Call> call;
-    Reply failure = guarded(path, [&] {
-        call.emplace(callFor(request, path, queryOf(request.target)));
+    Reply failure = guardedReply(path, [&] {
+        call.emplace(callFor(request));
         return Reply{};
     });
     if (!call) return done(std::move(failure));
@@ -68,10 +55,9 @@ void Dispatcher::dispatch(const Request& request, Connection& reader, Done done)
     done(runRead(*call, reader));
 }
 
-Dispatcher::Call Dispatcher::callFor(const Request& request, std::string_view path,
-                                     std::string_view query) const {
-    const Route& route = routeOf(request.method, path);
-    QueryValues values = parsedQuery(query, route.parameters);
+Dispatcher::Call Dispatcher::callFor(const Request& request) const {
+    const Route& route = routeOf(routeMethodOf(request), pathOf(request.target));
+    QueryValues values = parsedQuery(queryOf(request.target), route.parameters);
     Identity identity = identityOf(request, route, tokens_);
     return Call{route, std::move(values), std::move(identity),
                 parsedBody({request.body, headerOf(request, "Content-Type").value_or(""),
@@ -80,15 +66,15 @@ Dispatcher::Call Dispatcher::callFor(const Request& request, std::string_view pa
 }
 
 Reply Dispatcher::run(const Call& call, Connection& connection) const {
-    return guarded(call.route.path, [&] {
+    return guardedReply(call.route.path, [&] {
         const Authorised authorised = authorise(connection, call.route, call.query, call.identity);
         return runAction({connection, call.route, call.query, call.body, authorised, tokens_,
-                          limits_, clock_()});
+                          limits_.now(), clock_()});
     });
 }
 
 Reply Dispatcher::runRead(const Call& call, Connection& reader) const {
-    return guarded(call.route.path, [&] {
+    return guardedReply(call.route.path, [&] {
         const ReadTransaction transaction(reader);
         return run(call, reader);
     });

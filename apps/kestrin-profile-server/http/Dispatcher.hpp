@@ -4,6 +4,7 @@
 
 #include <kestrin-profile-server/http/Authorisation.hpp>
 #include <kestrin-profile-server/http/Handlers.hpp>
+#include <kestrin-profile-server/http/Request.hpp>
 #include <kestrin-profile-server/http/WriteQueue.hpp>
 
 namespace KestrinProfileServer {
@@ -14,7 +15,7 @@ class Dispatcher {
   public:
     using Done = std::function<void(Reply)>;
 
-    Dispatcher(const Tokens& tokens, const Limits& limits, Clock clock, WriteQueue& writes)
+    Dispatcher(const Tokens& tokens, const LiveLimits& limits, Clock clock, WriteQueue& writes)
         : tokens_(tokens), limits_(limits), clock_(std::move(clock)), writes_(writes) {}
 
     /// Calls `done` once: at once for reads and refused requests, from the thread of the writes
@@ -24,19 +25,15 @@ class Dispatcher {
   private:
     struct Call;
 
-    [[nodiscard]] Call callFor(const Request& request, std::string_view path,
-                               std::string_view query) const;
+    [[nodiscard]] Call callFor(const Request& request) const;
     [[nodiscard]] Reply run(const Call& call, Connection& connection) const;
     [[nodiscard]] Reply runRead(const Call& call, Connection& reader) const;
     void addWrite(Call call, Done done) const;
 
     const Tokens& tokens_;
-    Limits limits_;
+    const LiveLimits& limits_;
     Clock clock_;
     WriteQueue& writes_;
 };
-
-/// The part of a request target before the query.
-[[nodiscard]] std::string_view pathOf(std::string_view target);
 
 }  // namespace KestrinProfileServer

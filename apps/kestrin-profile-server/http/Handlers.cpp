@@ -68,7 +68,10 @@ Reply createProfile(const HandlerContext& context) {
     }
     const Profile created = createProfile(context.connection, context.authorised.caller.household,
                                           wanted, context.limits.maxProfiles);
-    return jsonReply(201, profileJSON(created));
+    Reply reply = jsonReply(201, profileJSON(created));
+    // Beside the path of the request, whatever stands in front of it.
+    reply.headers.emplace_back("Location", "profile?target=" + created.id + "&v=1");
+    return reply;
 }
 
 Reply getProfiles(const HandlerContext& context) {

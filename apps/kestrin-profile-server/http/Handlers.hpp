@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cstddef>
-
+#include <kestrin-profile-server/domain/Limits.hpp>
 #include <kestrin-profile-server/domain/Tokens.hpp>
 #include <kestrin-profile-server/http/Authorisation.hpp>
 #include <kestrin-profile-server/http/Body.hpp>
@@ -9,12 +8,6 @@
 #include <kestrin-profile-server/storage/Database.hpp>
 
 namespace KestrinProfileServer {
-
-/// How much a household may store.
-struct Limits {
-    std::size_t maxProfiles = 5;
-    std::size_t maxListSize = 500;
-};
 
 /// Everything that an operation works with, after all the general rules have been checked.
 struct HandlerContext {
@@ -24,7 +17,7 @@ struct HandlerContext {
     const Body& body;
     const Authorised& authorised;
     const Tokens& tokens;
-    const Limits& limits;
+    Limits limits;
     Milliseconds now;
 };
 

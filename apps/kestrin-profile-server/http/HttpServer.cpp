@@ -30,7 +30,6 @@ namespace http = boost::beast::http;
 using asio::ip::tcp;
 using std::chrono::steady_clock;
 
-constexpr unsigned noContentStatus = 204;
 constexpr std::chrono::seconds lingerTimeout{2};
 constexpr std::chrono::milliseconds acceptPause{100};
 /// Larger replies come from the shared memory. Only those of reads are so large.
@@ -46,6 +45,13 @@ struct GiveBack {
 };
 using Place = std::unique_ptr<const std::function<void()>, GiveBack>;
 
+/// Whether replies with this status have a body, be it an empty one.
+bool hasContent(unsigned status) {
+    constexpr unsigned noContent = 204;
+    constexpr unsigned notModified = 304;
+    return status != noContent && status != notModified;
+}
+
 /// Runs until there is nothing left to do. What a handler throws (there was no memory for a
 /// connection, say) ends what it was about, and nothing else.
 void runUntilDone(asio::io_context& context) {
@@ -59,13 +65,13 @@ void runUntilDone(asio::io_context& context) {
     }
 }
 
-/// One thread with its connections to clients and its connection to the database.
+/// One thread with its connections to clients.
 class Worker {
   public:
-    Worker(const std::filesystem::path& database, const Dispatcher& aDispatcher,
-           const HttpSettings& settings, MemoryBudget& aBudget)
-        : reader(database, Connection::Mode::readOnly),
-          dispatcher(aDispatcher),
+    Worker(std::size_t aNumber, const Responder& aResponder, const HttpSettings& settings,
+           MemoryBudget& aBudget)
+        : number(aNumber),
+          responder(aResponder),
           budget(aBudget),
           transferTimeout(settings.transferTimeout),
           isQuiet(settings.isQuiet) {}
@@ -87,8 +93,11 @@ class Worker {
     void remove(Session& session) { sessions_.erase(&session); }
 
     asio::io_context context{1};
-    Connection reader;
-    const Dispatcher& dispatcher;
+    const std::size_t number;
+    const Responder& responder;
+    const BodyLimitOf bodyLimit = [this](std::string_view target) {
+        return responder.bodyLimit(target);
+    };
     MemoryBudget& budget;
     const std::chrono::milliseconds transferTimeout;
     const bool isQuiet;
@@ -131,7 +140,8 @@ class Session : public std::enable_shared_from_this<Session> {
         isReading_ = true;
         share_.release();
         response_.reset();
-        parser_.emplace(share_);
+        answered_.reset();
+        parser_.emplace(share_, &worker_.bodyLimit);
         if (buffer_.size() == 0 && buffer_.capacity() > smallBuffer) buffer_.shrink_to_fit();
         stream_.expires_after(worker_.transferTimeout);
         http::async_read_header(stream_, buffer_, *parser_,
@@ -195,8 +205,8 @@ class Session : public std::enable_shared_from_this<Session> {
         for (const auto& [name, value] : parser_->headers())
             request.headers.emplace_back(name, value);
         auto guard = asio::make_work_guard(stream_.get_executor());
-        worker_.dispatcher.dispatch(
-            request, worker_.reader,
+        answered_ = worker_.responder.respond(
+            std::move(request), worker_.number,
             [self = shared_from_this(), guard = std::move(guard)](Reply reply) mutable {
                 auto executor = guard.get_executor();
                 asio::dispatch(executor, [self = std::move(self), guard = std::move(guard),
@@ -226,10 +236,10 @@ class Session : public std::enable_shared_from_this<Session> {
         if (!reply.contentType.empty())
             response_->set(http::field::content_type, reply.contentType);
         response_->keep_alive(!isLast_);
+        // Without content there is no length either (RFC 9110, 8.6); a HEAD is told that of the
+        // GET.
+        if (hasContent(reply.status)) response_->content_length(reply.body.size());
         if (parser_->method() != "HEAD") response_->body() = std::move(reply.body);
-        response_->prepare_payload();
-        // Such a reply has no length either (RFC 9110, 8.6).
-        if (reply.status == noContentStatus) response_->erase(http::field::content_length);
         stream_.expires_after(worker_.transferTimeout);
         http::async_write(stream_, *response_,
                           [self = shared_from_this()](beast::error_code error, std::size_t) {
@@ -267,6 +277,8 @@ class Session : public std::enable_shared_from_this<Session> {
     beast::flat_buffer buffer_{headerLimit};
     std::optional<RequestParser> parser_;
     std::optional<http::response<http::string_body>> response_;
+    /// What the request's reply needs until it is written.
+    std::shared_ptr<const void> answered_;
     std::array<char, 4096> discarded_{};
     steady_clock::time_point start_;
     bool isReading_ = false;
@@ -282,19 +294,18 @@ void Worker::finish() {
     });
 }
 
-tcp::endpoint endpointOf(const HttpSettings& settings) {
+asio::ip::address addressOf(const std::string& host) {
     boost::system::error_code error;
-    const auto address =
-        asio::ip::make_address(settings.host == "localhost" ? "127.0.0.1" : settings.host, error);
+    const auto address = asio::ip::make_address(host == "localhost" ? "127.0.0.1" : host, error);
     if (error) {
-        throw StartError("--host '" + settings.host +
+        throw StartError("--host '" + host +
                          "' is no address of this computer; write it in numbers, like 127.0.0.1.");
     }
-    return {address, settings.port};
+    return address;
 }
 
 void listen(tcp::acceptor& acceptor, const HttpSettings& settings) {
-    const tcp::endpoint endpoint = endpointOf(settings);
+    const tcp::endpoint endpoint{addressOf(settings.host), settings.port};
     try {
         acceptor.open(endpoint.protocol());
         acceptor.set_option(asio::socket_base::reuse_address(true));
@@ -311,13 +322,17 @@ void listen(tcp::acceptor& acceptor, const HttpSettings& settings) {
 
 class HttpServer::Implementation {
   public:
-    Implementation(const HttpSettings& settings, const std::filesystem::path& database,
-                   const Dispatcher& dispatcher)
-        : budget_(settings.memoryLimit), freePlaces_(settings.maxConnections) {
+    explicit Implementation(const HttpSettings& settings)
+        : settings_(settings), budget_(settings.memoryLimit), freePlaces_(settings.maxConnections) {
         listen(acceptor_, settings);
-        for (unsigned index = 0; index < settings.threads; ++index) {
-            workers_.push_back(std::make_unique<Worker>(database, dispatcher, settings, budget_));
-        }
+    }
+    ~Implementation() { stop(); }
+    Implementation(const Implementation&) = delete;
+    Implementation& operator=(const Implementation&) = delete;
+
+    void start(const Responder& responder) {
+        for (std::size_t number = 0; number < settings_.threads; ++number)
+            workers_.push_back(std::make_unique<Worker>(number, responder, settings_, budget_));
         for (auto& worker : workers_)
             worker->start();
         thread_ = startedThread([this] {
@@ -325,9 +340,6 @@ class HttpServer::Implementation {
             runUntilDone(context_);
         });
     }
-    ~Implementation() { stop(); }
-    Implementation(const Implementation&) = delete;
-    Implementation& operator=(const Implementation&) = delete;
 
     std::string baseURL() const {
         const tcp::endpoint endpoint = acceptor_.local_endpoint();
@@ -389,6 +401,7 @@ class HttpServer::Implementation {
         });
     }
 
+    const HttpSettings settings_;
     MemoryBudget budget_;
     std::size_t freePlaces_;
     const std::function<void()> giveBack_ = [this] {
@@ -403,11 +416,18 @@ class HttpServer::Implementation {
     std::thread thread_;
 };
 
-HttpServer::HttpServer(const HttpSettings& settings, const std::filesystem::path& database,
-                       const Dispatcher& dispatcher)
-    : implementation_(std::make_unique<Implementation>(settings, database, dispatcher)) {}
+bool isLoopbackHost(const std::string& host) {
+    return addressOf(host).is_loopback();
+}
+
+HttpServer::HttpServer(const HttpSettings& settings)
+    : implementation_(std::make_unique<Implementation>(settings)) {}
 
 HttpServer::~HttpServer() = default;
+
+void HttpServer::start(const Responder& responder) {
+    implementation_->start(responder);
+}
 
 std::string HttpServer::baseURL() const {
     return implementation_->baseURL();

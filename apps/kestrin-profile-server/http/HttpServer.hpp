@@ -3,11 +3,10 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <string>
 
-#include <kestrin-profile-server/http/Dispatcher.hpp>
+#include <kestrin-profile-server/http/Responder.hpp>
 
 namespace KestrinProfileServer {
 
@@ -27,17 +26,23 @@ struct HttpSettings {
     bool isQuiet = false;
 };
 
+/// Whether only programs on this computer reach what listens on the host.
+[[nodiscard]] bool isLoopbackHost(const std::string& host);
+
 /// Listens, reads requests, has them answered and writes the replies. Every connection belongs to
-/// one of the threads, which has its own connection for reading to the database.
+/// one of the threads.
 class HttpServer {
   public:
-    /// Listens at once; throws StartError when it cannot.
-    HttpServer(const HttpSettings& settings, const std::filesystem::path& database,
-               const Dispatcher& dispatcher);
+    /// Takes the address, where clients wait from now on; throws StartError when it cannot.
+    explicit HttpServer(const HttpSettings& settings);
     /// Stops.
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
+
+    /// Begins to serve.
+    /// @param responder  lives until `stop` has returned
+    void start(const Responder& responder);
 
     /// Where clients on this computer reach it, like http://127.0.0.1:8080.
     [[nodiscard]] std::string baseURL() const;

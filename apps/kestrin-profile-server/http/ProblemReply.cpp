@@ -16,7 +16,7 @@ struct ProblemRow {
     std::string_view title;
 };
 
-constexpr std::array<ProblemRow, 32> problemTable{{
+constexpr std::array<ProblemRow, 39> problemTable{{
     {ProblemKind::malformedRequest, 400, "malformed-request", "The request is not HTTP"},
     {ProblemKind::missingSentinel, 400, "missing-sentinel", "The query does not end with v=1"},
     {ProblemKind::unknownParameter, 400, "unknown-parameter", "Unknown query parameter"},
@@ -49,9 +49,27 @@ constexpr std::array<ProblemRow, 32> problemTable{{
     {ProblemKind::internal, 500, "internal", "The service failed"},
     {ProblemKind::unavailable, 503, "unavailable", "The service cannot write now"},
     {ProblemKind::busy, 503, "busy", "The service has too much to do"},
+    {ProblemKind::invalidRequest, 400, "invalid-request", "The request has unexpected content"},
+    {ProblemKind::adminSecretRequired, 401, "admin-secret-required",
+     "The admin interface's secret is required"},
+    {ProblemKind::originRefused, 403, "origin-refused", "Not allowed from there"},
+    {ProblemKind::unknownNamespace, 404, "unknown-namespace", "Unknown namespace"},
+    {ProblemKind::unknownItem, 404, "unknown-item", "There is no such thing"},
+    {ProblemKind::taken, 409, "taken", "The name is taken"},
+    {ProblemKind::tooManyNamespaces, 409, "too-many-namespaces", "There are too many namespaces"},
 }};
 
 static_assert(KestrinInternal::isInOrder(problemTable, &ProblemRow::kind));
+
+/// What went wrong by itself goes away by itself, soon.
+constexpr unsigned serviceUnavailable = 503;
+constexpr const char* secondsUntilRetry = "1";
+
+HeaderLines headersOf(const Problem& problem, unsigned status) {
+    HeaderLines headers = problem.headers();
+    if (status == serviceUnavailable) headers.emplace_back("Retry-After", secondsUntilRetry);
+    return headers;
+}
 
 }  // namespace
 
@@ -64,7 +82,7 @@ Reply replyTo(const Problem& problem, std::string_view instance) {
         {"detail", problem.what()},
         {"instance", instance}};
     return Reply{row.status, boost::json::serialize(document), "application/problem+json",
-                 problem.headers()};
+                 headersOf(problem, row.status)};
 }
 
 }  // namespace KestrinProfileServer

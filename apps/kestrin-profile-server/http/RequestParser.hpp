@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,14 +22,20 @@ constexpr std::size_t headerLimit = std::size_t{64} * 1024;
 constexpr std::size_t headerCountLimit = 100;
 constexpr std::size_t bodyLimit = std::size_t{1024} * 1024;
 
+/// How large the body of a request for a target may be, in bytes.
+using BodyLimitOf = std::function<std::size_t(std::string_view target)>;
+
 /// Takes a request apart as it arrives and keeps what the limits allow. Trailers are read and
 /// forgotten: what comes behind a body authorises nothing.
 class RequestParser final : public boost::beast::http::basic_parser<true> {
   public:
-    /// @param share  what the body is taken from
-    explicit RequestParser(MemoryBudget::Share& share);
+    /// @param share    what the body is taken from
+    /// @param limitOf  lives as long as the parser; without it, `bodyLimit` for all targets
+    explicit RequestParser(MemoryBudget::Share& share, const BodyLimitOf* limitOf = nullptr);
 
     [[nodiscard]] const std::string& method() const { return method_; }
+    /// Begins with the path; of a target with the service's address (RFC 9112, 3.2.2) that address
+    /// is the value of the header Host.
     [[nodiscard]] const std::string& target() const { return target_; }
     /// 10 or 11; 11 as long as the request has not said it.
     [[nodiscard]] unsigned version() const { return version_; }
@@ -53,7 +60,9 @@ class RequestParser final : public boost::beast::http::basic_parser<true> {
     using Text = boost::beast::string_view;
 
     [[nodiscard]] std::vector<std::string_view> valuesOf(std::string_view name) const;
+    [[nodiscard]] std::optional<Problem> hostProblem() const;
     [[nodiscard]] std::optional<Problem> codingProblem() const;
+    void takeTarget(std::string_view target);
     void countHeaderBytes(std::size_t bytes, Error& error);
     std::size_t append(Text piece, Error& error);
 
@@ -72,8 +81,12 @@ class RequestParser final : public boost::beast::http::basic_parser<true> {
     void on_finish_impl(Error&) override {}
 
     MemoryBudget::Share& share_;
+    std::size_t bodyLimit_ = bodyLimit;
+    const BodyLimitOf* limitOf_;
     std::string method_;
     std::string target_;
+    /// The service's address in the target.
+    std::optional<std::string> authority_;
     unsigned version_ = 11;
     HeaderLines headers_;
     std::string body_;

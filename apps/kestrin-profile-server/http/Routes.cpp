@@ -100,16 +100,28 @@ Problem methodNotAllowed(std::string_view method, const std::string& allowed) {
             {{"Allow", allowed}}};
 }
 
-const Route& routeOf(std::string_view method, std::string_view path) {
+std::string allowedMethods(const std::vector<std::string_view>& methods) {
     std::string allowed;
-    for (const Route& route : routeTable) {
-        if (route.path != path) continue;
-        if (route.method == method) return route;
-        allowed += (allowed.empty() ? "" : ", ") + std::string(route.method);
-    }
-    if (!allowed.empty()) throw methodNotAllowed(method, allowed);
+    for (const std::string_view method : methods)
+        allowed += std::string(method) + (method == "GET" ? ", HEAD, " : ", ");
+    return allowed + "OPTIONS";
+}
+
+std::string allowedMethods(std::string_view path) {
+    std::vector<std::string_view> methods;
+    for (const Route& route : routeTable)
+        if (route.path == path) methods.push_back(route.method);
+    if (!methods.empty()) return allowedMethods(methods);
     throw Problem(ProblemKind::unknownPath, "the service has no path '" + excerptOf(path) +
                                                 "'; expected is one of " + allPaths());
+}
+
+const Route& routeOf(std::string_view method, std::string_view path) {
+    const auto found = std::ranges::find_if(routeTable, [&](const Route& route) {
+        return route.path == path && route.method == method;
+    });
+    if (found == routeTable.end()) throw methodNotAllowed(method, allowedMethods(path));
+    return *found;
 }
 
 std::string urlTemplate(const Route& route) {

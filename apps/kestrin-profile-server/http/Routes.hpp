@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <kestrin-profile-server/domain/Lists.hpp>
 #include <kestrin-profile-server/domain/Problem.hpp>
@@ -59,8 +60,15 @@ struct Route {
 /// The route of a request; throws the problem for an unknown path or a method it does not have.
 [[nodiscard]] const Route& routeOf(std::string_view method, std::string_view path);
 
+/// The methods that a path has, "GET, HEAD, PUT, OPTIONS"; throws the problem of an unknown path.
+[[nodiscard]] std::string allowedMethods(std::string_view path);
+
+/// The methods of a path that has these routes: HEAD where there is GET, and OPTIONS.
+/// @param methods  those of its routes
+[[nodiscard]] std::string allowedMethods(const std::vector<std::string_view>& methods);
+
 /// The problem of a path that does not have the method.
-/// @param allowed  the methods that it has, e.g. "GET, PUT"
+/// @param allowed  the methods that it has, e.g. "GET, HEAD, PUT, OPTIONS"
 [[nodiscard]] Problem methodNotAllowed(std::string_view method, const std::string& allowed);
 
 /// The route as a client's URL template, without scheme and host.

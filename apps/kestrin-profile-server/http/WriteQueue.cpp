@@ -3,13 +3,15 @@
 #include <stdexcept>
 #include <utility>
 
+#include <kestrin-profile-server/domain/Profiles.hpp>
 #include <kestrin-profile-server/http/StartedThread.hpp>
 #include <kestrin-profile-server/http/WriteQueue.hpp>
 
 namespace KestrinProfileServer {
 
-WriteQueue::WriteQueue(const std::filesystem::path& file)
-    : connection_(file, Connection::Mode::readWrite), thread_(startedThread([this] { serve(); })) {}
+WriteQueue::WriteQueue(const std::filesystem::path& file, Durability durability)
+    : connection_(file, Connection::Mode::readWrite, durability),
+      thread_(startedThread([this] { serve(); })) {}
 
 WriteQueue::~WriteQueue() {
     shared_.lock()->isClosing = true;
@@ -22,15 +24,39 @@ void WriteQueue::add(std::string instance, Work work, Done done) {
     changed_.notify_one();
 }
 
-std::vector<WriteQueue::Job> WriteQueue::takeWaiting() {
+std::optional<std::vector<WriteQueue::Job>> WriteQueue::takeWaiting() {
     auto shared = shared_.lock();
-    shared.wait(changed_, [&] { return shared->isClosing || !shared->waiting.empty(); });
+    shared.wait(changed_,
+                [&] { return shared->isClosing || isPurging_ || !shared->waiting.empty(); });
+    if (shared->isClosing && shared->waiting.empty()) return std::nullopt;
     return std::exchange(shared->waiting, {});
 }
 
 void WriteQueue::serve() {
-    for (auto batch = takeWaiting(); !batch.empty(); batch = takeWaiting())
-        runBatch(batch);
+    purge();
+    while (auto batch = takeWaiting()) {
+        if (!batch->empty()) runBatch(*batch);
+        purge();
+    }
+}
+
+void WriteQueue::purge() {
+    try {
+        isPurging_ = hasPurges(connection_);
+        if (!isPurging_) return;
+        Query(connection_, "BEGIN IMMEDIATE").run();
+        purgePiece(connection_);
+        Query(connection_, "COMMIT").run();
+    } catch (const std::exception& failure) {
+        // Tried again after the next write.
+        isPurging_ = false;
+        std::cerr << "cannot remove what a deleted profile has left: " << failure.what() << '\n';
+        rollBack();
+    }
+}
+
+void WriteQueue::rollBack() {
+    if (connection_.isInTransaction()) Query(connection_, "ROLLBACK").run();
 }
 
 void WriteQueue::runBatch(std::vector<Job>& batch) {
@@ -60,7 +86,7 @@ std::vector<Reply> WriteQueue::committed(const std::vector<Job>& batch) {
         Query(connection_, "COMMIT").run();
         return replies;
     } catch (const std::exception&) {
-        if (connection_.isInTransaction()) Query(connection_, "ROLLBACK").run();
+        rollBack();
         throw;
     }
 }

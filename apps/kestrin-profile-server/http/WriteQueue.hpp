@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,7 +17,8 @@ namespace KestrinProfileServer {
 /// All writes, one after another, on one thread and one connection. What waits when the thread is
 /// free goes into one transaction, so that many writers share one flush to the disk; each of them
 /// has its own savepoint. A failed write leaves nothing and disturbs no other. A write is answered
-/// only when its transaction is on the disk.
+/// only when its transaction is on the disk. What deleted profiles have left is removed meanwhile,
+/// one piece between two transactions.
 class WriteQueue {
   public:
     /// Changes the database and says what to answer; a failure reply undoes its changes. Must not
@@ -25,7 +27,8 @@ class WriteQueue {
     /// Takes the answer, on the queue's thread.
     using Done = std::function<void(Reply)>;
 
-    explicit WriteQueue(const std::filesystem::path& file);
+    explicit WriteQueue(const std::filesystem::path& file,
+                        Durability durability = Durability::full);
     /// Finishes what waits.
     ~WriteQueue();
     WriteQueue(const WriteQueue&) = delete;
@@ -41,8 +44,11 @@ class WriteQueue {
         Done done;
     };
 
-    [[nodiscard]] std::vector<Job> takeWaiting();
+    /// What waits, or nothing if there is something to purge; absent at the end.
+    [[nodiscard]] std::optional<std::vector<Job>> takeWaiting();
     void serve();
+    void purge();
+    void rollBack();
     void runBatch(std::vector<Job>& batch);
     [[nodiscard]] std::vector<Reply> committed(const std::vector<Job>& batch);
     [[nodiscard]] Reply committedAlone(const Work& work);
@@ -50,6 +56,8 @@ class WriteQueue {
     [[nodiscard]] Reply run(const Work& work);
 
     Connection connection_;
+    /// Whether deleted profiles have left something. Belongs to the thread.
+    bool isPurging_ = false;
     struct Shared {
         std::vector<Job> waiting;
         bool isClosing = false;

@@ -19,7 +19,7 @@ constexpr int busyTimeoutMilliseconds = 5000;
 constexpr std::int64_t applicationID = 0x4B505356;
 
 /// Migration n leads from version n to version n + 1. A migration that was released never changes.
-constexpr std::array<const char*, 2> migrations{
+constexpr std::array<const char*, 3> migrations{
     R"sql(
         PRAGMA application_id = 0x4B505356;
         CREATE TABLE settings (
@@ -67,7 +67,40 @@ constexpr std::array<const char*, 2> migrations{
         ) STRICT, WITHOUT ROWID;
         CREATE UNIQUE INDEX one_entry ON entries (profile, list, brand, id);
     )sql",
+    // Entries outlive their profile until they are purged, so they no longer refer to it.
+    R"sql(
+        CREATE TABLE new_entries (
+            profile INTEGER NOT NULL,
+            list TEXT NOT NULL,
+            brand TEXT NOT NULL,
+            position INTEGER NOT NULL,
+            id TEXT NOT NULL,
+            type TEXT,
+            progress INTEGER,
+            completed INTEGER,
+            added INTEGER NOT NULL,
+            PRIMARY KEY (profile, list, brand, position)
+        ) STRICT, WITHOUT ROWID;
+        INSERT INTO new_entries
+            SELECT profile, list, brand, position, id, type, progress, completed, added FROM entries;
+        DROP TABLE entries;
+        ALTER TABLE new_entries RENAME TO entries;
+        CREATE UNIQUE INDEX one_entry ON entries (profile, list, brand, id);
+        CREATE TABLE purges (
+            profile INTEGER PRIMARY KEY
+        ) STRICT;
+        CREATE TABLE snapshots (
+            name TEXT PRIMARY KEY,
+            taken INTEGER NOT NULL,
+            state TEXT NOT NULL
+        ) STRICT, WITHOUT ROWID;
+    )sql",
 };
+
+const char* synchronousPragma(Durability durability) {
+    return durability == Durability::full ? "PRAGMA synchronous = FULL"
+                                          : "PRAGMA synchronous = OFF";
+}
 
 std::int64_t pragma(SQLite::Database& database, const char* name) {
     return database.execAndGet(std::string("PRAGMA ") + name).getInt64();
@@ -106,10 +139,11 @@ void migrate(SQLite::Database& database, int version) {
 
 }  // namespace
 
-Connection::Connection(const std::filesystem::path& file, Mode mode)
+Connection::Connection(const std::filesystem::path& file, Mode mode, Durability durability)
     : database_(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX,
                 busyTimeoutMilliseconds) {
-    database_.exec("PRAGMA foreign_keys = ON; PRAGMA synchronous = FULL");
+    database_.exec("PRAGMA foreign_keys = ON");
+    database_.exec(synchronousPragma(durability));
     if (mode == Mode::readOnly) database_.exec("PRAGMA query_only = ON");
 }
 
@@ -150,12 +184,13 @@ int currentSchemaVersion() {
     return static_cast<int>(migrations.size());
 }
 
-void prepareDatabase(const std::filesystem::path& file, int version) {
+void prepareDatabase(const std::filesystem::path& file, int version, Durability durability) {
     try {
         createMissingFile(file);
         SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, busyTimeoutMilliseconds);
         refuseForeignFile(database, file);
-        database.exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
+        database.exec("PRAGMA journal_mode = WAL");
+        database.exec(synchronousPragma(durability));
         migrate(database, version);
     } catch (const SQLite::Exception& failure) {
         throw cannotOpen(file, failure.what());

@@ -19,13 +19,17 @@ class StartError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// What a commit waits for: until it is on the disk, or nothing, where nobody keeps the file.
+enum class Durability { full, none };
+
 /// One connection to the database with its prepared statements. Belongs to one thread at a time.
 class Connection {
   public:
     enum class Mode { readWrite, readOnly };
 
     /// Opens an existing database file.
-    Connection(const std::filesystem::path& file, Mode mode);
+    Connection(const std::filesystem::path& file, Mode mode,
+               Durability durability = Durability::full);
 
     /// The statement of `sql`, prepared the first time and kept. `sql` lives as long as the
     /// program.
@@ -106,6 +110,7 @@ class ReadTransaction {
 
 /// Creates the file when it is missing (readable by its owner only) and brings its schema up to
 /// `version`. Throws StartError for a file that is no database of this program, or a newer one.
-void prepareDatabase(const std::filesystem::path& file, int version = currentSchemaVersion());
+void prepareDatabase(const std::filesystem::path& file, int version = currentSchemaVersion(),
+                     Durability durability = Durability::full);
 
 }  // namespace KestrinProfileServer

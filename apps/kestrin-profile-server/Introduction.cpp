@@ -1,0 +1,87 @@
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <internal/FileDescriptor.hpp>
+#include <internal/Quoting.hpp>
+#include <kestrin-profile-server/ClientConfiguration.hpp>
+#include <kestrin-profile-server/Introduction.hpp>
+#include <kestrin-profile-server/admin/AdminRoutes.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Whether a client's configuration may be written there: nothing is there, or what we have
+/// written.
+bool isFree(const fs::path& file) {
+    constexpr std::size_t largest = std::size_t{1024} * 1024;
+    std::error_code error;
+    const auto status = fs::symlink_status(file, error);
+    if (status.type() == fs::file_type::not_found) return true;
+    if (status.type() != fs::file_type::regular) return false;
+    const KestrinInternal::FileDescriptor opened(
+        ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const auto text = opened.isOpen() ? opened.readAll(largest) : std::nullopt;
+    return text && isClientConfiguration(*text);
+}
+
+bool hasInspector(const Options& options) {
+    return options.service.admin.isOn &&
+           std::ranges::find(adminRoutes(), "/admin/", &AdminRoute::path) != adminRoutes().end();
+}
+
+/// How a shell asks for the parent's history, with a token that it asks for first.
+std::string curlLine(const Options& options, Service& service) {
+    const std::string url = service.baseURL();
+    const std::string id = service.household().parentProfileID;
+    return "token=$(curl -s " + url +
+           "/admin/v1/tokens -H 'Content-Type: application/json' -d '{\"profileId\":\"" + id +
+           "\"}' | cut -d'\"' -f4); curl -H \"Authorization: JWT $token\" -H 'PXRO-PROFILE-ID: " +
+           id + "' '" + url + "/v1/history?brand=" + options.service.brand + "&profile=" + id +
+           "&v=1'";
+}
+
+std::string clientLine(const Options& options, const fs::path& configuration) {
+    const bool isFound = configuration == options.configurationPlaces.front();
+    return std::string("kestrin-profile ") +
+           (isFound ? "" : "--config '" + configuration.string() + "' ") + "history list";
+}
+
+}  // namespace
+
+std::optional<fs::path> writtenConfiguration(const Options& options, Service& service) {
+    auto place = options.configuration;
+    if (!place) {
+        const auto free = std::ranges::find_if(options.configurationPlaces, isFree);
+        if (free == options.configurationPlaces.end()) return std::nullopt;
+        place = *free;
+        std::error_code ignored;
+        fs::create_directories(place->parent_path(), ignored);
+    }
+    writePrivateFile(*place, clientConfiguration(service.publicURL(), options.service.brand,
+                                                 service.household()));
+    return place;
+}
+
+std::string introduction(const Options& options, Service& service,
+                         const std::optional<fs::path>& configuration) {
+    std::string text;
+    if (hasInspector(options)) text += "inspector      " + service.baseURL() + "/admin/\n";
+    if (!options.service.admin.isOn)
+        text += "no admin       beyond this computer it needs --admin-secret-file\n";
+    text += configuration ? "configuration  " + configuration->string() + "\n"
+                          : "configuration  none written: there is no place for it, or one of"
+                            " somebody else's; name a file with --write-config\n";
+    text += options.service.database.empty()
+                ? "data           kept by nobody; --data DIR keeps it\n"
+                : "data           " + options.service.database.string() + "\n";
+    if (configuration && !options.configuration)
+        text += "try            " + clientLine(options, *configuration) + "\n";
+    if (options.service.admin.isOn && !options.service.admin.secret)
+        text += "or             " + curlLine(options, service) + "\n";
+    return text;
+}
+
+}  // namespace KestrinProfileServer

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include <kestrin-profile-server/CommandLine.hpp>
+
+namespace KestrinProfileServer {
+
+/// Writes the client's configuration where the options want it, and says where that is; absent if
+/// they want none, or somebody else's stand at every place. Throws StartError when it cannot.
+[[nodiscard]] std::optional<std::filesystem::path> writtenConfiguration(const Options& options,
+                                                                        Service& service);
+
+/// What to try, in a few lines, each with its end.
+[[nodiscard]] std::string introduction(const Options& options, Service& service,
+                                       const std::optional<std::filesystem::path>& configuration);
+
+}  // namespace KestrinProfileServer

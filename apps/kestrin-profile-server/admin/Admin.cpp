@@ -1,0 +1,83 @@
+#include <string>
+#include <utility>
+
+#include <boost/json.hpp>
+
+#include <kestrin-profile-server/admin/Admin.hpp>
+#include <kestrin-profile-server/domain/Problem.hpp>
+#include <kestrin-profile-server/http/Body.hpp>
+#include <kestrin-profile-server/http/GuardedReply.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+std::optional<boost::json::value> bodyOf(const Request& request) {
+    if (request.body.empty()) return std::nullopt;
+    checkContent({request.body, headerOf(request, "Content-Type").value_or(""),
+                  headerOf(request, "Content-Encoding").value_or("")});
+    boost::json::error_code error;
+    boost::json::value body = boost::json::parse(request.body, error);
+    if (error)
+        throw Problem(ProblemKind::malformedJSON, "the body is not JSON: " + error.message());
+    return body;
+}
+
+}  // namespace
+
+void Admin::answer(const Request& request, Namespace& space, std::size_t thread,
+                   Responder::Done done) const {
+    const bool isRoot = space.name().empty();
+    std::optional<AdminCall> call;
+    Reply reply = guardedReply(pathOf(request.target), [&] {
+        if (request.method == "OPTIONS") return optionsOf(request, isRoot);
+        call.emplace(callFor(request, isRoot));
+        return Reply{};
+    });
+    if (!call) return done(std::move(reply));
+    run(*std::move(call), space, thread, std::move(done));
+}
+
+Reply Admin::optionsOf(const Request& request, bool isRoot) const {
+    guard_.check(request, AdminAccess::caller);
+    return Reply{204, {}, {}, {{"Allow", allowedAdminMethods(pathOf(request.target), isRoot)}}};
+}
+
+AdminCall Admin::callFor(const Request& request, bool isRoot) const {
+    AdminCall call = adminCallOf(routeMethodOf(request), pathOf(request.target), isRoot);
+    guard_.check(request, call.route->access);
+    call.query = adminQuery(queryOf(request.target), call.route->parameters);
+    call.body = bodyOf(request);
+    return call;
+}
+
+void Admin::run(AdminCall call, Namespace& space, std::size_t thread, Responder::Done done) const {
+    switch (call.route->effect) {
+        case AdminEffect::none:
+            return done(handled(call, space, nullptr));
+        case AdminEffect::read:
+            return done(guardedReply(call.route->path, [&] {
+                Connection& reader = space.reader(thread);
+                const ReadTransaction transaction(reader);
+                return handled(call, space, &reader);
+            }));
+        case AdminEffect::write:
+            break;
+        case AdminEffect::later:
+            return call.route->laterHandler({call, facts_, namespaces_, space}, std::move(done));
+    }
+    auto shared = std::make_shared<const AdminCall>(std::move(call));
+    space.writes().add(
+        std::string(shared->route->path),
+        [this, shared, &space](Connection& connection) {
+            return handled(*shared, space, &connection);
+        },
+        std::move(done));
+}
+
+Reply Admin::handled(const AdminCall& call, Namespace& space, Connection* connection) const {
+    return guardedReply(call.route->path, [&] {
+        return call.route->handler({call, facts_, namespaces_, space, connection});
+    });
+}
+
+}  // namespace KestrinProfileServer
