@@ -9,7 +9,6 @@
 namespace {
 
 using TestSupport::CInterface;
-using TestSupport::text;
 
 class Checked : public CInterface {
   protected:

@@ -13,7 +13,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::IsEmpty;
 using TestSupport::CInterface;
 using TestSupport::string;
 using TestSupport::text;
