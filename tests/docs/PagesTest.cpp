@@ -63,7 +63,7 @@ std::vector<std::pair<fs::path, std::string>> onPages(const std::string& express
 /// What the build description says, all of it.
 std::string buildFiles() {
     std::string all = contentOf(root / "CMakeLists.txt");
-    for (const char* const folder : {"cmake", "libs", "apps"})
+    for (const char* const folder : {"cmake", "libs", "apps", "bindings"})
         for (const auto& entry : fs::recursive_directory_iterator(root / folder))
             if (entry.path().extension() == ".cmake" || entry.path().filename() == "CMakeLists.txt")
                 all += contentOf(entry.path());
@@ -95,7 +95,7 @@ TEST(Pages, NameDefencesAndTestsThatAreThere) {
 
 TEST(Pages, NameFilesThatAreThere) {
     const auto names = onPages(
-        "`((?:apps|bench|cmake|compat|docs|examples|libs|tests|HalvardMorrow|HalvardSling|"
+        "`((?:apps|bench|bindings|cmake|compat|docs|examples|libs|tests|HalvardMorrow|HalvardSling|"
         "KestrinConfigManager|KestrinProfile|rxcpp)/[A-Za-z0-9_./-]*)`");
     EXPECT_THAT(names, SizeIs(testing::Gt(5U)));
     for (const auto& [page, name] : names)
