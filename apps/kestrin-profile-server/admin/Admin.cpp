@@ -47,6 +47,7 @@ AdminCall Admin::callFor(const Request& request, bool isRoot) const {
     guard_.check(request, call.route->access);
     call.query = adminQuery(queryOf(request.target), call.route->parameters);
     call.body = bodyOf(request);
+    call.ifNoneMatch = headerOf(request, "If-None-Match").value_or("");
     return call;
 }
 

@@ -63,6 +63,8 @@ struct AdminCall {
     std::vector<std::pair<std::string, std::string>> query;
     /// Absent if there was none.
     std::optional<boost::json::value> body;
+    /// The entity tag that the client has; empty if it has none.
+    std::string ifNoneMatch;
 
     /// The value of a parameter of the query.
     [[nodiscard]] std::optional<std::string> parameter(std::string_view name) const;

@@ -23,4 +23,7 @@ namespace KestrinProfileServer {
 /// The worlds beside each other, and how clients reach them.
 [[nodiscard]] std::span<const AdminRoute> namespaceRoutes();
 
+/// The page that shows all this.
+[[nodiscard]] std::span<const AdminRoute> inspectorRoutes();
+
 }  // namespace KestrinProfileServer

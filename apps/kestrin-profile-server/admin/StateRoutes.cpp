@@ -67,7 +67,7 @@ json::object overviewOf(Connection& connection, const Household& household) {
         profiles.push_back(std::move(profile));
     }
     return {{"id", household.name},
-            {"parentProfileID", household.parentProfileID},
+            {"parentProfileId", household.parentProfileID},
             {"profiles", std::move(profiles)}};
 }
 
