@@ -61,6 +61,8 @@ class Reader {
   public:
     explicit Reader(std::string_view bytes) noexcept : rest_(bytes) {}
 
+    [[nodiscard]] bool hasMore() const noexcept { return !rest_.empty(); }
+
     template <class Number>
     [[nodiscard]] Number number() {
         Number value{};

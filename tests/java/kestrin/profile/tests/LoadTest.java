@@ -21,7 +21,7 @@ public final class LoadTest {
     private static final int CALLS = 100_000;
     private static final int WARM_UP = 20_000;
     private static final long MOST_GROWTH = 2 << 20;
-    private static final long MOST_NATIVE_GROWTH = 64 << 20;
+    private static final long MOST_NATIVE_GROWTH = 32 << 20;
     private static final String LIST =
             "{\"id\": \"l\", \"elements\": [{\"id\": \"v1\", \"type\": \"VIDEO\"}, {\"id\": \"ü\"}]}";
 
