@@ -152,6 +152,7 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     using Storing = std::unique_lock<std::mutex>;
 
     // The store. On one thread at a time.
+    [[nodiscard]] bool scheduleWork();
     void work();
     [[nodiscard]] bool workOnce();
     [[nodiscard]] bool open(Storing storing);
@@ -159,7 +160,7 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     void notLoaded(const OutboxError& error, const Waiting& waiting, Storing storing);
     [[nodiscard]] Batch takeBatch();
     void planIncoming(Batch& batch, Incoming incoming);
-    void takeDrop(Batch& batch, Dropping dropping);
+    void takeDrop(Batch& batch, const Dropping& dropping);
     [[nodiscard]] bool storeNext(Storing storing);
     void kept(Batch& batch, Storing storing);
     void notKept(Batch& batch, const OutboxError& error, Storing storing);
@@ -300,6 +301,7 @@ std::vector<OutboxEntry> Outbox::Core::entries() const {
 std::vector<OutboxEntry> Outbox::Core::refused() const {
     const std::scoped_lock lock(mutex_);
     std::vector<OutboxEntry> all;
+    all.reserve(refused_.size());
     for (const auto& [number, entry] : refused_)
         all.push_back(entry);
     return all;
@@ -340,18 +342,22 @@ void Outbox::Core::bindIsNew(const std::string& profileID) {
 void Outbox::Core::requestWork() {
     {
         const std::scoped_lock lock(mutex_);
-        if (std::exchange(isWorkRequested_, true)) return;
-        if (disk_) {
-            try {
-                disk_->after(nanoseconds(0), [weak = weak_from_this()] {
-                    if (const auto core = weak.lock()) core->work();
-                });
-                return;
-            } catch (const std::exception&) {  // no thread to be had: on this one
-            }
-        }
+        if (std::exchange(isWorkRequested_, true) || scheduleWork()) return;
     }
     work();
+}
+
+/// Has it done on the thread of the store; false if there is none to be had.
+bool Outbox::Core::scheduleWork() {
+    if (!disk_) return false;
+    try {
+        disk_->after(nanoseconds(0), [weak = weak_from_this()] {
+            if (const auto core = weak.lock()) core->work();
+        });
+    } catch (const std::exception&) {
+        return false;
+    }
+    return true;
 }
 
 void Outbox::Core::work() {
@@ -461,8 +467,8 @@ Outbox::Core::Batch Outbox::Core::takeBatch() {
     const std::scoped_lock lock(mutex_);
     for (auto& incoming : std::exchange(incoming_, {}))
         planIncoming(batch, std::move(incoming));
-    for (auto& dropping : std::exchange(drops_, {}))
-        takeDrop(batch, std::move(dropping));
+    for (const auto& dropping : std::exchange(drops_, {}))
+        takeDrop(batch, dropping);
     batch.removals.insert(batch.removals.end(), removals_.begin(), removals_.end());
     removals_.clear();
     batch.refusals = std::exchange(refusals_, {});
@@ -498,7 +504,7 @@ void Outbox::Core::planIncoming(Batch& batch, Incoming incoming) {
     if (std::ranges::find(batch.lanes, lane) == batch.lanes.end()) batch.lanes.push_back(lane);
 }
 
-void Outbox::Core::takeDrop(Batch& batch, Dropping dropping) {
+void Outbox::Core::takeDrop(Batch& batch, const Dropping& dropping) {
     const auto number = dropping.number;
     std::optional<OutboxEntry> entry;
     if (auto node = refused_.extract(number)) entry = std::move(node.mapped());
@@ -959,7 +965,7 @@ namespace {
 template <class T, class Core, class Ask>
 Observable<T> asking(const std::shared_ptr<Core>& core, Ask ask) {
     return rxcpp::observable<>::create<T>(
-        [weak = std::weak_ptr<Core>(core), ask](const Subscriber<T>& subscriber) {
+        [weak = std::weak_ptr<Core>(core), ask = std::move(ask)](const Subscriber<T>& subscriber) {
             if (const auto open = weak.lock())
                 ask(*open, subscriber);
             else

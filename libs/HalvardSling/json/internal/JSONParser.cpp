@@ -55,10 +55,13 @@ std::size_t mostNodes(std::string_view text) {
 /// What Boost.JSON's parser calls for each event: it fills a document.
 class ParseHandler {
   public:
+    // The names that the parser asks for and calls.
+    // NOLINTBEGIN(readability-identifier-naming)
     static constexpr std::size_t max_object_size = std::numeric_limits<std::uint32_t>::max();
     static constexpr std::size_t max_array_size = max_object_size;
     static constexpr std::size_t max_key_size = max_object_size;
     static constexpr std::size_t max_string_size = max_object_size;
+    // NOLINTEND(readability-identifier-naming)
 
     using Error = boost::system::error_code;
     using View = boost::json::string_view;
@@ -76,7 +79,7 @@ class ParseHandler {
         return isInLimit_ && nodes_.capacity() * sizeof(JSONNode) + spent_ <= memory_;
     }
 
-    // The names that the parser calls.
+    // NOLINTBEGIN(readability-identifier-naming)
     bool on_document_begin(Error&) { return true; }
     bool on_document_end(Error&) {
         // Of a few long texts.
@@ -117,6 +120,7 @@ class ParseHandler {
     bool on_null(Error& error) { return add(Kind::null, 0, error); }
     bool on_comment_part(View, Error&) { return true; }
     bool on_comment(View, Error&) { return true; }
+    // NOLINTEND(readability-identifier-naming)
 
     /// The nodes, once the whole text was parsed.
     [[nodiscard]] std::vector<JSONNode> takeNodes() { return std::move(nodes_); }

@@ -31,7 +31,7 @@ const std::string& argument(const std::optional<std::string>& value) {
 std::chrono::seconds argument(const std::optional<std::int64_t>& value) {
     return std::chrono::seconds(*value);
 }
-const std::optional<bool>& argument(const std::optional<bool>& value) {
+std::optional<bool> argument(const std::optional<bool>& value) {
     return value;
 }
 const User& argument(const std::optional<User>& value) {

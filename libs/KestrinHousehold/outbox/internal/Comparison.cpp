@@ -2,6 +2,7 @@
 #include <chrono>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinHousehold/outbox/internal/Comparison.hpp>
@@ -13,6 +14,7 @@ using KestrinProfile::ProfileOperation;
 using KestrinProfile::UserProfile;
 using KestrinProfile::UserProfileElement;
 using Verdict = Comparison::Verdict;
+using Elements = std::vector<UserProfileElement>;
 
 namespace {
 
@@ -23,9 +25,9 @@ bool isNewer(const UserProfileElement& element, Scheduler::WallTime time) {
     return element.autoAddTimestamp && *element.autoAddTimestamp > time + tolerance;
 }
 
-const UserProfileElement* find(const UserProfile& list, const std::string& item) {
-    const auto found = std::ranges::find(*list.elements, item, &UserProfileElement::id);
-    return found == list.elements->end() ? nullptr : &*found;
+const UserProfileElement* find(const Elements& list, const std::string& item) {
+    const auto found = std::ranges::find(list, item, &UserProfileElement::id);
+    return found == list.end() ? nullptr : &*found;
 }
 
 /// Whether an element is as a write would make it.
@@ -34,7 +36,7 @@ bool says(const UserProfileElement& element, const OutboxWrite& write) {
            (!write.isComplete || element.isCompleted == write.isComplete);
 }
 
-Comparison compareItem(const OutboxWrite& write, Scheduler::WallTime time, const UserProfile& list,
+Comparison compareItem(const OutboxWrite& write, Scheduler::WallTime time, const Elements& list,
                        Change change) {
     const UserProfileElement* const element = find(list, write.itemID);
     if (element == nullptr || !isNewer(*element, time)) return {Verdict::send, {write}};
@@ -43,7 +45,7 @@ Comparison compareItem(const OutboxWrite& write, Scheduler::WallTime time, const
 }
 
 /// Shows that the service has from later are there already.
-Comparison compareShows(OutboxWrite write, Scheduler::WallTime time, const UserProfile& list) {
+Comparison compareShows(OutboxWrite write, Scheduler::WallTime time, const Elements& list) {
     std::erase_if(write.shows, [&](const UserProfileElement& show) {
         const UserProfileElement* const element = find(list, show.id.value_or(""));
         return element != nullptr && isNewer(*element, time);
@@ -64,12 +66,12 @@ ProfileOperation removalOf(List list) {
 }
 
 /// If something newer is in the list, what is older is removed one by one.
-Comparison compareClear(const OutboxWrite& write, Scheduler::WallTime time, const UserProfile& list,
+Comparison compareClear(const OutboxWrite& write, Scheduler::WallTime time, const Elements& list,
                         List kind) {
     const auto isLater = [&](const UserProfileElement& element) { return isNewer(element, time); };
-    if (std::ranges::none_of(*list.elements, isLater)) return {Verdict::send, {write}};
+    if (std::ranges::none_of(list, isLater)) return {Verdict::send, {write}};
     Comparison comparison;
-    for (const auto& element : *list.elements)
+    for (const auto& element : list)
         if (!isLater(element) && element.id && !element.id->empty())
             comparison.writes.push_back(
                 {write.profileID, write.brandID, removalOf(kind), *element.id});
@@ -87,10 +89,10 @@ bool isComparable(const OutboxWrite& write) {
 Comparison compare(const OutboxWrite& write, Scheduler::WallTime time, const UserProfile& list) {
     const auto kind = listChangeOf(write.operation);
     if (!kind || !list.elements) return {Verdict::send, {write}};
-    if (kind->change == Change::clear) return compareClear(write, time, list, kind->list);
+    if (kind->change == Change::clear) return compareClear(write, time, *list.elements, kind->list);
     if (write.operation == ProfileOperation::addFavoriteShows)
-        return compareShows(write, time, list);
-    return compareItem(write, time, list, kind->change);
+        return compareShows(write, time, *list.elements);
+    return compareItem(write, time, *list.elements, kind->change);
 }
 
 std::optional<UserProfile> listIn(const HalvardSling::Response& reply) {
