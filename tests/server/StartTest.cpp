@@ -67,6 +67,8 @@ TEST_F(StartTest, withADemoHouseholdItIsUsefulAtOnceAndLeavesNothingButTheConfig
     EXPECT_EQ(admin.get("profiles/anna").at("searches").at(0).at("term"), "otters");
     const std::string said = program.awaitOutput("\nor ");
     EXPECT_TRUE(said.starts_with("kestrin-profile-server ready on " + url + "\n")) << said;
+    EXPECT_NE(said.find("inspector      " + url + "/admin/\n"), std::string::npos) << said;
+    EXPECT_EQ(HttpClient(url).send("GET", "/admin/").status, 200);
     EXPECT_NE(said.find("configuration  " + found.string() + "\n"), std::string::npos) << said;
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(temporary), {}), 1);
     EXPECT_EQ(stop(program), 0);
