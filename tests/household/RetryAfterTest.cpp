@@ -5,12 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <KestrinHousehold/retry/internal/RetryAfter.hpp>
+#include <internal/HTTPDate.hpp>
 
 namespace {
 
 using HalvardSling::Headers;
-using KestrinHousehold::internal::parseHTTPDate;
 using KestrinHousehold::internal::retryAfter;
+using KestrinInternal::parseHTTPDate;
 using std::chrono::sys_days;
 using std::chrono::sys_seconds;
 using std::chrono::system_clock;

@@ -11,8 +11,8 @@
 #include <KestrinHousehold/outbox/internal/DeliveryFailure.hpp>
 #include <KestrinHousehold/outbox/internal/EntryLane.hpp>
 #include <KestrinHousehold/outbox/internal/EventStream.hpp>
-#include <KestrinHousehold/retry/internal/RetryAfter.hpp>
 #include <KestrinHousehold/time/TimerThread.hpp>
+#include <internal/HTTPDate.hpp>
 
 namespace KestrinHousehold {
 
@@ -863,7 +863,7 @@ void Outbox::Core::workAfter(nanoseconds delay) {
 void Outbox::Core::noteDate(const HalvardSling::Headers& headers) {
     const auto now = scheduler_->wallTime();
     const auto text = headers.value("Date");
-    const auto date = text ? internal::parseHTTPDate(*text, now) : std::nullopt;
+    const auto date = text ? KestrinInternal::parseHTTPDate(*text, now) : std::nullopt;
     if (!date) return;
     constexpr milliseconds middleOfSecond(500);
     clockDifference_ = std::chrono::floor<milliseconds>(*date + middleOfSecond - now);

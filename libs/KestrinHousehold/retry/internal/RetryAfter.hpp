@@ -2,16 +2,10 @@
 
 #include <chrono>
 #include <optional>
-#include <string_view>
 
 #include <HalvardSling/http/Headers.hpp>
 
 namespace KestrinHousehold::internal {
-
-/// A date as HTTP writes it (RFC 9110, section 5.6.7), in its three forms. Absent: it is none.
-/// @param now  decides the century of the form that has a year of two digits
-[[nodiscard]] std::optional<std::chrono::sys_seconds> parseHTTPDate(
-    std::string_view text, std::chrono::system_clock::time_point now);
 
 /// How long a reply asks to wait in its Retry-After (RFC 9110, section 10.2.3); never negative.
 /// A date is counted from the reply's own Date, as the device's clock may be wrong.
