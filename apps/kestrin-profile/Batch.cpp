@@ -44,7 +44,7 @@ class Run {
         if (interrupted_) throw CommandError::interrupted();
         if (failures_.empty()) return ExitCode::ok;
         const auto& [index, failure] = *failures_.begin();
-        session_.terminal.failure(textOf(items_[index], failure), failure.advice);
+        session_.report(about(items_[index], failure));
         return failure.code;
     }
 
@@ -59,6 +59,7 @@ class Run {
     void end(std::size_t index, const std::exception_ptr& error) {
         if (!error || (session_.options.dryRun && wasOnlyShown(error))) {
             ++done_;
+            if (work_.wasThere && !work_.wasThere(items_[index].text)) ++absent_;
             return;
         }
         const auto& failure = failures_.emplace(index, describe(error)).first->second;
@@ -78,7 +79,8 @@ class Run {
     void printSummary() const {
         if (session_.options.json) return session_.terminal.json(summary());
         std::string text =
-            fmt::format("{} {} of {} {}", work_.done, done_, items_.size(), work_.where);
+            fmt::format("{} {} of {} {}", work_.done, done_ - absent_, items_.size(), work_.where);
+        if (absent_ > 0) text += fmt::format("; {} not there", countOf(absent_, "was", "were"));
         if (!failures_.empty()) text += fmt::format("; {} failed", failures_.size());
         if (aborted() > 0) text += fmt::format("; {} aborted", aborted());
         if (untried() > 0) text += fmt::format("; {} not tried", untried());
@@ -98,6 +100,7 @@ class Run {
         result.setInteger("failed", static_cast<std::int64_t>(failures_.size()));
         result.setInteger("aborted", static_cast<std::int64_t>(aborted()));
         result.setInteger("notTried", static_cast<std::int64_t>(untried()));
+        if (work_.wasThere) result.setInteger("notThere", static_cast<std::int64_t>(absent_));
         result.setDictionaries("failures", failures);
         return result;
     }
@@ -108,6 +111,7 @@ class Run {
     const BatchWork& work_;
     std::size_t begun_ = 0;
     std::size_t done_ = 0;
+    std::size_t absent_ = 0;  // of those done
     bool interrupted_ = false;
     std::map<std::size_t, Failure> failures_;
 };

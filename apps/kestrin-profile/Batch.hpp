@@ -27,6 +27,8 @@ struct BatchWork {
     std::function<ConcurrentRequests::Request(const std::string& item)> request;
     std::string done;   ///< what was done, e.g. "added"
     std::string where;  ///< where, e.g. "to the favourites"
+    /// Whether an item was there to be removed; empty: nobody knows, or it is not removed.
+    std::function<bool(const std::string& item)> wasThere{};
 };
 
 /// Adds the items and the options of a batch to a command.

@@ -76,6 +76,11 @@ std::string textOf(const BatchItem& item, const Failure& failure) {
                        shortened(printable(item.text), mostColumns), failure.message);
 }
 
+Failure about(const BatchItem& item, Failure failure) {
+    failure.message = textOf(item, failure);
+    return failure;
+}
+
 HalvardSling::JSONDictionary documentOf(const BatchItem& item, const Failure& failure) {
     HalvardSling::JSONDictionary result;
     result.setText("item", item.text);

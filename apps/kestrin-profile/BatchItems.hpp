@@ -27,6 +27,9 @@ struct BatchItemSource {
 /// What a failure says, after the location of its item and the item itself.
 [[nodiscard]] std::string textOf(const BatchItem& item, const Failure& failure);
 
+/// The failure, with that for its message.
+[[nodiscard]] Failure about(const BatchItem& item, Failure failure);
+
 /// The same for programs.
 [[nodiscard]] HalvardSling::JSONDictionary documentOf(const BatchItem& item,
                                                       const Failure& failure);

@@ -1,5 +1,6 @@
 #include "CommandTree.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace KestrinProfileCLI {
@@ -17,7 +18,9 @@ std::vector<std::string> namesOf(const CLI::Option& option) {
 
 std::string descriptionOf(const CLI::Option& option) {
     const std::string& usual = option.get_default_str();
-    return option.get_description() + (usual.empty() ? "" : " (default " + usual + ")");
+    const std::string& variable = option.get_envname();
+    return option.get_description() + (usual.empty() ? "" : " (default " + usual + ")") +
+           (variable.empty() ? "" : "; $" + variable + " does the same");
 }
 
 OptionEntry entryOf(const CLI::Option& option) {
@@ -41,7 +44,8 @@ CommandEntry entryOf(const CLI::App& app, std::string path) {
             entry.options.push_back(entryOf(*option));
     }
     const std::string prefix = entry.path.empty() ? "" : entry.path + " ";
-    for (const CLI::App* const below : app.get_subcommands([](const CLI::App*) { return true; }))
+    const auto isForPeople = [](const CLI::App* below) { return !below->get_group().empty(); };
+    for (const CLI::App* const below : app.get_subcommands(isForPeople))
         entry.commands.push_back(entryOf(*below, prefix + below->get_name()));
     return entry;
 }
@@ -56,6 +60,17 @@ void append(std::vector<const CommandEntry*>& all, const CommandEntry& entry) {
 
 CommandEntry commandTree(const CLI::App& program) {
     return entryOf(program, {});
+}
+
+const CommandEntry& chosenCommand(const CLI::App& program, const CommandEntry& tree) {
+    const CommandEntry* entry = &tree;
+    for (const CLI::App* app = &program; !app->get_subcommands().empty();) {
+        app = app->get_subcommands().front();
+        const auto below = std::ranges::find(entry->commands, app->get_name(), &CommandEntry::name);
+        if (below == entry->commands.end()) break;
+        entry = &*below;
+    }
+    return *entry;
 }
 
 std::vector<const CommandEntry*> flattened(const CommandEntry& top) {

@@ -33,9 +33,13 @@ struct CommandEntry {
     std::vector<CommandEntry> commands;  ///< those below it
 };
 
-/// The whole command line as data: what completion and man page are made from. --help shows the
-/// same.
+/// The whole command line as data: what --help, completion and man page are made from. Commands
+/// that are for scripts of our own, which have no group, are not in it.
 [[nodiscard]] CommandEntry commandTree(const CLI::App& program);
+
+/// The command that a command line chose, as far as it could be read.
+/// @param tree  of the program
+[[nodiscard]] const CommandEntry& chosenCommand(const CLI::App& program, const CommandEntry& tree);
 
 /// A command and everything below it, in order.
 [[nodiscard]] std::vector<const CommandEntry*> flattened(const CommandEntry& top);

@@ -6,8 +6,9 @@
 
 namespace KestrinProfileCLI {
 
-// Scripts that make a shell complete the program's command line: commands, options and, where a
-// value is a FILE, names of files.
+// Scripts that make a shell complete the program's command line: commands, options, names of files
+// where a value is a FILE and, where it is a PROFILE, the names of the household's profiles, for
+// which they run the program.
 
 [[nodiscard]] std::string bashCompletion(const CommandEntry& program);
 [[nodiscard]] std::string zshCompletion(const CommandEntry& program);

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <unistd.h>
 
+#include <fmt/format.h>
+
 #include <internal/ASCII.hpp>
 
 #include "ExitCode.hpp"
@@ -36,7 +38,12 @@ void addConfirmation(CLI::App& command, bool& isConfirmed) {
 }
 
 void confirm(const Session& session, bool isConfirmed, const std::string& question) {
-    if (isConfirmed || session.options.dryRun || !session.terminal.canAsk()) return;
+    if (isConfirmed || session.options.dryRun) return;
+    if (!session.terminal.canAsk())
+        throw CommandError(
+            {ExitCode::usage,
+             fmt::format("nobody can be asked whether to {}; nothing was done", question),
+             "give --yes"});
     session.terminal.ask(question + "? [y/N] ");
     if (isYes(answer(session))) return;
     throw CommandError(

@@ -79,13 +79,14 @@ Failure failureFor(const std::exception_ptr& error, Domain domain, int code) {
     });
     auto [name, number, message, advice] = KestrinProfile::describe(error);
     if (*found.advice != '\0') advice = found.advice;
-    return {found.exitCode, std::move(message), std::move(advice)};
+    return {found.exitCode, std::move(message), std::move(advice), {}};
 }
 
 Failure failureFor(const std::exception_ptr& error, const SlingError& known) {
     const auto status = known.statusCode();
     if (!status) return failureFor(error, Domain::sling, known.code());
     Failure failure = failureFor(error, Domain::status, *status);
+    failure.status = *status;
     const auto* const problem = known.problem();
     if (problem != nullptr && !problem->detail.empty()) failure.message += ": " + problem->detail;
     return failure;
@@ -93,8 +94,10 @@ Failure failureFor(const std::exception_ptr& error, const SlingError& known) {
 
 Failure failureFor(const OutboxError& error) {
     const bool isInput = error.value() == OutboxError::Case::invalidWrite;
-    return {isInput ? ExitCode::validation : ExitCode::serviceError, error.what(),
-            std::string(error.advice())};
+    return {isInput ? ExitCode::validation : ExitCode::serviceError,
+            error.what(),
+            std::string(error.advice()),
+            {}};
 }
 
 }  // namespace
@@ -111,6 +114,15 @@ std::vector<std::pair<ExitCode, const char*>> exitCodeMeanings() {
         {ExitCode::validation, "the input is not acceptable (400, 409, 422)"},
         {ExitCode::interrupted, "interrupted, or a question was not answered with yes"},
     };
+}
+
+HalvardSling::JSONDictionary documentOf(const Failure& failure) {
+    HalvardSling::JSONDictionary result;
+    result.setText("message", failure.message);
+    if (!failure.advice.empty()) result.setText("advice", failure.advice);
+    if (failure.status) result.setInteger("status", *failure.status);
+    result.setInteger("exitCode", static_cast<int>(failure.code));
+    return result;
 }
 
 Failure describe(const std::exception_ptr& error) {

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 namespace KestrinProfileCLI {
 
@@ -25,9 +28,13 @@ enum class ExitCode : int {
 /// A failed command, as it is reported to people.
 struct Failure {
     ExitCode code = ExitCode::serviceError;
-    std::string message;  ///< what went wrong, and where
-    std::string advice;   ///< what to do next; may be empty
+    std::string message;          ///< what went wrong, and where
+    std::string advice;           ///< what to do next; may be empty
+    std::optional<int> status{};  ///< of the service's reply, if that is what failed
 };
+
+/// A failure as it is shown to programs.
+[[nodiscard]] HalvardSling::JSONDictionary documentOf(const Failure& failure);
 
 /// What an error means for a person at the terminal. Any exception will do.
 [[nodiscard]] Failure describe(const std::exception_ptr& error);

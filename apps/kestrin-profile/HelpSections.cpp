@@ -1,11 +1,8 @@
 #include "HelpSections.hpp"
 
-#include <algorithm>
-
-#include <fmt/format.h>
+#include <string>
 
 #include "ExitCode.hpp"
-#include "Text.hpp"
 
 namespace KestrinProfileCLI {
 
@@ -28,23 +25,15 @@ std::vector<HelpSection> helpSections() {
               {"$XDG_STATE_HOME/kestrin-profile/outboxes/",
                "what --later has kept, readable by its owner"}}},
             {"Environment",
-             {{"XDG_CONFIG_HOME, XDG_STATE_HOME", "~/.config and ~/.local/state unless set"},
+             {{"KESTRIN_PROFILE_CONFIG, KESTRIN_PROFILE_PROFILE, KESTRIN_PROFILE_BRAND",
+               "what --config, --profile and --brand say, unless the option is given; an empty one "
+               "is none"},
+              {"KESTRIN_PROFILE_COMPLETION_SECONDS",
+               "how long completion may ask the service for the names of profiles; 1 unless set, "
+               "and 0 asks nobody"},
+              {"XDG_CONFIG_HOME, XDG_STATE_HOME", "~/.config and ~/.local/state unless set"},
               {"TZ", "the local time zone"},
               {"NO_COLOR", "switches colours off"}}}};
-}
-
-std::string helpFooter() {
-    std::string footer;
-    for (const auto& [title, entries] : helpSections()) {
-        std::size_t columns = 0;
-        for (const auto& [what, text] : entries)
-            columns = std::max(columns, columnsOf(what));
-        footer += title + ":\n";
-        for (const auto& [what, text] : entries)
-            footer += fmt::format("  {}  {}\n", padded(what, columns), text);
-    }
-    footer.pop_back();
-    return footer;
 }
 
 }  // namespace KestrinProfileCLI

@@ -67,7 +67,7 @@ class Keeping {
         session_.interruption().check();
         if (failures_.empty()) return ExitCode::ok;
         const auto& [index, failure] = *failures_.begin();
-        session_.terminal.failure(textOf(items_[index], failure), failure.advice);
+        session_.report(about(items_[index], failure));
         return failure.code;
     }
 
@@ -101,7 +101,8 @@ class Keeping {
         const bool isMissing = entry.refusal->status == notFound;
         return {isMissing ? ExitCode::notFound : ExitCode::validation,
                 "the service refuses it: " + textOf(*entry.refusal),
-                "see what was refused: kestrin-profile outbox list"};
+                "see what was refused: kestrin-profile outbox list",
+                {}};
     }
 
     void print(const Tally& tally, std::size_t kept) const {

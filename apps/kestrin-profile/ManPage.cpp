@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "CommandGuide.hpp"
 #include "HelpSections.hpp"
 #include "Text.hpp"
 
@@ -70,7 +71,10 @@ std::string commandText(const CommandEntry& command) {
     std::string text = ".SS " + usageOf(command) + "\n" + escaped(command.description) + ".\n";
     for (const auto& argument : command.arguments)
         text += item(italic(argument.name), argument.description);
-    return text + optionsOf(command);
+    text += optionsOf(command) + ".PP\n.nf\n";
+    for (const auto example : examplesFor(command.path))
+        text += escaped(std::string(example)) + "\n";
+    return text + ".fi\n";
 }
 
 std::string sectionText(const HelpSection& section) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <utility>
 
 #include <fmt/format.h>
@@ -10,6 +11,7 @@
 #include <KestrinHousehold/outbox/SQLiteOutboxStore.hpp>
 #include <KestrinProfile/model/DateFormatter.hpp>
 
+#include "CurlCommand.hpp"
 #include "Paths.hpp"
 #include "PrivateDirectories.hpp"
 
@@ -38,17 +40,25 @@ fs::path outboxFile(const Session& session) {
 /// What has happened; guarded by the interruption's lock.
 struct OpenOutbox::Log {
     std::map<Number, Event> fates;
+    std::set<std::string> withoutBind;  // profiles whose entries wait for one
     bool isSettled = false;
     bool isStuck = false;  // the disk takes nothing
+
+    void add(const Event& event) {
+        if (event.kind == Kind::storeFailed) isStuck = true;
+        // That it was refused is what counts, and that it was so before this run does not.
+        if (event.entry.number == 0 || event.kind == Kind::forgotten) return;
+        fates.insert_or_assign(event.entry.number, event);
+        if (event.kind == Kind::waitsForBind) withoutBind.insert(event.entry.write.profileID);
+        const bool hasBind = event.kind == Kind::sent || event.kind == Kind::delayed;
+        if (hasBind) withoutBind.erase(event.entry.write.profileID);
+    }
 };
 
 OpenOutbox::OpenOutbox(Session& session) : session_(session), log_(std::make_shared<Log>()) {
     OutboxOptions options;
     options.log = [log = log_, &session](const Event& event) {
-        session.interruption().notify([&] {
-            if (event.entry.number != 0) log->fates.insert_or_assign(event.entry.number, event);
-            if (event.kind == Kind::storeFailed) log->isStuck = true;
-        });
+        session.interruption().notify([&] { log->add(event); });
         if (event.kind == Kind::storeFailed)
             session.terminal.note("warning: the outbox: " + printable(event.text));
         else if (session.options.verbose && !event.text.empty())
@@ -77,8 +87,11 @@ void OpenOutbox::settle(std::optional<std::chrono::duration<double>> time) const
 }
 
 void OpenOutbox::drain(std::chrono::duration<double> time) const {
-    static_cast<void>(
-        session_.interruption().waitFor(time, [this] { return outbox_->entries().empty(); }));
+    static_cast<void>(session_.interruption().waitFor(time, [this] {
+        return std::ranges::all_of(outbox_->entries(), [this](const OutboxEntry& entry) {
+            return log_->withoutBind.contains(entry.write.profileID);
+        });
+    }));
     settle(std::nullopt);
 }
 
@@ -107,7 +120,6 @@ void Tally::add(const OpenOutbox::Event* fate) {
             ++expired;
             return;
         case Kind::refused:
-        case Kind::forgotten:
             ++refused;
             return;
         default:
@@ -180,8 +192,9 @@ std::string wordsOf(const OutboxWrite& write) {
     const auto found = std::ranges::find(words, write.operation, &Words::operation);
     std::vector<std::string> all{found == words.end() ? std::string(rawValue(write.operation))
                                                       : std::string(found->words)};
-    if (!write.itemID.empty()) all.push_back(write.itemID);
-    std::ranges::move(showsOf(write), std::back_inserter(all));
+    if (!write.itemID.empty()) all.push_back(shellQuoted(write.itemID));
+    for (const auto& show : showsOf(write))
+        all.push_back(shellQuoted(show));
     return joined(all, " ");
 }
 

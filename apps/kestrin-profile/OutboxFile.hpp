@@ -52,13 +52,13 @@ class OpenOutbox {
     /// @param time  for so long at most; absent: as long as it takes
     void settle(std::optional<std::chrono::duration<double>> time) const;
 
-    /// Waits until nothing waits any more, for so long at most. A signal ends it.
+    /// Waits until nothing waits any more but for a bind, for so long at most. A signal ends it.
     void drain(std::chrono::duration<double> time) const;
 
     /// Ends it. Whatever was handed over is on the disk then.
     void close();
 
-    /// The last that happened to each entry.
+    /// The last that happened to each entry; not that one refused before was forgotten.
     [[nodiscard]] std::map<Number, Event> fates() const;
 
   private:
@@ -93,7 +93,7 @@ struct Tally {
 /// What `outbox` commands are told to send what waits with.
 inline constexpr const char* willBeSent = "will be sent by 'kestrin-profile outbox send'";
 
-/// A write in words of the command line, e.g. "watchlist add v1".
+/// A write in words of the command line, as a shell takes them, e.g. "search add 'a fox'".
 [[nodiscard]] std::string wordsOf(const KestrinHousehold::OutboxWrite& write);
 
 /// An entry as it is shown to programs.

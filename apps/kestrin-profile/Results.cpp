@@ -1,6 +1,9 @@
 #include "Results.hpp"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
+#include <utility>
 #include <variant>
 
 #include <fmt/format.h>
@@ -32,45 +35,50 @@ std::string shown(const std::optional<std::string>& text) {
     return printable(text.value_or("-"));
 }
 
-/// What the progress of a list's entries is shown relative to.
-struct ProgressScale {
-    explicit ProgressScale(const std::vector<UserProfileElement>& elements) {
-        for (const auto& element : elements)
-            longest = std::max(longest, element.progress.value_or(0));
-        columns = durationText(longest).size();
-    }
-
-    std::int64_t longest = 1;  ///< the longest progress, at least one second
-    std::size_t columns;       ///< that it takes as a text
-};
-
-/// How far an entry was watched: the time, the bar, and whether it was to the end.
-Row progressCells(const UserProfileElement& element, const ProgressScale& scale) {
-    const bool completed = element.isCompleted.value_or(false);
-    if (!element.progress) return {"-", completed ? bar(1, 1) : "", completed ? "completed" : ""};
-    const std::string time = durationText(*element.progress);
-    return {std::string(scale.columns - std::min(scale.columns, time.size()), ' ') + time,
-            completed ? bar(1, 1) : bar(*element.progress, scale.longest),
-            completed ? "completed" : ""};
+/// How far an entry was watched, and whether that was to the end. How long a video is nobody knows,
+/// so there is no share of it to show.
+Row progressCells(const UserProfileElement& element, std::size_t columns) {
+    const std::string time = element.progress ? durationText(*element.progress) : "-";
+    return {std::string(columns - std::min(columns, time.size()), ' ') + time,
+            element.isCompleted.value_or(false) ? "completed" : ""};
 }
 
-Row rowOf(const UserProfileElement& element, const ProgressScale& scale, const ListFormat& format) {
+/// How many columns the longest progress takes.
+std::size_t progressColumns(const std::vector<UserProfileElement>& elements) {
+    std::size_t columns = 0;
+    for (const auto& element : elements)
+        if (element.progress) columns = std::max(columns, durationText(*element.progress).size());
+    return columns;
+}
+
+Row rowOf(const UserProfileElement& element, std::size_t columns, const ListFormat& format) {
     Row row{shown(element.id), shown(element.type)};
-    if (format.hasProgress) std::ranges::move(progressCells(element, scale), back_inserter(row));
+    if (format.hasProgress) std::ranges::move(progressCells(element, columns), back_inserter(row));
     row.push_back(element.autoAddTimestamp ? dateText(*element.autoAddTimestamp, format.utc) : "-");
-    return row;
+    return chosenCells(std::move(row), keysOfEntries(format.hasProgress), format.fields);
 }
 
 Row headingOf(const ListFormat& format) {
     Row heading{format.item, "KIND"};
-    if (format.hasProgress) heading.insert(heading.end(), {"PROGRESS", "OF LONGEST", "STATE"});
+    if (format.hasProgress) heading.insert(heading.end(), {"PROGRESS", "STATE"});
     heading.emplace_back(format.utc ? "ADDED (UTC)" : "ADDED");
-    return heading;
+    return chosenCells(std::move(heading), keysOfEntries(format.hasProgress), format.fields);
+}
+
+/// A list with the fields of its entries that are chosen.
+JSONDictionary documentOf(const UserProfile& list, const Fields& fields) {
+    JSONDictionary document = list.encode();
+    const auto all = document.dictionaries(UserProfile::Keys::elements);
+    if (fields.empty() || !all) return document;
+    std::vector<JSONDictionary> elements;
+    for (const auto& element : *all)
+        elements.push_back(chosenKeys(element, fields));
+    document.setDictionaries(UserProfile::Keys::elements, elements);
+    return document;
 }
 
 std::string countText(const UserProfile& list) {
-    const std::size_t count = list.elements->size();
-    std::string text = fmt::format("{} {}", count, count == 1 ? "entry" : "entries");
+    std::string text = countOf(list.elements->size(), "entry", "entries");
     return list.maxSize ? text + fmt::format(", {} at most", *list.maxSize) : text;
 }
 
@@ -93,28 +101,46 @@ JSONDictionary documentOf(const HalvardSling::Response& reply) {
 
 }  // namespace
 
+std::span<const std::string_view> keysOfEntries(bool hasProgress) {
+    using Keys = UserProfileElement::Keys;
+    static constexpr std::array<std::string_view, 5> all{Keys::id, Keys::type, Keys::progress,
+                                                         Keys::isCompleted, Keys::autoAddTimestamp};
+    static constexpr std::array<std::string_view, 3> some{Keys::id, Keys::type,
+                                                          Keys::autoAddTimestamp};
+    if (hasProgress) return all;
+    return some;
+}
+
+std::span<const std::string_view> keysOfProfiles() {
+    using Keys = User::Keys;
+    static constexpr std::array<std::string_view, 5> all{
+        Keys::profileID, Keys::username, Keys::avatar, Keys::group, Keys::defaultUser};
+    return all;
+}
+
 std::vector<std::string> linesOf(const Session& session, const UserProfile& list,
                                  const ListFormat& format) {
-    if (session.options.json) return {jsonLine(list.encode())};
+    if (session.options.json) return {jsonLine(documentOf(list, format.fields))};
     if (!list.elements)
         throw CommandError({ExitCode::serviceError, "the reply holds no usable list",
                             "see what it holds with --json"});
-    const ProgressScale scale(*list.elements);
+    const std::size_t columns = progressColumns(*list.elements);
     std::vector<Row> rows;
     for (const auto& element : *list.elements) {
         session.interruption().check();
-        rows.push_back(rowOf(element, scale, format));
+        rows.push_back(rowOf(element, columns, format));
     }
     auto lines = session.terminal.tableLines(headingOf(format), rows);
     lines.push_back(session.terminal.styled(Style::faint, countText(list)));
     return lines;
 }
 
-std::vector<std::string> linesOf(const Session& session, const std::vector<User>& users) {
+std::vector<std::string> linesOf(const Session& session, const std::vector<User>& users,
+                                 const Fields& fields) {
     if (session.options.json) {
         std::vector<JSONDictionary> records;
         for (const auto& user : users)
-            records.push_back(user.encode());
+            records.push_back(chosenKeys(user.encode(), fields));
         JSONDictionary document;
         document.setDictionaries(Profile::Keys::getProfiles, records);
         return {jsonLine(document)};
@@ -123,9 +149,10 @@ std::vector<std::string> linesOf(const Session& session, const std::vector<User>
     std::vector<Row> rows;
     for (const auto& user : users) {
         session.interruption().check();
-        rows.push_back(rowOf(user, parent));
+        rows.push_back(chosenCells(rowOf(user, parent), keysOfProfiles(), fields));
     }
-    return session.terminal.tableLines({"PROFILE", "NAME", "AVATAR", "GROUP", "MARKS"}, rows);
+    const Row heading{"PROFILE", "NAME", "AVATAR", "GROUP", "MARKS"};
+    return session.terminal.tableLines(chosenCells(heading, keysOfProfiles(), fields), rows);
 }
 
 void print(const Session& session, const User& user) {

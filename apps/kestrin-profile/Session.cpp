@@ -23,8 +23,8 @@ using KestrinConfigManager::FileBindStore;
 namespace {
 
 std::string asText(const std::vector<ConfigurationProblem>& problems, const fs::path& file) {
-    std::string text = fmt::format("the configuration {} has {} problem{}", file.string(),
-                                   problems.size(), problems.size() == 1 ? "" : "s");
+    std::string text = fmt::format("the configuration {} has {}", file.string(),
+                                   countOf(problems.size(), "problem", "problems"));
     for (const auto& problem : problems)
         text += fmt::format("; {}: {}", problem.path, problem.message);
     return text;
@@ -69,6 +69,18 @@ Session::~Session() {
     household_.reset();
     HalvardSling::setDefaultTransport(nullptr);
     saveBinds();
+}
+
+void Session::report(const Failure& failure) const {
+    if (options.json)
+        terminal.noteJSON(documentOf(failure));
+    else
+        terminal.failure(failure.message, failure.advice);
+}
+
+std::shared_ptr<Recording> Session::record() {
+    recording_ = std::make_shared<Recording>();
+    return recording_;
 }
 
 fs::path Session::configurationFile() const {
@@ -116,7 +128,9 @@ std::shared_ptr<HalvardSling::Transport> Session::newTransport() const {
         transport.log = [this](const HalvardSling::TransferLog& log) {
             terminal.note(asText(log));
         };
-    return std::make_shared<HalvardSling::CurlTransport>(std::move(transport));
+    auto sending = std::make_shared<HalvardSling::CurlTransport>(std::move(transport));
+    if (!recording_) return sending;
+    return std::make_shared<RecordingTransport>(std::move(sending), recording_);
 }
 
 KestrinHousehold::HouseholdOptions Session::householdOptions() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "DryRun.hpp"
 #include "ExitCode.hpp"
 #include "Interruption.hpp"
+#include "Recording.hpp"
 #include "Terminal.hpp"
 
 namespace KestrinProfileCLI {
@@ -46,7 +48,11 @@ class Session {
     static constexpr std::chrono::seconds patience{60};
 
     /// @param interruption  outlives the session
-    explicit Session(Interruption& interruption) : interruption_(interruption) {}
+    /// @param results       see `Terminal`
+    /// @param messages      see `Terminal`
+    explicit Session(Interruption& interruption, std::FILE* results = stdout,
+                     std::FILE* messages = stderr)
+        : terminal(results, messages), interruption_(interruption) {}
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
     /// Ends household and transport, so that no event comes after, and keeps the binds.
@@ -54,6 +60,14 @@ class Session {
 
     Options options;
     Terminal terminal;
+
+    /// Prints a failure: for people, or as a document with --json.
+    void report(const Failure& failure) const;
+
+    /// From now on, keeps what is sent and what is answered. Called before `configure`; in a dry
+    /// run nothing is sent.
+    /// @return what is kept
+    [[nodiscard]] std::shared_ptr<Recording> record();
 
     /// The configuration file in use.
     [[nodiscard]] std::filesystem::path configurationFile() const;
@@ -92,6 +106,7 @@ class Session {
 
     Interruption& interruption_;
     std::shared_ptr<KestrinConfigManager::FileBindStore> store_;
+    std::shared_ptr<Recording> recording_;
     std::optional<KestrinHousehold::Household> household_;
 };
 

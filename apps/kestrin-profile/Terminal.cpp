@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <numeric>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <utility>
@@ -12,13 +13,17 @@ namespace KestrinProfileCLI {
 
 namespace {
 
-/// Whether a stream goes to a terminal that can do more than print.
-bool isCapable(int stream) {
-    const char* const kind = std::getenv("TERM");
-    return isatty(stream) == 1 && (kind == nullptr || std::string_view(kind) != "dumb");
+bool isTerminal(std::FILE* stream) {
+    return isatty(fileno(stream)) == 1;
 }
 
-bool hasColours(int stream) {
+/// Whether a stream goes to a terminal that can do more than print.
+bool isCapable(std::FILE* stream) {
+    const char* const kind = std::getenv("TERM");
+    return isTerminal(stream) && (kind == nullptr || std::string_view(kind) != "dumb");
+}
+
+bool hasColours(std::FILE* stream) {
     const char* const refused = std::getenv("NO_COLOR");
     return isCapable(stream) && (refused == nullptr || *refused == '\0');
 }
@@ -47,13 +52,33 @@ struct TerminalSize {
 };
 
 /// The size that a stream's terminal reports; the usual one if it reports none.
-TerminalSize terminalSize(int stream) {
+TerminalSize terminalSize(std::FILE* stream) {
     winsize size{};
     TerminalSize result;
-    if (ioctl(stream, TIOCGWINSZ, &size) != 0) return result;
+    if (ioctl(fileno(stream), TIOCGWINSZ, &size) != 0) return result;
     if (size.ws_row > 0) result.lines = size.ws_row;
     if (size.ws_col > 0) result.columns = size.ws_col;
     return result;
+}
+
+/// What stands between the columns of a table.
+constexpr std::string_view gap = "  ";
+
+/// Shortens the widest columns of a table until it takes no more than the room there is, or they
+/// hold next to nothing.
+void fit(std::vector<std::size_t>& widths, std::size_t room) {
+    constexpr std::size_t least = 4;
+    const auto taken = [&] {
+        return std::accumulate(widths.begin(), widths.end(), std::size_t{0}) +
+               gap.size() * (widths.size() - 1);
+    };
+    for (auto& width : widths)
+        width = std::min(width, std::max(room, least));
+    while (!widths.empty() && taken() > room) {
+        auto& widest = *std::ranges::max_element(widths);
+        if (widest <= least) return;
+        --widest;
+    }
 }
 
 constexpr std::string_view wholeScreen = "\x1b[H\x1b[2J";
@@ -61,13 +86,16 @@ constexpr std::string_view thisLine = "\r\x1b[K";
 
 }  // namespace
 
-Terminal::Terminal()
-    : inIsTerminal_(isatty(STDIN_FILENO) == 1),
-      outIsCapable_(isCapable(STDOUT_FILENO)),
-      errIsTerminal_(isatty(STDERR_FILENO) == 1),
-      errIsCapable_(isCapable(STDERR_FILENO)),
-      outHasColours_(hasColours(STDOUT_FILENO)),
-      errHasColours_(hasColours(STDERR_FILENO)) {}
+Terminal::Terminal(std::FILE* results, std::FILE* messages)
+    : out_(results),
+      err_(messages),
+      inIsTerminal_(isatty(STDIN_FILENO) == 1),
+      outIsTerminal_(isTerminal(results)),
+      outIsCapable_(isCapable(results)),
+      errIsTerminal_(isTerminal(messages)),
+      errIsCapable_(isCapable(messages)),
+      outHasColours_(hasColours(results)),
+      errHasColours_(hasColours(messages)) {}
 
 void Terminal::hide(std::string secret) {
     constexpr std::size_t shortest = 8;
@@ -84,7 +112,11 @@ std::string Terminal::withoutSecrets(std::string_view text) const {
 }
 
 void Terminal::line(std::string_view text) const {
-    print(stdout, withoutSecrets(text));
+    print(out_, withoutSecrets(text));
+}
+
+void Terminal::verbatim(std::string_view text) const {
+    put(out_, text);
 }
 
 void Terminal::json(const HalvardSling::JSONDictionary& document) const {
@@ -92,10 +124,10 @@ void Terminal::json(const HalvardSling::JSONDictionary& document) const {
 }
 
 void Terminal::redraw(const std::vector<std::string>& lines) const {
-    const auto [height, width] = terminalSize(STDOUT_FILENO);
+    const auto [height, width] = terminalSize(out_);
     const std::size_t room = std::max<std::size_t>(height, 3) - 1;
     const bool all = lines.size() <= room;
-    put(stdout, wholeScreen);
+    put(out_, wholeScreen);
     for (std::size_t index = 0; index < (all ? lines.size() : room - 1); ++index)
         line(shortened(lines[index], width));
     if (!all) line(styled(Style::faint, std::to_string(lines.size() - room + 1) + " more lines"));
@@ -103,21 +135,25 @@ void Terminal::redraw(const std::vector<std::string>& lines) const {
 }
 
 bool Terminal::flush() const {
-    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    return std::fflush(out_) == 0 && std::ferror(out_) == 0;
 }
 
 void Terminal::progress(std::string_view text) const {
     if (!errIsCapable_) return;
-    put(stderr, thisLine);
-    put(stderr, shortened(text, terminalSize(STDERR_FILENO).columns));
+    put(err_, thisLine);
+    put(err_, shortened(text, terminalSize(err_).columns));
 }
 
 void Terminal::note(std::string_view text) const {
-    print(stderr, withoutSecrets(text));
+    print(err_, withoutSecrets(text));
+}
+
+void Terminal::noteJSON(const HalvardSling::JSONDictionary& document) const {
+    note(printableJSON(document.toJSON()));
 }
 
 void Terminal::ask(std::string_view question) const {
-    put(stderr, printable(question));
+    put(err_, printable(question));
 }
 
 void Terminal::failure(std::string_view message, std::string_view advice) const {
@@ -143,11 +179,13 @@ std::vector<std::string> Terminal::tableLines(
     for (const auto& row : rows)
         for (std::size_t column = 0; column < row.size(); ++column)
             widths[column] = std::max(widths[column], columnsOf(row[column]));
+    if (outIsTerminal_) fit(widths, terminalSize(out_).columns);
 
     const auto text = [&](const std::vector<std::string>& row) {
         std::string whole;
         for (std::size_t column = 0; column < row.size(); ++column)
-            whole += padded(row[column], widths[column]) + "  ";
+            whole.append(padded(shortened(row[column], widths[column]), widths[column]))
+                .append(gap);
         return whole.erase(whole.find_last_not_of(' ') + 1);
     };
     std::vector<std::string> lines{styled(Style::strong, text(heading))};

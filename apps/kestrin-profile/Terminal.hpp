@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <set>
 #include <string>
 #include <string_view>
@@ -19,7 +20,12 @@ enum class Style { plain, strong, good, bad, faint };
 /// only on a terminal, and never if NO_COLOR is set (https://no-color.org).
 class Terminal {
   public:
-    Terminal();
+    Terminal() : Terminal(stdout, stderr) {}
+
+    /// Prints elsewhere.
+    /// @param results   opened; both outlive this
+    /// @param messages  for everything but results
+    Terminal(std::FILE* results, std::FILE* messages);
 
     /// From now on a text is shown as "***" wherever it occurs: a token, for example, that a
     /// service repeats in what it says about an error. Ignores what is too short to be a secret.
@@ -29,10 +35,14 @@ class Terminal {
     /// Prints a line of a result.
     void line(std::string_view text) const;
 
+    /// Prints a text of the program's own, as it is.
+    void verbatim(std::string_view text) const;
+
     /// Prints a JSON document as a line of a result.
     void json(const HalvardSling::JSONDictionary& document) const;
 
-    /// Prints a table: a heading, then rows; columns as wide as their longest cell.
+    /// Prints a table: a heading, then rows; columns as wide as their longest cell. On a terminal
+    /// that is narrower the widest columns are shortened.
     void table(const std::vector<std::string>& heading,
                const std::vector<std::vector<std::string>>& rows) const;
 
@@ -50,6 +60,9 @@ class Terminal {
 
     /// Prints a line for people on standard error.
     void note(std::string_view text) const;
+
+    /// Prints a JSON document as a line on standard error.
+    void noteJSON(const HalvardSling::JSONDictionary& document) const;
 
     /// Prints an error and, unless it is empty, what to do next.
     void failure(std::string_view message, std::string_view advice) const;
@@ -74,7 +87,10 @@ class Terminal {
     [[nodiscard]] std::string withoutSecrets(std::string_view text) const;
 
     mutable KestrinInternal::Guarded<std::set<std::string>> secrets_;
+    std::FILE* out_;
+    std::FILE* err_;
     bool inIsTerminal_;
+    bool outIsTerminal_;
     bool outIsCapable_;
     bool errIsTerminal_;
     bool errIsCapable_;

@@ -125,6 +125,26 @@ std::string padded(std::string text, std::size_t columns) {
     return text;
 }
 
+std::vector<std::string> wrapped(std::string_view text, std::size_t columns) {
+    std::vector<std::string> lines(1);
+    while (!text.empty()) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(text.size(), word.size() + 1));
+        std::string& line = lines.back();
+        if (line.empty())
+            line = word;
+        else if (columnsOf(line) + 1 + columnsOf(word) <= columns)
+            line.append(" ").append(word);
+        else
+            lines.emplace_back(word);
+    }
+    return lines;
+}
+
+std::string countOf(std::size_t count, std::string_view one, std::string_view many) {
+    return fmt::format("{} {}", count, count == 1 ? one : many);
+}
+
 std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
     return fmt::format("{}", fmt::join(texts, separator));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,13 @@ namespace KestrinProfileCLI {
 /// The text, cut if it takes more than this many columns, which are at least one; then it ends with
 /// an ellipsis, and without a colour.
 [[nodiscard]] std::string shortened(std::string_view text, std::size_t columns);
+
+/// The text in lines of at most this many columns, broken at blanks alone: what is longer than a
+/// line stands in one of its own. At least one line.
+[[nodiscard]] std::vector<std::string> wrapped(std::string_view text, std::size_t columns);
+
+/// How many there are, in words: "1 entry", "2 entries".
+[[nodiscard]] std::string countOf(std::size_t count, std::string_view one, std::string_view many);
 
 /// The texts with a separator between them.
 [[nodiscard]] std::string joined(const std::vector<std::string>& texts, std::string_view separator);

@@ -60,6 +60,39 @@ TEST_F(BindCommand, NeverPrintsTheTokenNorTheHouseholdsSecret) {
     EXPECT_THAT(contentOf(bindFile()), HasSubstr("eyJ"));
 }
 
+TEST_F(BindCommand, ANewOneIsObtainedThoughOneIsHeld) {
+    startService();
+    outputOf({"bind"});
+    EXPECT_THAT(runConfigured({"bind", "-v"}).errors, Not(HasSubstr("POST ")));
+    const auto result = runConfigured({"bind", "--new", "-v"});
+    EXPECT_THAT(result.output, HasSubstr("obtained from the service"));
+    EXPECT_THAT(result.errors, HasSubstr("POST "));
+}
+
+TEST_F(BindCommand, ABindIsForgottenAndWhereThereIsNoneThatIsSaid) {
+    startService();
+    outputOf({"bind"});
+    EXPECT_THAT(contentOf(bindFile()), HasSubstr("eyJ"));
+    EXPECT_EQ(outputOf({"unbind"}), "forgot the bind of parent\n");
+    EXPECT_THAT(contentOf(bindFile()), Not(HasSubstr("eyJ")));
+    EXPECT_EQ(outputOf({"unbind", "parent"}), "there was no bind of parent\n");
+    EXPECT_EQ(outputOf({"unbind", "--json"}), "{\"forgotten\":[]}\n");
+}
+
+TEST_F(BindCommand, TheBindOfAProfileIsForgottenByItsNameOrWithAllOthers) {
+    startService();
+    outputOf({"profiles", "create", "Anna"});
+    outputOf({"bind", "Anna"});
+    outputOf({"unbind", "Anna"});
+    EXPECT_THAT(outputOf({"bind", "--json"}), HasSubstr("held"));
+    outputOf({"bind", "Anna"});
+    EXPECT_EQ(outputOf({"unbind", "--all", "--dry-run"}), "");
+    EXPECT_EQ(outputOf({"unbind", "--all"}), "forgot 2 binds\n");
+    EXPECT_EQ(outputOf({"unbind", "--all"}), "forgot 0 binds\n");
+    EXPECT_EQ(runConfigured({"unbind", "Anna", "--all"}).code, 2);
+    EXPECT_THAT(contentOf(bindFile()), Not(HasSubstr("eyJ")));
+}
+
 TEST_F(BindCommand, PrintsJSONForPrograms) {
     startService();
     const auto result = runConfigured({"bind", "--json"});

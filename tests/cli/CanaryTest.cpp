@@ -104,6 +104,13 @@ const std::vector<std::vector<std::string>> commands{
     {"outbox", "send"},
     {"config", "show"},
     {"config", "check"},
+    {"bind", "--new"},
+    {"doctor"},
+    {"api", "personalization-bind-anonymous"},
+    {"api", "personalization-history-get"},
+    {"api", "personalization-watchlist-add-video", "video=v1"},
+    {"completion", "profiles"},
+    {"unbind", "--all"},
 };
 
 class Canary : public CommandLine {

@@ -1,5 +1,11 @@
 #include <filesystem>
+#include <sstream>
 #include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <HalvardSling/json/JSONDictionary.hpp>
 
 #include "CommandLineFixture.hpp"
 
@@ -23,6 +29,95 @@ TEST_F(CommandLine, AnUnknownOptionIsAUsageError) {
     EXPECT_EQ(run({"nonsense"}).code, 2);
 }
 
+TEST_F(CommandLine, AnUnknownCommandIsNamedWithTheNearest) {
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
+        {{"hstory"}, R"(unknown command "hstory"; did you mean "history"?)"},
+        {{"hstory", "list"}, R"(unknown command "hstory"; did you mean "history"?)"},
+        {{"profiles", "lst"}, R"(unknown command "lst"; did you mean "list"?)"},
+        {{"--json", "profiles", "lst", "--profile", "x"}, R"(unknown command \"lst\")"},
+        {{"config", "xyzzy"}, R"(unknown command "xyzzy"; known are "check", "show")"},
+        {{"help", "profiles", "lst"}, R"(unknown command "lst"; did you mean "list"?)"}};
+    for (const auto& [arguments, text] : cases) {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.code, 2);
+        EXPECT_THAT(result.output, IsEmpty());
+        EXPECT_THAT(result.errors, HasSubstr(text));
+        EXPECT_THAT(result.errors, HasSubstr("--help"));
+    }
+}
+
+TEST_F(CommandLine, AnUnknownOptionIsNamedWithTheNearest) {
+    for (const auto& arguments :
+         {std::vector<std::string>{"history", "add", "v1", "--progess", "5"},
+          {"history", "add", "v1", "--progess=5"}}) {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.code, 2);
+        EXPECT_THAT(result.errors,
+                    HasSubstr(R"(unknown option "--progess"; did you mean "--progress"?)"));
+        EXPECT_THAT(result.errors, HasSubstr("kestrin-profile history add --help"));
+    }
+}
+
+TEST_F(CommandLine, ArgumentsThatAreTooManyAreQuotedInTheirOrder) {
+    const auto result = run({"bind", "Anna", "b c", "d\"e"});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_THAT(result.errors, HasSubstr(R"(too many arguments: "b c", "d\"e")"));
+}
+
+TEST_F(CommandLine, InJSONAnErrorIsOneDocumentOnStandardError) {
+    using HalvardSling::JSONDictionary;
+    const auto documentOf = [&](std::vector<std::string> arguments) {
+        arguments.emplace_back("--json");
+        const auto result = runConfigured(std::move(arguments));
+        EXPECT_THAT(result.output, IsEmpty());
+        const auto parsed = JSONDictionary::parse(result.errors);
+        EXPECT_TRUE(std::holds_alternative<JSONDictionary>(parsed)) << result.errors;
+        const auto* const document = std::get_if<JSONDictionary>(&parsed);
+        if (document == nullptr) return JSONDictionary();
+        EXPECT_EQ(document->integer("exitCode"), result.code);
+        EXPECT_TRUE(document->text("message"));
+        return *document;
+    };
+    EXPECT_EQ(documentOf({"history", "lst"}).integer("exitCode"), 2);
+    EXPECT_EQ(documentOf({"history", "list"}).integer("exitCode"), 2) << "no configuration";
+    startService();
+    const auto missing = documentOf({"bind", "nobody"});
+    EXPECT_EQ(missing.integer("exitCode"), 6);
+    EXPECT_EQ(missing.integer("status"), 404);
+    EXPECT_TRUE(missing.text("advice"));
+}
+
+TEST_F(CommandLine, VariablesNameConfigurationProfileAndBrandAndOptionsCountMore) {
+    startService();
+    outputOf({"profiles", "create", "Anna"});
+    outputOf({"watchlist", "add", "v1", "--profile", "Anna", "--brand", "other"});
+    environment["KESTRIN_PROFILE_CONFIG"] = configuration;
+    environment["KESTRIN_PROFILE_PROFILE"] = "Anna";
+    environment["KESTRIN_PROFILE_BRAND"] = "other";
+    EXPECT_THAT(run({"watchlist", "list"}).output, HasSubstr("v1"));
+    EXPECT_THAT(run({"watchlist", "list", "--brand", "kestrin"}).output, Not(HasSubstr("v1")));
+    EXPECT_THAT(run({"watchlist", "list", "--profile", "parent"}).output, Not(HasSubstr("v1")));
+    EXPECT_EQ(run({"watchlist", "list", "--config", directory / "none.json"}).code, 2);
+    environment["KESTRIN_PROFILE_PROFILE"] = "";
+    EXPECT_THAT(run({"watchlist", "list"}).output, Not(HasSubstr("v1"))) << "empty is not set";
+}
+
+TEST_F(CommandLine, ATableFitsTheTerminalAndIsWholeInAPipe) {
+    if (!std::filesystem::exists("/usr/bin/script"))
+        GTEST_SKIP() << "no program to make a terminal";
+    startService();
+    const std::string longID(120, 'x');
+    outputOf({"watchlist", "add", longID});
+    environment["NO_COLOR"] = "1";
+    const auto shown = runShell("script -qec \"stty cols 60; $client watchlist list\" /dev/null");
+    EXPECT_THAT(shown.output, HasSubstr("x…  VIDEO  2"));
+    EXPECT_THAT(shown.output, testing::ContainsRegex("(^|\n)VIDEO +KIND +ADDED\r\n"));
+    std::istringstream lines(shown.output);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 60U + std::string("…\r").size() - 1) << line;
+    EXPECT_THAT(outputOf({"watchlist", "list"}), HasSubstr(longID));
+}
+
 TEST_F(CommandLine, OptionsThatContradictEachOtherAreAUsageError) {
     startService();
     for (const auto& arguments : {std::vector<std::string>{"history", "add", "v", "--progress", "1",
@@ -37,10 +132,13 @@ TEST_F(CommandLine, OptionsThatContradictEachOtherAreAUsageError) {
 TEST_F(CommandLine, HelpAndVersionGoToStandardOutput) {
     const auto help = run({"--help"});
     EXPECT_EQ(help.code, 0);
-    for (const auto* const text : {"bind", "config", "--config", "--json", "130"})
+    for (const auto* const text : {"bind", "config", "--config", "--json", "man -l"})
         EXPECT_THAT(help.output, HasSubstr(text));
     EXPECT_EQ(run({"--version"}).code, 0);
     EXPECT_THAT(run({"--version"}).output, testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_EQ(run({"-V"}).output, run({"--version"}).output);
+    EXPECT_EQ(run({"help"}).output, help.output);
+    EXPECT_EQ(run({"help", "history", "add"}).output, run({"history", "add", "--help"}).output);
 }
 
 TEST_F(CommandLine, AMissingConfigurationIsAUsageErrorThatSaysWhatToDo) {

@@ -50,16 +50,18 @@ TEST_F(Confirmation, YesOnTheCommandLineAsksNothing) {
     EXPECT_THAT(watchList(), Not(HasSubstr("v1")));
 }
 
-TEST_F(Confirmation, WhereInputOrErrorsAreNoTerminalNothingIsAsked) {
-    EXPECT_EQ(runOnTerminal("watchlist clear < /dev/null").code, 0);
-    EXPECT_THAT(watchList(), Not(HasSubstr("v1")));
-    outputOf({"watchlist", "add", "v1"});
-    EXPECT_EQ(runOnTerminal("watchlist clear 2> /dev/null").code, 0);
-    EXPECT_THAT(watchList(), Not(HasSubstr("v1")));
-    outputOf({"watchlist", "add", "v1"});
-    const auto piped = runShell("echo n | $client watchlist clear");
-    EXPECT_EQ(piped.code, 0);
-    EXPECT_EQ(piped.errors, "");
+TEST_F(Confirmation, WhereNobodyCanBeAskedNothingIsDestroyedWithoutYes) {
+    for (const auto* const command : {"watchlist clear", "search delete", "outbox drop --all",
+                                      "profiles delete x", "api personalization-watchlist-clear"})
+        for (const auto* const redirection : {" < /dev/null", " 2> /dev/null"}) {
+            SCOPED_TRACE(command);
+            EXPECT_EQ(runOnTerminal(std::string(command) + redirection).code, 2);
+        }
+    const auto piped = runShell("echo y | $client watchlist clear");
+    EXPECT_EQ(piped.code, 2);
+    EXPECT_THAT(piped.errors, AllOf(HasSubstr("nothing was done"), HasSubstr("--yes")));
+    EXPECT_THAT(watchList(), HasSubstr("v1"));
+    EXPECT_EQ(runShell("$client watchlist clear --yes").code, 0);
     EXPECT_THAT(watchList(), Not(HasSubstr("v1")));
 }
 

@@ -54,7 +54,10 @@ TEST_F(DryRun, EveryCommandPrintsOneCurlCommandAndSendsNothing) {
         {"watchlist", "remove", "v"},
         {"watchlist", "clear"},
         {"search", "add", "text"},
-        {"search", "delete"}};
+        {"search", "delete"},
+        {"bind", "--new"},
+        {"api", "personalization-history-get"},
+        {"api", "personalization-history-add-video", "video=v", "progress=1"}};
     for (auto command : commands) {
         SCOPED_TRACE(testing::PrintToString(command));
         command.emplace_back("--dry-run");

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <regex>
@@ -71,16 +72,16 @@ class Later : public CommandLine {
 /// Every command that keeps a write.
 const std::vector<std::vector<std::string>> writes{{"history", "add", "v", "--progress", "1"},
                                                    {"history", "remove", "v"},
-                                                   {"history", "clear"},
+                                                   {"history", "clear", "--yes"},
                                                    {"favorites", "add", "s"},
                                                    {"favorites", "add-many", "s", "t"},
                                                    {"favorites", "remove", "s"},
-                                                   {"favorites", "clear"},
+                                                   {"favorites", "clear", "--yes"},
                                                    {"watchlist", "add", "v"},
                                                    {"watchlist", "remove", "v"},
-                                                   {"watchlist", "clear"},
+                                                   {"watchlist", "clear", "--yes"},
                                                    {"search", "add", "text"},
-                                                   {"search", "delete"}};
+                                                   {"search", "delete", "--yes"}};
 
 TEST_F(Later, EveryWriteIsSentIfTheServiceIsThere) {
     for (const auto& command : writes) {
@@ -168,10 +169,11 @@ TEST_F(Later, WhatTheServiceRefusesForGoodIsSaidAndListed) {
     EXPECT_EQ(result.output, "kept 2 of 2; 1 sent, 1 refused\n");
     EXPECT_THAT(result.errors, AllOf(HasSubstr("'a&color=red': the service refuses it: status 400"),
                                      HasSubstr("outbox list")));
-    EXPECT_THAT(outputOf({"outbox", "list"}),
-                AllOf(testing::ContainsRegex(
-                          "refused +parent +[0-9]+ (s|min) +watchlist add a&color=red +status 400"),
-                      HasSubstr("0 waiting, 1 refused\n")));
+    EXPECT_THAT(
+        outputOf({"outbox", "list"}),
+        AllOf(testing::ContainsRegex(
+                  "refused +parent +[0-9]+ (s|min) +watchlist add 'a&color=red' +status 400"),
+              HasSubstr("0 waiting, 1 refused\n")));
     const auto refused = listed("refused");
     ASSERT_EQ(refused.size(), 1U);
     EXPECT_EQ(refused[0].integer("status"), 400);
@@ -188,7 +190,7 @@ TEST_F(Later, WhatIsRefusedWhenItIsSentFailsTheSending) {
     EXPECT_EQ(result.code, 7);
     EXPECT_THAT(result.output,
                 AllOf(testing::StartsWith("1 sent, 1 refused\n"),
-                      testing::ContainsRegex("refused [0-9]+, watchlist add a&color=red: status "
+                      testing::ContainsRegex("refused [0-9]+, watchlist add 'a&color=red': status "
                                              "400")));
 }
 
@@ -219,6 +221,40 @@ TEST_F(Later, WhatIsRefusedForTheProfileWaitsForABind) {
     startService({"--unblock", anna});
     EXPECT_EQ(outputOf({"outbox", "send"}), "1 sent\n");
     EXPECT_THAT(outputOf({"favorites", "list", "--profile", anna}), HasSubstr("s1"));
+}
+
+TEST_F(Later, SendingForAMinuteEndsWhereOnlyABindIsWaitedFor) {
+    const std::string anna = create("Anna");
+    outputOf({"bind", anna});
+    stopService();
+    outputOf({"favorites", "add", "s1", "s2", "--profile", anna, "--later=0"});
+    startService({"--block", anna});
+    const auto begin = std::chrono::steady_clock::now();
+    const auto sent = runConfigured({"outbox", "send", "--retry"});
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60))
+        << "it waited for what cannot come";
+    EXPECT_EQ(sent.code, 4);
+    EXPECT_EQ(sent.output, "2 will be sent by 'kestrin-profile outbox send'\n");
+}
+
+TEST_F(Later, ARefusedEntryThatMadeRoomIsNotRefusedAnew) {
+    std::vector<std::string> first{"watchlist", "add"};
+    for (int entry = 0; entry < 100; ++entry)  // as many as are kept
+        first.push_back("a&" + std::to_string(entry));
+    EXPECT_EQ(later(first).code, 7);
+    stopService();
+    outputOf({"watchlist", "add", "b&1", "--later=0"});
+    startService();
+    const auto result = runConfigured({"outbox", "send"});
+    EXPECT_EQ(result.code, 7);
+    EXPECT_THAT(result.output, testing::StartsWith("1 refused\n"));
+    EXPECT_EQ(count("refused"), 100U);
+}
+
+TEST_F(Later, WhatWaitsIsListedAsAShellTakesIt) {
+    stopService();
+    outputOf({"search", "add", "a fox's den", "--later=0"});
+    EXPECT_THAT(outputOf({"outbox", "list"}), HasSubstr(R"(search add 'a fox'\''s den')"));
 }
 
 TEST_F(Later, TheFileIsItsOwnersAloneAsAreItsFolders) {
@@ -284,13 +320,14 @@ TEST_F(Later, WhatIsDroppedIsNotSent) {
     stopService();
     outputOf({"watchlist", "add", "v1", "v2", "v3", "--later"});
     const auto first = listed("waiting").at(0).integer("number").value();
-    EXPECT_EQ(runConfigured({"outbox", "drop", "12345"}).code, 6);
+    EXPECT_EQ(runConfigured({"outbox", "drop", "12345", "--yes"}).code, 6);
     EXPECT_EQ(runConfigured({"outbox", "drop"}).code, 2);
     EXPECT_EQ(runConfigured({"outbox", "drop", "1", "--all"}).code, 2);
     EXPECT_EQ(count("waiting"), 3U);
-    EXPECT_EQ(outputOf({"outbox", "drop", std::to_string(first), "--json"}), "{\"dropped\":1}\n");
+    EXPECT_EQ(outputOf({"outbox", "drop", std::to_string(first), "--json", "--yes"}),
+              "{\"dropped\":1}\n");
     EXPECT_EQ(count("waiting"), 2U);
-    EXPECT_EQ(outputOf({"outbox", "drop", "--all"}), "dropped 2 entries\n");
+    EXPECT_EQ(outputOf({"outbox", "drop", "--all", "--yes"}), "dropped 2 entries\n");
     startService();
     EXPECT_EQ(outputOf({"outbox", "send"}), "nothing\n");
 }
@@ -309,7 +346,7 @@ TEST_F(Later, NothingIsDroppedWithoutAYes) {
 
 TEST_F(Later, AnOutboxThatIsNotThereIsEmptyAndIsNotMade) {
     EXPECT_EQ(outputOf({"outbox", "list"}), "0 waiting, 0 refused\n");
-    EXPECT_EQ(outputOf({"outbox", "drop", "--all"}), "dropped 0 entries\n");
+    EXPECT_EQ(outputOf({"outbox", "drop", "--all", "--yes"}), "dropped 0 entries\n");
     EXPECT_FALSE(fs::exists(outboxFile()));
 }
 

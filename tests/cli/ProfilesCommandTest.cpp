@@ -85,7 +85,7 @@ TEST_F(ProfilesCommand, AnEditThatChangesNothingIsAUsageError) {
 
 TEST_F(ProfilesCommand, TheParentIsNeitherEditedNorDeleted) {
     EXPECT_EQ(runConfigured({"profiles", "edit", "parent", "--name", "Boss"}).code, 7);
-    const auto result = runConfigured({"profiles", "delete", "parent"});
+    const auto result = runConfigured({"profiles", "delete", "parent", "--yes"});
     EXPECT_EQ(result.code, 7);
     EXPECT_THAT(result.errors, HasSubstr("choose another profile"));
 }
@@ -93,9 +93,9 @@ TEST_F(ProfilesCommand, TheParentIsNeitherEditedNorDeleted) {
 TEST_F(ProfilesCommand, SeveralAreDeletedAtOnceAndAnUnknownOneIsNotFound) {
     const std::string bob = create("Bob");
     create("Anna");
-    EXPECT_EQ(outputOf({"profiles", "delete", "Anna", bob}), "deleted 2 of 2 profiles\n");
+    EXPECT_EQ(outputOf({"profiles", "delete", "Anna", bob, "--yes"}), "deleted 2 of 2 profiles\n");
     EXPECT_THAT(outputOf({"profiles", "list"}), AllOf(Not(HasSubstr("Anna")), Not(HasSubstr(bob))));
-    const auto again = runConfigured({"profiles", "delete", "Anna"});
+    const auto again = runConfigured({"profiles", "delete", "Anna", "--yes"});
     EXPECT_EQ(again.code, 6);
     EXPECT_THAT(again.errors, AllOf(HasSubstr("'Anna'"), HasSubstr("profiles list")));
 }
@@ -107,7 +107,7 @@ TEST_F(ProfilesCommand, AProfileActsForItselfAndNotForOthers) {
     EXPECT_THAT(outputOf({"--profile", anna, "watchlist", "list"}), HasSubstr("v1"));
     EXPECT_THAT(outputOf({"watchlist", "list", "--profile", "Bob"}), Not(HasSubstr("v1")));
     EXPECT_THAT(outputOf({"watchlist", "list"}), Not(HasSubstr("v1")));
-    const auto refused = runConfigured({"profiles", "delete", bob, "--profile", "Anna"});
+    const auto refused = runConfigured({"profiles", "delete", bob, "--profile", "Anna", "--yes"});
     EXPECT_EQ(refused.code, 4);
     EXPECT_THAT(refused.errors, HasSubstr("403"));
 }
@@ -127,7 +127,7 @@ TEST_F(ProfilesCommand, BindTakesTheProfileThatActs) {
 TEST_F(ProfilesCommand, OneThatIsGoneIsRefusedAndAfterwardsUnknown) {
     const std::string anna = create("Anna");
     outputOf({"history", "list", "--profile", "Anna"});
-    outputOf({"profiles", "delete", "Anna"});
+    outputOf({"profiles", "delete", "Anna", "--yes"});
     EXPECT_EQ(runConfigured({"history", "list", "--profile", anna}).code, 6);
 }
 
@@ -150,10 +150,10 @@ TEST_F(CommandLine, OfTwoProfilesThatAreNamedAlikeNoneIsTaken) {
               server.url("/list") +
               R"("},"personalization-delete-profile":{"method":"DELETE","url":")" +
               server.url("/?%UXID%") + R"("}}})");
-    const auto ambiguous = runConfigured({"profiles", "delete", "Ann"});
+    const auto ambiguous = runConfigured({"profiles", "delete", "Ann", "--yes"});
     EXPECT_EQ(ambiguous.code, 2);
     EXPECT_THAT(ambiguous.errors, HasSubstr("2 profiles have the name 'Ann'"));
-    EXPECT_EQ(outputOf({"profiles", "delete", "Ben"}), "deleted 1 of 1 profiles\n");
+    EXPECT_EQ(outputOf({"profiles", "delete", "Ben", "--yes"}), "deleted 1 of 1 profiles\n");
     EXPECT_THAT(server.requests().back(), testing::StartsWith("DELETE /?Ben "))
         << "what is an identifier is no name";
 }

@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <iterator>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -58,6 +62,13 @@ constexpr const char* commands[] = {"bind",
                                     "watchlist clear",
                                     "search add",
                                     "search delete",
+                                    "outbox list",
+                                    "outbox send",
+                                    "outbox drop",
+                                    "unbind",
+                                    "doctor",
+                                    "api",
+                                    "help",
                                     "config check",
                                     "config show",
                                     "completion bash",
@@ -100,6 +111,41 @@ TEST_F(SelfDescription, BashTakesAValueAfterAnEqualsSignForOne) {
     }
     EXPECT_EQ(completed("--brand ="), "\n");
     EXPECT_EQ(completed("--watch ="), "\n");
+}
+
+TEST_F(SelfDescription, TheNamesOfProfilesComeFromTheService) {
+    startService();
+    outputOf({"profiles", "create", "Anna"});
+    outputOf({"profiles", "create", "Anna B"});
+    // As long as it takes: how quick the machine is does not matter here.
+    environment["KESTRIN_PROFILE_COMPLETION_SECONDS"] = "3600";
+    const std::string script = directory / "completion.bash";
+    write(script, run({"completion", "bash"}).output);
+    const auto offered = [&](const std::string& words) {
+        return outputOfProgram({"/bin/bash", "-c",
+                                "source " + script +
+                                    "; kestrin-profile() { " KESTRIN_CLIENT " \"$@\"; }; " +
+                                    "COMP_WORDBREAKS='='; COMP_WORDS=(kestrin-profile " + words +
+                                    "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kestrin_profile; "
+                                    "printf '%s\\n' \"${COMPREPLY[@]}\""});
+    };
+    const std::string begin = "--config " + configuration + " ";
+    EXPECT_EQ(offered(begin + "--profile A"), "Anna\nAnna\\ B\n");
+    EXPECT_EQ(offered(begin + "--profile = P"), "Parent\n");
+    EXPECT_EQ(offered("--config = " + configuration + " profiles edit P"), "Parent\n");
+    EXPECT_EQ(offered(begin + "bind Anna"), "Anna\nAnna\\ B\n");
+    EXPECT_EQ(offered(begin + "bind --ne"), "--new\n");
+    EXPECT_EQ(offered("--profile A"), "\n") << "no configuration, no name and no word of it";
+    environment["KESTRIN_PROFILE_COMPLETION_SECONDS"] = "0";
+    EXPECT_EQ(offered(begin + "--profile A"), "\n") << "nobody is asked";
+}
+
+TEST_F(SelfDescription, TheNamesOfProfilesAreSilentAboutAServiceThatIsAway) {
+    startService();
+    service.reset();
+    const auto result = runConfigured({"completion", "profiles"});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.output + result.errors, "");
 }
 
 TEST_F(SelfDescription, ZshAndFishGetEveryCommand) {
@@ -167,6 +213,102 @@ TEST_F(SelfDescription, TheManPageIsRenderedWithoutAWarning) {
     const std::string text =
         outputOfProgram({"/usr/bin/groff", "-man", "-Tascii", "-ww", "-P-cbou", page});
     EXPECT_THAT(text, AllOf(HasSubstr("history add"), HasSubstr("--dry-run"), HasSubstr("130")));
+}
+
+/// What `--help` of a command prints.
+class HelpPage : public SelfDescription {
+  protected:
+    std::string pageOf(const std::string& command) {
+        std::istringstream words(command + " --help");
+        std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+        const auto result = run(std::move(arguments));
+        EXPECT_EQ(result.code, 0) << result.errors;
+        return result.output;
+    }
+
+    static std::vector<std::string> linesOf(const std::string& text) {
+        std::istringstream stream(text);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(stream, line);)
+            lines.push_back(line);
+        return lines;
+    }
+
+    /// The lines of the examples of a page.
+    static std::vector<std::string> examplesIn(const std::string& page) {
+        const auto lines = linesOf(page);
+        auto line = std::ranges::find(lines, "Examples:");
+        std::vector<std::string> examples;
+        while (line != lines.end() && ++line != lines.end() && line->starts_with("  "))
+            examples.push_back(line->substr(2));
+        return examples;
+    }
+};
+
+TEST_F(HelpPage, OfEveryCommandFitsEightyColumnsAndHasExamples) {
+    std::vector<std::string> all{"",       "profiles", "history", "favorites", "watchlist",
+                                 "search", "outbox",   "config",  "completion"};
+    all.insert(all.end(), std::begin(commands), std::end(commands));
+    for (const auto& command : all) {
+        SCOPED_TRACE(command);
+        const std::string page = pageOf(command);
+        for (const auto& line : linesOf(page)) {
+            const auto columns =
+                std::ranges::count_if(line, [](unsigned char c) { return (c & 0xC0U) != 0x80U; });
+            EXPECT_LE(columns, 80) << line;
+        }
+        EXPECT_THAT(examplesIn(page),
+                    testing::SizeIs(testing::AllOf(testing::Ge(2U), testing::Le(3U))));
+    }
+}
+
+TEST_F(HelpPage, HasExamplesThatAreAccepted) {
+    startService();
+    write(directory / "ids.txt", "v1\nv2\n");
+    environment["KESTRIN_PROFILE_CONFIG"] = configuration;
+    for (const std::string command : commands)
+        for (const auto& example : examplesIn(pageOf(command))) {
+            if (!example.starts_with("kestrin-profile ")) continue;
+            if (example.find_first_of("|<>") != std::string::npos) continue;
+            Program shell(
+                {"/bin/bash", "-c",
+                 "cd " + std::string(directory.path()) +
+                     "; kestrin-profile() { " KESTRIN_CLIENT " --dry-run \"$@\"; }; " + example},
+                environment);
+            const int code = shell.wait();
+            EXPECT_NE(code, 2) << example << "\n" << shell.errors();
+        }
+}
+
+TEST_F(HelpPage, ShowsTheOptionsOfTheProgramThatMeanSomethingToTheCommand) {
+    EXPECT_THAT(pageOf("history list"),
+                AllOf(HasSubstr("\nGlobal options:\n"), HasSubstr("--brand ID"),
+                      HasSubstr("$KESTRIN_PROFILE_BRAND")));
+    EXPECT_THAT(pageOf("profiles create"),
+                AllOf(HasSubstr("--profile PROFILE"), Not(HasSubstr("--brand"))));
+    EXPECT_THAT(pageOf("config check"), AllOf(HasSubstr("--config FILE"), Not(HasSubstr("--retry")),
+                                              Not(HasSubstr("--profile"))));
+    EXPECT_THAT(pageOf("man"), Not(HasSubstr("--config FILE")));
+    for (const auto* const option : {"--version", "--brand", "--no-retry", "--dry-run"})
+        EXPECT_THAT(pageOf(""), HasSubstr(option));
+}
+
+TEST_F(HelpPage, HasNoOptionThatTheDocumentationDoesNotName) {
+    const std::string documentation = TestSupport::contentOf(KESTRIN_SOURCE "/docs/cli.md");
+    const std::regex option("--[a-z][a-z-]+");
+    for (const std::string command : commands) {
+        const std::string page = pageOf(command);
+        EXPECT_THAT(documentation, HasSubstr(command.substr(0, command.find(' ')))) << command;
+        for (std::sregex_iterator each(page.begin(), page.end(), option), end; each != end; ++each)
+            EXPECT_THAT(documentation, HasSubstr(each->str())) << command;
+    }
+}
+
+TEST_F(HelpPage, LeavesWhatIsLongToTheManPage) {
+    EXPECT_THAT(pageOf(""),
+                AllOf(Not(HasSubstr("130")), HasSubstr("kestrin-profile man | man -l -")));
+    EXPECT_THAT(run({"man"}).output, AllOf(HasSubstr("130"), HasSubstr("KESTRIN_PROFILE_CONFIG"),
+                                           HasSubstr("\nkestrin\\-profile history add v1")));
 }
 
 TEST_F(SelfDescription, HelpSaysTheSameAsTheManPage) {

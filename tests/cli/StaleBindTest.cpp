@@ -81,7 +81,7 @@ TEST_F(StaleBind, IsReplacedAndTheRequestIsSentOnceMore) {
 TEST_F(StaleBind, IsReplacedWhereAProfileIsLookedUp) {
     create("Anna");
     spoilHeldBinds();
-    const auto played = play({"history", "clear", "--profile", "Anna"});
+    const auto played = play({"history", "clear", "--profile", "Anna", "--yes"});
     EXPECT_EQ(played.code, 0) << played.errors;
     EXPECT_THAT(played.requests,
                 ElementsAre("GET /v1/profiles 403", "POST /v1/binds 200", "GET /v1/profiles 200",
@@ -92,7 +92,7 @@ TEST_F(StaleBind, IsReplacedForTheDeletionOfSearchesToo) {
     outputOf({"search", "add", "text"});
     spoilHeldBinds();
     EXPECT_THAT(
-        play({"search", "delete"}).requests,
+        play({"search", "delete", "--yes"}).requests,
         ElementsAre("DELETE /v1/searches 403", "POST /v1/binds 200", "DELETE /v1/searches 204"));
 }
 
@@ -152,7 +152,7 @@ TEST_F(StaleBind, WhatIsRefusedUnderTheNewOneStaysRefused) {
     const std::string anna = create("Anna");
     const std::string bob = create("Bob");
     outputOf({"bind", anna});
-    const auto held = play({"profiles", "delete", bob, "--profile", anna});
+    const auto held = play({"profiles", "delete", bob, "--profile", anna, "--yes"});
     EXPECT_EQ(held.code, 4);
     EXPECT_THAT(held.requests, ElementsAre("GET /v1/profiles 200", "DELETE /v1/profile 403",
                                            "POST /v1/binds 200", "DELETE /v1/profile 403"));

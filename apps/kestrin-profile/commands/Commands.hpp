@@ -25,8 +25,8 @@ void onChosen(CLI::App& command, Command& chosen, std::shared_ptr<Options> optio
 
 // Each adds its command to the command line and sets `chosen` if it is chosen.
 
-/// bind [PROFILE]: obtains an anonymous bind and keeps it.
-void addBindCommand(CLI::App& app, Command& chosen);
+/// bind [PROFILE], unbind [PROFILE]: obtains an anonymous bind and keeps it, or forgets it.
+void addBindCommands(CLI::App& app, Command& chosen);
 
 /// profiles list|create|edit|delete|validate: the household's profiles.
 void addProfilesCommand(CLI::App& app, Command& chosen);
@@ -43,7 +43,13 @@ void addOutboxCommand(CLI::App& app, Command& chosen);
 /// config check|show: the configuration.
 void addConfigCommand(CLI::App& app, Command& chosen);
 
-/// completion bash|zsh|fish, man: what is made from the command line itself.
+/// doctor: whether all is well between here and the service.
+void addDoctorCommand(CLI::App& app, Command& chosen);
+
+/// api [OPERATION]: one operation with fields, and what is sent and answered.
+void addAPICommand(CLI::App& app, Command& chosen);
+
+/// completion bash|zsh|fish, man, help: what is made from the command line itself.
 void addSelfDescriptions(CLI::App& app, Command& chosen);
 
 }  // namespace KestrinProfileCLI

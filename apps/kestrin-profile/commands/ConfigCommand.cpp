@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -8,6 +10,7 @@
 #include <KestrinConfigManager/Configuration.hpp>
 #include <KestrinConfigManager/WebService.hpp>
 #include <KestrinProfile/service/ConfigurationCheck.hpp>
+#include <internal/Quoting.hpp>
 
 #include "../CurlCommand.hpp"
 #include "Commands.hpp"
@@ -19,6 +22,7 @@ using KestrinConfigManager::Configuration;
 using KestrinConfigManager::ConfigurationProblem;
 using KestrinConfigManager::ProblemSeverity;
 using KestrinConfigManager::WebService;
+using KestrinInternal::inQuotes;
 
 namespace {
 
@@ -86,52 +90,74 @@ ExitCode check(Session& session) {
 
 constexpr const char* masked = "***";
 
-JSONDictionary headersOf(const WebService& service) {
-    JSONDictionary result;
+/// Names with the texts that may be shown of them.
+using Texts = std::vector<std::pair<std::string, std::string>>;
+
+Texts headersOf(const WebService& service) {
+    Texts result;
     for (const auto& [name, value] : service.headers)
-        result.setText(name, isPublicHeader(name) ? value : masked);
+        result.emplace_back(name, isPublicHeader(name) ? value : masked);
     return result;
 }
 
-JSONDictionary queryOf(const WebService& service) {
-    JSONDictionary result;
+Texts queryOf(const WebService& service) {
+    Texts result;
     for (const auto& [name, value] : service.query)
-        result.setText(name, masked);
+        result.emplace_back(name, masked);
     return result;
 }
+
+/// A JSON object that is written member by member. A dictionary looks for each key among those that
+/// it has, which for the services of a large configuration would take long.
+class ObjectText {
+  public:
+    void add(std::string_view key, std::string_view json) {
+        text_.append(text_.empty() ? "" : ",").append(inQuotes(key)).append(":").append(json);
+    }
+    void add(std::string_view key, const Texts& texts) {
+        ObjectText object;
+        for (const auto& [name, value] : texts)
+            object.add(name, inQuotes(value));
+        add(key, object.text());
+    }
+    [[nodiscard]] std::string text() const { return "{" + text_ + "}"; }
+
+  private:
+    std::string text_;
+};
 
 /// A service with the keys of the configuration file.
-JSONDictionary toJSON(const WebService& service) {
-    JSONDictionary result;
-    result.setText("method", service.method);
-    result.setText("url", service.url.text());
-    result.setText("body", name(service.body));
-    result.setDictionary("headers", headersOf(service));
-    result.setDictionary("query", queryOf(service));
+std::string jsonOf(const WebService& service) {
+    ObjectText result;
+    result.add("method", inQuotes(service.method));
+    result.add("url", inQuotes(service.url.text()));
+    result.add("body", inQuotes(name(service.body)));
+    result.add("headers", headersOf(service));
+    result.add("query", queryOf(service));
     for (const auto& [key, value] : KestrinConfigManager::configuredValues(service.policy))
-        result.setInteger(key, value);
-    result.setBoolean("enabled", service.enabled);
-    return result;
+        result.add(key, std::to_string(value));
+    result.add("enabled", service.enabled ? "true" : "false");
+    return result.text();
 }
 
-JSONDictionary toJSON(const Session& session, const Configuration& configuration) {
-    JSONDictionary services;
+std::string jsonOf(const Session& session, const Configuration& configuration) {
+    ObjectText services;
     if (configuration.services)
         for (const auto& [operation, service] : *configuration.services)
-            services.setDictionary(operation, toJSON(service));
-    JSONDictionary result;
-    result.setText("file", session.configurationFile().string());
-    result.setText("parentProfileID", configuration.parentProfileID);
-    if (configuration.brand) result.setText("brand", configuration.brand->rawValue);
-    result.setDictionary("services", services);
-    return result;
+            services.add(operation, jsonOf(service));
+    ObjectText result;
+    result.add("file", inQuotes(session.configurationFile().string()));
+    result.add("parentProfileID", inQuotes(configuration.parentProfileID));
+    if (configuration.brand) result.add("brand", inQuotes(configuration.brand->rawValue));
+    result.add("services", services.text());
+    return result.text();
 }
 
-/// The names in a dictionary with their texts, for people.
-std::string listed(const JSONDictionary& dictionary) {
+/// The names with their texts, for people.
+std::string listed(const Texts& texts) {
     std::vector<std::string> all;
-    for (const auto key : dictionary.keys())
-        all.push_back(fmt::format("{}: {}", key, dictionary.text(key).value_or("")));
+    for (const auto& [name, value] : texts)
+        all.push_back(fmt::format("{}: {}", name, value));
     return all.empty() ? "-" : joined(all, ", ");
 }
 
@@ -151,7 +177,7 @@ ExitCode show(Session& session) {
     const auto* const configuration = std::get_if<Configuration>(&result);
     if (configuration == nullptr) return check(session);
     if (session.options.json) {
-        session.terminal.json(toJSON(session, *configuration));
+        session.terminal.line(printableJSON(jsonOf(session, *configuration)));
         return ExitCode::ok;
     }
     printForPeople(session, *configuration);

@@ -1,7 +1,11 @@
 #include <chrono>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -92,6 +96,7 @@ struct ListOptions {
     const ListKind& kind;
     WatchOptions watch;
     bool utc = false;
+    std::string fields;
     bool isConfirmed = false;
     std::string videoID;
     BatchOptions batch;
@@ -100,19 +105,26 @@ struct ListOptions {
 };
 using Shared = std::shared_ptr<ListOptions>;
 
+bool hasProgress(const ListKind& kind) {
+    return &kind == &history;
+}
+
 ListFormat formatOf(const ListOptions& options) {
-    return {options.kind.item, &options.kind == &history, options.utc};
+    return {options.kind.item, hasProgress(options.kind), options.utc,
+            fieldsOf(options.fields, keysOfEntries(hasProgress(options.kind)))};
 }
 
 ExitCode list(Session& session, const ListOptions& options) {
+    const ListFormat format = formatOf(options);
     session.configure();
     const auto acting = actingProfileOfBrand(session);
     return show(session, options.watch, [&] {
-        return linesOf(session, session.waitFor((acting.*options.kind.read)()), formatOf(options));
+        return linesOf(session, session.waitFor((acting.*options.kind.read)()), format);
     });
 }
 
 ExitCode progress(Session& session, const ListOptions& options) {
+    const ListFormat format = formatOf(options);
     session.configure();
     const auto acting = actingProfileOfBrand(session);
     const auto found = session.waitFor(acting.videoHistory(options.videoID));
@@ -120,7 +132,7 @@ ExitCode progress(Session& session, const ListOptions& options) {
         throw CommandError({ExitCode::notFound,
                             fmt::format("the history has no video '{}'", options.videoID),
                             "see what it has: kestrin-profile history list"});
-    for (const auto& line : linesOf(session, found, formatOf(options)))
+    for (const auto& line : linesOf(session, found, format))
         session.terminal.line(line);
     return ExitCode::ok;
 }
@@ -133,14 +145,14 @@ std::chrono::seconds progressOf(const Watched& watched) {
 
 ExitCode add(Session& session, const ListOptions& options) {
     const ListKind& kind = options.kind;
-    const bool hasProgress = kind.now.add == nullptr;
-    const auto progress = hasProgress ? progressOf(options.watched) : std::chrono::seconds(0);
+    const bool isWatched = kind.now.add == nullptr;
+    const auto progress = isWatched ? progressOf(options.watched) : std::chrono::seconds(0);
     session.configure();
     const auto items = readBatchItems(options.batch.items, session.interruption());
     const auto acting = actingProfileOfBrand(session);
     const auto adding = [&](const auto& actor, const auto& changes, const std::string& item) {
-        return hasProgress ? actor.addHistoryVideo(item, progress, options.watched.isComplete)
-                           : (actor.*changes.add)(item);
+        return isWatched ? actor.addHistoryVideo(item, progress, options.watched.isComplete)
+                         : (actor.*changes.add)(item);
     };
     if (isLater(session, options.later))
         return keepLater(session, options.later, acting, items,
@@ -150,6 +162,24 @@ ExitCode add(Session& session, const ListOptions& options) {
     const auto request = [&](const std::string& item) { return adding(acting, kind.now, item); };
     return runBatch(session, acting, options.batch, items,
                     {request, "added", fmt::format("to {}", kind.name)});
+}
+
+/// Whether the list has an item, which the service does not say when it removes it. It is asked
+/// for before, once; empty if the list cannot be had.
+std::function<bool(const std::string& item)> isThere(Session& session, const ProfileSession& acting,
+                                                     const ListKind& kind) {
+    if (session.options.dryRun) return {};
+    std::set<std::string> there;
+    try {
+        const auto found = session.waitFor((acting.withoutRepeats().*kind.read)());
+        if (!found.elements) return {};
+        for (const auto& element : *found.elements)
+            there.insert(element.id.value_or(""));
+    } catch (const std::exception&) {
+        session.interruption().check();
+        return {};  // The removal says what is wrong.
+    }
+    return [there = std::move(there)](const std::string& item) { return there.contains(item); };
 }
 
 ExitCode remove(Session& session, const ListOptions& options) {
@@ -162,7 +192,8 @@ ExitCode remove(Session& session, const ListOptions& options) {
         return (acting.*options.kind.now.remove)(item);
     };
     return runBatch(session, acting, options.batch, items,
-                    {request, "removed", fmt::format("from {}", options.kind.name)});
+                    {request, "removed", fmt::format("from {}", options.kind.name),
+                     isThere(session, acting, options.kind)});
 }
 
 ExitCode clear(Session& session, const ListOptions& options) {
@@ -197,14 +228,15 @@ ExitCode addMany(Session& session, const ListOptions& options) {
     return ExitCode::ok;
 }
 
-void addUTC(CLI::App& command, ListOptions& options) {
+void addFormat(CLI::App& command, ListOptions& options) {
     command.add_flag("--utc", options.utc, "Show dates in UTC instead of the local time zone");
+    addFields(command, options.fields, keysOfEntries(hasProgress(options.kind)));
 }
 
 void addListing(CLI::App& group, Command& chosen, const Shared& options) {
     auto& command = *group.add_subcommand("list", "Show the list, the latest entry first");
     addWatch(command, options->watch);
-    addUTC(command, *options);
+    addFormat(command, *options);
     onChosen(command, chosen, options, &list);
 }
 
@@ -213,7 +245,7 @@ void addProgress(CLI::App& group, Command& chosen, const Shared& options) {
     command.add_option(options->kind.argument, options->videoID, options->kind.argumentText)
         ->required()
         ->type_name("");
-    addUTC(command, *options);
+    addFormat(command, *options);
     onChosen(command, chosen, options, &progress);
 }
 

@@ -206,10 +206,9 @@ ExitCode drop(Session& session, const DropOptions& options) {
         result.setInteger("dropped", static_cast<std::int64_t>(chosen.size()));
         session.terminal.json(result);
     } else {
-        session.terminal.line(
-            fmt::format("{} {}", session.options.dryRun ? "would drop" : "dropped",
-                        chosen.size() == 1 ? std::string("1 entry")
-                                           : fmt::format("{} entries", chosen.size())));
+        session.terminal.line(fmt::format("{} {}",
+                                          session.options.dryRun ? "would drop" : "dropped",
+                                          countOf(chosen.size(), "entry", "entries")));
     }
     return ExitCode::ok;
 }

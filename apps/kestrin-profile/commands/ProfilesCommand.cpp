@@ -28,15 +28,17 @@ struct ProfileOptions {
     bool isConfirmed = false;
 
     WatchOptions watch;
+    std::string fields;
     BatchOptions batch;
 };
 using Shared = std::shared_ptr<ProfileOptions>;
 
 ExitCode list(Session& session, const ProfileOptions& options) {
+    const Fields fields = fieldsOf(options.fields, keysOfProfiles());
     session.configure();
     const auto acting = actingProfile(session);
     return show(session, options.watch,
-                [&] { return linesOf(session, session.waitFor(acting.profiles())); });
+                [&] { return linesOf(session, session.waitFor(acting.profiles()), fields); });
 }
 
 ExitCode create(Session& session, const ProfileOptions& options) {
@@ -142,9 +144,10 @@ void addProfilesCommand(CLI::App& app, Command& chosen) {
     auto& group = *app.add_subcommand("profiles", "The household's profiles");
     group.require_subcommand(1);
 
-    addWatch(
-        addCommand(group, "list", "Show the profiles, the parent first", chosen, options, &list),
-        options->watch);
+    auto& listing =
+        addCommand(group, "list", "Show the profiles, the parent first", chosen, options, &list);
+    addWatch(listing, options->watch);
+    addFields(listing, options->fields, keysOfProfiles());
     auto& creating = addCommand(group, "create", "Create a profile", chosen, options, &create);
     addName(creating, options, "The profile's name");
     addLooks(creating, options);
