@@ -116,16 +116,19 @@ function showTime() {
 }
 
 const connectionWords = { live: 'Live', connecting: 'Connecting…', absent: 'Not live', refused: 'No secret' };
+let connection = null;
 
-function onConnection(state) {
+async function onConnection(state) {
+    connection = state;
+    if (state === 'live') {
+        place('problem').hidden = true;
+        // What happened before was missed.
+        for (const name of panels.keys()) stale.add(name);
+        await Promise.all([learnStatus(), showRoute()]);
+    }
+    if (connection !== state) return;
     place('connection').dataset.state = state;
     place('connection').textContent = connectionWords[state];
-    if (state !== 'live') return;
-    place('problem').hidden = true;
-    // What happened before was missed.
-    learnStatus();
-    for (const name of panels.keys()) stale.add(name);
-    showRoute();
 }
 
 async function start() {
