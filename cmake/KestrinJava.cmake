@@ -1,5 +1,7 @@
 # Whether the jar and the native library for Java are built: KESTRIN_JAVA.
 #
+# Without KestrinC, under sanitizers and with libc++ they are not.
+#
 #   KESTRIN_BUILD_JAVA  auto  if there is a JDK and this is the top-level project
 #                       ON    or an error
 #                       OFF
@@ -9,8 +11,9 @@ set(KESTRIN_BUILD_JAVA auto CACHE STRING
 set_property(CACHE KESTRIN_BUILD_JAVA PROPERTY STRINGS auto ON OFF)
 
 set(KESTRIN_JAVA OFF)
-# The virtual machine is not made for sanitizers.
-if(NOT KESTRIN_BUILD_C OR KESTRIN_SANITIZE)
+# The virtual machine is not made for sanitizers. On Linux it has libstdc++ loaded, whose functions for
+# exceptions would be found before those of libc++: the first exception would end the process.
+if(NOT KESTRIN_BUILD_C OR KESTRIN_SANITIZE OR KESTRIN_LIBCXX)
     return()
 endif()
 
