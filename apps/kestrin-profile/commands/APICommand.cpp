@@ -127,86 +127,92 @@ void carryOut(Session& session, const HalvardSling::Observable<T>& operation) {
     static_cast<void>(session.waitFor(operation));
 }
 
-enum class Kind { household, list, destroying };
+/// What an operation is about, and so what it needs.
+enum class OperationKind {
+    household,   ///< profiles
+    list,        ///< what has a brand
+    destroying,  ///< is asked about first
+};
 
 struct Operation {
     ProfileOperation operation;
-    Kind kind;
+    OperationKind kind;
     std::string_view required;  ///< names of fields, with blanks between them
     std::string_view optional;
     void (*send)(Session& session, const ProfileSession& acting, const FieldValues& values);
 };
 
-using enum Kind;
-
 // clang-format off
 constexpr std::array operations{
-    Operation{ProfileOperation::anonymousBind, household, "", "",
+    Operation{ProfileOperation::anonymousBind, OperationKind::household, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.renewBind()); }},
-    Operation{ProfileOperation::validate, list, "name", "",
+    Operation{ProfileOperation::validate, OperationKind::list, "name", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.validateProfileName(values.text("name"))); }},
-    Operation{ProfileOperation::createProfile, household, "name", "avatar group default",
+    Operation{ProfileOperation::createProfile, OperationKind::household,
+              "name", "avatar group default",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.createProfile(values.user({}))); }},
-    Operation{ProfileOperation::getProfiles, household, "", "",
+    Operation{ProfileOperation::getProfiles, OperationKind::household, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.profiles()); }},
-    Operation{ProfileOperation::editProfile, household, "profile", "name avatar group default",
+    Operation{ProfileOperation::editProfile, OperationKind::household,
+              "profile", "name avatar group default",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.editProfile(values.user(values.text("profile")))); }},
-    Operation{ProfileOperation::deleteProfile, destroying, "profile", "",
+    Operation{ProfileOperation::deleteProfile, OperationKind::destroying, "profile", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.deleteProfile(values.text("profile"))); }},
-    Operation{ProfileOperation::getHistory, list, "", "",
+    Operation{ProfileOperation::getHistory, OperationKind::list, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.history()); }},
-    Operation{ProfileOperation::getVideoProgress, list, "video", "",
+    Operation{ProfileOperation::getVideoProgress, OperationKind::list, "video", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.videoHistory(values.text("video"))); }},
-    Operation{ProfileOperation::addVideoToHistory, list, "video progress", "completed",
+    Operation{ProfileOperation::addVideoToHistory, OperationKind::list,
+              "video progress", "completed",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.addHistoryVideo(values.text("video"),
                                                            values.time("progress"),
                                                            values.truth("completed"))); }},
-    Operation{ProfileOperation::removeVideoFromHistory, list, "video", "",
+    Operation{ProfileOperation::removeVideoFromHistory, OperationKind::list, "video", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.deleteVideoHistory(values.text("video"))); }},
-    Operation{ProfileOperation::clearHistory, destroying, "", "",
+    Operation{ProfileOperation::clearHistory, OperationKind::destroying, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.clearHistory()); }},
-    Operation{ProfileOperation::getFavorites, list, "", "",
+    Operation{ProfileOperation::getFavorites, OperationKind::list, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.favorites()); }},
-    Operation{ProfileOperation::addFavoriteShow, list, "show", "",
+    Operation{ProfileOperation::addFavoriteShow, OperationKind::list, "show", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.addFavoriteShow(values.text("show"))); }},
-    Operation{ProfileOperation::addFavoriteShows, list, "shows", "",
+    Operation{ProfileOperation::addFavoriteShows, OperationKind::list, "shows", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.addFavoriteShows(values.shows("shows"))); }},
-    Operation{ProfileOperation::removeFavoriteShow, list, "show", "",
+    Operation{ProfileOperation::removeFavoriteShow, OperationKind::list, "show", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.deleteFavoriteShow(values.text("show"))); }},
-    Operation{ProfileOperation::clearFavorites, destroying, "", "",
+    Operation{ProfileOperation::clearFavorites, OperationKind::destroying, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.clearFavorites()); }},
-    Operation{ProfileOperation::getWatchList, list, "", "",
+    Operation{ProfileOperation::getWatchList, OperationKind::list, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.watchList()); }},
-    Operation{ProfileOperation::addVideoToWatchList, list, "video", "",
+    Operation{ProfileOperation::addVideoToWatchList, OperationKind::list, "video", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.addWatchListVideo(values.text("video"))); }},
-    Operation{ProfileOperation::removeFromWatchList, list, "video", "",
+    Operation{ProfileOperation::removeFromWatchList, OperationKind::list, "video", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.deleteWatchListVideo(values.text("video"))); }},
-    Operation{ProfileOperation::clearWatchList, destroying, "", "",
+    Operation{ProfileOperation::clearWatchList, OperationKind::destroying, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.clearWatchList()); }},
-    Operation{ProfileOperation::addSearchHistory, list, "search", "",
+    Operation{ProfileOperation::addSearchHistory, OperationKind::list, "search", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& values) {
                   carryOut(session, acting.addSearchHistory(values.text("search"))); }},
-    Operation{ProfileOperation::deleteSearchHistory, destroying, "", "",
+    Operation{ProfileOperation::deleteSearchHistory, OperationKind::destroying, "", "",
               [](Session& session, const ProfileSession& acting, const FieldValues& /*values*/) {
                   carryOut(session, acting.deleteSearchHistory()); }},
 };
@@ -334,7 +340,7 @@ class Transcript {
     Session& session_;
 };
 
-JSONDictionary documentOf(const Headers& headers, ShownHeader shown) {
+JSONDictionary headersAsJSON(const Headers& headers, ShownHeader shown) {
     JSONDictionary result;
     for (const auto& [name, value] : headers)
         result.setText(name, shown(name, value));
@@ -349,13 +355,13 @@ void addBody(Session& session, JSONDictionary& document, std::string_view body, 
         document.setText("body", isSecret ? std::string(masked) : printable(body));
 }
 
-JSONDictionary documentOf(Session& session, const Exchange& exchange) {
+JSONDictionary asJSON(Session& session, const Exchange& exchange) {
     const auto& sent = *exchange.request;
     JSONDictionary request;
     request.setText("method", sent.method);
     request.setText("url", sent.url);
     request.setText("requestID", exchange.request.requestID());
-    request.setDictionary("headers", documentOf(sent.headers, &shownRequestHeader));
+    request.setDictionary("headers", headersAsJSON(sent.headers, &shownRequestHeader));
     if (sent.body) addBody(session, request, *sent.body, false);
     JSONDictionary result;
     result.setDictionary("request", request);
@@ -367,7 +373,7 @@ JSONDictionary documentOf(Session& session, const Exchange& exchange) {
     const auto& answered = std::get<Response>(*exchange.result);
     JSONDictionary reply;
     reply.setInteger("status", answered.status());
-    reply.setDictionary("headers", documentOf(answered.headers(), &shownReplyHeader));
+    reply.setDictionary("headers", headersAsJSON(answered.headers(), &shownReplyHeader));
     addBody(session, reply, answered.body(), isAboutBind(exchange));
     result.setDictionary("reply", reply);
     return result;
@@ -379,7 +385,7 @@ void print(Session& session, const Recording& recording, std::string_view operat
     for (const auto& exchange : recording.exchanges()) {
         if (exchange.request->operation != operation) continue;
         if (session.options.json)
-            documents.push_back(documentOf(session, exchange));
+            documents.push_back(asJSON(session, exchange));
         else
             Transcript(session).print(exchange);
     }
@@ -423,12 +429,13 @@ ExitCode call(Session& session, const APIOptions& options) {
     const FieldValues values = valuesOf(operation, options.fields);
     const auto recording = session.record();
     session.configure();
-    if (operation.kind == Kind::destroying)
+    if (operation.kind == OperationKind::destroying)
         confirm(session, options.isConfirmed,
                 fmt::format("send {} as the profile '{}'", options.operation,
                             actingProfileName(session)));
-    const bool needsBrand = operation.kind == Kind::list ||
-                            (operation.kind == Kind::destroying && operation.required.empty());
+    const bool needsBrand =
+        operation.kind == OperationKind::list ||
+        (operation.kind == OperationKind::destroying && operation.required.empty());
     const auto acting = needsBrand ? actingProfileOfBrand(session) : actingProfile(session);
     std::exception_ptr error;
     try {
