@@ -11,6 +11,7 @@ namespace KestrinProfileServer {
 
 WriteQueue::WriteQueue(const std::filesystem::path& file, Durability durability)
     : connection_(file, Connection::Mode::readWrite, durability),
+      isPurging_(hasPurges(connection_)),
       thread_(startedThread([this] { serve(); })) {}
 
 WriteQueue::~WriteQueue() {
@@ -41,11 +42,11 @@ void WriteQueue::serve() {
 }
 
 void WriteQueue::purge() {
+    if (!isPurging_) return;
     try {
-        isPurging_ = hasPurges(connection_);
-        if (!isPurging_) return;
         Query(connection_, "BEGIN IMMEDIATE").run();
         purgePiece(connection_);
+        isPurging_ = hasPurges(connection_);
         Query(connection_, "COMMIT").run();
     } catch (const std::exception& failure) {
         // Tried again after the next write.
@@ -83,6 +84,8 @@ std::vector<Reply> WriteQueue::committed(const std::vector<Job>& batch) {
         replies.reserve(batch.size());
         for (const Job& job : batch)
             replies.push_back(runInSavepoint(job.work));
+        // Within the transaction this takes no lock of its own.
+        isPurging_ = hasPurges(connection_);
         Query(connection_, "COMMIT").run();
         return replies;
     } catch (const std::exception&) {
@@ -93,6 +96,7 @@ std::vector<Reply> WriteQueue::committed(const std::vector<Job>& batch) {
 
 Reply WriteQueue::committedAlone(const Work& work) {
     Reply reply = run(work);
+    if (!isFailure(reply)) isPurging_ = hasPurges(connection_);
     Query(connection_, isFailure(reply) ? "ROLLBACK" : "COMMIT").run();
     return reply;
 }
