@@ -53,7 +53,8 @@ class Writes {
 /// Writes that are accepted, sent and lost at random, and what becomes of the lists.
 class Model {
   public:
-    Model(unsigned seed, OutboxOptions chosen) : writes_(seed), fates_(seed), options_(std::move(chosen)) {
+    Model(unsigned seed, OutboxOptions chosen)
+        : writes_(seed), fates_(seed), options_(std::move(chosen)) {
         options_.removalDelay = 0s;
         delivery_->onSend(
             [this](const OutboxWrite& write, const auto& subscriber) { send(write, subscriber); });
