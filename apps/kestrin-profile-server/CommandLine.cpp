@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <thread>
 
 #include <CLI/CLI.hpp>
@@ -198,6 +199,16 @@ void addLimits(CLI::App& app, ServiceSettings& service) {
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
     app.add_flag("--quiet", service.http.isQuiet, "do not log the requests to the standard error");
+    const std::map<std::string, LogFormat> formats{{"text", LogFormat::text},
+                                                   {"json", LogFormat::json}};
+    app.add_option("--log-format", service.http.logFormat,
+                   "how the log is written: text is a line a request for people, json an object a"
+                   " line for programs")
+        ->type_name("text|json")
+        ->transform(CLI::Transformer(formats, CLI::ignore_case).description(""))
+        ->default_str("text");
+    app.add_flag("--strict", service.isStrict,
+                 "report what is legal but suspicious, in the log and the journal");
 }
 
 /// The first line of the file.

@@ -3,33 +3,23 @@
 #include <utility>
 
 #include <kestrin-profile-server/Front.hpp>
+#include <kestrin-profile-server/admin/FaultedDispatch.hpp>
+#include <kestrin-profile-server/admin/OpenAPI.hpp>
 #include <kestrin-profile-server/domain/Problem.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
+#include <kestrin-profile-server/http/GuardedReply.hpp>
 #include <kestrin-profile-server/http/RequestParser.hpp>
+#include <kestrin-profile-server/http/Routes.hpp>
 
 namespace KestrinProfileServer {
 namespace {
 
-constexpr std::string_view namedPath = "/n/";
-
-bool isNamed(std::string_view target) {
-    return target.starts_with(namedPath);
-}
-
-/// The namespace's name in a target like "/n/NAME/v1/history?…".
-std::string_view nameIn(std::string_view target) {
-    const std::string_view rest = target.substr(namedPath.size());
-    return rest.substr(0, rest.find_first_of("/?"));
-}
-
-/// The target as its namespace sees it.
-std::string_view targetWithin(std::string_view target) {
-    return isNamed(target) ? target.substr(namedPath.size() + nameIn(target).size()) : target;
-}
+/// Where the service describes itself.
+constexpr std::string_view descriptionPath = "/openapi.json";
 
 Reply unknownNamespace(std::string_view target) {
     return replyTo(Problem(ProblemKind::unknownNamespace, "there is no namespace '" +
-                                                              excerptOf(nameIn(target)) +
+                                                              excerptOf(namespaceIn(target)) +
                                                               "'; it may have been deleted"),
                    excerptOf(pathOf(target)));
 }
@@ -41,21 +31,48 @@ std::size_t Front::bodyLimit(std::string_view target) const {
                                                                : KestrinProfileServer::bodyLimit;
 }
 
+std::shared_ptr<Namespace> Front::spaceOf(std::string_view target) const {
+    if (admin_ && isNamedTarget(target)) return namespaces_.find(namespaceIn(target));
+    return namespaces_.rootPointer();
+}
+
+std::shared_ptr<ExchangeObserver> Front::observer(std::string_view target) const {
+    const std::string_view path = pathOf(admin_ ? targetWithin(target) : target);
+    if (path == healthPath || path == descriptionPath || (admin_ && isAdminPath(path)))
+        return nullptr;
+    const auto space = spaceOf(target);
+    if (!space || !space->isObserved()) return nullptr;
+    return {space, &space->observation()};
+}
+
 std::shared_ptr<const void> Front::respond(Request request, std::size_t thread, Done done) const {
-    std::shared_ptr<Namespace> space = namespaces_.rootPointer();
-    if (admin_ && isNamed(request.target)) {
-        space = namespaces_.find(nameIn(request.target));
-        if (!space) {
-            done(unknownNamespace(request.target));
-            return nullptr;
-        }
-        request.target = targetWithin(request.target);
+    const auto space = spaceOf(request.target);
+    if (!space) {
+        done(unknownNamespace(request.target));
+        return nullptr;
     }
-    if (admin_ && isAdminPath(pathOf(request.target)))
+    if (admin_) request.target = targetWithin(request.target);
+    const std::string_view path = pathOf(request.target);
+    if (admin_ && isAdminPath(path))
         admin_->answer(request, *space, thread, std::move(done));
+    else if (path == descriptionPath)
+        done(guardedReply(path, [&] { return described(request, *space); }));
+    else if (space->observation().faults().areSet())
+        dispatchWithFaults(request, *space, thread, std::move(done));
     else
         space->dispatcher().dispatch(request, space->reader(thread), std::move(done));
     return space;
+}
+
+Reply Front::described(const Request& request, const Namespace& space) const {
+    const std::string allowed = allowedMethods(std::vector<std::string_view>{"GET"});
+    if (request.method == "OPTIONS") return Reply{.headers = {{"Allow", allowed}}};
+    if (routeMethodOf(request) != "GET") throw methodNotAllowed(request.method, allowed);
+    return jsonReply(200,
+                     openAPI({.baseURL = publicURL_ + space.path(),
+                              .version = version_,
+                              .adminRoutes = admin_ ? adminRoutes() : std::span<const AdminRoute>(),
+                              .isRoot = space.name().empty()}));
 }
 
 }  // namespace KestrinProfileServer

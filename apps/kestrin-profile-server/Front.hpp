@@ -1,6 +1,8 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <utility>
 
 #include <kestrin-profile-server/Namespaces.hpp>
 #include <kestrin-profile-server/admin/Admin.hpp>
@@ -12,18 +14,30 @@ namespace KestrinProfileServer {
 /// interface.
 class Front final : public Responder {
   public:
+    /// @param publicURL  where clients reach the service
     /// @param admin  absent if the service has no admin interface; then there are no named
     ///               namespaces either
-    Front(Namespaces& namespaces, std::optional<Admin> admin)
-        : namespaces_(namespaces), admin_(std::move(admin)) {}
+    Front(Namespaces& namespaces, std::optional<Admin> admin, std::string publicURL,
+          std::string version)
+        : namespaces_(namespaces),
+          admin_(std::move(admin)),
+          publicURL_(std::move(publicURL)),
+          version_(std::move(version)) {}
 
     [[nodiscard]] std::size_t bodyLimit(std::string_view target) const override;
+    [[nodiscard]] std::shared_ptr<ExchangeObserver> observer(
+        std::string_view target) const override;
     [[nodiscard]] std::shared_ptr<const void> respond(Request request, std::size_t thread,
                                                       Done done) const override;
 
   private:
+    [[nodiscard]] std::shared_ptr<Namespace> spaceOf(std::string_view target) const;
+    [[nodiscard]] Reply described(const Request& request, const Namespace& space) const;
+
     Namespaces& namespaces_;
     std::optional<Admin> admin_;
+    std::string publicURL_;
+    std::string version_;
 };
 
 }  // namespace KestrinProfileServer

@@ -51,6 +51,8 @@ NamespaceSettings placed(NamespaceSettings settings, const std::filesystem::path
 
 Namespace::Namespace(std::string name, const NamespaceSettings& settings, std::size_t threads)
     : name_(std::move(name)),
+      isObserved_(settings.hasJournal || settings.isStrict),
+      observation_(settings.hasJournal, settings.isStrict),
       temporary_(settings.database.empty() ? std::make_optional<TemporaryDatabase>()
                                            : std::nullopt),
       file_(temporary_ ? temporary_->file() : settings.database),

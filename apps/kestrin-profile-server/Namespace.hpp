@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <kestrin-profile-server/admin/Observation.hpp>
 #include <kestrin-profile-server/domain/DevelopmentClock.hpp>
 #include <kestrin-profile-server/domain/Households.hpp>
 #include <kestrin-profile-server/domain/Tokens.hpp>
@@ -33,6 +34,9 @@ struct NamespaceSettings {
     std::optional<Seed> seed;
     /// Whether it remembers what it holds at the start.
     bool canBeReset = false;
+    bool hasJournal = false;
+    /// Whether what is legal but suspicious is told.
+    bool isStrict = false;
 };
 
 /// A world of its own: households with their database, the tokens' key, the queue of writes, and a
@@ -56,6 +60,9 @@ class Namespace {
     [[nodiscard]] const Dispatcher& dispatcher() const { return dispatcher_; }
     [[nodiscard]] DevelopmentClock& clock() { return clock_; }
     [[nodiscard]] WriteQueue& writes() { return writes_; }
+    [[nodiscard]] Observation& observation() { return observation_; }
+    /// Whether somebody is to be told of its requests.
+    [[nodiscard]] bool isObserved() const { return isObserved_; }
 
     /// Replaces all that there is by what there was at the start. Runs in the queue of writes.
     void restoreStart(Connection& connection);
@@ -76,6 +83,8 @@ class Namespace {
     }
 
     std::string name_;
+    bool isObserved_;
+    Observation observation_;
     std::optional<TemporaryDatabase> temporary_;
     std::filesystem::path file_;
     Durability durability_;

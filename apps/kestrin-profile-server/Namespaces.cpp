@@ -77,6 +77,7 @@ bool Namespaces::remove(std::string_view name) {
     const auto found = named->find(name);
     if (found == named->end()) return false;
     removed = std::move(found->second);
+    removed->observation().events().stop();
     named->erase(found);
     return true;
 }

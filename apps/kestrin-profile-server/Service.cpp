@@ -16,6 +16,8 @@ const ServiceSettings& checked(const ServiceSettings& settings) {
 NamespaceSettings ofRoot(const ServiceSettings& settings) {
     NamespaceSettings root = settings;
     root.canBeReset = settings.admin.isOn;
+    // A journal is for who can ask for it.
+    root.hasJournal = settings.admin.isOn;
     return root;
 }
 
@@ -32,7 +34,8 @@ Service::Service(const ServiceSettings& settings)
     : namespaces_(ofRoot(checked(settings)), settings.http.threads),
       http_(settings.http),
       publicURL_(settings.publicURL.value_or(http_.baseURL())),
-      front_(namespaces_, adminFor(settings, http_.baseURL(), publicURL_, namespaces_)) {
+      front_(namespaces_, adminFor(settings, http_.baseURL(), publicURL_, namespaces_), publicURL_,
+             KESTRIN_PROFILE_SERVER_VERSION) {
     // Whatever keeps a thread from reading is told now.
     for (std::size_t thread = 0; thread < settings.http.threads; ++thread)
         static_cast<void>(namespaces_.root().reader(thread));

@@ -144,6 +144,16 @@ std::string RawClient::reply() {
     return reply;
 }
 
+std::string RawClient::until(std::string_view mark) {
+    boost::system::error_code error;
+    const auto buffer = boost::asio::dynamic_buffer(unread_);
+    const std::size_t size = boost::asio::read_until(socket_, buffer, mark, error);
+    if (error) return std::exchange(unread_, {});
+    std::string text = unread_.substr(0, size);
+    unread_.erase(0, size);
+    return text;
+}
+
 std::string RawClient::rest() {
     boost::system::error_code error;
     boost::asio::read(socket_, boost::asio::dynamic_buffer(unread_), error);

@@ -79,6 +79,9 @@ class RawClient {
     /// it does so.
     std::string reply();
 
+    /// Everything up to a mark, or until the service closes.
+    std::string until(std::string_view mark);
+
     /// Everything until the service closes.
     std::string rest();
 
@@ -134,7 +137,8 @@ class TestService {
 
     explicit TestService(const Change& change = [](ServiceSettings&) {});
 
-    const std::string& secret() const { return service_->household().secret; }
+    const Household& household() const { return service_->household(); }
+    const std::string& secret() const { return household().secret; }
     std::string baseURL() const { return service_->baseURL(); }
     const std::filesystem::path& database() const { return settings_.database; }
     HouseholdClient client() const { return {baseURL(), secret()}; }

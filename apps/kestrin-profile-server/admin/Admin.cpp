@@ -34,7 +34,7 @@ void Admin::answer(const Request& request, Namespace& space, std::size_t thread,
         return Reply{};
     });
     if (!call) return done(std::move(reply));
-    run(*std::move(call), space, thread, std::move(done));
+    run(*std::move(call), request, space, thread, std::move(done));
 }
 
 Reply Admin::optionsOf(const Request& request, bool isRoot) const {
@@ -51,7 +51,8 @@ AdminCall Admin::callFor(const Request& request, bool isRoot) const {
     return call;
 }
 
-void Admin::run(AdminCall call, Namespace& space, std::size_t thread, Responder::Done done) const {
+void Admin::run(AdminCall call, const Request& request, Namespace& space, std::size_t thread,
+                Responder::Done done) const {
     switch (call.route->effect) {
         case AdminEffect::none:
             return done(handled(call, space, nullptr));
@@ -64,7 +65,7 @@ void Admin::run(AdminCall call, Namespace& space, std::size_t thread, Responder:
         case AdminEffect::write:
             break;
         case AdminEffect::later:
-            return call.route->laterHandler({call, facts_, namespaces_, space}, std::move(done));
+            return runLater(call, request, space, std::move(done));
     }
     auto shared = std::make_shared<const AdminCall>(std::move(call));
     space.writes().add(
@@ -72,7 +73,22 @@ void Admin::run(AdminCall call, Namespace& space, std::size_t thread, Responder:
         [this, shared, &space](Connection& connection) {
             return handled(*shared, space, &connection);
         },
-        std::move(done));
+        [&space, done = std::move(done)](Reply reply) {
+            if (!isFailure(reply)) space.observation().events().publish("state", "{}");
+            done(std::move(reply));
+        });
+}
+
+void Admin::runLater(const AdminCall& call, const Request& request, Namespace& space,
+                     const Responder::Done& done) const {
+    bool hasBegun = false;
+    Reply failure = guardedReply(call.route->path, [&] {
+        call.route->laterHandler({call, facts_, namespaces_, space, nullptr, &request.afterwards},
+                                 done);
+        hasBegun = true;
+        return Reply{};
+    });
+    if (!hasBegun) done(std::move(failure));
 }
 
 Reply Admin::handled(const AdminCall& call, Namespace& space, Connection* connection) const {

@@ -28,7 +28,10 @@ class Admin {
   private:
     [[nodiscard]] AdminCall callFor(const Request& request, bool isRoot) const;
     [[nodiscard]] Reply optionsOf(const Request& request, bool isRoot) const;
-    void run(AdminCall call, Namespace& space, std::size_t thread, Responder::Done done) const;
+    void run(AdminCall call, const Request& request, Namespace& space, std::size_t thread,
+             Responder::Done done) const;
+    void runLater(const AdminCall& call, const Request& request, Namespace& space,
+                  const Responder::Done& done) const;
     [[nodiscard]] Reply handled(const AdminCall& call, Namespace& space,
                                 Connection* connection) const;
 

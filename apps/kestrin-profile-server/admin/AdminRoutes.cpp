@@ -17,8 +17,9 @@ constexpr std::string_view adminPath = "/admin";
 /// The routes of all parts, in the order in which they are described.
 std::vector<AdminRoute> joinedRoutes() {
     std::vector<AdminRoute> all;
-    for (const auto part : {statusRoutes(), stateRoutes(), scenarioRoutes(), clockRoutes(),
-                            namespaceRoutes(), inspectorRoutes()})
+    for (const auto part :
+         {statusRoutes(), journalRoutes(), faultRoutes(), eventRoutes(), stateRoutes(),
+          scenarioRoutes(), clockRoutes(), namespaceRoutes(), inspectorRoutes()})
         all.insert(all.end(), part.begin(), part.end());
     return all;
 }

@@ -14,6 +14,7 @@
 #include <kestrin-profile-server/Namespaces.hpp>
 #include <kestrin-profile-server/admin/ServiceFacts.hpp>
 #include <kestrin-profile-server/http/Reply.hpp>
+#include <kestrin-profile-server/http/Request.hpp>
 
 namespace KestrinProfileServer {
 
@@ -80,7 +81,12 @@ struct AdminContext {
     Namespace& space;
     /// To read with, or to write with; null where the effect needs none.
     Connection* database = nullptr;
+    /// `Request::afterwards`; null unless the effect is `later`.
+    const decltype(Request::afterwards)* later = nullptr;
 
+    void afterwards(std::chrono::milliseconds time, std::function<void()> work) const {
+        (*later)(time, std::move(work));
+    }
     [[nodiscard]] Connection& connection() const { return *database; }
     /// What stands before the path of the namespace's URLs, like http://127.0.0.1:8480/n/one.
     [[nodiscard]] std::string baseURL() const { return facts.publicURL + space.path(); }

@@ -24,6 +24,13 @@ Reply getClock(const AdminContext& context) {
     return clockReply(context.space.clock());
 }
 
+/// The reply to a change of the clock, which listeners are told, too.
+Reply changedClock(const AdminContext& context) {
+    Reply reply = clockReply(context.space.clock());
+    context.space.observation().events().publish("clock", reply.body);
+    return reply;
+}
+
 Reply putClock(const AdminContext& context) {
     Members members(context.call.requiredBody(), "the body");
     const auto now = members.time("now");
@@ -31,7 +38,7 @@ Reply putClock(const AdminContext& context) {
     members.finish();
     if (frozen) context.space.clock().freeze(*frozen);
     if (now) context.space.clock().set(*now);
-    return clockReply(context.space.clock());
+    return changedClock(context);
 }
 
 Reply advanceClock(const AdminContext& context) {
@@ -41,7 +48,7 @@ Reply advanceClock(const AdminContext& context) {
         members.refuse("seconds", "a number of seconds, of a thousand years at most");
     members.finish();
     context.space.clock().advance(std::llround(*seconds * millisecondsPerSecond));
-    return clockReply(context.space.clock());
+    return changedClock(context);
 }
 
 constexpr std::array table{

@@ -26,4 +26,17 @@ namespace KestrinProfileServer {
 /// The page that shows all this.
 [[nodiscard]] std::span<const AdminRoute> inspectorRoutes();
 
+/// What was asked and answered.
+[[nodiscard]] std::span<const AdminRoute> journalRoutes();
+
+/// What goes wrong on purpose.
+[[nodiscard]] std::span<const AdminRoute> faultRoutes();
+
+/// Puts the faults of a ready scenario in the place of those that are set.
+/// @return false if there is no such scenario
+bool setFaultScenario(const AdminContext& context, std::string_view name);
+
+/// What happens, as it happens.
+[[nodiscard]] std::span<const AdminRoute> eventRoutes();
+
 }  // namespace KestrinProfileServer

@@ -15,6 +15,10 @@ namespace json = boost::json;
 
 Reply getScenarios(const AdminContext&) {
     json::array scenarios;
+    for (const FaultScenario& each : faultScenarios()) {
+        scenarios.push_back(
+            {{"name", each.name}, {"kind", "faults"}, {"description", each.description}});
+    }
     for (const StateScenario& each : stateScenarios()) {
         scenarios.push_back(
             {{"name", each.name}, {"kind", "state"}, {"description", each.description}});
@@ -24,6 +28,8 @@ Reply getScenarios(const AdminContext&) {
 
 std::string allNames() {
     std::string names;
+    for (const FaultScenario& each : faultScenarios())
+        names += (names.empty() ? "" : ", ") + std::string(each.name);
     for (const StateScenario& each : stateScenarios())
         names += (names.empty() ? "" : ", ") + std::string(each.name);
     return names;
@@ -31,6 +37,7 @@ std::string allNames() {
 
 Reply postScenario(const AdminContext& context) {
     const std::string& name = context.call.segments.at(0);
+    if (setFaultScenario(context, name)) return jsonReply(200, {{"applied", name}});
     const auto found = std::ranges::find(stateScenarios(), name, &StateScenario::name);
     if (found == stateScenarios().end()) {
         throw Problem(ProblemKind::unknownItem, "there is no scenario '" + excerptOf(name) +

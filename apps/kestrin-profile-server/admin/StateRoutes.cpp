@@ -44,6 +44,7 @@ Reply postState(const AdminContext& context) {
 Reply postReset(const AdminContext& context) {
     context.space.restoreStart(context.connection());
     context.space.clock().reset();
+    context.space.observation().reset();
     return noContent;
 }
 

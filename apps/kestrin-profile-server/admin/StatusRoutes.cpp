@@ -13,6 +13,10 @@ std::int64_t countOf(Connection& connection, std::string_view sql) {
     return query.integer(0);
 }
 
+boost::json::object journalJSON(const Journal::Counts& counts) {
+    return {{"entries", counts.entries}, {"dropped", counts.dropped}, {"bytes", counts.bytes}};
+}
+
 Reply getStatus(const AdminContext& context) {
     return jsonReply(
         200, {{"version", context.facts.version},
@@ -20,8 +24,11 @@ Reply getStatus(const AdminContext& context) {
               {"baseUrl", context.baseURL()},
               {"startedAt", timestampText(context.facts.startedAt)},
               {"now", timestampText(context.space.clock().now())},
+              {"strict", context.space.observation().isStrict()},
               {"households", countOf(context.connection(), "SELECT count(*) FROM households")},
-              {"profiles", countOf(context.connection(), "SELECT count(*) FROM profiles")}});
+              {"profiles", countOf(context.connection(), "SELECT count(*) FROM profiles")},
+              {"journal", journalJSON(context.space.observation().journal().counts())},
+              {"faults", context.space.observation().faults().count()}});
 }
 
 constexpr std::array table{

@@ -30,8 +30,9 @@ std::string payloadOf(const TokenClaims& claims, std::int64_t issued, std::int64
 Tokens::Tokens(std::string key, std::chrono::seconds lifetime, Clock clock)
     : key_(std::move(key)), lifetime_(lifetime), clock_(std::move(clock)) {}
 
-Token Tokens::issue(const TokenClaims& claims, std::chrono::seconds lifetime) const {
-    const std::int64_t issued = now();
+Token Tokens::issue(const TokenClaims& claims, std::chrono::seconds lifetime,
+                    Milliseconds now) const {
+    const std::int64_t issued = now / 1000;
     const std::int64_t expires = issued + lifetime.count();
     const std::string signedPart =
         KestrinInternal::base64URLEncoded(tokenHeader) + "." +
@@ -49,7 +50,7 @@ TokenClaims Tokens::verified(std::string_view token) const {
     const auto payload = token.substr(expectedStart.size(), lastDot - expectedStart.size());
     // NOLINTNEXTLINE(bugprone-unchecked-optional-access): what is signed was encoded here.
     const json::value claims = json::parse(*KestrinInternal::base64URLDecoded(payload));
-    if (claims.at("exp").as_int64() <= now()) refuse("the token has expired; bind again");
+    if (claims.at("exp").as_int64() <= now()) refuse(expiredTokenDetail);
     return TokenClaims{std::string(claims.at("sub").as_string()),
                        std::string(claims.at("hh").as_string())};
 }

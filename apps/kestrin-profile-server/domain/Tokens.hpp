@@ -21,6 +21,9 @@ struct Token {
     std::int64_t expires = 0;
 };
 
+/// What a client is told of a token whose time is over.
+constexpr const char* expiredTokenDetail = "the token has expired; bind again";
+
 /// Issues and checks JSON web tokens signed with HMAC-SHA-256.
 class Tokens {
   public:
@@ -30,7 +33,12 @@ class Tokens {
         return issue(claims, lifetime_).text;
     }
     /// @param lifetime  negative for one that has expired already
-    [[nodiscard]] Token issue(const TokenClaims& claims, std::chrono::seconds lifetime) const;
+    [[nodiscard]] Token issue(const TokenClaims& claims, std::chrono::seconds lifetime) const {
+        return issue(claims, lifetime, clock_());
+    }
+    /// @param now  the time at which it begins to be valid
+    [[nodiscard]] Token issue(const TokenClaims& claims, std::chrono::seconds lifetime,
+                              Milliseconds now) const;
 
     [[nodiscard]] std::chrono::seconds lifetime() const { return lifetime_; }
 

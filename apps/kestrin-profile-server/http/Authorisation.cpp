@@ -61,8 +61,7 @@ Authorised authoriseSecret(Connection& connection, const std::string& secret) {
 
 Profile callerOf(Connection& connection, const TokenClaims& claims) {
     auto caller = findProfile(connection, claims.household, claims.profileID);
-    if (!caller)
-        throw Problem(ProblemKind::tokenRefused, "the token's profile does not exist any more");
+    if (!caller) throw Problem(ProblemKind::tokenRefused, lostProfileDetail);
     if (isBlocked(connection, caller->household, caller->id))
         throw Problem(ProblemKind::profileBlocked, "the token's profile is blocked");
     return *std::move(caller);

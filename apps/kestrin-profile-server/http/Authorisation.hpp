@@ -19,6 +19,9 @@ struct Route;
 /// The header with which a bind proves its household.
 constexpr std::string_view secretHeader = "X-Household-Secret";
 
+/// What a client is told of a token whose profile was deleted.
+constexpr const char* lostProfileDetail = "the token's profile does not exist any more";
+
 /// Who says to be calling: proven by a token, or by the household's secret.
 using Identity = std::variant<TokenClaims, std::string>;
 

@@ -1,5 +1,9 @@
+#include <chrono>
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
+#include <variant>
 
 #include <kestrin-profile-server/http/Dispatcher.hpp>
 #include <kestrin-profile-server/http/GuardedReply.hpp>
@@ -8,8 +12,6 @@
 namespace KestrinProfileServer {
 namespace {
 
-/// Whether the service lives; outside the protocol, needs no credentials.
-constexpr std::string_view healthPath = "/healthz";
 /// Stands for the service as a whole (RFC 9110, 9.3.7).
 constexpr std::string_view wholeService = "*";
 
@@ -38,7 +40,18 @@ struct Dispatcher::Call {
     QueryValues query;
     Identity identity;
     Body body;
+    std::chrono::seconds clockSkew;
 };
+
+namespace {
+
+/// The name of the household that a token speaks for.
+std::string householdIn(const Identity& identity) {
+    const auto* const claims = std::get_if<TokenClaims>(&identity);
+    return claims == nullptr ? std::string() : claims->household;
+}
+
+}  // namespace
 
 void Dispatcher::dispatch(const Request& request, Connection& reader, Done done) const {
     const std::string_view path = pathOf(request.target);
@@ -62,15 +75,21 @@ Dispatcher::Call Dispatcher::callFor(const Request& request) const {
     return Call{route, std::move(values), std::move(identity),
                 parsedBody({request.body, headerOf(request, "Content-Type").value_or(""),
                             headerOf(request, "Content-Encoding").value_or("")},
-                           route.body)};
+                           route.body),
+                request.clockSkew};
 }
 
 Reply Dispatcher::run(const Call& call, Connection& connection) const {
-    return guardedReply(call.route.path, [&] {
+    std::string household = householdIn(call.identity);
+    Reply reply = guardedReply(call.route.path, [&] {
         const Authorised authorised = authorise(connection, call.route, call.query, call.identity);
+        if (authorised.household) household = authorised.household->name;
+        const auto skew = std::chrono::milliseconds(call.clockSkew).count();
         return runAction({connection, call.route, call.query, call.body, authorised, tokens_,
-                          limits_.now(), clock_()});
+                          limits_.now(), clock_() + skew});
     });
+    reply.household = std::move(household);
+    return reply;
 }
 
 Reply Dispatcher::runRead(const Call& call, Connection& reader) const {

@@ -9,6 +9,9 @@
 
 namespace KestrinProfileServer {
 
+/// Where the service says that it lives; outside the protocol, needs no credentials.
+constexpr std::string_view healthPath = "/healthz";
+
 /// Answers requests: finds the route, checks the general rules in one order for all operations,
 /// and runs the operation where it belongs. Used by all threads at once.
 class Dispatcher {

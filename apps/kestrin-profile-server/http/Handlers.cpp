@@ -49,8 +49,12 @@ Reply bindAnonymously(const HandlerContext& context) {
         throw Problem(ProblemKind::unknownProfile,
                       "the household has no profile '" + excerptOf(profileID) + "'");
     }
-    return jsonReply(200, {{"profileId", profileID},
-                           {"token", context.tokens.issue({profileID, household.name})}});
+    return jsonReply(
+        200,
+        {{"profileId", profileID},
+         {"token",
+          context.tokens.issue({profileID, household.name}, context.tokens.lifetime(), context.now)
+              .text}});
 }
 
 Reply validateName(const HandlerContext& context) {

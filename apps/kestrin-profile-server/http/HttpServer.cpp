@@ -1,9 +1,13 @@
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <unordered_set>
@@ -18,6 +22,9 @@
 #include <kestrin-profile-server/domain/Timestamp.hpp>
 #include <kestrin-profile-server/http/HttpServer.hpp>
 #include <kestrin-profile-server/http/MemoryBudget.hpp>
+#include <kestrin-profile-server/http/Redaction.hpp>
+#include <kestrin-profile-server/http/RequestID.hpp>
+#include <kestrin-profile-server/http/RequestLine.hpp>
 #include <kestrin-profile-server/http/RequestParser.hpp>
 #include <kestrin-profile-server/http/StartedThread.hpp>
 
@@ -36,6 +43,10 @@ constexpr std::chrono::milliseconds acceptPause{100};
 constexpr std::size_t smallReply = 64U * 1024U;
 /// What a connection keeps of its buffer between two requests.
 constexpr std::size_t smallBuffer = 4096;
+/// How often a stream says that it lives, and how often a slow reply goes on.
+constexpr std::chrono::seconds streamPause{15};
+constexpr std::chrono::milliseconds throttlePause{100};
+constexpr std::size_t throttlePausesInASecond = 10;
 
 class Session;
 
@@ -74,7 +85,8 @@ class Worker {
           responder(aResponder),
           budget(aBudget),
           transferTimeout(settings.transferTimeout),
-          isQuiet(settings.isQuiet) {}
+          isQuiet(settings.isQuiet),
+          logFormat(settings.logFormat) {}
     /// Lets the running requests finish, and waits for that.
     ~Worker() {
         finish();
@@ -92,6 +104,17 @@ class Worker {
     void add(Session& session) { sessions_.insert(&session); }
     void remove(Session& session) { sessions_.erase(&session); }
 
+    /// Does the work when the time is over, or at once when it finishes.
+    void after(std::chrono::milliseconds time, std::function<void()> work) {
+        if (isFinishing) return work();
+        const auto timer = std::make_shared<asio::steady_timer>(context, time);
+        timers_.insert(timer);
+        timer->async_wait([this, timer, work = std::move(work)](boost::system::error_code) {
+            timers_.erase(timer);
+            work();
+        });
+    }
+
     asio::io_context context{1};
     const std::size_t number;
     const Responder& responder;
@@ -101,33 +124,24 @@ class Worker {
     MemoryBudget& budget;
     const std::chrono::milliseconds transferTimeout;
     const bool isQuiet;
+    const LogFormat logFormat;
     bool isFinishing = false;
 
   private:
     std::unordered_set<Session*> sessions_;
+    std::unordered_set<std::shared_ptr<asio::steady_timer>> timers_;
     asio::executor_work_guard<asio::io_context::executor_type> guard_{context.get_executor()};
     std::thread thread_;
 };
 
-void logRequest(std::string_view method, std::string_view path, unsigned status,
-                steady_clock::duration duration) {
-    const auto tenths =
-        std::chrono::duration_cast<std::chrono::microseconds>(duration).count() / 100;
-    const std::string line = timestampText(systemTime()) + " " + excerptOf(method) + " " +
-                             excerptOf(path) + " " + std::to_string(status) + " " +
-                             std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) +
-                             " ms\n";
-    // One call per line keeps the lines of several threads apart.
-    std::cerr.write(line.data(), static_cast<std::streamsize>(line.size()));
-}
-
 /// One connection to a client: reads a request, has it answered, writes the reply, and again.
 class Session : public std::enable_shared_from_this<Session> {
   public:
-    Session(tcp::socket socket, Place place, Worker& worker)
+    Session(tcp::socket socket, Place place, Worker& worker, std::uint64_t number)
         : place_(std::move(place)),
           stream_(std::move(socket)),
           worker_(worker),
+          number_(number),
           share_(worker.budget) {
         worker_.add(*this);
     }
@@ -140,7 +154,11 @@ class Session : public std::enable_shared_from_this<Session> {
         isReading_ = true;
         share_.release();
         response_.reset();
+        replyBody_.reset();
+        delivery_.reset();
+        requestBody_ = {};
         answered_.reset();
+        observer_.reset();
         parser_.emplace(share_, &worker_.bodyLimit);
         if (buffer_.size() == 0 && buffer_.capacity() > smallBuffer) buffer_.shrink_to_fit();
         stream_.expires_after(worker_.transferTimeout);
@@ -150,9 +168,12 @@ class Session : public std::enable_shared_from_this<Session> {
                                 });
     }
 
-    /// Nothing new is read: a waiting connection closes, a running request is answered first.
+    /// Nothing new is read: a waiting connection closes, a running request is answered first. What
+    /// is late or slow on purpose is not any more, and streams end.
     void finish() {
         if (isReading_) close();
+        pause_.cancel();
+        if (events_) endStream();
     }
 
   private:
@@ -188,7 +209,9 @@ class Session : public std::enable_shared_from_this<Session> {
     void refuse(const Problem& problem) {
         isReading_ = false;
         isLast_ = true;
-        parser_->dropBody();
+        requestID_ = requestIDOf(parser_->headers());
+        observer_ = worker_.responder.observer(parser_->target());
+        static_cast<void>(parser_->takeBody());
         share_.release();
         write(problemReply(problem));
     }
@@ -201,7 +224,17 @@ class Session : public std::enable_shared_from_this<Session> {
         isReading_ = false;
         stream_.expires_never();
         isLast_ = !parser_->keep_alive();
-        Request request{parser_->method(), parser_->target(), parser_->body(), {}};
+        requestID_ = requestIDOf(parser_->headers());
+        requestBody_ = parser_->takeBody();
+        observer_ = worker_.responder.observer(parser_->target());
+        Request request{
+            parser_->method(),
+            parser_->target(),
+            requestBody_,
+            {},
+            [&worker = worker_](std::chrono::milliseconds time, std::function<void()> work) {
+                worker.after(time, std::move(work));
+            }};
         for (const auto& [name, value] : parser_->headers())
             request.headers.emplace_back(name, value);
         auto guard = asio::make_work_guard(stream_.get_executor());
@@ -215,7 +248,7 @@ class Session : public std::enable_shared_from_this<Session> {
                 });
             });
         // Whoever waits for a write needs it no more.
-        parser_->dropBody();
+        if (!observer_) requestBody_ = {};
     }
 
     void write(Reply reply) {
@@ -225,12 +258,28 @@ class Session : public std::enable_shared_from_this<Session> {
                         "the requests and replies of all clients together take too much memory;"
                         " try again"));
         }
-        if (!worker_.isQuiet)
-            logRequest(parser_->method(), pathOf(parser_->target()), reply.status,
-                       steady_clock::now() - start_);
-        isLast_ = isLast_ || worker_.isFinishing;
-        response_.emplace(http::int_to_status(reply.status), parser_->version());
+        addRequestID(reply, requestID_);
+        const bool isLate = reply.delivery && reply.delivery->delay.count() > 0;
+        isLate ? beginLater(std::move(reply)) : begin(std::move(reply));
+    }
+
+    void beginLater(Reply reply) {
+        if (worker_.isFinishing) return begin(std::move(reply));
+        pause_.expires_after(reply.delivery->delay);
+        pause_.async_wait([self = shared_from_this(),
+                           reply = std::move(reply)](boost::system::error_code) mutable {
+            self->begin(std::move(reply));
+        });
+    }
+
+    void begin(Reply reply) {
+        isLast_ = isLast_ || worker_.isFinishing || reply.stream;
+        replyBody_ = std::make_shared<const std::string>(std::move(reply.body));
+        delivery_ = reply.delivery;
+        response_.emplace(http::status::ok, parser_->version());
+        response_->result(reply.status);
         response_->set(http::field::cache_control, "no-store");
+        response_->set(requestIDHeader, requestID_);
         for (const auto& [name, value] : reply.headers)
             response_->set(name, value);
         if (!reply.contentType.empty())
@@ -238,13 +287,167 @@ class Session : public std::enable_shared_from_this<Session> {
         response_->keep_alive(!isLast_);
         // Without content there is no length either (RFC 9110, 8.6); a HEAD is told that of the
         // GET.
-        if (hasContent(reply.status)) response_->content_length(reply.body.size());
-        if (parser_->method() != "HEAD") response_->body() = std::move(reply.body);
+        if (hasContent(reply.status) && !reply.stream)
+            response_->content_length(replyBody_->size());
+        if (parser_->method() != "HEAD")
+            response_->body() = {replyBody_->data(), replyBody_->size()};
+        note(reply);
         stream_.expires_after(worker_.transferTimeout);
+        if (reply.stream) return beginStream(std::move(reply.stream));
+        if (delivery_) return deliver();
         http::async_write(stream_, *response_,
                           [self = shared_from_this()](beast::error_code error, std::size_t) {
                               self->onWritten(error);
                           });
+    }
+
+    /// Tells the log and the observer, before the client can know the reply.
+    void note(const Reply& reply) {
+        if (worker_.isQuiet && !observer_) return;
+        Exchange exchange = exchangeOf(reply);
+        if (observer_) exchange.findings = observer_->findings(exchange, requestBody_);
+        if (!worker_.isQuiet) {
+            const std::string line = requestLine(
+                exchange, std::string(namespaceIn(parser_->target())), worker_.logFormat);
+            // One call per line keeps the lines of several threads apart.
+            std::cerr.write(line.data(), static_cast<std::streamsize>(line.size()));
+        }
+        if (!observer_) return;
+        exchange.requestHeaders = ShownHeaders(parser_->headers());
+        if (exchange.status)
+            for (const auto& field : *response_)
+                exchange.replyHeaders.add(field.name_string(), field.value());
+        observer_->record(std::move(exchange), std::move(requestBody_),
+                          isSent() ? replyBody_ : nullptr);
+        requestBody_ = {};
+    }
+
+    Exchange exchangeOf(const Reply& reply) const {
+        Exchange exchange;
+        exchange.requestID = requestID_;
+        const auto duration = steady_clock::now() - start_;
+        exchange.duration = std::chrono::duration_cast<std::chrono::microseconds>(duration);
+        exchange.time =
+            systemTime() - std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
+        exchange.method = parser_->method();
+        exchange.target = withoutTokens(targetWithin(parser_->target()));
+        exchange.household = reply.household;
+        exchange.connection = number_;
+        if (isSent()) exchange.status = reply.status;
+        exchange.problem = isSent() ? reply.problem : std::string_view();
+        exchange.fault = reply.fault;
+        return exchange;
+    }
+
+    bool isSent() const { return !delivery_ || delivery_->end != Delivery::End::reset; }
+
+    std::string headText() const {
+        std::ostringstream text;
+        text << response_->base();
+        return text.str();
+    }
+
+    /// Sends as much of the reply as the fault lets through, as slowly as it says.
+    void deliver() {
+        written_ = headText();
+        const std::size_t head = written_.size();
+        written_.append(response_->body().data(), response_->body().size());
+        written_.resize(sentBytes(*delivery_, head, response_->body().size()));
+        sent_ = 0;
+        deliverPiece();
+    }
+
+    void deliverPiece() {
+        if (sent_ == written_.size()) return endDelivery();
+        const std::size_t left = written_.size() - sent_;
+        const std::size_t piece =
+            delivery_->bytesPerSecond && !worker_.isFinishing
+                ? std::min(std::max<std::size_t>(
+                               *delivery_->bytesPerSecond / throttlePausesInASecond, 1),
+                           left)
+                : left;
+        stream_.expires_after(worker_.transferTimeout);
+        asio::async_write(stream_, asio::buffer(written_.data() + sent_, piece),
+                          [self = shared_from_this()](beast::error_code error, std::size_t size) {
+                              if (error) return self->close();
+                              self->sent_ += size;
+                              self->deliverNext();
+                          });
+    }
+
+    void deliverNext() {
+        if (sent_ == written_.size() || worker_.isFinishing) return deliverPiece();
+        pause_.expires_after(throttlePause);
+        pause_.async_wait(
+            [self = shared_from_this()](boost::system::error_code) { self->deliverPiece(); });
+    }
+
+    void endDelivery() {
+        written_ = {};
+        switch (delivery_->end) {
+            case Delivery::End::reset:
+            case Delivery::End::resetMiddle:
+                return reset();
+            case Delivery::End::cut:
+                isLast_ = true;
+                break;
+            case Delivery::End::whole:
+                break;
+        }
+        onWritten({});
+    }
+
+    void beginStream(std::shared_ptr<EventStream> events) {
+        events_ = std::move(events);
+        stream_.expires_never();
+        discardRest();
+        written_ = headText() + ": the events follow\n\n";
+        sendEvents();
+        // The guard keeps the thread until nobody can wake it any more.
+        auto guard = asio::make_work_guard(stream_.get_executor());
+        events_->setWake([weak = weak_from_this(), guard = std::move(guard)] {
+            auto executor = guard.get_executor();
+            asio::post(executor, [self = weak.lock()] {
+                if (self && self->events_) self->sendEvents();
+            });
+        });
+        sayAlive();
+    }
+
+    void sayAlive() {
+        pause_.expires_after(streamPause);
+        pause_.async_wait([self = shared_from_this()](boost::system::error_code) {
+            if (!self->events_) return;
+            if (!self->isSending_) self->written_ = ":\n\n";
+            self->sendEvents();
+            self->sayAlive();
+        });
+    }
+
+    void sendEvents() {
+        if (isSending_) return;
+        auto taken = events_->take();
+        written_ += taken.text;
+        if (written_.empty()) {
+            if (taken.isEnded) endStream();
+            return;
+        }
+        isSending_ = true;
+        stream_.expires_after(worker_.transferTimeout);
+        asio::async_write(stream_, asio::buffer(written_),
+                          [self = shared_from_this()](beast::error_code error, std::size_t) {
+                              self->isSending_ = false;
+                              self->written_.clear();
+                              if (!self->events_) return;
+                              error ? self->endStream() : self->sendEvents();
+                          });
+    }
+
+    void endStream() {
+        events_->setWake(nullptr);
+        events_.reset();
+        pause_.cancel();
+        close();
     }
 
     void onWritten(beast::error_code error) {
@@ -261,8 +464,17 @@ class Session : public std::enable_shared_from_this<Session> {
     void discardRest() {
         stream_.async_read_some(asio::buffer(discarded_),
                                 [self = shared_from_this()](beast::error_code error, std::size_t) {
-                                    error ? self->close() : self->discardRest();
+                                    error ? self->onGone() : self->discardRest();
                                 });
+    }
+
+    void onGone() { events_ ? endStream() : close(); }
+
+    /// Closes with a reset instead of an end.
+    void reset() {
+        beast::error_code ignored;
+        stream_.socket().set_option(asio::socket_base::linger(true, 0), ignored);
+        close();
     }
 
     void close() {
@@ -273,12 +485,24 @@ class Session : public std::enable_shared_from_this<Session> {
     Place place_;
     beast::tcp_stream stream_;
     Worker& worker_;
+    const std::uint64_t number_;
     MemoryBudget::Share share_;
     beast::flat_buffer buffer_{headerLimit};
     std::optional<RequestParser> parser_;
-    std::optional<http::response<http::string_body>> response_;
+    std::string requestID_;
+    std::string requestBody_;
+    std::optional<http::response<http::span_body<const char>>> response_;
+    SharedBody replyBody_;
+    std::shared_ptr<const Delivery> delivery_;
     /// What the request's reply needs until it is written.
     std::shared_ptr<const void> answered_;
+    std::shared_ptr<ExchangeObserver> observer_;
+    /// What goes out otherwise than as a whole reply, and how much of it has gone.
+    std::string written_;
+    std::size_t sent_ = 0;
+    asio::steady_timer pause_{stream_.get_executor()};
+    std::shared_ptr<EventStream> events_;
+    bool isSending_ = false;
     std::array<char, 4096> discarded_{};
     steady_clock::time_point start_;
     bool isReading_ = false;
@@ -290,6 +514,8 @@ void Worker::finish() {
         isFinishing = true;
         for (Session* session : sessions_)
             session->finish();
+        for (const auto& timer : timers_)
+            timer->cancel();
         guard_.reset();
     });
 }
@@ -381,9 +607,10 @@ class HttpServer::Implementation {
         socket.set_option(tcp::no_delay(true), ignored);
         Place place(&giveBack_);
         const bool isFull = --freePlaces_ == 0;
-        asio::post(worker.context, [socket = std::move(socket), place = std::move(place),
-                                    &worker]() mutable {
-            std::make_shared<Session>(std::move(socket), std::move(place), worker)->readHeader();
+        asio::post(worker.context, [socket = std::move(socket), place = std::move(place), &worker,
+                                    number = ++connections_]() mutable {
+            std::make_shared<Session>(std::move(socket), std::move(place), worker, number)
+                ->readHeader();
         });
         // Who finds no place waits, in the system's queue, until a connection closes.
         if (!isFull) accept();
@@ -404,6 +631,7 @@ class HttpServer::Implementation {
     const HttpSettings settings_;
     MemoryBudget budget_;
     std::size_t freePlaces_;
+    std::uint64_t connections_ = 0;
     const std::function<void()> giveBack_ = [this] {
         asio::post(context_, [this] { onPlaceGivenBack(); });
     };

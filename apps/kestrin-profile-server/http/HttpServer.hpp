@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include <kestrin-profile-server/http/RequestLine.hpp>
 #include <kestrin-profile-server/http/Responder.hpp>
 
 namespace KestrinProfileServer {
@@ -21,9 +22,9 @@ struct HttpSettings {
     std::size_t maxConnections = 512;
     /// What the bodies and the large replies of all connections together may take, in bytes.
     std::size_t memoryLimit = std::size_t{64} * 1024 * 1024;
-    /// Otherwise each request is a line on the standard error: time, method, path, status,
-    /// milliseconds. Never a query, a header or a body.
+    /// Otherwise each request is a line on the standard error, as `requestLine` writes it.
     bool isQuiet = false;
+    LogFormat logFormat = LogFormat::text;
 };
 
 /// Whether only programs on this computer reach what listens on the host.

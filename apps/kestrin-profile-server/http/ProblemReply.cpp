@@ -75,14 +75,26 @@ HeaderLines headersOf(const Problem& problem, unsigned status) {
 
 Reply replyTo(const Problem& problem, std::string_view instance) {
     const ProblemRow& row = KestrinInternal::rowOf(problemTable, problem.kind());
-    const boost::json::object document{
-        {"type", "urn:kestrin-profile:problem:" + std::string(row.name)},
-        {"title", row.title},
-        {"status", row.status},
-        {"detail", problem.what()},
-        {"instance", instance}};
-    return Reply{row.status, boost::json::serialize(document), "application/problem+json",
-                 headersOf(problem, row.status)};
+    const boost::json::object document{{"type", problemType(row.name)},
+                                       {"title", row.title},
+                                       {"status", row.status},
+                                       {"detail", problem.what()},
+                                       {"instance", instance}};
+    return Reply{.status = row.status,
+                 .body = boost::json::serialize(document),
+                 .contentType = "application/problem+json",
+                 .headers = headersOf(problem, row.status),
+                 .problem = row.name};
+}
+
+std::string problemType(std::string_view name) {
+    return "urn:kestrin-profile:problem:" + std::string(name);
+}
+
+void addRequestID(Reply& reply, std::string_view requestID) {
+    if (reply.problem.empty()) return;
+    // Before the brace that ends the document.
+    reply.body.insert(reply.body.size() - 1, ",\"requestId\":" + boost::json::serialize(requestID));
 }
 
 }  // namespace KestrinProfileServer

@@ -127,4 +127,16 @@ QueryValues parsedQuery(std::string_view query, std::span<const Parameter> param
     return values;
 }
 
+std::optional<std::string> valueIn(std::string_view query, std::string_view name) {
+    for (const RawParameter& raw : splitQuery(query)) {
+        if (raw.name != name) continue;
+        try {
+            return decoded(raw);
+        } catch (const Problem&) {
+            return std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
 }  // namespace KestrinProfileServer

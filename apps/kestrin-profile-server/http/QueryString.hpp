@@ -45,4 +45,8 @@ constexpr std::string_view sentinel = "v=1";
 [[nodiscard]] QueryValues parsedQuery(std::string_view query,
                                       std::span<const Parameter> parameters);
 
+/// The value of one parameter in a query that may have any fault; absent if it is not there or
+/// cannot be decoded. For what is told about a request, never for what is done.
+[[nodiscard]] std::optional<std::string> valueIn(std::string_view query, std::string_view name);
+
 }  // namespace KestrinProfileServer

@@ -5,6 +5,11 @@
 #include <kestrin-profile-server/http/Request.hpp>
 
 namespace KestrinProfileServer {
+namespace {
+
+constexpr std::string_view namedPath = "/n/";
+
+}  // namespace
 
 std::optional<std::string_view> headerOf(const Request& request, std::string_view name) {
     std::optional<std::string_view> value;
@@ -25,6 +30,21 @@ std::string_view pathOf(std::string_view target) {
 
 std::string_view queryOf(std::string_view target) {
     return target.substr(std::min(pathOf(target).size() + 1, target.size()));
+}
+
+bool isNamedTarget(std::string_view target) {
+    return target.starts_with(namedPath);
+}
+
+std::string_view namespaceIn(std::string_view target) {
+    if (!isNamedTarget(target)) return {};
+    const std::string_view rest = target.substr(namedPath.size());
+    return rest.substr(0, rest.find_first_of("/?"));
+}
+
+std::string_view targetWithin(std::string_view target) {
+    if (!isNamedTarget(target)) return target;
+    return target.substr(namedPath.size() + namespaceIn(target).size());
 }
 
 std::string_view routeMethodOf(const Request& request) {

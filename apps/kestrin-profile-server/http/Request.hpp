@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +17,11 @@ struct Request {
     std::string_view target;
     std::string_view body;
     std::vector<std::pair<std::string_view, std::string_view>> headers;
+    /// Calls a function later, on the thread that reads the request, or at once when the service
+    /// stops; without occupying the thread until then. To be called on that thread.
+    std::function<void(std::chrono::milliseconds, std::function<void()>)> afterwards;
+    /// How far the service's clock is ahead for this request.
+    std::chrono::seconds clockSkew{0};
 };
 
 /// The value of a header that may come once; throws the problem when it is repeated.
@@ -26,6 +33,15 @@ struct Request {
 
 /// The part behind the first question mark; empty if there is none.
 [[nodiscard]] std::string_view queryOf(std::string_view target);
+
+/// Whether the target is that of a namespace with a name.
+[[nodiscard]] bool isNamedTarget(std::string_view target);
+
+/// The name of the namespace in a target like "/n/NAME/v1/history?…"; empty: the one at the root.
+[[nodiscard]] std::string_view namespaceIn(std::string_view target);
+
+/// The target as its namespace sees it.
+[[nodiscard]] std::string_view targetWithin(std::string_view target);
 
 /// The method of the route that answers: a HEAD is answered as a GET, and only its body not sent.
 [[nodiscard]] std::string_view routeMethodOf(const Request& request);

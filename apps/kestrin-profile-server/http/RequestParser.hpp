@@ -52,8 +52,8 @@ class RequestParser final : public boost::beast::http::basic_parser<true> {
     /// What to say about input that cannot be read on; absent if the client has gone.
     [[nodiscard]] std::optional<Problem> problemOf(boost::beast::error_code error) const;
 
-    /// Gives the body's memory back.
-    void dropBody() { body_ = {}; }
+    /// Takes the body away.
+    [[nodiscard]] std::string takeBody() { return std::exchange(body_, {}); }
 
   private:
     using Error = boost::beast::error_code;

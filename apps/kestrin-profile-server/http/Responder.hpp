@@ -5,6 +5,7 @@
 #include <memory>
 #include <string_view>
 
+#include <kestrin-profile-server/http/ExchangeObserver.hpp>
 #include <kestrin-profile-server/http/Reply.hpp>
 #include <kestrin-profile-server/http/Request.hpp>
 
@@ -22,6 +23,10 @@ class Responder {
 
     /// How large the body of a request for this target may be, in bytes.
     [[nodiscard]] virtual std::size_t bodyLimit(std::string_view target) const = 0;
+
+    /// Who is told of a request for this target; null: nobody.
+    [[nodiscard]] virtual std::shared_ptr<ExchangeObserver> observer(
+        std::string_view target) const = 0;
 
     /// Calls `done` once, at once or later, on whichever thread. What the request refers to is
     /// there until this returns.

@@ -116,12 +116,16 @@ std::string allowedMethods(std::string_view path) {
                                                 "'; expected is one of " + allPaths());
 }
 
-const Route& routeOf(std::string_view method, std::string_view path) {
+const Route* findRoute(std::string_view method, std::string_view path) noexcept {
     const auto found = std::ranges::find_if(routeTable, [&](const Route& route) {
         return route.path == path && route.method == method;
     });
-    if (found == routeTable.end()) throw methodNotAllowed(method, allowedMethods(path));
-    return *found;
+    return found == routeTable.end() ? nullptr : &*found;
+}
+
+const Route& routeOf(std::string_view method, std::string_view path) {
+    if (const Route* const found = findRoute(method, path)) return *found;
+    throw methodNotAllowed(method, allowedMethods(path));
 }
 
 std::string urlTemplate(const Route& route) {

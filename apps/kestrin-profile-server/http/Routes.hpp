@@ -57,6 +57,9 @@ struct Route {
 /// All operations.
 [[nodiscard]] std::span<const Route> routes();
 
+/// The route of a request; null for an unknown path or a method it does not have.
+[[nodiscard]] const Route* findRoute(std::string_view method, std::string_view path) noexcept;
+
 /// The route of a request; throws the problem for an unknown path or a method it does not have.
 [[nodiscard]] const Route& routeOf(std::string_view method, std::string_view path);
 

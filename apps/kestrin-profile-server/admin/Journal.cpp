@@ -1,0 +1,140 @@
+#include <algorithm>
+#include <utility>
+
+#include <kestrin-profile-server/admin/Journal.hpp>
+
+namespace KestrinProfileServer {
+namespace {
+
+std::size_t sizeOf(const SharedBody& body) {
+    return body == nullptr ? 0 : sizeof(std::string) + body->capacity();
+}
+
+std::size_t bodyBytesOf(const JournalEntry& entry) {
+    return sizeOf(entry.requestBody) + sizeOf(entry.replyBody);
+}
+
+/// What an entry takes without its bodies.
+std::size_t headBytesOf(const JournalEntry& entry) {
+    const Exchange& exchange = *entry.exchange;
+    std::size_t bytes = sizeof(JournalEntry) + sizeof(Exchange) + exchange.requestID.size() +
+                        exchange.target.size() + exchange.requestHeaders.bytes() +
+                        exchange.replyHeaders.bytes();
+    for (const Finding& finding : exchange.findings)
+        bytes += sizeof(Finding) + finding.detail.size();
+    return bytes;
+}
+
+}  // namespace
+
+SharedBody Journal::kept(SharedBody body) const {
+    if (body == nullptr || body->empty()) return nullptr;
+    if (body->size() <= limits_.bodyBytes) return body;
+    return std::make_shared<const std::string>(body->substr(0, limits_.bodyBytes));
+}
+
+void Journal::makeRoom(State& state, std::vector<JournalEntry>& removed) const {
+    while (state.bytes > limits_.bytes && state.bodiless < state.entries.size()) {
+        JournalEntry& oldest = state.entries[state.bodiless++];
+        state.bytes -= bodyBytesOf(oldest);
+        removed.push_back({0, nullptr, std::move(oldest.requestBody), std::move(oldest.replyBody)});
+    }
+    while (state.entries.size() > limits_.entries ||
+           (state.bytes > limits_.bytes && !state.entries.empty())) {
+        JournalEntry& oldest = state.entries.front();
+        state.bytes -= headBytesOf(oldest) + bodyBytesOf(oldest);
+        removed.push_back(std::move(oldest));
+        state.entries.pop_front();
+        if (state.bodiless > 0) --state.bodiless;
+        ++state.dropped;
+    }
+}
+
+JournalEntry Journal::record(Exchange exchange, std::string requestBody, SharedBody replyBody) {
+    exchange.requestBytes = requestBody.size();
+    exchange.replyBytes = replyBody == nullptr ? 0 : replyBody->size();
+    JournalEntry entry{0, std::make_shared<const Exchange>(std::move(exchange)),
+                       requestBody.empty()
+                           ? nullptr
+                           : kept(std::make_shared<const std::string>(std::move(requestBody))),
+                       kept(std::move(replyBody))};
+    const std::size_t bytes = headBytesOf(entry) + bodyBytesOf(entry);
+    std::vector<JournalEntry> removed;  // goes when others have the lock again
+    std::vector<std::shared_ptr<Wait>> waits;
+    {
+        auto state = state_.lock();
+        entry.id = ++state->lastID;
+        state->entries.push_back(entry);
+        state->bytes += bytes;
+        makeRoom(*state, removed);
+        for (const auto& each : state->waits)
+            if (auto wait = each.lock()) waits.push_back(std::move(wait));
+        if (waits.size() < state->waits.size())
+            std::erase_if(state->waits, [](const auto& each) { return each.expired(); });
+    }
+    for (const auto& wait : waits)
+        if (matches(wait->filter_, entry)) wait->add(1);
+    return entry;
+}
+
+Journal::Entries Journal::entries() const {
+    const auto state = state_.lock();
+    return {state->entries.begin(), state->entries.end()};
+}
+
+std::optional<JournalEntry> Journal::entry(std::int64_t id) const {
+    const auto state = state_.lock();
+    const auto found = std::ranges::lower_bound(state->entries, id, {}, &JournalEntry::id);
+    if (found == state->entries.end() || found->id != id) return std::nullopt;
+    return *found;
+}
+
+Journal::Counts Journal::counts() const {
+    const auto state = state_.lock();
+    return {state->entries.size(), state->dropped, state->bytes};
+}
+
+void Journal::clear() {
+    std::deque<JournalEntry> removed;
+    auto state = state_.lock();
+    removed.swap(state->entries);
+    state->bytes = 0;
+    state->bodiless = 0;
+    state->dropped = 0;
+    state.unlock();
+}
+
+std::shared_ptr<Journal::Wait> Journal::wait(JournalFilter filter, std::size_t count,
+                                             std::function<void(bool, std::size_t)> done) {
+    const auto wait = std::make_shared<Wait>();
+    wait->filter_ = std::move(filter);
+    wait->wanted_ = count;
+    wait->state_.lock()->done = std::move(done);
+    Entries present;
+    {
+        auto state = state_.lock();
+        present.assign(state->entries.begin(), state->entries.end());
+        state->waits.push_back(wait);
+    }
+    wait->add(static_cast<std::size_t>(std::ranges::count_if(
+        present, [&](const JournalEntry& entry) { return matches(wait->filter_, entry); })));
+    return wait;
+}
+
+void Journal::Wait::add(std::size_t count) {
+    auto state = state_.lock();
+    state->count += count;
+    const bool isEnough = state->count >= wanted_;
+    state.unlock();
+    if (isEnough) finish();
+}
+
+void Journal::Wait::finish() {
+    auto state = state_.lock();
+    const Done done = std::exchange(state->done, nullptr);
+    const std::size_t count = state->count;
+    state.unlock();
+    if (done) done(count >= wanted_, count);
+}
+
+}  // namespace KestrinProfileServer

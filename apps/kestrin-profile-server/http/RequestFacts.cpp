@@ -1,0 +1,24 @@
+#include <kestrin-profile-server/http/QueryString.hpp>
+#include <kestrin-profile-server/http/Request.hpp>
+#include <kestrin-profile-server/http/RequestFacts.hpp>
+#include <kestrin-profile-server/http/Routes.hpp>
+
+namespace KestrinProfileServer {
+
+std::string_view RequestFacts::operation() const {
+    return route == nullptr ? std::string_view() : route->operation;
+}
+
+RequestFacts requestFacts(std::string_view method, std::string_view target) {
+    RequestFacts facts{findRoute(method == "HEAD" ? "GET" : method, pathOf(target)), {}, {}};
+    if (facts.route == nullptr) return facts;
+    for (const Parameter& parameter : facts.route->parameters) {
+        if (parameter.role == ParameterRole::profile)
+            facts.profile = valueIn(queryOf(target), parameter.name);
+        if (parameter.role == ParameterRole::item)
+            facts.item = valueIn(queryOf(target), parameter.name);
+    }
+    return facts;
+}
+
+}  // namespace KestrinProfileServer
