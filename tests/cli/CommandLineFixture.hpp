@@ -111,7 +111,8 @@ class CommandLine : public testing::Test {
     std::string configuration = directory / "config.json";
     Environment environment{{"HOME", directory / "home"},
                             {"XDG_STATE_HOME", directory / "state"},
-                            {"XDG_CONFIG_HOME", directory / "settings"}};
+                            {"XDG_CONFIG_HOME", directory / "settings"},
+                            {"NO_COLOR", ""}};
     std::unique_ptr<Program> service;
 };
 

@@ -1,7 +1,9 @@
 package kestrin.profile;
 
 import java.util.List;
+import java.util.Set;
 import java.util.concurrent.CompletableFuture;
+import java.util.concurrent.ConcurrentHashMap;
 import java.util.function.Consumer;
 import java.util.function.Function;
 
@@ -12,6 +14,8 @@ import java.util.function.Function;
 public final class Outbox implements AutoCloseable {
     private final Household household;
     private final Handle handle;
+    // One that nobody else keeps goes on.
+    private final Set<Watch> watches = ConcurrentHashMap.newKeySet();
 
     Outbox(Household household, OutboxOptions options) {
         this.household = household;
@@ -76,7 +80,9 @@ public final class Outbox implements AutoCloseable {
         Events.registerChecked(
                 new Listener<>(household.executor(), OutboxEvent::read, listener),
                 context -> handle.use(outbox -> Native.watch(outbox, context, request)));
-        return new Watch(request[0]);
+        Watch watch = new Watch(request[0], watches);
+        watches.add(watch);
+        return watch;
     }
 
     /** Tries at once what waits for the service: to be called when the network is back. */
@@ -119,8 +125,10 @@ public final class Outbox implements AutoCloseable {
     /** Somebody who is told of an outbox's events. */
     public static final class Watch implements AutoCloseable {
         private final Handle handle;
+        private final Set<Watch> watches;
 
-        private Watch(long request) {
+        private Watch(long request, Set<Watch> watches) {
+            this.watches = watches;
             handle = new Handle(this, "watch", request, each -> Native.endRequest(each, true));
         }
 
@@ -128,6 +136,7 @@ public final class Outbox implements AutoCloseable {
         @Override
         public void close() {
             handle.close();
+            watches.remove(this);
         }
     }
 }

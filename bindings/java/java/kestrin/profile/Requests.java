@@ -59,8 +59,9 @@ final class Requests {
             if (future.isDone()) return;
             try {
                 executor.execute(completion);
-            } catch (RejectedExecutionException problem) {
+            } catch (Throwable problem) {
                 // Nobody is left there; whoever waits shall not wait for ever.
+                if (!(problem instanceof RejectedExecutionException)) Events.report(problem);
                 completion.run();
             }
         }

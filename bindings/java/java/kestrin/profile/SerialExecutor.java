@@ -24,8 +24,9 @@ final class SerialExecutor implements Executor {
         }
         try {
             executor.execute(this::runAll);
-        } catch (RejectedExecutionException problem) {
-            // It was shut down: so is whoever wanted to be told.
+        } catch (Throwable problem) {
+            // If it was shut down, so is whoever wanted to be told.
+            if (!(problem instanceof RejectedExecutionException)) Events.report(problem);
             synchronized (this) {
                 running = false;
                 waiting.clear();

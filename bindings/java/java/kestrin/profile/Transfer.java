@@ -37,6 +37,9 @@ public final class Transfer {
         } catch (RuntimeException problem) {
             Native.failTransfer(open, SlingErrorKind.MALFORMED_REPLY.code(), null);
             return;
+        } catch (OutOfMemoryError problem) {
+            Native.failTransfer(open, SlingErrorKind.OUT_OF_MEMORY.code(), null);
+            throw problem;
         }
         // A reply that is refused fails the request; the application hears of it there.
         Native.finishTransfer(open, reply);

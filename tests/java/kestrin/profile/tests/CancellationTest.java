@@ -12,6 +12,7 @@ import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.TimeoutException;
 import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicReference;
 import kestrin.profile.Household;
 import kestrin.profile.HouseholdOptions;
 import kestrin.profile.Inside;
@@ -113,13 +114,19 @@ public final class CancellationTest {
             Household household = new Household(HouseholdOptions.defaults());
             ProfileSession session = household.session("kid");
             CountDownLatch begun = new CountDownLatch(2);
+            AtomicReference<Throwable> unexpected = new AtomicReference<>();
             Runnable use =
                     () -> {
-                        for (int call = 0; call < 20; ++call) {
-                            session.history()
-                                    .handle((value, problem) -> kindOf(value, problem))
-                                    .join();
-                            if (call == 2) begun.countDown();
+                        try {
+                            for (int call = 0; call < 20; ++call) {
+                                session.history()
+                                        .handle((value, problem) -> kindOf(value, problem))
+                                        .join();
+                                if (call == 2) begun.countDown();
+                            }
+                        } catch (Throwable problem) {
+                            unexpected.set(problem);
+                            begun.countDown();
                         }
                     };
             Thread first = new Thread(use);
@@ -131,6 +138,7 @@ public final class CancellationTest {
             household.close();
             first.join();
             second.join();
+            if (unexpected.get() != null) throw new AssertionError(unexpected.get());
         }
         until(0);
     }
