@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cctype>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -32,6 +33,14 @@ bool hasInspector(const Options& options) {
            std::ranges::find(adminRoutes(), "/admin/", &AdminRoute::path) != adminRoutes().end();
 }
 
+/// Whether a text means itself in a shell and in a URL.
+bool isPlain(std::string_view text) {
+    return std::ranges::all_of(text, [](char each) {
+        return std::isalnum(static_cast<unsigned char>(each)) != 0 ||
+               std::string_view("._-/").find(each) != std::string_view::npos;
+    });
+}
+
 /// How a shell asks for the parent's history, with a token that it asks for first.
 std::string curlLine(const Options& options, Service& service) {
     const std::string url = service.baseURL();
@@ -46,7 +55,7 @@ std::string curlLine(const Options& options, Service& service) {
 std::string clientLine(const Options& options, const fs::path& configuration) {
     const bool isFound = configuration == options.configurationPlaces.front();
     return std::string("kestrin-profile ") +
-           (isFound ? "" : "--config '" + configuration.string() + "' ") + "history list";
+           (isFound ? "" : "--config " + configuration.string() + " ") + "history list";
 }
 
 }  // namespace
@@ -77,9 +86,10 @@ std::string introduction(const Options& options, Service& service,
     text += options.service.database.empty()
                 ? "data           kept by nobody; --data DIR keeps it\n"
                 : "data           " + options.service.database.string() + "\n";
-    if (configuration && !options.configuration)
+    if (configuration && !options.configuration && isPlain(configuration->string()))
         text += "try            " + clientLine(options, *configuration) + "\n";
-    if (options.service.admin.isOn && !options.service.admin.secret)
+    if (options.service.admin.isOn && !options.service.admin.secret &&
+        isPlain(options.service.brand) && isPlain(service.household().parentProfileID))
         text += "or             " + curlLine(options, service) + "\n";
     return text;
 }

@@ -28,6 +28,8 @@ std::optional<Household> seededHousehold(Connection& connection,
 
 Household preparedIn(Connection& connection, const NamespaceSettings& settings) {
     SQLite::Transaction transaction(connection.database(), SQLite::TransactionBehavior::IMMEDIATE);
+    // A seed may have longer lists than clients could make.
+    trimLists(connection, settings.limits.maxListSize);
     const auto seeded = seededHousehold(connection, settings);
     Household household =
         seeded ? *seeded
@@ -36,7 +38,6 @@ Household preparedIn(Connection& connection, const NamespaceSettings& settings) 
         setBlocked(connection, household.row, profileID, true);
     for (const auto& profileID : settings.unblock)
         setBlocked(connection, household.row, profileID, false);
-    trimLists(connection, settings.limits.maxListSize);
     transaction.commit();
     return household;
 }

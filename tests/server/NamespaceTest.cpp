@@ -59,6 +59,19 @@ Caller callerIn(const HttpReply& bind) {
             std::string(bind.json().at("token").as_string())};
 }
 
+TEST_F(NamespaceTest, haveAllOfASeedHoweverLong) {
+    constexpr std::size_t longerThanClientsMakeIt = 501;
+    std::string entries;
+    for (std::size_t video = 0; video < longerThanClientsMakeIt; ++video)
+        entries += (video == 0 ? "" : ",") + (R"({"videoId":"v)" + std::to_string(video)) +
+                   R"(","type":"VIDEO"})";
+    const std::string url = made(
+        R"({"name":"long","seed":{"maxSize":1000,"households":[{"id":"h","parent":{"username":"P","history":[)" +
+        entries + "]}}]}}");
+    EXPECT_EQ(AdminClient(url).get("profiles/parent").at("history").as_array().size(),
+              longerThanClientsMakeIt);
+}
+
 TEST_F(NamespaceTest, areListedMadeAndDeleted) {
     const auto names = [&] {
         std::string all;

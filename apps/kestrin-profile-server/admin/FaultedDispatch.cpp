@@ -1,6 +1,7 @@
 #include <array>
 #include <chrono>
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,7 +29,8 @@ std::optional<std::string> householdOf(const Request& request, const Route& rout
         const auto household =
             householdBySecret(space.reader(thread), std::get<std::string>(identity));
         return household ? std::optional(household->name) : std::nullopt;
-    } catch (const Problem&) {
+    } catch (const std::exception&) {
+        // Not good, or the database cannot be read, which the request itself will tell.
         return std::nullopt;
     }
 }

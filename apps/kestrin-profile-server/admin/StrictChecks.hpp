@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,7 +26,7 @@ class StrictChecks {
   private:
     /// What a profile did before.
     struct Past {
-        std::string lastWrite;  ///< its method, target and body
+        std::optional<std::size_t> lastWrite;  ///< a hash of its method, target and body
         Milliseconds lastWriteTime = 0;
         unsigned requestsSinceBind = 0;
         unsigned hastyBinds = 0;  ///< one after the other, each for one request at most

@@ -293,7 +293,8 @@ class Session : public std::enable_shared_from_this<Session> {
             response_->body() = {replyBody_->data(), replyBody_->size()};
         note(reply);
         stream_.expires_after(worker_.transferTimeout);
-        if (reply.stream) return beginStream(std::move(reply.stream));
+        if (reply.stream && parser_->method() != "HEAD")
+            return beginStream(std::move(reply.stream));
         if (delivery_) return deliver();
         http::async_write(stream_, *response_,
                           [self = shared_from_this()](beast::error_code error, std::size_t) {

@@ -57,7 +57,12 @@ void WriteQueue::purge() {
 }
 
 void WriteQueue::rollBack() {
-    if (connection_.isInTransaction()) Query(connection_, "ROLLBACK").run();
+    try {
+        if (connection_.isInTransaction()) Query(connection_, "ROLLBACK").run();
+    } catch (const std::exception& failure) {
+        // The next write does not begin then, and says so.
+        std::cerr << "cannot roll back: " << failure.what() << '\n';
+    }
 }
 
 void WriteQueue::runBatch(std::vector<Job>& batch) {
