@@ -126,7 +126,7 @@ TEST_F(StartTest, theConfigurationOfSomebodyElseStays) {
         auto program = start({"--demo", "--port", "0"});
         const auto other = folder / "state/kestrin-profile-server/config.json";
         EXPECT_EQ(profilesOf(program, other), "Parent Anna Ben ");
-        EXPECT_NE(program.awaitOutput("\nor ").find("--config '" + other.string() + "'"),
+        EXPECT_NE(program.awaitOutput("\nor ").find("--config " + other.string()),
                   std::string::npos);
     }
     EXPECT_EQ(TestSupport::contentOf(found), "{}\n");
