@@ -46,35 +46,36 @@ constexpr BodyShape typeBody{BodyRule::optional, typeKeys};
 constexpr BodyShape elementsBody{BodyRule::required, elementsKeys};
 constexpr BodyShape searchBody{BodyRule::optional, searchKeys};
 
-using enum Access;
-using enum Action;
-using enum Effect;
-
 // clang-format off
-constexpr std::array<Route, 22> routeTable{{
-    {"personalization-bind-anonymous",       "POST",   "/v1/binds",           ofProfile, bindBody,     household,    read,  bindAnonymously},
-    {"personalization-validator",            "GET",    "/v1/profile-names",   ofName,    noBody,       member,       read,  validateName},
-    {"personalization-create-profile",       "POST",   "/v1/profiles",        ofProfile, profileBody,  parent,       write, createProfile},
-    {"personalization-get-profiles",         "GET",    "/v1/profiles",        ofProfile, noBody,       member,       read,  getProfiles},
-    {"personalization-edit-profile",         "PUT",    "/v1/profile",         ofTarget,  profileBody,  selfOrParent, write, editProfile},
-    {"personalization-delete-profile",       "DELETE", "/v1/profile",         ofTarget,  noBody,       selfOrParent, write, deleteProfile},
-    {"personalization-history-get",          "GET",    "/v1/history",         ofList,    noBody,       selfOrParent, read,  getList,     ListKind::history},
-    {"personalization-get-video-history",    "GET",    "/v1/history/video",   ofVideo,   noBody,       selfOrParent, read,  getEntry,    ListKind::history},
-    {"personalization-history-add-video",    "PUT",    "/v1/history/video",   ofVideo,   historyBody,  selfOrParent, write, addEntry,    ListKind::history},
-    {"personalization-history-delete-video", "DELETE", "/v1/history/video",   ofVideo,   noBody,       selfOrParent, write, deleteEntry, ListKind::history},
-    {"personalization-history-clear",        "DELETE", "/v1/history",         ofList,    noBody,       selfOrParent, write, clearList,   ListKind::history},
-    {"personalization-favorites-get",        "GET",    "/v1/favorites",       ofList,    noBody,       selfOrParent, read,  getList,     ListKind::favorites},
-    {"personalization-favorites-add-show",   "PUT",    "/v1/favorites/show",  ofShow,    typeBody,     selfOrParent, write, addEntry,    ListKind::favorites},
-    {"personalization-favorites-add-shows",  "POST",   "/v1/favorites/shows", ofList,    elementsBody, selfOrParent, write, addEntries,  ListKind::favorites},
-    {"personalization-favorites-delete-show","DELETE", "/v1/favorites/show",  ofShow,    noBody,       selfOrParent, write, deleteEntry, ListKind::favorites},
-    {"personalization-favorites-clear",      "DELETE", "/v1/favorites",       ofList,    noBody,       selfOrParent, write, clearList,   ListKind::favorites},
-    {"personalization-watchlist-get",        "GET",    "/v1/watchlist",       ofList,    noBody,       selfOrParent, read,  getList,     ListKind::watchlist},
-    {"personalization-watchlist-add-video",  "PUT",    "/v1/watchlist/video", ofVideo,   typeBody,     selfOrParent, write, addEntry,    ListKind::watchlist},
-    {"personalization-watchlist-delete-video","DELETE","/v1/watchlist/video", ofVideo,   noBody,       selfOrParent, write, deleteEntry, ListKind::watchlist},
-    {"personalization-watchlist-clear",      "DELETE", "/v1/watchlist",       ofList,    noBody,       selfOrParent, write, clearList,   ListKind::watchlist},
-    {"personalization-searchhistory-add",    "POST",   "/v1/searches",        ofSearch,  searchBody,   selfOrParent, write, addEntry,    ListKind::searches},
-    {"personalization-searchhistory-delete", "DELETE", "/v1/searches",        ofList,    searchBody,   selfOrParent, write, clearList,   ListKind::searches},
-}};
+constexpr auto routeTable = [] {
+    using enum Access;
+    using enum Action;
+    using enum Effect;
+    return std::array<Route, 22>{{
+        {"personalization-bind-anonymous",       "POST",   "/v1/binds",           ofProfile, bindBody,     household,    read,  bindAnonymously},
+        {"personalization-validator",            "GET",    "/v1/profile-names",   ofName,    noBody,       member,       read,  validateName},
+        {"personalization-create-profile",       "POST",   "/v1/profiles",        ofProfile, profileBody,  parent,       write, createProfile},
+        {"personalization-get-profiles",         "GET",    "/v1/profiles",        ofProfile, noBody,       member,       read,  getProfiles},
+        {"personalization-edit-profile",         "PUT",    "/v1/profile",         ofTarget,  profileBody,  selfOrParent, write, editProfile},
+        {"personalization-delete-profile",       "DELETE", "/v1/profile",         ofTarget,  noBody,       selfOrParent, write, deleteProfile},
+        {"personalization-history-get",          "GET",    "/v1/history",         ofList,    noBody,       selfOrParent, read,  getList,     ListKind::history},
+        {"personalization-get-video-history",    "GET",    "/v1/history/video",   ofVideo,   noBody,       selfOrParent, read,  getEntry,    ListKind::history},
+        {"personalization-history-add-video",    "PUT",    "/v1/history/video",   ofVideo,   historyBody,  selfOrParent, write, addEntry,    ListKind::history},
+        {"personalization-history-delete-video", "DELETE", "/v1/history/video",   ofVideo,   noBody,       selfOrParent, write, deleteEntry, ListKind::history},
+        {"personalization-history-clear",        "DELETE", "/v1/history",         ofList,    noBody,       selfOrParent, write, clearList,   ListKind::history},
+        {"personalization-favorites-get",        "GET",    "/v1/favorites",       ofList,    noBody,       selfOrParent, read,  getList,     ListKind::favorites},
+        {"personalization-favorites-add-show",   "PUT",    "/v1/favorites/show",  ofShow,    typeBody,     selfOrParent, write, addEntry,    ListKind::favorites},
+        {"personalization-favorites-add-shows",  "POST",   "/v1/favorites/shows", ofList,    elementsBody, selfOrParent, write, addEntries,  ListKind::favorites},
+        {"personalization-favorites-delete-show","DELETE", "/v1/favorites/show",  ofShow,    noBody,       selfOrParent, write, deleteEntry, ListKind::favorites},
+        {"personalization-favorites-clear",      "DELETE", "/v1/favorites",       ofList,    noBody,       selfOrParent, write, clearList,   ListKind::favorites},
+        {"personalization-watchlist-get",        "GET",    "/v1/watchlist",       ofList,    noBody,       selfOrParent, read,  getList,     ListKind::watchlist},
+        {"personalization-watchlist-add-video",  "PUT",    "/v1/watchlist/video", ofVideo,   typeBody,     selfOrParent, write, addEntry,    ListKind::watchlist},
+        {"personalization-watchlist-delete-video","DELETE","/v1/watchlist/video", ofVideo,   noBody,       selfOrParent, write, deleteEntry, ListKind::watchlist},
+        {"personalization-watchlist-clear",      "DELETE", "/v1/watchlist",       ofList,    noBody,       selfOrParent, write, clearList,   ListKind::watchlist},
+        {"personalization-searchhistory-add",    "POST",   "/v1/searches",        ofSearch,  searchBody,   selfOrParent, write, addEntry,    ListKind::searches},
+        {"personalization-searchhistory-delete", "DELETE", "/v1/searches",        ofList,    searchBody,   selfOrParent, write, clearList,   ListKind::searches},
+    }};
+}();
 // clang-format on
 
 /// All paths, each once; the table has the routes of a path not always side by side.
