@@ -16,6 +16,7 @@ namespace KestrinConfigManager {
 /// are asked on the thread that builds the request, and none of them fails.
 class KESTRIN_CONFIG_MANAGER_EXPORT APIParams {
   public:
+    /// Records are destroyed as what they are.
     virtual ~APIParams();
 
     /// Request headers by name. They win over the service's own of the same name. Absent, the

@@ -14,12 +14,13 @@ namespace KestrinConfigManager {
 /// The right to act for one profile without a person's account: the profile's identifier and the
 /// token that the service issued for it. The token is a secret: it belongs in no log and no text.
 struct KESTRIN_CONFIG_MANAGER_EXPORT AnonymousBind : Serializable {
+    /// What times are told by.
     using Clock = std::chrono::system_clock;
 
     /// The keys of both the service's reply and the archive.
     struct Keys {
-        static constexpr const char* profileID = "profileId";
-        static constexpr const char* token = "token";
+        static constexpr const char* profileID = "profileId";  ///< of the profile's identifier
+        static constexpr const char* token = "token";          ///< of the token
     };
 
     /// How long after its expiry a token still counts as valid here, so that a device whose clock
@@ -30,7 +31,9 @@ struct KESTRIN_CONFIG_MANAGER_EXPORT AnonymousBind : Serializable {
     /// larger ones.
     static constexpr std::size_t longestText = std::size_t{16} * 1024;
 
+    /// A bind of two empty texts, which is not valid.
     AnonymousBind() = default;
+    /// A bind that the application has.
     AnonymousBind(std::string aProfileID, std::string aToken)
         : profileID(std::move(aProfileID)), token(std::move(aToken)) {}
 

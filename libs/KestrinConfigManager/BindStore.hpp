@@ -28,7 +28,7 @@ class KESTRIN_CONFIG_MANAGER_EXPORT BindStore {
   public:
     /// What a store gave back.
     struct Loaded {
-        HeldBinds held;
+        HeldBinds held;                      ///< all that there was
         std::optional<std::string> warning;  ///< why something was lost; for the application's log
     };
 
@@ -37,7 +37,9 @@ class KESTRIN_CONFIG_MANAGER_EXPORT BindStore {
     BindStore& operator=(const BindStore&) = delete;
     virtual ~BindStore();
 
+    /// Gives back what was saved last. Called once; may block.
     [[nodiscard]] virtual Loaded load() = 0;
+    /// Keeps a state, unless it has one with a higher revision. Neither blocks nor throws.
     virtual void save(HeldBinds held) = 0;
 };
 

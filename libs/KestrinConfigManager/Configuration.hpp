@@ -32,7 +32,7 @@ enum class ProblemSeverity {
 struct ConfigurationProblem {
     std::string path;     ///< where, e.g. `$.services["personalization-history-get"].url`
     std::string message;  ///< what is there, what was expected; no value of a header
-    ProblemSeverity severity = ProblemSeverity::error;
+    ProblemSeverity severity = ProblemSeverity::error;  ///< whether it can be used all the same
 
     friend bool operator==(const ConfigurationProblem&, const ConfigurationProblem&) = default;
 };

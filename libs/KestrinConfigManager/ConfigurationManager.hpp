@@ -24,6 +24,7 @@ namespace KestrinConfigManager {
 /// bind that is stored selects its profile, later ones do not; `selectProfile` does.
 class KESTRIN_CONFIG_MANAGER_EXPORT ConfigurationManager {
   public:
+    /// Not configured, without binds. Applications use `sharedInstance`; tests have their own.
     ConfigurationManager() = default;
     ConfigurationManager(const ConfigurationManager&) = delete;
     ConfigurationManager& operator=(const ConfigurationManager&) = delete;

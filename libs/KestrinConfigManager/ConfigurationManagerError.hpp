@@ -26,12 +26,14 @@ class KESTRIN_CONFIG_MANAGER_EXCEPTION ConfigurationManagerError final : public 
         identifierRefused,
     };
 
-    // The error of each reason without operation and detail, to throw and to compare with.
+    /// The error of each reason without operation and detail, to throw and to compare with.
+    /// @{
     static const ConfigurationManagerError invalidParameters;
     static const ConfigurationManagerError serviceDisabled;
     static const ConfigurationManagerError placeholderUnfilled;
     static const ConfigurationManagerError serviceNotConfigured;
     static const ConfigurationManagerError identifierRefused;
+    /// @}
 
     /// @param value      the reason
     /// @param operation  the name of the operation, for the text; may be empty

@@ -18,7 +18,9 @@ namespace KestrinConfigManager {
 /// placeholders.
 class KESTRIN_CONFIG_MANAGER_EXPORT URLTemplate {
   public:
+    /// An empty template.
     URLTemplate() = default;
+    /// Takes a template apart. Any text will do; what it makes is checked when it is filled.
     explicit URLTemplate(std::string text);
 
     /// The template as it was given.

@@ -45,18 +45,18 @@ struct KESTRIN_CONFIG_MANAGER_EXPORT WebService {
     using Guard = std::function<std::optional<HalvardSling::Observable<HalvardSling::Response>>(
         const WebService& service, const APIParams& params)>;
 
-    std::string operation;  ///< e.g. "personalization-history-get"
-    std::string method = "GET";
-    URLTemplate url;
-    BodyForm body = BodyForm::automatic;
-    HalvardSling::Headers headers;  ///< sent with every request of this service
-    TextMap query;                  ///< appended to every URL of this service, not yet encoded
+    std::string operation;                ///< e.g. "personalization-history-get"
+    std::string method = "GET";           ///< of its requests
+    URLTemplate url;                      ///< where they go
+    BodyForm body = BodyForm::automatic;  ///< what their body is made of
+    HalvardSling::Headers headers;        ///< sent with every request of this service
+    TextMap query;  ///< appended to every URL of this service, not yet encoded
 
-    HalvardSling::RequestPolicy policy;
+    HalvardSling::RequestPolicy policy;  ///< their limits
     /// Whether values that hold `?`, `#` or `/` are refused.
     bool strictIdentifiers = false;
-    bool enabled = true;
-    Guard guard;  ///< empty: the standard rules
+    bool enabled = true;  ///< false: every request is refused
+    Guard guard;          ///< empty: the standard rules
 
     /// Asked before every request. Absent: the request may go. Otherwise the observable is the
     /// answer, and no request is made. The standard rules refuse, in this order, with a
@@ -71,6 +71,7 @@ struct KESTRIN_CONFIG_MANAGER_EXPORT WebService {
 /// The web services of a configuration, by operation name. Names are compared exactly.
 class KESTRIN_CONFIG_MANAGER_EXPORT ServiceTable {
   public:
+    /// No services.
     ServiceTable() = default;
 
     /// Adds a service under its `operation`; replaces one of the same name.
@@ -79,8 +80,11 @@ class KESTRIN_CONFIG_MANAGER_EXPORT ServiceTable {
     /// The service of an operation; null if there is none.
     [[nodiscard]] const WebService* find(std::string_view operation) const;
 
+    /// The first service, as a pair of its operation's name and itself; by their names.
     [[nodiscard]] auto begin() const noexcept { return services_.begin(); }
+    /// Behind the last one.
     [[nodiscard]] auto end() const noexcept { return services_.end(); }
+    /// How many there are.
     [[nodiscard]] std::size_t size() const noexcept { return services_.size(); }
 
   private:

@@ -55,6 +55,7 @@ class TransferLoop;
 ///    on its thread, which then ends by itself; the exit of the process waits for that.
 class HALVARD_SLING_EXPORT CurlTransport final : public Transport {
   public:
+    /// What an application may choose; what is not set is the default.
     struct Options {
         /// How many transfers are in flight at most; the others wait in the order they came.
         std::size_t maxInFlight = 64;
@@ -71,6 +72,7 @@ class HALVARD_SLING_EXPORT CurlTransport final : public Transport {
     /// @throws std::system_error, std::runtime_error, std::bad_alloc if the process has no file or
     ///         no memory left for it, or libcurl cannot be set up
     CurlTransport();
+    /// The same with options. @throws as above
     explicit CurlTransport(Options options);
     ~CurlTransport() override;
 

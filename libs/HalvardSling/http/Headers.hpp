@@ -24,7 +24,9 @@ class HALVARD_SLING_EXPORT Headers {
     using Field = std::pair<std::string_view, std::string_view>;
     class Iterator;
 
+    /// No fields.
     Headers() = default;
+    /// These fields, in this order.
     Headers(std::initializer_list<Field> fields);
 
     /// The value of the first field with this name, or absent where there is none.
@@ -46,9 +48,13 @@ class HALVARD_SLING_EXPORT Headers {
     /// Removes every field of this name.
     void remove(std::string_view name);
 
+    /// The first field.
     [[nodiscard]] Iterator begin() const noexcept;
+    /// Behind the last field.
     [[nodiscard]] Iterator end() const noexcept;
+    /// How many fields there are.
     [[nodiscard]] std::size_t size() const noexcept { return ends_.size(); }
+    /// Whether there is no field.
     [[nodiscard]] bool empty() const noexcept { return ends_.empty(); }
 
     /// Whether a field may have this name: a token (RFC 9110, section 5.6.2).
@@ -74,20 +80,26 @@ class HALVARD_SLING_EXPORT Headers {
 /// Goes through the fields in order. Dereferencing makes the field, a pair of views.
 class Headers::Iterator {
   public:
+    /// What the standard library asks of an iterator.
+    /// @{
     using iterator_concept = std::forward_iterator_tag;
     using iterator_category = std::input_iterator_tag;
     using value_type = Field;
     using difference_type = std::ptrdiff_t;
     using pointer = void;
     using reference = Field;
+    /// @}
 
+    /// Equal to nothing but its like.
     Iterator() = default;
 
+    /// The field.
     [[nodiscard]] Field operator*() const noexcept {
         const std::string_view name(begin_, ends_->name - start_);
         return {name, {begin_ + name.size(), ends_->value - ends_->name}};
     }
 
+    /// Goes to the next field.
     Iterator& operator++() noexcept {
         begin_ += ends_->value - start_;
         start_ = ends_->value;
@@ -95,12 +107,14 @@ class Headers::Iterator {
         return *this;
     }
 
+    /// Goes to the next field. @return what it was before
     Iterator operator++(int) noexcept {  // NOLINT(cert-dcl21-cpp): as iterators do
         const Iterator before = *this;
         ++*this;
         return before;
     }
 
+    /// Whether both are at the same field of the same object.
     friend bool operator==(const Iterator& left, const Iterator& right) noexcept {
         return left.ends_ == right.ends_;
     }

@@ -16,6 +16,7 @@ struct CleartextHosts {
     std::set<std::string, std::less<>> names;  ///< as in `Origin::host`
     bool loopback = false;                     ///< whether this machine itself is one
 
+    /// Whether the origin's host is one of them.
     [[nodiscard]] bool contains(const Origin& origin) const {
         return names.contains(origin.host) || (loopback && origin.isLoopback());
     }

@@ -73,7 +73,7 @@ struct ErrorReply {
     /// At most this much of the body is kept.
     static constexpr std::size_t maxBodyBytes = std::size_t{64} * 1024;
 
-    Headers headers;
+    Headers headers;   ///< the header fields
     std::string body;  ///< cut to `maxBodyBytes`
 };
 
@@ -88,11 +88,11 @@ struct RequestContext {
 /// What a service says about an error (RFC 9457). A member that it does not say, or not in the form
 /// that it must have, is as here.
 struct ProblemDocument {
-    std::string type = "about:blank";  ///< names the kind of problem
-    std::string title;                 ///< the kind in words
-    std::string detail;                ///< what is wrong this time
-    std::optional<std::int64_t> status;
-    std::string instance;  ///< names this one problem
+    std::string type = "about:blank";    ///< names the kind of problem
+    std::string title;                   ///< the kind in words
+    std::string detail;                  ///< what is wrong this time
+    std::optional<std::int64_t> status;  ///< the status as the document has it
+    std::string instance;                ///< names this one problem
 };
 
 /// The error of the networking library. It arrives through the observable and is never thrown to
@@ -123,6 +123,7 @@ class HALVARD_SLING_EXCEPTION SlingError final : public std::exception {
     SlingError& operator=(SlingError&&) = default;
     ~SlingError() override;
 
+    /// Why the request failed, for a `switch`.
     [[nodiscard]] SlingErrorKind kind() const noexcept;
 
     /// "HalvardSling.SlingError".
@@ -147,6 +148,7 @@ class HALVARD_SLING_EXCEPTION SlingError final : public std::exception {
     /// Content-Type is not application/problem+json, or its body is not a JSON object.
     [[nodiscard]] const ProblemDocument* problem() const noexcept;
 
+    /// The request, what was wrong with it, and what to do, for people.
     [[nodiscard]] const char* what() const noexcept override;
 
   private:

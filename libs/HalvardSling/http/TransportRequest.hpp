@@ -17,12 +17,12 @@ namespace HalvardSling {
 
 /// One HTTP request, complete.
 struct HALVARD_SLING_EXPORT TransportRequest {
-    std::string method = "GET";
-    std::string url;  ///< absolute
-    Headers headers;
+    std::string method = "GET";               ///< a token (RFC 9110, section 9.1)
+    std::string url;                          ///< absolute
+    Headers headers;                          ///< those of the request's own
     std::shared_ptr<const std::string> body;  ///< null: the request has no body
 
-    RequestPolicy policy;
+    RequestPolicy policy;  ///< its limits
     /// Whether a "User-Agent" header is sent where `headers` has none.
     bool sendsUserAgent = true;
 
@@ -64,8 +64,10 @@ class HALVARD_SLING_EXPORT CheckedRequest {
 
     /// The request. Its `url` is the text of `url()`.
     [[nodiscard]] const TransportRequest& operator*() const noexcept { return content_->request; }
+    /// A member of the request.
     [[nodiscard]] const TransportRequest* operator->() const noexcept { return &content_->request; }
 
+    /// Where it goes.
     [[nodiscard]] const URL& url() const noexcept { return content_->url; }
 
     /// The identifier. A transport sends it in `requestIDHeader` unless the request's own headers
@@ -75,6 +77,7 @@ class HALVARD_SLING_EXPORT CheckedRequest {
     /// The identifier that was given to `of` or `with`.
     [[nodiscard]] const RequestID& id() const noexcept { return id_; }
 
+    /// What an error says of the request, its identifier included.
     [[nodiscard]] RequestContext context() const { return content_->request.context(requestID()); }
 
   private:

@@ -15,9 +15,9 @@ namespace HalvardSling {
 /// Scheme, host and port of a URL (RFC 6454): who is talked to. All three in lower case; the port
 /// is the scheme's own if the URL names none.
 struct HALVARD_SLING_EXPORT Origin {
-    std::string scheme;
-    std::string host;
-    std::string port;
+    std::string scheme;  ///< "http" or "https"
+    std::string host;    ///< a name or an address; IPv6 in brackets
+    std::string port;    ///< decimal, e.g. "443"
 
     friend bool operator==(const Origin&, const Origin&) = default;
 
@@ -49,6 +49,7 @@ class HALVARD_SLING_EXPORT URL {
     /// The whole URL.
     [[nodiscard]] const std::string& text() const noexcept { return text_; }
 
+    /// Scheme, host and port.
     [[nodiscard]] const Origin& origin() const noexcept { return origin_; }
 
     /// What a request line asks the origin for (RFC 9112, section 3.2.1): the path, "/" if there is

@@ -24,13 +24,13 @@ struct JSONView;
 
 /// What a JSON value is (RFC 8259), with integers told from other numbers.
 enum class JSONKind {
-    null,
-    boolean,
-    integer,  ///< without fraction and exponent, and fits 64 bits signed
-    number,   ///< every other number, however large: 1.0, 1e3, 18446744073709551615, 1e400
-    text,
-    array,
-    dictionary,
+    null,        ///< null
+    boolean,     ///< true or false
+    integer,     ///< without fraction and exponent, and fits 64 bits signed
+    number,      ///< every other number, however large: 1.0, 1e3, 18446744073709551615, 1e400
+    text,        ///< a string
+    array,       ///< values in order
+    dictionary,  ///< an object: values by keys
 };
 
 /// The name of a kind as people say it, e.g. "a number".
@@ -49,16 +49,17 @@ struct JSONLimits {
 
 /// Why there is no JSON dictionary. Never holds any of the text.
 struct HALVARD_SLING_EXPORT JSONFailure {
+    /// The kinds of failure.
     enum class Kind {
         malformed,  ///< the text is not JSON, is too deep, or its top is not a dictionary
         tooLarge,   ///< more would be made of the text than `JSONLimits::maxMemory`
     };
 
-    Kind kind = Kind::malformed;
-    std::string reason;      ///< e.g. "syntax error"
-    std::size_t offset = 0;  ///< byte position, from 0
-    std::size_t line = 1;    ///< from 1
-    std::size_t column = 1;  ///< in bytes, from 1
+    Kind kind = Kind::malformed;  ///< which it is
+    std::string reason;           ///< e.g. "syntax error"
+    std::size_t offset = 0;       ///< byte position, from 0
+    std::size_t line = 1;         ///< from 1
+    std::size_t column = 1;       ///< in bytes, from 1
 
     /// Reason and place as one text, e.g. "syntax error at line 1, column 5".
     [[nodiscard]] std::string text() const;
@@ -110,9 +111,13 @@ class HALVARD_SLING_EXPORT JSONDictionary {
 
     /// The kind of the value under a key; absent if there is no such key.
     [[nodiscard]] std::optional<JSONKind> kind(std::string_view key) const;
+    /// The text under a key; absent if there is no such key, or another kind of value.
     [[nodiscard]] std::optional<std::string_view> text(std::string_view key) const;
+    /// The integer under a key; absent as above.
     [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key) const;
+    /// The Boolean under a key; absent as above.
     [[nodiscard]] std::optional<bool> boolean(std::string_view key) const;
+    /// The dictionary under a key; absent as above.
     [[nodiscard]] std::optional<JSONDictionary> dictionary(std::string_view key) const;
     /// The dictionaries of an array; absent if the value is not an array or one of its items is
     /// not a dictionary.
@@ -125,18 +130,26 @@ class HALVARD_SLING_EXPORT JSONDictionary {
     [[nodiscard]] std::vector<std::string_view> keys() const;
     /// The keys that the text holds more than once, each once; none after a change.
     [[nodiscard]] std::vector<std::string_view> repeatedKeys() const;
+    /// How many keys there are.
     [[nodiscard]] std::size_t size() const noexcept;
+    /// Whether there is no key.
     [[nodiscard]] bool empty() const noexcept { return size() == 0; }
 
     // Building. Setting a key that exists replaces its value and moves it to the end. Keys and
     // values may be views of this dictionary, or the dictionary itself. If one of these throws
     // (std::bad_alloc; std::length_error above 4 GiB of texts), the dictionary is as before.
 
+    /// Sets a text.
     void setText(std::string_view key, std::string_view value);
+    /// Sets an integer.
     void setInteger(std::string_view key, std::int64_t value);
+    /// Sets a Boolean.
     void setBoolean(std::string_view key, bool value);
+    /// Sets a dictionary.
     void setDictionary(std::string_view key, const JSONDictionary& value);
+    /// Sets an array of dictionaries.
     void setDictionaries(std::string_view key, const std::vector<JSONDictionary>& values);
+    /// Sets an array of texts.
     void setTexts(std::string_view key, const std::vector<std::string>& values);
     /// Removes a key; does nothing if there is none.
     void remove(std::string_view key);
@@ -174,20 +187,30 @@ class HALVARD_SLING_EXPORT JSONDictionary {
 /// the dictionary for ever.
 class HALVARD_SLING_EXPORT JSONDictionaryList {
   public:
+    /// Goes through the dictionaries in order.
     class Iterator {
       public:
+        /// What the standard library asks of an iterator.
+        /// @{
         using iterator_concept = std::input_iterator_tag;
         using iterator_category = std::input_iterator_tag;
         using value_type = JSONDictionary;
         using difference_type = std::ptrdiff_t;
         using pointer = const JSONDictionary*;
         using reference = const JSONDictionary&;
+        /// @}
 
+        /// At the end of no list.
         Iterator() = default;
+        /// The dictionary; good until the iterator moves or goes.
         [[nodiscard]] reference operator*() const noexcept { return current_; }
+        /// A member of it.
         [[nodiscard]] pointer operator->() const noexcept { return &current_; }
+        /// Goes to the next one.
         Iterator& operator++();
+        /// The same.
         void operator++(int) { ++*this; }
+        /// Whether it is behind the last one.
         [[nodiscard]] bool operator==(std::default_sentinel_t) const noexcept { return left_ == 0; }
 
       private:
@@ -199,9 +222,13 @@ class HALVARD_SLING_EXPORT JSONDictionaryList {
         std::size_t left_ = 0;
     };
 
+    /// At the first dictionary.
     [[nodiscard]] Iterator begin() const;
+    /// What an iterator behind the last one is equal to.
     [[nodiscard]] static std::default_sentinel_t end() noexcept { return std::default_sentinel; }
+    /// How many dictionaries there are.
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
+    /// Whether there is none.
     [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
 
   private:

@@ -19,7 +19,9 @@ namespace HalvardSling {
 /// All members may be called from any thread. Its end ends the waiting transfers with `cancelled`.
 class FakeTransport final : public Transport {
   public:
+    /// A transport with an empty script.
     FakeTransport() = default;
+    /// Ends the waiting transfers with `cancelled`.
     ~FakeTransport() override;
 
     /// Makes an answer out of a request.

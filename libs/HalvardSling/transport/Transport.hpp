@@ -14,6 +14,7 @@ namespace HalvardSling {
 
 /// The outcome of a transfer: a reply of any status, or the reason why there is none.
 using TransportResult = std::variant<Response, SlingError>;
+/// Called once with the outcome of a transfer; see `Transport`.
 using TransportCompletion = std::function<void(TransportResult)>;
 
 /// Names a transfer of one transport. Never used twice.
@@ -48,7 +49,7 @@ class HALVARD_SLING_EXPORT Transport {
     /// @return the transfer's name for `cancel`
     virtual TransferID send(CheckedRequest request, TransportCompletion completion) = 0;
 
-    /// Aborts a transfer.
+    /// Aborts a transfer, whose completion is not called then.
     virtual void cancel(TransferID transfer) noexcept = 0;
 
     /// Ends without a word, for the exit of a process: aborts what is open, begins no completion
@@ -67,9 +68,11 @@ class HALVARD_SLING_EXPORT Transport {
 /// completions on a thread of its own creates one at the top of that thread.
 class HALVARD_SLING_EXPORT TransportThreadScope {
   public:
+    /// Marks the calling thread.
     TransportThreadScope() noexcept;
     TransportThreadScope(const TransportThreadScope&) = delete;
     TransportThreadScope& operator=(const TransportThreadScope&) = delete;
+    /// Leaves the calling thread, the same one, as it was before.
     ~TransportThreadScope();
 
   private:

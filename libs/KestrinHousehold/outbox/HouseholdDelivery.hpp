@@ -13,7 +13,9 @@ namespace KestrinHousehold {
 /// `SlingErrorKind::cancelled`, and the entries wait for the next start.
 class KESTRIN_HOUSEHOLD_EXPORT HouseholdDelivery final : public OutboxDelivery {
   public:
+    /// Sends as the profiles of this household, which may end before.
     explicit HouseholdDelivery(const Household& household);
+    /// Leaves the household as it is.
     ~HouseholdDelivery() override;
 
     [[nodiscard]] HalvardSling::Observable<HalvardSling::Response> send(

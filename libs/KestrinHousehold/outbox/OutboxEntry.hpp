@@ -22,8 +22,8 @@ struct OutboxRefusal {
 
 /// A write in an outbox.
 struct OutboxEntry {
-    std::int64_t number = 0;  ///< its place: what was accepted later has a higher one
-    OutboxWrite write;
+    std::int64_t number = 0;           ///< its place: what was accepted later has a higher one
+    OutboxWrite write;                 ///< what is to be sent
     Scheduler::WallTime acceptedAt{};  ///< by the device's clock, to the millisecond
     /// The service's clock minus the device's when the write was accepted; absent: no reply had
     /// told the service's time.

@@ -11,6 +11,7 @@ namespace KestrinHousehold {
 
 /// What happened to an entry of an outbox, or to the outbox.
 struct OutboxEvent {
+    /// The events.
     enum class Kind {
         /// The service has it; or it had that state already.
         sent,
@@ -38,7 +39,7 @@ struct OutboxEvent {
         storeFailed,
     };
 
-    Kind kind = Kind::sent;
+    Kind kind = Kind::sent;             ///< which it is
     OutboxEntry entry{};                ///< empty with `storeFailed`
     std::string text{};                 ///< what happened, for people; no secrets
     std::optional<std::int64_t> by{};   ///< see `superseded`

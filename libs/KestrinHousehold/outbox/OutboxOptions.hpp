@@ -21,6 +21,7 @@ struct OutboxOptions {
     /// The first wait after the service could not be reached. It doubles with each failure; a
     /// random part of up to a half is taken off, so that devices do not come back together.
     std::chrono::nanoseconds firstDelay = std::chrono::seconds(1);
+    /// The longest wait.
     std::chrono::nanoseconds longestDelay = std::chrono::minutes(5);
     /// That entries were sent is stored for several at once, this long after the first of them, or
     /// when none waits any more.

@@ -18,9 +18,9 @@ namespace KestrinHousehold {
 
 /// What is being watched, and by whom.
 struct PlaybackVideo {
-    std::string profileID;
-    std::string brandID;  ///< may be empty
-    std::string videoID;
+    std::string profileID;  ///< who watches
+    std::string brandID;    ///< may be empty
+    std::string videoID;    ///< what
 };
 
 /// Where the writes of a `PlaybackReporter` go. It is called with no lock held, by one thread at a
@@ -56,7 +56,11 @@ struct PlaybackOptions {
 /// `finished`, change nothing.
 class KESTRIN_HOUSEHOLD_EXPORT PlaybackReporter {
   public:
+    /// A reporter that knows no position yet, and writes nothing before it does.
+    /// @param video      what is being watched, and by whom
+    /// @param sink       where the writes go; not empty
     /// @param scheduler  the time; not null
+    /// @param options    what is not set is the default
     PlaybackReporter(PlaybackVideo video, PlaybackSink sink, std::shared_ptr<Scheduler> scheduler,
                      PlaybackOptions options = {});
     PlaybackReporter(const PlaybackReporter&) = delete;

@@ -26,11 +26,14 @@ struct RetryBudget {
 /// together. What the reply says in Retry-After (RFC 9110, section 10.2.3; seconds or a date) is
 /// waited for before that.
 struct RetryPolicy {
+    /// What a request can fail with on the way.
     using Error = HalvardSling::SlingErrorKind;
 
     /// How often a request is sent at most, the first time included; 1 or less: once.
     int maxAttempts = 4;
+    /// The limit of the first wait.
     std::chrono::nanoseconds firstDelay = std::chrono::milliseconds(500);
+    /// The limit of any wait.
     std::chrono::nanoseconds longestDelay = std::chrono::seconds(20);
     /// How long a call may take that has to repeat its request, from its subscription on. A repeat
     /// that could not begin before is not waited for, and one that runs then is cut off, with
@@ -51,7 +54,7 @@ struct RetryPolicy {
     /// 429 may come from something before the service that has passed the request on.
     std::vector<int> refusals;
 
-    RetryBudget budget;
+    RetryBudget budget;  ///< how many repeats the household can afford
 
     /// A policy under which nothing is repeated.
     [[nodiscard]] static RetryPolicy never() {

@@ -48,12 +48,17 @@ struct HouseholdOptions {
 /// All members but the destructor and assignments may be called from any thread.
 class KESTRIN_HOUSEHOLD_EXPORT Household {
   public:
+    /// A household with the default options.
     Household();
+    /// A household with options.
     explicit Household(HouseholdOptions options);
     Household(const Household&) = delete;
     Household& operator=(const Household&) = delete;
+    /// Takes a household over; of the other one only its end is left.
     Household(Household&&) noexcept;
+    /// Ends this household, and takes the other one over.
     Household& operator=(Household&&) noexcept;
+    /// Ends every running call, as above.
     ~Household();
 
     /// The session of the household's parent, as it is configured now.

@@ -12,6 +12,7 @@ namespace KestrinHousehold {
 /// What a log may know of what a household does beside sending a request once. It holds no token,
 /// no identifier and nothing else of what a request or a reply carries.
 struct KESTRIN_HOUSEHOLD_EXPORT HouseholdEvent {
+    /// What happened.
     enum class Kind {
         repeat,         ///< the request failed and is sent again after `delay`
         givenUp,        ///< the request failed and is not repeated, though it might have been
@@ -20,7 +21,7 @@ struct KESTRIN_HOUSEHOLD_EXPORT HouseholdEvent {
         sentOnceMore,   ///< a refused request is sent once more, under a newer bind
     };
 
-    Kind kind = Kind::repeat;
+    Kind kind = Kind::repeat;  ///< what happened
     /// What is repeated, or waits.
     KestrinProfile::ProfileOperation operation = KestrinProfile::ProfileOperation::testOperation;
     int attempt = 0;      ///< `repeat`: the number of the one that comes; `givenUp`: of the last

@@ -58,6 +58,8 @@ struct CallOptions {
 /// block. All members may be called from any thread.
 class KESTRIN_HOUSEHOLD_EXPORT ProfileSession {
   public:
+    /// What the operations return, take and emit.
+    /// @{
     template <class T>
     using Observable = HalvardSling::Observable<T>;
     using Response = HalvardSling::Response;
@@ -65,6 +67,7 @@ class KESTRIN_HOUSEHOLD_EXPORT ProfileSession {
     using User = KestrinProfile::User;
     using UserProfile = KestrinProfile::UserProfile;
     using UserProfileElement = KestrinProfile::UserProfileElement;
+    /// @}
 
     /// The profile that acts.
     [[nodiscard]] const std::string& profileID() const noexcept;
@@ -105,6 +108,7 @@ class KESTRIN_HOUSEHOLD_EXPORT ProfileSession {
 
     // The viewing history: videos with progress, the latest first.
 
+    /// The whole list.
     [[nodiscard]] Observable<UserProfile> history() const;
     /// The history's entry of one video.
     [[nodiscard]] Observable<UserProfile> videoHistory(std::string videoID) const;
@@ -114,24 +118,34 @@ class KESTRIN_HOUSEHOLD_EXPORT ProfileSession {
     [[nodiscard]] Observable<Response> addHistoryVideo(
         std::string videoID, std::chrono::seconds progress,
         std::optional<bool> isComplete = std::nullopt) const;
+    /// Removes one video.
     [[nodiscard]] Observable<Response> deleteVideoHistory(std::string videoID) const;
+    /// Empties the list.
     [[nodiscard]] Observable<Response> clearHistory() const;
 
     // Favourite shows.
 
+    /// The whole list.
     [[nodiscard]] Observable<UserProfile> favorites() const;
+    /// Adds one show.
     [[nodiscard]] Observable<Response> addFavoriteShow(std::string showID) const;
     /// Adds several shows at once; the entries carry their content kind.
     [[nodiscard]] Observable<Response> addFavoriteShows(
         std::vector<UserProfileElement> shows) const;
+    /// Removes one show.
     [[nodiscard]] Observable<Response> deleteFavoriteShow(std::string showID) const;
+    /// Empties the list.
     [[nodiscard]] Observable<Response> clearFavorites() const;
 
     // The watch list: videos to watch.
 
+    /// The whole list.
     [[nodiscard]] Observable<UserProfile> watchList() const;
+    /// Adds one video.
     [[nodiscard]] Observable<Response> addWatchListVideo(std::string videoID) const;
+    /// Removes one video.
     [[nodiscard]] Observable<Response> deleteWatchListVideo(std::string videoID) const;
+    /// Empties the list.
     [[nodiscard]] Observable<Response> clearWatchList() const;
 
     // The search history.

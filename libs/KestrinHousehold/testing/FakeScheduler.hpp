@@ -14,6 +14,7 @@ namespace KestrinHousehold {
 /// calling thread. All members may be called from any thread.
 class FakeScheduler final : public Scheduler {
   public:
+    /// A scheduler whose time stands still.
     /// @param wallTime  what the device's clock says at the start
     explicit FakeScheduler(WallTime wallTime = WallTime(std::chrono::seconds(1'700'000'000)));
 

@@ -17,8 +17,11 @@ class KESTRIN_HOUSEHOLD_EXPORT Scheduler {
   public:
     /// Names a task that waits; never 0.
     using TaskID = std::uint64_t;
+    /// What is run, once.
     using Task = std::function<void()>;
+    /// A time that never goes back.
     using SteadyTime = std::chrono::steady_clock::time_point;
+    /// A time of the device's clock.
     using WallTime = std::chrono::system_clock::time_point;
 
     Scheduler() = default;

@@ -11,6 +11,7 @@ namespace KestrinHousehold {
 /// which exists only while a task waits. Without tasks there is neither a thread nor a wake-up.
 class KESTRIN_HOUSEHOLD_EXPORT TimerThread final : public Scheduler {
   public:
+    /// No thread yet.
     TimerThread();
 
     /// Drops the tasks that wait, and waits for the one that runs, unless it is called from inside

@@ -17,8 +17,10 @@ using Date = std::chrono::sys_time<std::chrono::microseconds>;
 /// threads at once.
 class KESTRIN_PROFILE_EXPORT DateFormatter {
   public:
+    /// Formatters are destroyed as what they are.
     virtual ~DateFormatter();
 
+    /// The text of a date.
     [[nodiscard]] virtual std::string text(Date date) const = 0;
 
     /// The date that a text stands for; absent if it stands for none.

@@ -9,13 +9,24 @@ namespace KestrinProfile {
 /// free name may be the same text as one of the four.
 class ListTypes {
   public:
-    enum class Case { list, watchList, history, favorites, searchHistory };
+    /// The lists.
+    enum class Case {
+        list,           ///< one of any name
+        watchList,      ///< videos to watch
+        history,        ///< videos that were watched
+        favorites,      ///< favourite shows
+        searchHistory,  ///< texts that were searched for
+    };
 
     /// A list of any name.
     [[nodiscard]] static ListTypes list(std::string name) { return {Case::list, std::move(name)}; }
+    /// The videos to watch.
     [[nodiscard]] static ListTypes watchList() { return {Case::watchList, "watchlist"}; }
+    /// The videos that were watched.
     [[nodiscard]] static ListTypes history() { return {Case::history, "history"}; }
+    /// The favourite shows.
     [[nodiscard]] static ListTypes favorites() { return {Case::favorites, "favorites"}; }
+    /// The texts that were searched for.
     [[nodiscard]] static ListTypes searchHistory() {
         return {Case::searchHistory, "searchhistory"};
     }

@@ -43,6 +43,7 @@ class KESTRIN_PROFILE_EXCEPTION ProfileError final : public std::exception {
     /// How many cases there are.
     static constexpr int caseCount = 8;
 
+    /// The error of a case.
     explicit ProfileError(Case value) noexcept : value_(value) {}
     ProfileError(const ProfileError&) = default;
     ProfileError(ProfileError&&) = default;
@@ -50,7 +51,8 @@ class KESTRIN_PROFILE_EXCEPTION ProfileError final : public std::exception {
     ProfileError& operator=(ProfileError&&) = default;
     ~ProfileError() override;
 
-    // The errors by name, to throw and to compare with.
+    /// The errors by name, to throw and to compare with.
+    /// @{
     static const ProfileError parameterOperationMismatch;
     static const ProfileError anonymousBindUninitialized;
     static const ProfileError profileIDValdationFailure;
@@ -59,6 +61,7 @@ class KESTRIN_PROFILE_EXCEPTION ProfileError final : public std::exception {
     static const ProfileError anonymousBindSerializationError;
     static const ProfileError userProfileSerializationError;
     static const ProfileError userSerializationError;
+    /// @}
 
     /// The case, for a `switch`.
     [[nodiscard]] Case value() const noexcept { return value_; }
@@ -76,6 +79,7 @@ class KESTRIN_PROFILE_EXCEPTION ProfileError final : public std::exception {
     /// The name of the case and what it means, for people.
     [[nodiscard]] const char* what() const noexcept override;
 
+    /// Whether both have the same case.
     friend bool operator==(const ProfileError& left, const ProfileError& right) noexcept {
         return left.value_ == right.value_;
     }
@@ -100,8 +104,10 @@ inline const ProfileError ProfileError::userSerializationError(Case::userSeriali
 
 }  // namespace KestrinProfile
 
+/// Errors as keys: equal ones have one hash.
 template <>
 struct std::hash<KestrinProfile::ProfileError> {
+    /// The error's code.
     [[nodiscard]] std::size_t operator()(const KestrinProfile::ProfileError& error) const noexcept {
         return static_cast<std::size_t>(error.code());
     }

@@ -11,29 +11,29 @@ namespace KestrinProfile {
 
 /// The operations of the personalization service. The ordinal of a case is its position.
 enum class ProfileOperation {
-    testOperation,
-    anonymousBind,
-    validate,
-    createProfile,
-    getProfiles,
-    editProfile,
-    deleteProfile,
-    getHistory,
-    getVideoProgress,
-    addVideoToHistory,
-    removeVideoFromHistory,
-    clearHistory,
-    getFavorites,
-    addFavoriteShow,
-    addFavoriteShows,
-    removeFavoriteShow,
-    clearFavorites,
-    getWatchList,
-    addVideoToWatchList,
-    removeFromWatchList,
-    clearWatchList,
-    addSearchHistory,
-    deleteSearchHistory,
+    testOperation,           ///< no operation of the service's: for tests
+    anonymousBind,           ///< obtains a profile's bind
+    validate,                ///< asks whether a name may be given to a profile
+    createProfile,           ///< creates a profile
+    getProfiles,             ///< lists the household's profiles
+    editProfile,             ///< changes a profile's name, avatar, group or default mark
+    deleteProfile,           ///< deletes a profile with its lists
+    getHistory,              ///< the viewing history
+    getVideoProgress,        ///< the history's entry of one video
+    addVideoToHistory,       ///< records how far a video was watched
+    removeVideoFromHistory,  ///< removes a video from the history
+    clearHistory,            ///< empties the history
+    getFavorites,            ///< the favourite shows
+    addFavoriteShow,         ///< adds a favourite show
+    addFavoriteShows,        ///< adds several
+    removeFavoriteShow,      ///< removes one
+    clearFavorites,          ///< removes all
+    getWatchList,            ///< the videos to watch
+    addVideoToWatchList,     ///< adds a video to them
+    removeFromWatchList,     ///< removes one
+    clearWatchList,          ///< removes all
+    addSearchHistory,        ///< records a search text
+    deleteSearchHistory,     ///< deletes all of a brand
 };
 
 /// How many operations there are.
@@ -50,6 +50,7 @@ inline constexpr std::size_t profileOperationCount =
 
 }  // namespace KestrinProfile
 
+/// Operations as keys.
 template <>
 struct std::hash<KestrinProfile::ProfileOperation> {
     /// The ordinal of the case.

@@ -11,7 +11,13 @@ namespace KestrinProfile {
 
 /// The kinds of content that a list entry or a search can refer to. The ordinal of a case is its
 /// position.
-enum class Types { show, video, game, collection, none };
+enum class Types {
+    show,        ///< a series or programme
+    video,       ///< one video
+    game,        ///< a game
+    collection,  ///< several of these together
+    none,        ///< no kind
+};
 
 /// The wire form: "SHOW", "VIDEO", "GAME", "COLLECTION", and "none" in lower case, as the service
 /// has it.
@@ -22,6 +28,7 @@ enum class Types { show, video, game, collection, none };
 
 }  // namespace KestrinProfile
 
+/// Kinds of content as keys.
 template <>
 struct std::hash<KestrinProfile::Types> {
     /// The ordinal of the case.

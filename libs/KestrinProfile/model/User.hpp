@@ -14,12 +14,16 @@ namespace KestrinProfile {
 /// It has two dictionary forms: the one for requests never carries the profile identifier, which
 /// travels in the URL; the archive does. Absent texts are left out of both, "default" never is.
 struct KESTRIN_PROFILE_EXPORT User : KestrinConfigManager::Serializable {
+    /// The keys of its dictionary forms, named as the members.
     struct Keys {
+        /// The key of a member.
+        /// @{
         static constexpr const char* profileID = "profileId";
         static constexpr const char* username = "username";
         static constexpr const char* avatar = "avatar";
         static constexpr const char* group = "group";
         static constexpr const char* defaultUser = "default";
+        /// @}
     };
 
     /// A profile that the service knows.
@@ -33,9 +37,9 @@ struct KESTRIN_PROFILE_EXPORT User : KestrinConfigManager::Serializable {
 
     std::optional<std::string> profileID;  ///< absent until the service has created the profile
     std::optional<std::string> username;   ///< the display name
-    std::optional<std::string> avatar;
-    std::optional<std::string> group;
-    bool defaultUser = false;  ///< whether this is the household's default profile
+    std::optional<std::string> avatar;     ///< the picture, as the application names it
+    std::optional<std::string> group;      ///< what the service sorts the profile into
+    bool defaultUser = false;              ///< whether this is the household's default profile
 
     /// Reads a profile. Always present: a text that is missing or has the wrong kind is absent in
     /// it, and `defaultUser` is false.

@@ -20,10 +20,14 @@ KESTRIN_PROFILE_EXPORT bool operator==(const UserProfile& left, const UserProfil
 /// One of a profile's lists, as the service returned it. It is made only by its readers, and never
 /// sent: `serialized` is the default that every record has, absent.
 struct KESTRIN_PROFILE_EXPORT UserProfile : KestrinConfigManager::Serializable {
+    /// The keys of its dictionary forms, named as the members.
     struct Keys {
+        /// The key of a member.
+        /// @{
         static constexpr const char* id = "id";
         static constexpr const char* maxSize = "maxSize";
         static constexpr const char* elements = "elements";
+        /// @}
     };
 
     std::optional<std::string> id;        ///< the list's identifier

@@ -36,12 +36,16 @@ KESTRIN_PROFILE_EXPORT bool operator==(const UserProfileElement& left,
 /// Every form leaves out what is absent. `UserProfile` reads and archives its entries with the
 /// formatter, so in a list they keep their time stamps.
 struct KESTRIN_PROFILE_EXPORT UserProfileElement : KestrinConfigManager::Serializable {
+    /// The keys of its dictionary forms, named as the members.
     struct Keys {
+        /// The key of a member.
+        /// @{
         static constexpr const char* id = "id";
         static constexpr const char* type = "type";
         static constexpr const char* progress = "progress";
         static constexpr const char* isCompleted = "isCompleted";
         static constexpr const char* autoAddTimestamp = "autoAddTimestamp";
+        /// @}
     };
 
     /// An entry with nothing in it.
@@ -58,12 +62,12 @@ struct KESTRIN_PROFILE_EXPORT UserProfileElement : KestrinConfigManager::Seriali
                                 std::optional<bool> isCompleted = std::nullopt,
                                 std::optional<Date> autoAddTimestamp = std::nullopt);
 
-    std::optional<std::string> id;
+    std::optional<std::string> id;  ///< the video or show
     /// The wire form of a `Types` case, or any other text that the service sent.
     std::optional<std::string> type;
-    std::optional<std::int64_t> progress;
-    std::optional<bool> isCompleted;
-    std::optional<Date> autoAddTimestamp;
+    std::optional<std::int64_t> progress;  ///< how far it was watched, as the service counts it
+    std::optional<bool> isCompleted;       ///< whether it was watched to the end
+    std::optional<Date> autoAddTimestamp;  ///< when it was added
 
     /// Reads an entry without its time stamp. Always present: what is missing or has the wrong kind
     /// is absent in the entry.
@@ -77,6 +81,7 @@ struct KESTRIN_PROFILE_EXPORT UserProfileElement : KestrinConfigManager::Seriali
     /// Reads an archive; the same as `fromJSON`.
     [[nodiscard]] static std::optional<UserProfileElement> fromEncoded(
         const HalvardSling::JSONDictionary& dictionary);
+    /// Reads an archive with its time stamp; the same as `fromJSON`.
     [[nodiscard]] static std::optional<UserProfileElement> fromEncoded(
         const HalvardSling::JSONDictionary& dictionary, const DateFormatter& formatter);
 

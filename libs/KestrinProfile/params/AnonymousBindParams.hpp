@@ -15,15 +15,15 @@ class KESTRIN_PROFILE_EXPORT AnonymousBindParams final : public KestrinConfigMan
   public:
     /// The keys of the body.
     struct Keys {
-        static constexpr const char* profileID = "profileId";
+        static constexpr const char* profileID = "profileId";  ///< of the profile's identifier
     };
 
     /// @param profileID  the profile for which a bind is requested; may be empty
     /// @param operation  the operation that the request performs
     AnonymousBindParams(std::string profileID, ProfileOperation operation);
 
-    std::string profileID;
-    ProfileOperation operation;
+    std::string profileID;       ///< the profile for which a bind is requested
+    ProfileOperation operation;  ///< the operation that the request performs
 
     /// One entry, "profileId".
     [[nodiscard]] std::optional<HalvardSling::JSONDictionary> dictionaryRepresentation()

@@ -27,10 +27,13 @@ class KESTRIN_PROFILE_EXPORT ProfileParams final : public KestrinConfigManager::
   public:
     /// The keys of the body.
     struct Keys {
+        /// The key of a member.
+        /// @{
         static constexpr const char* type = "type";
         static constexpr const char* progress = "progress";
         static constexpr const char* isComplete = "isCompleted";
         static constexpr const char* elements = "elements";
+        /// @}
     };
 
     /// Parameters for the configured brand, as it is at the time of the call.
@@ -38,6 +41,7 @@ class KESTRIN_PROFILE_EXPORT ProfileParams final : public KestrinConfigManager::
     ///              holds for the selected profile, if any
     explicit ProfileParams(std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt);
 
+    /// Parameters for a given brand.
     /// @param bind      as above
     /// @param brandID   the brand; absent: none, and no request is valid
     /// @param elements  the entries for `addFavoriteShows`
@@ -54,11 +58,13 @@ class KESTRIN_PROFILE_EXPORT ProfileParams final : public KestrinConfigManager::
     std::optional<bool> isComplete;       ///< watched to the end; sent by `addHistoryVideo`
     std::optional<std::string> userName;  ///< the proposed profile name, fills "%USERNAME%"
 
-    // What the library sets.
+    /// What authorises the request; absent: none was given or held.
     [[nodiscard]] const std::optional<KestrinConfigManager::AnonymousBind>& bind() const noexcept {
         return bind_;
     }
+    /// The content kind; `Profile` sets it on its copy.
     [[nodiscard]] const std::optional<Types>& type() const noexcept { return type_; }
+    /// The operation; `Profile` sets it on its copy.
     [[nodiscard]] const std::optional<ProfileOperation>& operation() const noexcept {
         return operation_;
     }

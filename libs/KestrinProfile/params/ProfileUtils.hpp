@@ -11,8 +11,8 @@ namespace KestrinProfile {
 
 /// The names of the request headers.
 struct ProfileHeaders {
-    static constexpr const char* jwt = "Authorization";
-    static constexpr const char* profileID = "PXRO-PROFILE-ID";
+    static constexpr const char* jwt = "Authorization";          ///< carries the bind's token
+    static constexpr const char* profileID = "PXRO-PROFILE-ID";  ///< and this its profile
 };
 
 /// What all request-parameter records share.

@@ -22,8 +22,8 @@ class KESTRIN_PROFILE_EXPORT SearchParams final : public KestrinConfigManager::A
   public:
     /// The only key of the body, and its value.
     struct Keys {
-        static constexpr const char* type = "type";
-        static constexpr const char* term = "TERM";
+        static constexpr const char* type = "type";  ///< the key
+        static constexpr const char* term = "TERM";  ///< the value
     };
 
     /// Parameters for the configured brand, as it is at the time of the call.
@@ -43,13 +43,15 @@ class KESTRIN_PROFILE_EXPORT SearchParams final : public KestrinConfigManager::A
     std::string search;                  ///< fills "%SEARCH%"
     std::optional<std::string> brandID;  ///< fills "%BRANDNAME%"
 
-    // What is given once or set by the library.
+    /// The operation; `Profile` sets it on its copy.
     [[nodiscard]] const std::optional<ProfileOperation>& operation() const noexcept {
         return operation_;
     }
+    /// What authorises the request; absent: none was given or held.
     [[nodiscard]] const std::optional<KestrinConfigManager::AnonymousBind>& bind() const noexcept {
         return bind_;
     }
+    /// The content kind that was given.
     [[nodiscard]] Types type() const noexcept { return type_; }
 
     /// The headers that authorise the request; empty without a bind, never absent.

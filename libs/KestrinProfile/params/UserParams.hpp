@@ -14,15 +14,16 @@ namespace KestrinProfile {
 /// no equality.
 class KESTRIN_PROFILE_EXPORT UserParams final : public KestrinConfigManager::APIParams {
   public:
+    /// Parameters for a profile.
     /// @param bind  authorises the request; absent: the bind that the shared configuration manager
     ///              holds for the household's parent profile, if any
     /// @param user  the profile to create, edit or delete
     explicit UserParams(std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt,
                         std::optional<User> user = std::nullopt);
 
-    std::optional<ProfileOperation> operation;  ///< `Profile` sets it on its copy
-    std::optional<KestrinConfigManager::AnonymousBind> bind;
-    std::optional<User> user;
+    std::optional<ProfileOperation> operation;                ///< `Profile` sets it on its copy
+    std::optional<KestrinConfigManager::AnonymousBind> bind;  ///< authorises the request
+    std::optional<User> user;  ///< the profile to create, edit or delete
 
     /// The headers that authorise the request; empty without a bind, never absent.
     [[nodiscard]] std::optional<KestrinConfigManager::TextMap> headers() const override;

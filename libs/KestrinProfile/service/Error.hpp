@@ -71,6 +71,7 @@ whatToShow(const std::exception_ptr& error) noexcept;
 /// An error that is no `std::exception`, or none at all.
 class UnknownError final : public std::exception {
   public:
+    /// "an unknown error".
     [[nodiscard]] const char* what() const noexcept override { return "an unknown error"; }
 };
 

@@ -52,10 +52,13 @@ namespace KestrinProfile {
 /// change something emit the service's `Response` as it came, unread.
 class KESTRIN_PROFILE_EXPORT Profile {
   public:
+    /// What the operations return and emit.
+    /// @{
     template <class T>
     using Observable = HalvardSling::Observable<T>;
     using Response = HalvardSling::Response;
     using AnonymousBind = KestrinConfigManager::AnonymousBind;
+    /// @}
 
     /// The keys that the decoders read.
     struct Keys {
@@ -63,6 +66,7 @@ class KESTRIN_PROFILE_EXPORT Profile {
         static constexpr const char* getProfiles = "data";
     };
 
+    /// All are alike.
     Profile() = default;
 
     // The household's profiles.
