@@ -4,6 +4,7 @@
 // file included, stands beside the same writes made by the session, one after the other.
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -113,6 +114,25 @@ void appendToOutbox(State& state) {
     Bench::oneAtATime(state, append);
 }
 
+/// Writes of which each is made where the one before is known to be kept.
+void appendInTurn(State& state) {
+    constexpr std::size_t inARow = 200;
+    const TemporaryDirectory directory;
+    const Outbox outbox(std::make_shared<SQLiteOutboxStore>(directory / "outbox.db"),
+                        std::make_shared<NoAnswer>(), {}, withoutBound());
+    std::atomic<std::size_t> number = 0;
+    const auto append = [&](const Bench::InFlight::Done& done) {
+        outbox.add(writeOf(number++))
+            .subscribe([](const OutboxEntry&) {},
+                       [done](const std::exception_ptr&) { done(false); }, [done] { done(true); });
+    };
+    Bench::Latencies filling;
+    Bench::InFlight(fillingWrites, 1, append).run(filling);
+    Bench::manyInFlight(state, [&](Bench::Latencies& latencies) {
+        Bench::InFlight(inARow, 1, append).run(latencies);
+    });
+}
+
 void appendToSQLite(State& state) {
     const TemporaryDirectory directory;
     {
@@ -210,6 +230,9 @@ int main(int count, char** arguments) {
     benchmark::RegisterBenchmark("outbox_append/KestrinHousehold/1", &appendToOutbox)
         ->UseRealTime();
     benchmark::RegisterBenchmark("outbox_append/SQLite/1", &appendToSQLite)->UseRealTime();
+    benchmark::RegisterBenchmark("outbox_append_in_turn/KestrinHousehold/1", &appendInTurn)
+        ->UseRealTime();
+    benchmark::RegisterBenchmark("outbox_append_in_turn/SQLite/1", &appendToSQLite)->UseRealTime();
     benchmark::RegisterBenchmark("outbox_drain/KestrinHousehold/1000", &drainOutbox)
         ->UseManualTime();
     benchmark::RegisterBenchmark("outbox_drain/one after the other/1000", &writeDirectly)

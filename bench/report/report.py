@@ -254,7 +254,8 @@ def goals(results, folder):
         ("the same, allocations more", added(counter("allocations")), AT_MOST, 6),
         ("home screen of a fresh process without a bind, round trips", sessions("home_screen", 1, counter("round_trips")), AT_MOST, 4.2),
         ("home screen with a bind after warmUp, round trips", sessions("home_screen_held_bind", 1, counter("round_trips")), AT_MOST, 1.2),
-        ("an outbox's append, times SQLite's own commit", results.ratio("outbox_append", 1, SESSIONS, "SQLite", nanoseconds), AT_MOST, 1.3),
+        ("an outbox's append, times SQLite's own commit", results.ratio("outbox_append_in_turn", 1, SESSIONS, "SQLite", nanoseconds), AT_MOST, 1.3),
+        ("an append to an idle outbox, until a thread that waits for it goes on", results.ratio("outbox_append", 1, SESSIONS, "SQLite", nanoseconds), AT_MOST, 1.3),
         ("sending 1,000 entries of an outbox, rate against the session one after the other", results.ratio("outbox_drain", 1000, SESSIONS, "one after the other", lambda record: record["items_per_second"]), AT_LEAST, 0.8),
         ("a progress write on a connection that is there, bytes", ours("write_bytes", 1, counter("bytes")), AT_MOST, 400),
         ("service: reads of 50 entries per second", ours("server_read", only("server_read"), lambda record: record["items_per_second"]), AT_LEAST, 8000),
@@ -343,7 +344,7 @@ def main():
         "requests": "\n\n".join(f"`{topic}`:\n\n" + counter_table_with_time(results, topic) for topic in
                                 [*REQUESTS, "rx_chain"]),
         "sessions": session_table(results, folder) + "\n\n" + waiters_table(results),
-        "outbox": rate_table(results, ["outbox_append", "outbox_drain"], SESSIONS),
+        "outbox": rate_table(results, ["outbox_append_in_turn", "outbox_append", "outbox_drain"], SESSIONS),
         "home": home_table(results),
         "write_bytes": write_bytes_table(results),
         "http": rate_table(results, ["http_one_at_a_time", "http_64_in_flight",

@@ -101,6 +101,14 @@ TEST_F(SQLiteOutboxStoreTest, ChangesAsAWhole) {
     EXPECT_THAT(store.load().entries, ElementsAre(entry(2, "other"), entry(4)));
 }
 
+TEST_F(SQLiteOutboxStoreTest, KeepsItsLogShortSoThatNoCommitMakesItLonger) {
+    SQLiteOutboxStore store(file, 0ms);
+    static_cast<void>(store.load());
+    for (const auto& one : entries(600))
+        store.commit({{one}, {}});
+    EXPECT_LE(fs::file_size(folder / "outbox.db-wal"), 1024 * 1024);
+}
+
 TEST_F(SQLiteOutboxStoreTest, IsReadableByItsOwnerAlone) {
     SQLiteOutboxStore store(file, 0ms);
     static_cast<void>(store.load());
