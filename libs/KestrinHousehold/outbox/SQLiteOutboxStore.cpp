@@ -129,8 +129,8 @@ void keepLock(const SQLiteFile& file) {
 void prepare(const SQLiteFile& file) {
     file.run("PRAGMA synchronous = FULL");
     if (file.text("PRAGMA journal_mode = WAL") != "wal") throw Damage("it has no write-ahead log");
-    // The log starts over before it would outgrow the length that is kept: a commit that makes a file
-    // longer takes a disk twice the time.
+    // The log starts over before it would outgrow the length that is kept: a commit that makes a
+    // file longer takes a disk twice the time.
     file.run("PRAGMA wal_autocheckpoint = 200");  // pages, 4,120 bytes each
     file.run("PRAGMA journal_size_limit = 1048576");
 }
