@@ -96,6 +96,14 @@ if(NOT DEFINED CMAKE_INSTALL_RPATH)
     set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
 endif()
 
+# What is installed belongs to development unless it says otherwise; cmake --install takes one of these with
+# --component.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME KestrinProfile_Development)
+set(kestrin_library_components
+    LIBRARY COMPONENT KestrinProfile_Runtime NAMELINK_COMPONENT KestrinProfile_Development
+    RUNTIME COMPONENT KestrinProfile_Runtime)
+set(kestrin_program_component RUNTIME COMPONENT KestrinProfile_Tools)
+
 # A library that carries a version and hides what is not marked. Before 1.0 a minor version may change
 # the binary interface.
 function(kestrin_hide_unmarked name)
@@ -104,6 +112,16 @@ function(kestrin_hide_unmarked name)
                            SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
                            CXX_VISIBILITY_PRESET hidden
                            VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
+
+# How every shared library of ours is linked on Linux and Android.
+function(kestrin_link_for_devices name)
+    target_link_options(
+        ${name} PRIVATE
+        # Threads run in it, and what it hands over at the exit of the process stays behind.
+        LINKER:-z,nodelete
+        # Phones have pages of this size, too.
+        LINKER:-z,max-page-size=16384)
 endfunction()
 
 # What every library has that may be shared: it exports what its headers mark and nothing else.
@@ -123,8 +141,7 @@ function(kestrin_export_marked name)
         configure_file(${PROJECT_SOURCE_DIR}/cmake/exports.map.in ${exports} @ONLY)
         target_link_options(${name} PRIVATE LINKER:--version-script=${exports})
         set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${exports})
-        # Threads run in it, and what it hands over at the exit of the process stays behind.
-        target_link_options(${name} PRIVATE LINKER:-z,nodelete)
+        kestrin_link_for_devices(${name})
     endif()
 endfunction()
 
@@ -148,7 +165,7 @@ function(kestrin_add_library name)
     target_link_libraries(${name} PUBLIC ${arg_LINK}
                                   PRIVATE $<BUILD_INTERFACE:kestrin_warnings>
                                           $<BUILD_INTERFACE:kestrin_internal> ${arg_PRIVATE_LINK})
-    install(TARGETS ${name} EXPORT ${name}Targets)
+    install(TARGETS ${name} EXPORT ${name}Targets ${kestrin_library_components})
     if(arg_NOT_INSTALLED)
         set(not_installed PATTERN ${arg_NOT_INSTALLED} EXCLUDE)
     endif()

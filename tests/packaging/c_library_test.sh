@@ -14,9 +14,7 @@ diff --label "the header" --label "the library" -u \
         tr -d '(' | sort -u) \
     <(nm --dynamic --defined-only --format=posix "$library" | cut -d ' ' -f 1 | sort -u) || status=1
 
-readelf --segments --wide "$library" | awk '
-    $1 == "LOAD" { ++count; if ($NF != "0x4000") { print "not aligned to 16 KiB:", $0; bad = 1 } }
-    END { exit bad || count == 0 }' || status=1
+"$(dirname "${BASH_SOURCE[0]}")/segments_test.sh" "$library" || status=1
 
 runtimes=(libc libm libstdc++ libgcc_s libc++ libc++abi libunwind ld-linux-x86-64 ld-linux-aarch64)
 needed=$(readelf --dynamic --wide "$library" | sed -nE 's/.*\(NEEDED\).*\[(.*)\]/\1/p' |

@@ -1,0 +1,23 @@
+# Finds the components that find_package(KestrinProfile COMPONENTS …) names: X is the package KestrinX that was
+# installed beside this one. KestrinProfile_components are those that there may be.
+foreach(component IN LISTS KestrinProfile_FIND_COMPONENTS)
+    set(KestrinProfile_${component}_FOUND FALSE)
+    if(component IN_LIST KestrinProfile_components)
+        find_package(Kestrin${component} CONFIG QUIET PATHS ${CMAKE_CURRENT_LIST_DIR}/../Kestrin${component}
+                     NO_DEFAULT_PATH)
+        set(KestrinProfile_${component}_FOUND ${Kestrin${component}_FOUND})
+        set(reason "it was built without component '${component}' (docs/public-api.md has the options)")
+        if(Kestrin${component}_NOT_FOUND_MESSAGE)
+            set(reason "${Kestrin${component}_NOT_FOUND_MESSAGE}")
+        endif()
+    else()
+        list(JOIN KestrinProfile_components ", " reason)
+        set(reason "it has no component '${component}'; the components are: ${reason}")
+    endif()
+    if(KestrinProfile_FIND_REQUIRED_${component} AND NOT KestrinProfile_${component}_FOUND)
+        set(KestrinProfile_FOUND FALSE)
+        set(KestrinProfile_NOT_FOUND_MESSAGE "${reason}")
+    endif()
+endforeach()
+unset(component)
+unset(reason)
