@@ -70,6 +70,7 @@
 #include <stdint.h>
 #include <string.h>
 
+/** What the library exports. @hideinitializer */
 #if defined(_WIN32)
 #if defined(KESTRIN_C_BUILDING)
 #define KESTRIN_C_EXPORT __declspec(dllexport)

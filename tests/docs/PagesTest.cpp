@@ -30,9 +30,10 @@ struct Page {
     std::string text;
 };
 
-/// README.md, CHANGELOG.md and every page below the folders that have some.
+/// The pages at the top and every page below the folders that have some.
 std::vector<Page> pages() {
-    std::vector<fs::path> files{root / "README.md", root / "CHANGELOG.md"};
+    std::vector<fs::path> files{root / "README.md", root / "CHANGELOG.md", root / "CONTRIBUTING.md",
+                                root / "SECURITY.md"};
     for (const char* const folder : {"docs", "compat", "examples"})
         for (const auto& entry : fs::recursive_directory_iterator(root / folder))
             if (entry.path().extension() == ".md") files.push_back(entry.path());

@@ -54,7 +54,8 @@ class HALVARD_SLING_EXPORT CheckedRequest {
     /// Checks a request: its URL (see `URL`), whether cleartext is allowed if it is http, its
     /// method, which must be a token, and its headers (see `Headers::isValidName` and
     /// `isValidValue`).
-    /// @param id  see `requestID`
+    /// @param request  what would be sent
+    /// @param id       see `requestID`
     /// @return why it may not be sent if that is so: `malformedURL` or `forbiddenHeader`
     [[nodiscard]] static std::variant<CheckedRequest, SlingError> of(
         TransportRequest request, RequestID id = RequestID::random());

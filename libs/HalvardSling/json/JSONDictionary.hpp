@@ -88,9 +88,13 @@ class HALVARD_SLING_EXPORT JSONDictionary {
   public:
     /// An empty dictionary.
     JSONDictionary() noexcept;
+    /// Copies what was built; shares what came from a text.
     JSONDictionary(const JSONDictionary& other);
+    /// Takes it over; the other one is empty then.
     JSONDictionary(JSONDictionary&& other) noexcept;
+    /// As the copy.
     JSONDictionary& operator=(const JSONDictionary& other);
+    /// As the taking over.
     JSONDictionary& operator=(JSONDictionary&& other) noexcept;
     ~JSONDictionary();
 

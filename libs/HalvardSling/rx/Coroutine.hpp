@@ -124,6 +124,7 @@ class [[nodiscard]] ObservableAwaiter {
 /// drops its function, is one that was shut down, and a lack of memory then counts as that: the
 /// coroutine stays suspended, until its owner destroys it.
 ///
+/// @param source    what is awaited; subscribed to once `co_await` begins
 /// @param executor  not empty
 template <class T, class Source>
 [[nodiscard]] internal::ObservableAwaiter<T> resumeOn(const rxcpp::observable<T, Source>& source,

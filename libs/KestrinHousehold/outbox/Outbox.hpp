@@ -53,6 +53,7 @@ class KESTRIN_HOUSEHOLD_EXPORT Outbox {
     /// @param store      where entries are kept; not null
     /// @param delivery   how the service is reached; not null
     /// @param scheduler  who waits; null: a `TimerThread` of its own
+    /// @param options    its bounds and times
     Outbox(std::shared_ptr<OutboxStore> store, std::shared_ptr<OutboxDelivery> delivery,
            std::shared_ptr<Scheduler> scheduler = {}, OutboxOptions options = {});
     Outbox(const Outbox&) = delete;

@@ -113,7 +113,8 @@ class KESTRIN_HOUSEHOLD_EXPORT ProfileSession {
     /// The history's entry of one video.
     [[nodiscard]] Observable<UserProfile> videoHistory(std::string videoID) const;
     /// Records how far a video was watched.
-    /// @param progress    0 or more
+    /// @param videoID     the video
+    /// @param progress    how far; 0 or more
     /// @param isComplete  whether it was watched to the end; absent: the service is not told
     [[nodiscard]] Observable<Response> addHistoryVideo(
         std::string videoID, std::chrono::seconds progress,

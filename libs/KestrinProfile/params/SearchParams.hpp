@@ -35,6 +35,9 @@ class KESTRIN_PROFILE_EXPORT SearchParams final : public KestrinConfigManager::A
                           std::optional<KestrinConfigManager::AnonymousBind> bind = std::nullopt);
 
     /// The same for another brand.
+    /// @param search   the search text
+    /// @param type     the content kind; it is not sent
+    /// @param bind     as above
     /// @param brandID  the brand; absent: none, and no request is valid
     SearchParams(std::string search, Types type,
                  std::optional<KestrinConfigManager::AnonymousBind> bind,
