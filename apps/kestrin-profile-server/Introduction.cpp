@@ -74,6 +74,13 @@ std::optional<fs::path> writtenConfiguration(const Options& options, Service& se
     return place;
 }
 
+std::string warning(const Options& options) {
+    if (isLoopbackHost(options.service.http.host)) return {};
+    return "warning: other computers can reach this service, and everything goes in clear text."
+           " Clients accept clear text from this computer, and from the host that --public-url"
+           " names.\n";
+}
+
 std::string introduction(const Options& options, Service& service,
                          const std::optional<fs::path>& configuration) {
     std::string text;

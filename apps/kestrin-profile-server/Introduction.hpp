@@ -13,6 +13,10 @@ namespace KestrinProfileServer {
 [[nodiscard]] std::optional<std::filesystem::path> writtenConfiguration(const Options& options,
                                                                         Service& service);
 
+/// What there is to know before others reach the service, as a line with its end; empty if only
+/// this computer does.
+[[nodiscard]] std::string warning(const Options& options);
+
 /// What to try, in a few lines, each with its end.
 [[nodiscard]] std::string introduction(const Options& options, Service& service,
                                        const std::optional<std::filesystem::path>& configuration);

@@ -52,8 +52,8 @@ NamespaceSettings placed(NamespaceSettings settings, const std::filesystem::path
 
 Namespace::Namespace(std::string name, const NamespaceSettings& settings, std::size_t threads)
     : name_(std::move(name)),
-      isObserved_(settings.hasJournal || settings.isStrict),
-      observation_(settings.hasJournal, settings.isStrict),
+      isObserved_(settings.journalMemory != nullptr || settings.isStrict),
+      observation_(settings.journalMemory, settings.isStrict),
       temporary_(settings.database.empty() ? std::make_optional<TemporaryDatabase>()
                                            : std::nullopt),
       file_(temporary_ ? temporary_->file() : settings.database),
@@ -71,19 +71,23 @@ Namespace::Namespace(std::string name, const NamespaceSettings& settings, std::s
     start_ = boost::json::serialize(seedJSON(state(connection), Secrets::told));
 }
 
-void Namespace::restoreStart(Connection& connection) {
+Namespace::AfterCommit Namespace::restoreStart(Connection& connection) {
     // It leaves nothing out.
-    replaceState(connection, seedIn(boost::json::parse(start_), SeedDefaults{}));
+    return replaceState(connection, seedIn(boost::json::parse(start_), SeedDefaults{}));
 }
 
-void Namespace::replaceState(Connection& connection, const Seed& seed) {
+Namespace::AfterCommit Namespace::replaceState(Connection& connection, const Seed& seed) {
     KestrinProfileServer::replaceState(connection, seed);
-    limits_.setMaxListSize(seed.maxSize.value_or(limits_.configured().maxListSize));
+    return [this, size = seed.maxSize.value_or(limits_.configured().maxListSize)] {
+        limits_.setMaxListSize(size);
+    };
 }
 
-void Namespace::addState(Connection& connection, const Seed& seed) {
+Namespace::AfterCommit Namespace::addState(Connection& connection, const Seed& seed) {
     KestrinProfileServer::addState(connection, seed);
-    if (seed.maxSize) limits_.setMaxListSize(*seed.maxSize);
+    return [this, size = seed.maxSize] {
+        if (size) limits_.setMaxListSize(*size);
+    };
 }
 
 Seed Namespace::state(Connection& connection) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,7 +35,8 @@ struct NamespaceSettings {
     std::optional<Seed> seed;
     /// Whether it remembers what it holds at the start.
     bool canBeReset = false;
-    bool hasJournal = false;
+    /// What the journals of all namespaces share; null: there is no journal.
+    std::shared_ptr<JournalMemory> journalMemory;
     /// Whether what is legal but suspicious is told.
     bool isStrict = false;
 };
@@ -64,13 +66,16 @@ class Namespace {
     /// Whether somebody is to be told of its requests.
     [[nodiscard]] bool isObserved() const { return isObserved_; }
 
+    /// What changes beside the database, to be done once that is committed.
+    using AfterCommit = std::function<void()>;
+
     /// Replaces all that there is by what there was at the start. Runs in the queue of writes.
-    void restoreStart(Connection& connection);
+    [[nodiscard]] AfterCommit restoreStart(Connection& connection);
 
     /// Replaces all that there is. Runs in the queue of writes.
-    void replaceState(Connection& connection, const Seed& seed);
+    [[nodiscard]] AfterCommit replaceState(Connection& connection, const Seed& seed);
     /// Adds to it. Runs in the queue of writes.
-    void addState(Connection& connection, const Seed& seed);
+    [[nodiscard]] AfterCommit addState(Connection& connection, const Seed& seed);
     /// What there is.
     [[nodiscard]] Seed state(Connection& connection);
 

@@ -1,3 +1,5 @@
+#include <memory>
+
 #include <kestrin-profile-server/Service.hpp>
 
 namespace KestrinProfileServer {
@@ -17,7 +19,7 @@ NamespaceSettings ofRoot(const ServiceSettings& settings) {
     NamespaceSettings root = settings;
     root.canBeReset = settings.admin.isOn;
     // A journal is for who can ask for it.
-    root.hasJournal = settings.admin.isOn;
+    if (settings.admin.isOn) root.journalMemory = std::make_shared<JournalMemory>();
     return root;
 }
 

@@ -40,7 +40,6 @@ class Service {
     [[nodiscard]] std::string baseURL() const { return http_.baseURL(); }
     /// Where clients reach it by their configuration.
     [[nodiscard]] const std::string& publicURL() const { return publicURL_; }
-    [[nodiscard]] bool isLoopback() const { return http_.isLoopback(); }
 
     /// Answers the requests that are running and stops. The destructor does so too.
     void stop() { http_.stop(); }

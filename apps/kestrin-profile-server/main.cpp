@@ -34,17 +34,10 @@ void waitForStop() {
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-void warnAboutOtherComputers(const Service& service) {
-    if (service.isLoopback()) return;
-    std::cerr << "warning: other computers can reach this service, and everything goes in clear"
-                 " text. Clients accept clear text from this computer, and from the host that"
-                 " --public-url names.\n";
-}
-
 void serve(const Options& options) {
     holdStopSignals();
     Service service(options.service);
-    warnAboutOtherComputers(service);
+    std::cerr << warning(options);
     const auto configuration = writtenConfiguration(options, service);
     std::cout << "kestrin-profile-server ready on " << service.baseURL() << '\n';
     if (options.isIntroduced) std::cout << introduction(options, service, configuration);

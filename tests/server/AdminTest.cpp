@@ -132,7 +132,7 @@ TEST_F(AdminTest, withASecretItIsForWhoHasIt) {
     }
 }
 
-TEST_F(AdminTest, othersReachItWithASecretOnly) {
+TEST(AdminPlaceTest, othersDoNotReachItWithoutASecret) {
     ServiceSettings settings;
     settings.http.host = "0.0.0.0";
     settings.http.port = 0;
@@ -144,11 +144,6 @@ TEST_F(AdminTest, othersReachItWithASecretOnly) {
     } catch (const StartError& error) {
         EXPECT_NE(std::string(error.what()).find("--admin-secret-file"), std::string::npos);
     }
-    settings.admin.secret = secret;
-    const Service guarded(settings);
-    HttpClient other(guarded.baseURL());
-    EXPECT_EQ(outcomeOf(other.send("GET", status)), "401 admin-secret-required");
-    EXPECT_EQ(outcomeOf(other.send("GET", status, {{"Authorization", "Bearer " + secret}})), "200");
 }
 
 }  // namespace

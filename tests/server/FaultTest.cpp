@@ -5,6 +5,7 @@
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -29,9 +30,19 @@ class FaultTest : public testing::Test {
         fs::create_directories(durable);
     }
 
-    TestSupport::Program start(const std::string& threadsBefore = "") const {
-        return {{KESTRIN_PROFILE_SERVER_PROGRAM, "--database", (data / "db").string(), "--port",
-                 "0", "--write-config", configuration.string(), "--threads", "2"},
+    TestSupport::Program start(const std::string& threadsBefore = "",
+                               const std::vector<std::string>& more = {}) const {
+        std::vector<std::string> words{KESTRIN_PROFILE_SERVER_PROGRAM,
+                                       "--database",
+                                       (data / "db").string(),
+                                       "--port",
+                                       "0",
+                                       "--write-config",
+                                       configuration.string(),
+                                       "--threads",
+                                       "2"};
+        words.insert(words.end(), more.begin(), more.end());
+        return {std::move(words),
                 {{"LD_PRELOAD", KESTRIN_SERVER_FAULTS},
                  {"KESTRIN_FAULTS", faults.path().string()},
                  {"KESTRIN_DATA", data.string()},
@@ -89,6 +100,37 @@ TEST_F(FaultTest, aWriteThatTheDiskRefusesIsRefusedAndTheNextOnesGoOn) {
     auto again = start();
     HouseholdClient other = householdClient(again, configuration);
     EXPECT_EQ(other.idsOf(other.bind("parent"), favorites), "last " + acknowledged);
+}
+
+TEST_F(FaultTest, aChangeOfTheStateThatTheDiskRefusesChangesNothingBesideItEither) {
+    auto process = start("", {"--admin"});
+    HouseholdClient client = householdClient(process, configuration);
+    AdminClient admin(waitUntilReady(process));
+    admin.call("PUT", "clock", R"({"now":"2030-01-01T00:00:00Z","frozen":true})");
+    const Caller parent = client.bind("parent");
+    const auto maxSize = [&] {
+        return client.call(parent, "GET", "/v1/history?brand=b&profile=parent&v=1")
+            .json()
+            .at("maxSize")
+            .as_int64();
+    };
+    const std::string seed = R"({"maxSize":7,"households":[{"id":"another"}]})";
+    for (const std::string fault : {"write", "sync"}) {
+        turnOn(fault, EIO);
+        EXPECT_EQ(outcomeOf(admin.call("PUT", "state", seed)), "503 unavailable");
+        EXPECT_EQ(outcomeOf(admin.call("POST", "state", seed)), "503 unavailable");
+        EXPECT_EQ(outcomeOf(admin.call("POST", "scenarios/long-history")), "503 unavailable");
+        EXPECT_EQ(outcomeOf(admin.call("POST", "reset")), "503 unavailable");
+        turnOff(fault);
+        EXPECT_EQ(maxSize(), 500) << fault;
+        EXPECT_EQ(admin.get("clock").at("now"), "2030-01-01T00:00:00.000Z") << fault;
+        EXPECT_GT(admin.get("journal").at("total").as_int64(), 0) << fault;
+    }
+    EXPECT_EQ(outcomeOf(admin.call("POST", "state", seed)), "204");
+    EXPECT_EQ(maxSize(), 7);
+    EXPECT_EQ(outcomeOf(admin.call("POST", "reset")), "204");
+    EXPECT_EQ(admin.get("clock").at("frozen"), false);
+    EXPECT_EQ(admin.get("journal").at("total"), 0);
 }
 
 TEST_F(FaultTest, writesThatAreShortOrInterruptedAreFinished) {

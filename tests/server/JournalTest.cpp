@@ -1,7 +1,8 @@
 // What the admin interface tells of the requests that came: found, counted, awaited, verified.
-#include <future>
+#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -29,6 +30,13 @@ class JournalTest : public AdminClientTest {
     json::value journal(const std::string& query = "") { return get("/admin/v1/journal" + query); }
     std::int64_t count(const std::string& filter) {
         return post("/admin/v1/journal/count", filter).at("count").as_int64();
+    }
+    std::int64_t waiting() {
+        return get("/admin/v1/status").at("journal").at("waiting").as_int64();
+    }
+    /// Returns when so many wait for entries.
+    void awaitWaiting(std::int64_t number) {
+        EXPECT_TRUE(TestSupport::eventually([&] { return waiting() == number; }));
     }
     json::object verdict(const std::string& expectation) {
         return post("/admin/v1/journal/verify", expectation).as_object();
@@ -181,19 +189,22 @@ TEST_F(JournalTest, whatCameNearestIsToldFieldByField) {
 
 TEST_F(JournalTest, waitingEndsWhenEnoughHasCome) {
     put("v1");
-    std::promise<void> asks;
     std::thread waiter([&] {
         AdminCaller other(service.baseURL());
-        asks.set_value();
         const auto waited = other.post("/admin/v1/journal/wait",
                                        R"({"method": "PUT", "count": 3, "timeoutSeconds": 3600})");
         EXPECT_EQ(waited.at("satisfied"), true);
-        EXPECT_GE(waited.at("count").as_int64(), 3);
+        EXPECT_EQ(waited.at("count"), 3);
     });
-    asks.get_future().wait();
+    awaitWaiting(1);
     put("v2");
     put("v3");
     waiter.join();
+    EXPECT_EQ(waiting(), 0) << "who has an answer is forgotten";
+    const auto present =
+        post("/admin/v1/journal/wait", R"({"method": "PUT", "count": 3, "timeoutSeconds": 3600})");
+    EXPECT_EQ(present.at("satisfied"), true);
+    EXPECT_EQ(waiting(), 0);
 }
 
 TEST_F(JournalTest, waitingOccupiesNoThreadAndEndsInTime) {
@@ -207,28 +218,26 @@ TEST_F(JournalTest, waitingOccupiesNoThreadAndEndsInTime) {
             EXPECT_EQ(waited.at("satisfied"), true);
         });
     }
+    awaitWaiting(5);
     put("last");
     for (auto& waiter : waiters)
         waiter.join();
     const auto late = post("/admin/v1/journal/wait", R"({"item": "never", "timeoutSeconds": 0})");
     EXPECT_EQ(late.at("satisfied"), false);
     EXPECT_EQ(late.at("count"), 0);
+    EXPECT_EQ(waiting(), 0);
 }
 
 TEST_F(JournalTest, aServiceThatStopsLetsNobodyWait) {
-    RawClient waiter(service.baseURL());
-    const std::string body = R"({"item": "never", "timeoutSeconds": 3600})";
-    waiter.send("POST /admin/v1/journal/wait HTTP/1.1\r\nHost: 127.0.0.1:" +
-                std::to_string(portIn(service.baseURL())) +
-                "\r\nContent-Type: application/json\r\nContent-Length: " +
-                std::to_string(body.size()) + "\r\n\r\n" + body);
-    // The service has read it once it answers what came later on the same thread, or another one.
-    for (int index = 0; index < 4; ++index)
-        HttpClient(service.baseURL()).send("GET", "/healthz");
-    service.restart();
-    const std::string answer = waiter.rest();
-    EXPECT_TRUE(answer.empty() || answer.find(R"("satisfied":false)") != std::string::npos)
-        << answer;
+    std::thread waiter([&] {
+        AdminCaller other(service.baseURL());
+        const auto waited =
+            other.post("/admin/v1/journal/wait", R"({"item": "never", "timeoutSeconds": 3600})");
+        EXPECT_EQ(waited.at("satisfied"), false);
+    });
+    awaitWaiting(1);
+    service.stop();
+    waiter.join();
 }
 
 TEST_F(JournalTest, isExportedAsAnArchive) {
@@ -244,6 +253,37 @@ TEST_F(JournalTest, isExportedAsAnArchive) {
     for (const char* member :
          {"startedDateTime", "time", "request", "response", "cache", "timings"})
         EXPECT_TRUE(entry.as_object().contains(member)) << member;
+}
+
+TEST_F(JournalTest, ofAnArchiveOnlyWhatMatchesIsExported) {
+    put("v1");
+    put("v2");
+    const auto log = get("/admin/v1/journal.har?item=v2&method=PUT").at("log");
+    ASSERT_EQ(log.at("entries").as_array().size(), 1U);
+    EXPECT_EQ(log.at("entries").at(0).at("request").at("url").as_string(),
+              service.baseURL() + videoTarget("v2"));
+    EXPECT_TRUE(get("/admin/v1/journal.har?item=v3").at("log").at("entries").as_array().empty());
+    EXPECT_EQ(outcomeOf(send("GET", "/admin/v1/journal.har?limit=1")), "400 unknown-parameter");
+    EXPECT_EQ(outcomeOf(send("HEAD", "/admin/v1/journal.har")), "200");
+}
+
+TEST_F(JournalTest, anArchiveMayBeLargerThanTheMemoryForReplies) {
+    constexpr std::size_t memory = std::size_t{256} * 1024;
+    constexpr std::size_t requests = 10;
+    service.restart([](ServiceSettings& settings) { settings.http.memoryLimit = memory; });
+    AdminCaller other(service.baseURL());
+    HttpClient http(service.baseURL());
+    for (std::size_t index = 0; index < requests; ++index)
+        http.send("PUT", videoTarget("v"), {{"Content-Type", "application/json"}},
+                  // Each is six characters in JSON.
+                  std::string(30'000, '\x01'));
+    const std::string archive = other.send("GET", "/admin/v1/journal.har").body;
+    EXPECT_GT(archive.size(), memory);
+    EXPECT_EQ(json::parse(archive).at("log").at("entries").as_array().size(), requests);
+    const std::string old =
+        sendRaw(service.baseURL(), "GET /admin/v1/journal.har HTTP/1.0\r\nHost: 127.0.0.1:" +
+                                       std::to_string(portIn(service.baseURL())) + "\r\n\r\n");
+    EXPECT_EQ(old.substr(old.find("\r\n\r\n") + 4), archive) << "as a client without chunks has it";
 }
 
 TEST_F(JournalTest, aBodyThatIsNoTextIsShownInBase64) {
@@ -288,7 +328,7 @@ Exchange exchangeOf(const std::string& item) {
 }
 
 TEST(JournalBoundsTest, theOldestEntriesGoFirst) {
-    Journal journal({.entries = 3, .bytes = 1'000'000, .bodyBytes = 100});
+    Journal journal(std::make_shared<JournalMemory>(), {.entries = 3, .bodyBytes = 100});
     for (const char* item : {"a", "b", "c", "d", "e"})
         journal.record(exchangeOf(item), "", nullptr);
     EXPECT_EQ(journal.counts().entries, 3U);
@@ -300,7 +340,8 @@ TEST(JournalBoundsTest, theOldestEntriesGoFirst) {
 }
 
 TEST(JournalBoundsTest, theOldestBodiesMakeRoomBeforeEntriesDo) {
-    Journal journal({.entries = 1000, .bytes = 50'000, .bodyBytes = 10'000});
+    Journal journal(std::make_shared<JournalMemory>(50'000),
+                    {.entries = 1000, .bodyBytes = 10'000});
     for (int index = 0; index < 20; ++index)
         journal.record(exchangeOf("v"), std::string(5000, 'x'), nullptr);
     EXPECT_EQ(journal.counts().entries, 20U);
@@ -314,8 +355,50 @@ TEST(JournalBoundsTest, theOldestBodiesMakeRoomBeforeEntriesDo) {
     EXPECT_GT(journal.counts().dropped, 0U);
 }
 
+TEST(JournalBoundsTest, ofSeveralTheOneThatHoldsMostMakesRoom) {
+    const auto memory = std::make_shared<JournalMemory>(50'000);
+    Journal large(memory);
+    Journal small(memory);
+    small.record(exchangeOf("v"), std::string(1000, 'x'), nullptr);
+    for (int index = 0; index < 20; ++index) {
+        large.record(exchangeOf("v"), std::string(5000, 'x'), nullptr);
+        EXPECT_LE(large.counts().bytes + small.counts().bytes, 50'000U);
+    }
+    EXPECT_GT(large.counts().bytes, 40'000U) << "what the other one does not need";
+    for (int index = 0; index < 5; ++index)
+        small.record(exchangeOf("v"), std::string(3000, 'x'), nullptr);
+    EXPECT_LE(large.counts().bytes + small.counts().bytes, 50'000U);
+    EXPECT_NE(small.entry(1)->requestBody, nullptr) << "it holds less than the other one";
+    {
+        Journal third(memory);
+        third.record(exchangeOf("v"), std::string(20'000, 'x'), nullptr);
+    }
+    large.clear();
+    for (int index = 0; index < 6; ++index)
+        small.record(exchangeOf("v"), std::string(4000, 'x'), nullptr);
+    EXPECT_NE(small.entry(1)->requestBody, nullptr) << "what others held is free again";
+}
+
+TEST(JournalBoundsTest, whoHasWaitedIsForgotten) {
+    Journal journal(std::make_shared<JournalMemory>());
+    std::vector<std::pair<bool, std::size_t>> answers;
+    const auto note = [&](bool isSatisfied, std::size_t count) {
+        answers.emplace_back(isSatisfied, count);
+    };
+    const auto satisfied = journal.wait({}, 1, note);
+    const auto expired = journal.wait({}, 5, note);
+    EXPECT_EQ(journal.counts().waiting, 2U);
+    journal.record(exchangeOf("v"), "", nullptr);
+    EXPECT_TRUE(satisfied.expired());
+    expired.lock()->expire();
+    EXPECT_TRUE(expired.expired());
+    EXPECT_EQ(journal.counts().waiting, 0U);
+    journal.record(exchangeOf("v"), "", nullptr);
+    EXPECT_EQ(answers, (std::vector<std::pair<bool, std::size_t>>{{true, 1}, {false, 1}}));
+}
+
 TEST(JournalBoundsTest, ofALongBodyTheBeginningIsKept) {
-    Journal journal({.entries = 10, .bytes = 1'000'000, .bodyBytes = 5});
+    Journal journal(std::make_shared<JournalMemory>(), {.entries = 10, .bodyBytes = 5});
     journal.record(exchangeOf("v"), "aääää", nullptr);
     const auto request = entryJSON(*journal.entry(1)).at("request");
     EXPECT_EQ(request.at("body"), "aää");
@@ -324,7 +407,7 @@ TEST(JournalBoundsTest, ofALongBodyTheBeginningIsKept) {
 }
 
 TEST(JournalBoundsTest, aHundredThousandUsualRequestsFit) {
-    Journal journal;
+    Journal journal(std::make_shared<JournalMemory>());
     for (int index = 0; index < 100'000; ++index) {
         Exchange exchange = exchangeOf("5f0c1a77-video-1000000000");
         exchange.requestID = std::string(32, 'a');

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Support.hpp"
+#include "support/Waiting.hpp"
 
 namespace KestrinProfileServer::Testing {
 namespace {
@@ -159,29 +160,32 @@ TEST_F(NamespaceTest, thatAreDeletedLeaveNothing) {
 
 TEST_F(NamespaceTest, areDeletedWhileOthersWriteInThem) {
     constexpr int rounds = 10;
+    constexpr int writers = 3;
     for (int round = 0; round < rounds; ++round) {
         const std::string url = made(R"({"name":"one"})");
         const std::string secret = secretOf(url);
-        std::vector<std::thread> writers;
-        for (int writer = 0; writer < 3; ++writer) {
-            writers.emplace_back([&] {
+        TestSupport::Tally written;
+        std::vector<std::thread> threads;
+        for (int writer = 0; writer < writers; ++writer) {
+            threads.emplace_back([&] {
                 NamespaceClient client(url, secret);
-                const auto bind = client.bind("parent");
-                if (bind.status != 200) return;
-                const Caller parent = callerIn(bind);
+                const Caller parent = callerIn(client.bind("parent"));
                 std::string outcome = "204";
                 for (int show = 0; outcome == "204"; ++show) {
                     outcome =
                         outcomeOf(client.call(parent, "PUT",
                                               "/v1/favorites/show?show=" + std::to_string(show) +
                                                   "&brand=b&profile=parent&v=1"));
+                    if (outcome == "204") written.add();
                 }
                 EXPECT_EQ(outcome, "404 unknown-namespace");
             });
         }
+        // Each of them has begun, and goes on.
+        EXPECT_TRUE(written.reaches(writers * 5));
         EXPECT_EQ(outcomeOf(admin.call("DELETE", "namespaces/one")), "204");
-        for (std::thread& writer : writers)
-            writer.join();
+        for (std::thread& thread : threads)
+            thread.join();
     }
 }
 

@@ -273,6 +273,27 @@ TEST_F(WriteQueueTest, writesThatWaitedShareOneTransaction) {
     EXPECT_EQ(rowsAtFirstAnswer, 3) << "the second write was not stored with the first";
 }
 
+TEST_F(WriteQueueTest, aWriteMayHaveATransactionOfItsOwn) {
+    holdUp();
+    auto before = add("before", 204);
+    std::string storedThen;
+    queue->add(
+        "/test",
+        [](Connection& connection) {
+            insert(connection, "own");
+            return Reply{};
+        },
+        [this, &storedThen](const Reply&) { storedThen = stored(); }, WriteQueue::Transaction::own);
+    auto after = add("failed", 409);
+    auto last = add("last", 204);
+    release.set_value();
+    EXPECT_EQ(before.get().status, 204U);
+    EXPECT_EQ(after.get().status, 409U);
+    EXPECT_EQ(last.get().status, 204U);
+    EXPECT_EQ(storedThen, "before own");
+    EXPECT_EQ(stored(), "before last own");
+}
+
 TEST_F(WriteQueueTest, whenTheTransactionFailsEveryWriteOfItIsToldSo) {
     holdUp();
     auto good = add("good", 204);

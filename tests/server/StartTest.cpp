@@ -3,11 +3,14 @@
 #include <fstream>
 #include <signal.h>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include <kestrin-profile-server/ClientConfiguration.hpp>
+#include <kestrin-profile-server/Introduction.hpp>
 
 #include "Support.hpp"
 
@@ -195,23 +198,36 @@ TEST_F(StartTest, aPublicAddressGoesIntoTheConfiguration) {
 }
 
 TEST_F(StartTest, theAdminInterfaceIsOffWhereOthersWouldReachItWithoutASecret) {
-    {
-        auto program = start({"--demo", "--port", "0", "--host", "0.0.0.0"});
-        const std::string url = waitUntilReady(program);
-        EXPECT_EQ(outcomeOf(AdminClient(url).call("GET", "status")), "404 unknown-path");
-        EXPECT_NE(program.awaitOutput("no admin").find("--admin-secret-file"), std::string::npos);
-    }
     auto refused = start({"--demo", "--port", "0", "--host", "0.0.0.0", "--admin"});
     EXPECT_EQ(refused.wait(), 1);
     EXPECT_NE(refused.errors().find("--admin-secret-file"), std::string::npos);
     TestSupport::write(folder / "secret", "sixteen-letters!\nanother line\n");
-    auto program = start({"--demo", "--port", "0", "--host", "0.0.0.0", "--admin-secret-file",
-                          (folder / "secret").string()});
+    auto program =
+        start({"--demo", "--port", "0", "--admin-secret-file", (folder / "secret").string()});
     HttpClient http(waitUntilReady(program));
     EXPECT_EQ(outcomeOf(http.send("GET", "/admin/v1/status",
                                   {{"Authorization", "Bearer sixteen-letters!"}})),
               "200");
     EXPECT_EQ(outcomeOf(http.send("GET", "/admin/v1/status")), "401 admin-secret-required");
+}
+
+// What the words mean, without a service that others could reach.
+TEST(OptionsTest, beyondThisComputerTheAdminInterfaceNeedsASecretAndTheServiceWarns) {
+    const auto optionsOf = [](std::vector<const char*> words) {
+        words.insert(words.begin(), "kestrin-profile-server");
+        return std::get<Options>(parsedCommandLine(static_cast<int>(words.size()), words.data()));
+    };
+    for (const char* host : {"127.0.0.1", "127.0.0.2", "::1", "localhost"}) {
+        const Options options = optionsOf({"--demo", "--host", host});
+        EXPECT_TRUE(options.service.admin.isOn) << host;
+        EXPECT_EQ(warning(options), "") << host;
+    }
+    for (const char* host : {"0.0.0.0", "::", "192.168.1.20"}) {
+        const Options options = optionsOf({"--demo", "--host", host});
+        EXPECT_FALSE(options.service.admin.isOn) << host;
+        EXPECT_NE(warning(options).find("warning: other computers can reach"), std::string::npos);
+        EXPECT_TRUE(options.isIntroduced);
+    }
 }
 
 TEST_F(StartTest, whatDoesNotGoTogetherIsRefused) {

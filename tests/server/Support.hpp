@@ -148,6 +148,8 @@ class TestService {
 
     void advance(std::chrono::milliseconds time) { *now_ += time.count(); }
 
+    void stop() { service_->stop(); }
+
     /// Stops it and starts it again on the same database.
     void restart(const Change& change = [](ServiceSettings&) {});
 

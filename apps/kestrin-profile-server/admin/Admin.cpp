@@ -63,20 +63,30 @@ void Admin::run(AdminCall call, const Request& request, Namespace& space, std::s
                 return handled(call, space, &reader);
             }));
         case AdminEffect::write:
-            break;
+            return runWrite(std::move(call), space, std::move(done));
         case AdminEffect::later:
             return runLater(call, request, space, std::move(done));
     }
-    auto shared = std::make_shared<const AdminCall>(std::move(call));
+}
+
+void Admin::runWrite(AdminCall call, Namespace& space, Responder::Done done) const {
+    const auto shared = std::make_shared<const AdminCall>(std::move(call));
+    const auto afterCommit = std::make_shared<std::function<void()>>();
+    // In a transaction of its own, so that no write of others comes between its commit and what
+    // follows from it.
     space.writes().add(
         std::string(shared->route->path),
-        [this, shared, &space](Connection& connection) {
-            return handled(*shared, space, &connection);
+        [this, shared, &space, afterCommit](Connection& connection) {
+            return handled(*shared, space, &connection, afterCommit.get());
         },
-        [&space, done = std::move(done)](Reply reply) {
-            if (!isFailure(reply)) space.observation().events().publish("state", "{}");
+        [&space, afterCommit, done = std::move(done)](Reply reply) {
+            if (!isFailure(reply)) {
+                if (*afterCommit) (*afterCommit)();
+                space.observation().events().publish("state", "{}");
+            }
             done(std::move(reply));
-        });
+        },
+        WriteQueue::Transaction::own);
 }
 
 void Admin::runLater(const AdminCall& call, const Request& request, Namespace& space,
@@ -91,9 +101,11 @@ void Admin::runLater(const AdminCall& call, const Request& request, Namespace& s
     if (!hasBegun) done(std::move(failure));
 }
 
-Reply Admin::handled(const AdminCall& call, Namespace& space, Connection* connection) const {
+Reply Admin::handled(const AdminCall& call, Namespace& space, Connection* connection,
+                     std::function<void()>* afterCommit) const {
     return guardedReply(call.route->path, [&] {
-        return call.route->handler({call, facts_, namespaces_, space, connection});
+        return call.route->handler(
+            {call, facts_, namespaces_, space, connection, nullptr, afterCommit});
     });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 
 #include <kestrin-profile-server/Namespaces.hpp>
@@ -32,8 +33,9 @@ class Admin {
              Responder::Done done) const;
     void runLater(const AdminCall& call, const Request& request, Namespace& space,
                   const Responder::Done& done) const;
-    [[nodiscard]] Reply handled(const AdminCall& call, Namespace& space,
-                                Connection* connection) const;
+    void runWrite(AdminCall call, Namespace& space, Responder::Done done) const;
+    [[nodiscard]] Reply handled(const AdminCall& call, Namespace& space, Connection* connection,
+                                std::function<void()>* afterCommit = nullptr) const;
 
     AdminGuard guard_;
     ServiceFacts facts_;

@@ -83,10 +83,15 @@ struct AdminContext {
     Connection* database = nullptr;
     /// `Request::afterwards`; null unless the effect is `later`.
     const decltype(Request::afterwards)* later = nullptr;
+    /// Takes what `afterCommit` is given; null unless the effect is `write`.
+    std::function<void()>* whenCommitted = nullptr;
 
     void afterwards(std::chrono::milliseconds time, std::function<void()> work) const {
         (*later)(time, std::move(work));
     }
+    /// Has this done once what was written is committed, before the next write; never if that
+    /// fails. For what changes beside the database.
+    void afterCommit(std::function<void()> work) const { *whenCommitted = std::move(work); }
     [[nodiscard]] Connection& connection() const { return *database; }
     /// What stands before the path of the namespace's URLs, like http://127.0.0.1:8480/n/one.
     [[nodiscard]] std::string baseURL() const { return facts.publicURL + space.path(); }

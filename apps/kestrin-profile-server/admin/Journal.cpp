@@ -27,27 +27,67 @@ std::size_t headBytesOf(const JournalEntry& entry) {
 
 }  // namespace
 
+void JournalMemory::add(Journal& journal) {
+    journals_.lock()->push_back(&journal);
+}
+
+void JournalMemory::remove(Journal& journal) {
+    std::erase(*journals_.lock(), &journal);
+}
+
+void JournalMemory::makeRoom() {
+    if (used_ <= limit_) return;
+    const auto journals = journals_.lock();
+    const auto bytesOf = [](const Journal* journal) { return journal->counts().bytes; };
+    for (std::size_t used = used_; used > limit_; used = used_) {
+        const auto largest = std::ranges::max_element(*journals, {}, bytesOf);
+        if (largest == journals->end() || bytesOf(*largest) == 0) return;
+        (*largest)->shrink(used - limit_);
+    }
+}
+
+Journal::Journal(std::shared_ptr<JournalMemory> memory, Limits limits)
+    : memory_(std::move(memory)), limits_(limits) {
+    memory_->add(*this);
+}
+
+Journal::~Journal() {
+    memory_->remove(*this);
+    memory_->change(state_.lock()->bytes, 0);
+}
+
 SharedBody Journal::kept(SharedBody body) const {
     if (body == nullptr || body->empty()) return nullptr;
     if (body->size() <= limits_.bodyBytes) return body;
     return std::make_shared<const std::string>(body->substr(0, limits_.bodyBytes));
 }
 
-void Journal::makeRoom(State& state, std::vector<JournalEntry>& removed) const {
-    while (state.bytes > limits_.bytes && state.bodiless < state.entries.size()) {
-        JournalEntry& oldest = state.entries[state.bodiless++];
-        state.bytes -= bodyBytesOf(oldest);
-        removed.push_back({0, nullptr, std::move(oldest.requestBody), std::move(oldest.replyBody)});
-    }
-    while (state.entries.size() > limits_.entries ||
-           (state.bytes > limits_.bytes && !state.entries.empty())) {
-        JournalEntry& oldest = state.entries.front();
-        state.bytes -= headBytesOf(oldest) + bodyBytesOf(oldest);
-        removed.push_back(std::move(oldest));
-        state.entries.pop_front();
-        if (state.bodiless > 0) --state.bodiless;
-        ++state.dropped;
-    }
+void Journal::removeOldestBodies(State& state, Removed& removed) {
+    JournalEntry& oldest = state.entries[state.bodiless++];
+    state.bytes -= bodyBytesOf(oldest);
+    removed.push_back({0, nullptr, std::move(oldest.requestBody), std::move(oldest.replyBody)});
+}
+
+void Journal::removeOldest(State& state, Removed& removed) {
+    JournalEntry& oldest = state.entries.front();
+    state.bytes -= headBytesOf(oldest) + bodyBytesOf(oldest);
+    removed.push_back(std::move(oldest));
+    state.entries.pop_front();
+    if (state.bodiless > 0) --state.bodiless;
+    ++state.dropped;
+}
+
+void Journal::shrink(std::size_t bytes) {
+    Removed removed;  // goes when others have the lock again
+    auto state = state_.lock();
+    const std::size_t before = state->bytes;
+    const auto isEnough = [&] { return before - state->bytes >= bytes; };
+    while (!isEnough() && state->bodiless < state->entries.size())
+        removeOldestBodies(*state, removed);
+    while (!isEnough() && !state->entries.empty())
+        removeOldest(*state, removed);
+    memory_->change(before, state->bytes);
+    state.unlock();
 }
 
 JournalEntry Journal::record(Exchange exchange, std::string requestBody, SharedBody replyBody) {
@@ -59,22 +99,27 @@ JournalEntry Journal::record(Exchange exchange, std::string requestBody, SharedB
                            : kept(std::make_shared<const std::string>(std::move(requestBody))),
                        kept(std::move(replyBody))};
     const std::size_t bytes = headBytesOf(entry) + bodyBytesOf(entry);
-    std::vector<JournalEntry> removed;  // goes when others have the lock again
+    Removed removed;  // goes when others have the lock again
     std::vector<std::shared_ptr<Wait>> waits;
     {
         auto state = state_.lock();
+        const std::size_t before = state->bytes;
         entry.id = ++state->lastID;
         state->entries.push_back(entry);
         state->bytes += bytes;
-        makeRoom(*state, removed);
-        for (const auto& each : state->waits)
-            if (auto wait = each.lock()) waits.push_back(std::move(wait));
-        if (waits.size() < state->waits.size())
-            std::erase_if(state->waits, [](const auto& each) { return each.expired(); });
+        while (state->entries.size() > limits_.entries)
+            removeOldest(*state, removed);
+        memory_->change(before, state->bytes);
+        waits = state->waits;
     }
+    memory_->makeRoom();
     for (const auto& wait : waits)
         if (matches(wait->filter_, entry)) wait->add(1);
     return entry;
+}
+
+void Journal::forgetFinished() {
+    std::erase_if(state_.lock()->waits, [](const auto& each) { return each->hasFinished_.load(); });
 }
 
 Journal::Entries Journal::entries() const {
@@ -91,22 +136,23 @@ std::optional<JournalEntry> Journal::entry(std::int64_t id) const {
 
 Journal::Counts Journal::counts() const {
     const auto state = state_.lock();
-    return {state->entries.size(), state->dropped, state->bytes};
+    return {state->entries.size(), state->dropped, state->bytes, state->waits.size()};
 }
 
 void Journal::clear() {
     std::deque<JournalEntry> removed;
     auto state = state_.lock();
     removed.swap(state->entries);
+    memory_->change(state->bytes, 0);
     state->bytes = 0;
     state->bodiless = 0;
     state->dropped = 0;
     state.unlock();
 }
 
-std::shared_ptr<Journal::Wait> Journal::wait(JournalFilter filter, std::size_t count,
-                                             std::function<void(bool, std::size_t)> done) {
-    const auto wait = std::make_shared<Wait>();
+std::weak_ptr<Journal::Wait> Journal::wait(JournalFilter filter, std::size_t count,
+                                           std::function<void(bool, std::size_t)> done) {
+    const auto wait = std::make_shared<Wait>(*this);
     wait->filter_ = std::move(filter);
     wait->wanted_ = count;
     wait->state_.lock()->done = std::move(done);
@@ -134,7 +180,10 @@ void Journal::Wait::finish() {
     const Done done = std::exchange(state->done, nullptr);
     const std::size_t count = state->count;
     state.unlock();
-    if (done) done(count >= wanted_, count);
+    if (!done) return;
+    hasFinished_ = true;
+    journal_.forgetFinished();
+    done(count >= wanted_, count);
 }
 
 }  // namespace KestrinProfileServer

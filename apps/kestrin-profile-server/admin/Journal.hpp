@@ -9,12 +9,14 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <boost/json/object.hpp>
 
 #include <internal/Guarded.hpp>
 #include <kestrin-profile-server/http/Exchange.hpp>
+#include <kestrin-profile-server/http/Reply.hpp>
 
 namespace KestrinProfileServer {
 
@@ -50,13 +52,34 @@ bool setInFilter(JournalFilter& filter, std::string_view name, const std::string
 
 [[nodiscard]] bool matches(const JournalFilter& filter, const JournalEntry& entry);
 
+class Journal;
+
+/// What the journals of all namespaces may hold together. When they hold more, the one that holds
+/// most makes room. Used by all threads at once.
+class JournalMemory {
+  public:
+    explicit JournalMemory(std::size_t bytes = std::size_t{100'000'000}) : limit_(bytes) {}
+
+  private:
+    friend class Journal;
+
+    void add(Journal& journal);
+    void remove(Journal& journal);
+    /// A journal holds another number of bytes than before.
+    void change(std::size_t before, std::size_t now) { used_ += now - before; }
+    void makeRoom();
+
+    const std::size_t limit_;
+    std::atomic<std::size_t> used_ = 0;
+    KestrinInternal::Guarded<std::vector<Journal*>> journals_;
+};
+
 /// The requests of one namespace and their replies: bounded, the oldest go first. When the memory
 /// is used up, the oldest bodies make room before whole entries do. Used by all threads at once.
 class Journal {
   public:
     struct Limits {
         std::size_t entries = 100'000;
-        std::size_t bytes = 100'000'000;
         std::size_t bodyBytes = std::size_t{64} * 1024;  ///< what is kept of one body
     };
     /// Everything that is there, oldest first.
@@ -65,10 +88,15 @@ class Journal {
         std::size_t entries = 0;
         std::uint64_t dropped = 0;
         std::size_t bytes = 0;
+        std::size_t waiting = 0;  ///< how many wait for entries
     };
 
-    Journal() = default;
-    explicit Journal(Limits limits) : limits_(limits) {}
+    explicit Journal(std::shared_ptr<JournalMemory> memory)
+        : Journal(std::move(memory), Limits{}) {}
+    Journal(std::shared_ptr<JournalMemory> memory, Limits limits);
+    ~Journal();
+    Journal(const Journal&) = delete;
+    Journal& operator=(const Journal&) = delete;
 
     /// Takes a request and its reply. JSON is made of it when somebody asks.
     JournalEntry record(Exchange exchange, std::string requestBody, SharedBody replyBody);
@@ -82,6 +110,7 @@ class Journal {
     /// Somebody who waits for entries.
     class Wait {
       public:
+        explicit Wait(Journal& journal) : journal_(journal) {}
         /// Ends the waiting, if it has not ended.
         void expire() { finish(); }
 
@@ -93,6 +122,8 @@ class Journal {
         void add(std::size_t count);
         void finish();
 
+        Journal& journal_;
+        std::atomic<bool> hasFinished_ = false;
         JournalFilter filter_;
         std::size_t wanted_ = 0;
         struct State {
@@ -104,8 +135,9 @@ class Journal {
 
     /// Calls `done` once: when so many entries match, those that are there included, or when the
     /// waiting expires. On the thread that calls this, records, or lets it expire.
-    [[nodiscard]] std::shared_ptr<Wait> wait(JournalFilter filter, std::size_t count,
-                                             std::function<void(bool, std::size_t)> done);
+    /// @return the waiting, which is forgotten once it has ended
+    [[nodiscard]] std::weak_ptr<Wait> wait(JournalFilter filter, std::size_t count,
+                                           std::function<void(bool, std::size_t)> done);
 
   private:
     struct State {
@@ -114,12 +146,20 @@ class Journal {
         std::size_t bytes = 0;
         std::size_t bodiless = 0;  ///< how many of the oldest have lost their bodies
         std::uint64_t dropped = 0;
-        std::vector<std::weak_ptr<Wait>> waits;
+        std::vector<std::shared_ptr<Wait>> waits;
     };
+    using Removed = std::vector<JournalEntry>;
+    friend class JournalMemory;
 
     [[nodiscard]] SharedBody kept(SharedBody body) const;
-    void makeRoom(State& state, std::vector<JournalEntry>& removed) const;
+    static void removeOldestBodies(State& state, Removed& removed);
+    static void removeOldest(State& state, Removed& removed);
+    /// Forgets those who have ended to wait.
+    void forgetFinished();
+    /// Lets so many bytes go, or all.
+    void shrink(std::size_t bytes);
 
+    std::shared_ptr<JournalMemory> memory_;
     Limits limits_;
     mutable KestrinInternal::Guarded<State> state_;
 };
@@ -143,9 +183,9 @@ struct JournalExpectation {
                                            const JournalFilter& filter,
                                            const JournalExpectation& expectation);
 
-/// The entries as an HTTP Archive (HAR 1.2, http://www.softwareishard.com/blog/har-12-spec/).
+/// The entries as an HTTP Archive (HAR 1.2, http://www.softwareishard.com/blog/har-12-spec/), piece
+/// by piece, because all of it would take more memory than the journal.
 /// @param baseURL  of the namespace
-[[nodiscard]] boost::json::object archiveJSON(const Journal::Entries& entries,
-                                              const std::string& baseURL);
+[[nodiscard]] Reply::Pieces archivePieces(Journal::Entries entries, std::string baseURL);
 
 }  // namespace KestrinProfileServer

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include <boost/beast/http/status.hpp>
 #include <boost/json.hpp>
@@ -19,6 +20,11 @@ namespace {
 namespace json = boost::json;
 
 constexpr std::string_view replacement = "\xEF\xBF\xBD";
+
+constexpr std::size_t pieceSize = std::size_t{64} * 1024;
+constexpr std::string_view archiveBegin =
+    R"({"log":{"version":"1.2","creator":{"name":"kestrin-profile-server","version":"1"},"entries":[)";
+constexpr std::string_view archiveEnd = "]}}";
 
 /// The text with every byte that is no UTF-8 replaced.
 std::string asUTF8(std::string_view text) {
@@ -164,6 +170,18 @@ json::object archivedReply(const JournalEntry& entry) {
             {"bodySize", exchange.replyBytes}};
 }
 
+json::object archivedEntry(const JournalEntry& entry, const std::string& baseURL) {
+    const Exchange& exchange = *entry.exchange;
+    return {{"startedDateTime", timestampText(exchange.time)},
+            {"time", milliseconds(exchange)},
+            {"request", archivedRequest(entry, baseURL)},
+            {"response", archivedReply(entry)},
+            {"cache", json::object()},
+            {"timings", {{"send", 0}, {"wait", milliseconds(exchange)}, {"receive", 0}}},
+            {"connection", std::to_string(exchange.connection)},
+            {"_requestId", exchange.requestID}};
+}
+
 }  // namespace
 
 json::object summaryJSON(const JournalEntry& entry) {
@@ -196,24 +214,18 @@ json::object entryJSON(const JournalEntry& entry) {
     return whole;
 }
 
-json::object archiveJSON(const Journal::Entries& entries, const std::string& baseURL) {
-    json::array archived;
-    for (const JournalEntry& entry : entries) {
-        const Exchange& exchange = *entry.exchange;
-        archived.push_back(
-            {{"startedDateTime", timestampText(exchange.time)},
-             {"time", milliseconds(exchange)},
-             {"request", archivedRequest(entry, baseURL)},
-             {"response", archivedReply(entry)},
-             {"cache", json::object()},
-             {"timings", {{"send", 0}, {"wait", milliseconds(exchange)}, {"receive", 0}}},
-             {"connection", std::to_string(exchange.connection)},
-             {"_requestId", exchange.requestID}});
-    }
-    return {{"log",
-             {{"version", "1.2"},
-              {"creator", {{"name", "kestrin-profile-server"}, {"version", "1"}}},
-              {"entries", std::move(archived)}}}};
+Reply::Pieces archivePieces(Journal::Entries entries, std::string baseURL) {
+    return [entries = std::move(entries), baseURL = std::move(baseURL), next = std::size_t{0},
+            hasEnded = false]() mutable {
+        std::string piece = next == 0 && !hasEnded ? std::string(archiveBegin) : std::string();
+        for (; next < entries.size() && piece.size() < pieceSize; ++next) {
+            if (next > 0) piece += ',';
+            piece += json::serialize(archivedEntry(entries[next], baseURL));
+            entries[next] = {};
+        }
+        if (next == entries.size() && !std::exchange(hasEnded, true)) piece += archiveEnd;
+        return piece;
+    };
 }
 
 }  // namespace KestrinProfileServer

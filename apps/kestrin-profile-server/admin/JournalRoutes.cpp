@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <memory>
+#include <span>
 
 #include <boost/json.hpp>
 
@@ -18,6 +20,9 @@ namespace json = boost::json;
 constexpr std::array<std::string_view, 12> listParameters{
     "operation", "profile", "household", "item",         "method", "path",
     "status",    "problem", "since",     "bodyContains", "limit",  "order"};
+/// The same without what only a list has.
+constexpr std::span<const std::string_view> filterParameters =
+    std::span(listParameters).first<10>();
 constexpr std::size_t usualLimit = 100;
 constexpr std::int64_t largestLimit = 100'000;
 constexpr std::int64_t longestWait = 3600;
@@ -141,18 +146,25 @@ void waitForEntries(const AdminContext& context, std::function<void(Reply)> done
     const auto count = members.integer("count", 0, KestrinInternal::largestExactInteger);
     const double patience =
         members.number("timeoutSeconds", 0, static_cast<double>(longestWait)).value_or(usualWait);
-    const auto wait = journalOf(context).wait(
+    const std::weak_ptr<Journal::Wait> wait = journalOf(context).wait(
         filterIn(members), static_cast<std::size_t>(count.value_or(1)),
         [done = std::move(done)](bool isSatisfied, std::size_t found) {
             done(jsonReply(200, {{"satisfied", isSatisfied}, {"count", found}}));
         });
     context.afterwards(std::chrono::duration_cast<std::chrono::milliseconds>(
                            std::chrono::duration<double>(patience)),
-                       [wait] { wait->expire(); });
+                       [wait] {
+                           if (const auto waiting = wait.lock()) waiting->expire();
+                       });
 }
 
 Reply getArchive(const AdminContext& context) {
-    return jsonReply(200, archiveJSON(journalOf(context).entries(), context.baseURL()));
+    const JournalFilter filter = filterInQuery(context.call);
+    Journal::Entries found = journalOf(context).entries();
+    std::erase_if(found, [&](const JournalEntry& entry) { return !matches(filter, entry); });
+    Reply reply{.status = 200, .contentType = "application/json"};
+    reply.pieces = archivePieces(std::move(found), context.baseURL());
+    return reply;
 }
 
 constexpr std::array table{
@@ -163,8 +175,11 @@ constexpr std::array table{
                .parameters = listParameters},
     AdminRoute{"DELETE", "/admin/v1/journal", "Forgets all requests", AdminEffect::none,
                clearJournal},
-    AdminRoute{"GET", "/admin/v1/journal.har", "All requests as an HTTP Archive", AdminEffect::none,
-               getArchive},
+    AdminRoute{.method = "GET",
+               .path = "/admin/v1/journal.har",
+               .summary = "The requests that match as an HTTP Archive",
+               .handler = getArchive,
+               .parameters = filterParameters},
     AdminRoute{"GET", "/admin/v1/journal/{id}", "One request with its reply", AdminEffect::none,
                getEntry},
     AdminRoute{"POST", "/admin/v1/journal/count", "How many requests match", AdminEffect::none,

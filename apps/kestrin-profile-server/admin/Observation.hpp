@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include <kestrin-profile-server/admin/Events.hpp>
@@ -14,8 +15,10 @@ namespace KestrinProfileServer {
 /// threads at once.
 class Observation final : public ExchangeObserver {
   public:
-    /// @param isRecording  whether there is a journal
-    Observation(bool isRecording, bool isStrict) : isRecording_(isRecording) {
+    /// @param memory  what the journal shares with others; null: nothing is recorded
+    Observation(const std::shared_ptr<JournalMemory>& memory, bool isStrict)
+        : isRecording_(memory != nullptr),
+          journal_(memory != nullptr ? memory : std::make_shared<JournalMemory>()) {
         if (isStrict) strict_.emplace();
     }
 

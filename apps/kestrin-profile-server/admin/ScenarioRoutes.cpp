@@ -43,9 +43,9 @@ Reply postScenario(const AdminContext& context) {
         throw Problem(ProblemKind::unknownItem, "there is no scenario '" + excerptOf(name) +
                                                     "'; expected is one of " + allNames());
     }
-    context.space.replaceState(context.connection(),
-                               found->seed({context.facts.brand, context.space.clock().now()},
-                                           context.space.limits().configured().maxListSize));
+    context.afterCommit(context.space.replaceState(
+        context.connection(), found->seed({context.facts.brand, context.space.clock().now()},
+                                          context.space.limits().configured().maxListSize)));
     return jsonReply(200, {{"applied", name}});
 }
 

@@ -30,21 +30,24 @@ Reply getState(const AdminContext& context) {
 }
 
 Reply putState(const AdminContext& context) {
-    context.space.replaceState(context.connection(),
-                               seedIn(context.call.requiredBody(), defaultsOf(context)));
+    context.afterCommit(context.space.replaceState(
+        context.connection(), seedIn(context.call.requiredBody(), defaultsOf(context))));
     return noContent;
 }
 
 Reply postState(const AdminContext& context) {
-    context.space.addState(context.connection(),
-                           seedIn(context.call.requiredBody(), defaultsOf(context)));
+    context.afterCommit(context.space.addState(
+        context.connection(), seedIn(context.call.requiredBody(), defaultsOf(context))));
     return noContent;
 }
 
 Reply postReset(const AdminContext& context) {
-    context.space.restoreStart(context.connection());
-    context.space.clock().reset();
-    context.space.observation().reset();
+    context.afterCommit(
+        [&space = context.space, adopt = context.space.restoreStart(context.connection())] {
+            adopt();
+            space.clock().reset();
+            space.observation().reset();
+        });
     return noContent;
 }
 
@@ -147,7 +150,7 @@ Reply restoreSnapshot(const AdminContext& context) {
     const std::string& name = context.call.segments.at(0);
     const auto state = snapshotNamed(context.connection(), name);
     if (!state) throw unknownSnapshot(name);
-    context.space.replaceState(context.connection(), *state);
+    context.afterCommit(context.space.replaceState(context.connection(), *state));
     return noContent;
 }
 

@@ -14,7 +14,10 @@ std::int64_t countOf(Connection& connection, std::string_view sql) {
 }
 
 boost::json::object journalJSON(const Journal::Counts& counts) {
-    return {{"entries", counts.entries}, {"dropped", counts.dropped}, {"bytes", counts.bytes}};
+    return {{"entries", counts.entries},
+            {"dropped", counts.dropped},
+            {"bytes", counts.bytes},
+            {"waiting", counts.waiting}};
 }
 
 Reply getStatus(const AdminContext& context) {

@@ -47,6 +47,7 @@ constexpr std::size_t smallBuffer = 4096;
 constexpr std::chrono::seconds streamPause{15};
 constexpr std::chrono::milliseconds throttlePause{100};
 constexpr std::size_t throttlePausesInASecond = 10;
+constexpr unsigned http11 = 11;
 
 class Session;
 
@@ -273,7 +274,9 @@ class Session : public std::enable_shared_from_this<Session> {
     }
 
     void begin(Reply reply) {
-        isLast_ = isLast_ || worker_.isFinishing || reply.stream;
+        // Before HTTP/1.1 the end of a body without a length is that of the connection.
+        const bool isOld = parser_->version() < http11;
+        isLast_ = isLast_ || worker_.isFinishing || reply.stream || (reply.pieces && isOld);
         replyBody_ = std::make_shared<const std::string>(std::move(reply.body));
         delivery_ = reply.delivery;
         response_.emplace(http::status::ok, parser_->version());
@@ -287,7 +290,9 @@ class Session : public std::enable_shared_from_this<Session> {
         response_->keep_alive(!isLast_);
         // Without content there is no length either (RFC 9110, 8.6); a HEAD is told that of the
         // GET.
-        if (hasContent(reply.status) && !reply.stream)
+        if (reply.pieces && !isOld)
+            response_->chunked(true);
+        else if (hasContent(reply.status) && !reply.stream && !reply.pieces)
             response_->content_length(replyBody_->size());
         if (parser_->method() != "HEAD")
             response_->body() = {replyBody_->data(), replyBody_->size()};
@@ -295,6 +300,8 @@ class Session : public std::enable_shared_from_this<Session> {
         stream_.expires_after(worker_.transferTimeout);
         if (reply.stream && parser_->method() != "HEAD")
             return beginStream(std::move(reply.stream));
+        if (reply.pieces && parser_->method() != "HEAD")
+            return beginPieces(std::move(reply.pieces));
         if (delivery_) return deliver();
         http::async_write(stream_, *response_,
                           [self = shared_from_this()](beast::error_code error, std::size_t) {
@@ -396,6 +403,38 @@ class Session : public std::enable_shared_from_this<Session> {
                 break;
         }
         onWritten({});
+    }
+
+    void beginPieces(Reply::Pieces pieces) {
+        pieces_ = std::move(pieces);
+        written_ = headText();
+        asio::async_write(stream_, asio::buffer(written_),
+                          [self = shared_from_this()](beast::error_code error, std::size_t) {
+                              self->onPieceWritten(error);
+                          });
+    }
+
+    void onPieceWritten(beast::error_code error) {
+        if (error) return close();
+        written_ = pieces_();
+        stream_.expires_after(worker_.transferTimeout);
+        if (written_.empty()) return endPieces();
+        const auto goOn = [self = shared_from_this()](beast::error_code next, std::size_t) {
+            self->onPieceWritten(next);
+        };
+        if (response_->chunked())
+            asio::async_write(stream_, http::make_chunk(asio::buffer(written_)), goOn);
+        else
+            asio::async_write(stream_, asio::buffer(written_), goOn);
+    }
+
+    void endPieces() {
+        pieces_ = nullptr;
+        if (!response_->chunked()) return onWritten({});
+        asio::async_write(stream_, http::make_chunk_last(),
+                          [self = shared_from_this()](beast::error_code error, std::size_t) {
+                              self->onWritten(error);
+                          });
     }
 
     void beginStream(std::shared_ptr<EventStream> events) {
@@ -501,6 +540,7 @@ class Session : public std::enable_shared_from_this<Session> {
     /// What goes out otherwise than as a whole reply, and how much of it has gone.
     std::string written_;
     std::size_t sent_ = 0;
+    Reply::Pieces pieces_;
     asio::steady_timer pause_{stream_.get_executor()};
     std::shared_ptr<EventStream> events_;
     bool isSending_ = false;
@@ -576,8 +616,6 @@ class HttpServer::Implementation {
             address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
         return "http://" + host + ":" + std::to_string(endpoint.port());
     }
-
-    bool isLoopback() const { return acceptor_.local_endpoint().address().is_loopback(); }
 
     void stop() {
         if (!thread_.joinable()) return;
@@ -660,10 +698,6 @@ void HttpServer::start(const Responder& responder) {
 
 std::string HttpServer::baseURL() const {
     return implementation_->baseURL();
-}
-
-bool HttpServer::isLoopback() const {
-    return implementation_->isLoopback();
 }
 
 void HttpServer::stop() {

@@ -48,9 +48,6 @@ class HttpServer {
     /// Where clients on this computer reach it, like http://127.0.0.1:8080.
     [[nodiscard]] std::string baseURL() const;
 
-    /// Whether only programs on this computer reach it.
-    [[nodiscard]] bool isLoopback() const;
-
     /// Takes no more connections, answers the requests that are running, and returns then.
     void stop();
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,6 +18,9 @@ namespace KestrinProfileServer {
 
 /// What the service answers; without a body there is no content type.
 struct Reply {
+    /// Returns the next piece of a body, an empty one at its end. Called by one thread at a time.
+    using Pieces = std::function<std::string()>;
+
     unsigned status = 204;
     std::string body{};
     std::string contentType{};
@@ -32,6 +36,8 @@ struct Reply {
     std::shared_ptr<const Delivery> delivery{};
     /// What follows the head without an end, in the body's place; null: nothing.
     std::shared_ptr<EventStream> stream{};
+    /// What the body consists of if it is too long to be there as a whole; empty: `body` is all.
+    Pieces pieces{};
 };
 
 /// A reply with a JSON body.

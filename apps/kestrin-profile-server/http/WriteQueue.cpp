@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <stdexcept>
@@ -20,8 +21,9 @@ WriteQueue::~WriteQueue() {
     thread_.join();
 }
 
-void WriteQueue::add(std::string instance, Work work, Done done) {
-    shared_.lock()->waiting.push_back({std::move(instance), std::move(work), std::move(done)});
+void WriteQueue::add(std::string instance, Work work, Done done, Transaction transaction) {
+    shared_.lock()->waiting.push_back(
+        {std::move(instance), std::move(work), std::move(done), transaction});
     changed_.notify_one();
 }
 
@@ -35,9 +37,23 @@ std::optional<std::vector<WriteQueue::Job>> WriteQueue::takeWaiting() {
 
 void WriteQueue::serve() {
     purge();
-    while (auto batch = takeWaiting()) {
-        if (!batch->empty()) runBatch(*batch);
+    while (auto waiting = takeWaiting()) {
+        runAll(*waiting);
         purge();
+    }
+}
+
+std::size_t WriteQueue::sharingOf(std::span<const Job> jobs) {
+    if (jobs.front().transaction == Transaction::own) return 1;
+    const auto end = std::ranges::find(jobs, Transaction::own, &Job::transaction);
+    return static_cast<std::size_t>(end - jobs.begin());
+}
+
+void WriteQueue::runAll(std::span<Job> jobs) {
+    while (!jobs.empty()) {
+        const std::size_t size = sharingOf(jobs);
+        runBatch(jobs.first(size));
+        jobs = jobs.subspan(size);
     }
 }
 
@@ -65,7 +81,7 @@ void WriteQueue::rollBack() {
     }
 }
 
-void WriteQueue::runBatch(std::vector<Job>& batch) {
+void WriteQueue::runBatch(std::span<Job> batch) {
     std::vector<Reply> replies;
     try {
         replies = committed(batch);
@@ -81,7 +97,7 @@ void WriteQueue::runBatch(std::vector<Job>& batch) {
         batch[index].done(std::move(replies[index]));
 }
 
-std::vector<Reply> WriteQueue::committed(const std::vector<Job>& batch) {
+std::vector<Reply> WriteQueue::committed(std::span<const Job> batch) {
     try {
         Query(connection_, "BEGIN IMMEDIATE").run();
         if (batch.size() == 1) return {committedAlone(batch.front().work)};

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,8 +26,10 @@ class WriteQueue {
     /// Changes the database and says what to answer; a failure reply undoes its changes. Must not
     /// throw.
     using Work = std::function<Reply(Connection&)>;
-    /// Takes the answer, on the queue's thread.
+    /// Takes the answer, on the queue's thread, before the next transaction begins.
     using Done = std::function<void(Reply)>;
+    /// Whether a write shares its transaction with others that wait.
+    enum class Transaction { shared, own };
 
     explicit WriteQueue(const std::filesystem::path& file,
                         Durability durability = Durability::full);
@@ -35,13 +39,15 @@ class WriteQueue {
     WriteQueue& operator=(const WriteQueue&) = delete;
 
     /// `instance` is what a problem document names when the transaction itself fails.
-    void add(std::string instance, Work work, Done done);
+    void add(std::string instance, Work work, Done done,
+             Transaction transaction = Transaction::shared);
 
   private:
     struct Job {
         std::string instance;
         Work work;
         Done done;
+        Transaction transaction = Transaction::shared;
     };
 
     /// What waits, or nothing if there is something to purge; absent at the end.
@@ -49,8 +55,11 @@ class WriteQueue {
     void serve();
     void purge();
     void rollBack();
-    void runBatch(std::vector<Job>& batch);
-    [[nodiscard]] std::vector<Reply> committed(const std::vector<Job>& batch);
+    /// How many of the first jobs go into one transaction.
+    [[nodiscard]] static std::size_t sharingOf(std::span<const Job> jobs);
+    void runAll(std::span<Job> jobs);
+    void runBatch(std::span<Job> batch);
+    [[nodiscard]] std::vector<Reply> committed(std::span<const Job> batch);
     [[nodiscard]] Reply committedAlone(const Work& work);
     [[nodiscard]] Reply runInSavepoint(const Work& work);
     [[nodiscard]] Reply run(const Work& work);
