@@ -8,21 +8,8 @@
 #include <KestrinProfile/model/ProfileError.hpp>
 #include <KestrinProfile/params/AnonymousBindParams.hpp>
 
+#include "CreateProfileRequest.hpp"
 #include "ServiceFixture.hpp"
-#include "support/PrivateMember.hpp"
-
-namespace TestSupport {
-
-/// What all operations of `Profile` go through, and no client can call.
-struct CreateProfileRequest {
-    using Member = HalvardSling::Observable<HalvardSling::Response> (KestrinProfile::Profile::*)(
-        const KestrinConfigManager::APIParams&, std::optional<KestrinProfile::ProfileOperation>,
-        bool) const;
-    friend Member opened(CreateProfileRequest);
-};
-template struct Opens<CreateProfileRequest, &KestrinProfile::Profile::createProfileRequest>;
-
-}  // namespace TestSupport
 
 namespace {
 

@@ -16,6 +16,7 @@
 #include <KestrinProfile/params/AnonymousBindParams.hpp>
 #include <KestrinProfile/service/Error.hpp>
 #include <KestrinProfile/service/Profile.hpp>
+#include <KestrinProfile/service/internal/Decoding.hpp>
 
 namespace KestrinProfile {
 
@@ -23,6 +24,7 @@ using HalvardSling::JSONDictionary;
 using HalvardSling::Observable;
 using HalvardSling::Response;
 using HalvardSling::SlingError;
+using internal::decoded;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::APIParams;
 using KestrinConfigManager::ConfigurationManager;
@@ -60,14 +62,6 @@ void reactToForbiddenReply(const std::exception_ptr& error) {
 template <class T>
 Observable<T> reactingToForbiddenReply(const Observable<T>& source) {
     return source | rxcpp::operators::tap([](const T&) {}, &reactToForbiddenReply);
-}
-
-/// The record of a whole reply, or the error that says that there is none.
-template <class Record, ProfileError::Case Failure>
-Record decoded(const JSONDictionary& reply) {
-    auto record = Record::fromJSON(reply);
-    if (!record) throw ProfileError(Failure);
-    return std::move(*record);
 }
 
 std::vector<User> decodedUsers(const JSONDictionary& reply) {
