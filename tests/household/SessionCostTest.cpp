@@ -1,11 +1,8 @@
-// What a session costs beside plain `Profile`. A program of its own, because it replaces the
-// allocation functions to count them.
+// What a session costs beside plain `Profile`. A program of its own, whose allocations are counted.
 
 #include <cstddef>
-#include <cstdlib>
 #include <exception>
 #include <memory>
-#include <new>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -15,23 +12,7 @@
 #include <KestrinHousehold/session/Household.hpp>
 #include <KestrinProfile/service/Profile.hpp>
 
-namespace {
-
-std::size_t allocations = 0;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* const memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
+#include "support/Allocations.hpp"
 
 namespace {
 
@@ -42,6 +23,7 @@ using HalvardSling::TransportCompletion;
 using KestrinHousehold::Household;
 using KestrinProfile::Profile;
 using KestrinProfile::ProfileParams;
+using TestSupport::allocationsSoFar;
 
 Response reply(std::string body) {
     return Response(
@@ -89,9 +71,9 @@ class SessionCost : public testing::Test {
     template <class Work>
     static std::size_t allocationsOf(Work work) {
         work();
-        const std::size_t before = allocations;
+        const std::size_t before = allocationsSoFar().blocks;
         work();
-        return allocations - before;
+        return allocationsSoFar().blocks - before;
     }
 
     /// The same for so many calls that wait for their bind.
@@ -99,13 +81,13 @@ class SessionCost : public testing::Test {
         manager.dropBinds();
         const Household household;
         const auto session = household.session("p");
-        const std::size_t before = allocations;
+        const std::size_t before = allocationsSoFar().blocks;
         completed = 0;
         for (std::size_t call = 0; call < calls; ++call)
             run(session.history());
         service->giveBind();
         EXPECT_EQ(completed, calls);
-        return allocations - before;
+        return allocationsSoFar().blocks - before;
     }
 
     KestrinConfigManager::ConfigurationManager& manager =

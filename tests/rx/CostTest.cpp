@@ -1,11 +1,8 @@
-// How little a chain costs with the bundled subset. A program of its own, because it replaces the
-// allocation functions to count them.
+// How little a chain costs with the bundled subset. A program of its own, whose allocations are
+// counted.
 
-#include <atomic>
 #include <cstddef>
-#include <cstdlib>
 #include <exception>
-#include <new>
 #include <optional>
 #include <utility>
 
@@ -13,38 +10,14 @@
 #include <rxcpp/operators/rx-tap.hpp>
 
 #include "RxTestSupport.hpp"
-
-namespace {
-
-std::atomic<std::size_t> allocations{0};
-std::atomic<std::size_t> allocated_bytes{0};
-
-void* allocate(std::size_t size) {
-    ++allocations;
-    allocated_bytes += size;
-    if (void* memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "support/Allocations.hpp"
 
 namespace {
 
 using rx_test::subscriber_of_int;
 using rxcpp::operators::map;
 using rxcpp::operators::tap;
+using TestSupport::allocationsSoFar;
 
 /// A value that counts how often it is copied.
 class counted {
@@ -91,12 +64,12 @@ TEST(RxCost, AnEmittedRvalueIsNeverCopiedOnItsWayThroughAChain) {
 TEST(RxCost, AChainCostsOneAllocationToMakeAndTwoToSubscribe) {
     int tapped = 0;
     int received = 0;
-    const std::size_t before = allocations;
+    const std::size_t before = allocationsSoFar().blocks;
     const auto source = chain(1, tapped);
-    const std::size_t made = allocations;
+    const std::size_t made = allocationsSoFar().blocks;
     source.subscribe([&received](counted value) { received = value.value(); },
                      [](std::exception_ptr) {}, [] {});
-    const std::size_t subscribed = allocations;
+    const std::size_t subscribed = allocationsSoFar().blocks;
     EXPECT_EQ(received, 2);
     EXPECT_EQ(made - before, 1U);
     EXPECT_EQ(subscribed - made, 2U);
@@ -111,12 +84,11 @@ TEST(RxCost, ASubscriptionThatWaitsTakesLittleMemory) {
         }) |
         map([](int value) { return value; }) | map([](int value) { return value; }) |
         tap([](int) {});
-    const std::size_t allocations_before = allocations;
-    const std::size_t bytes_before = allocated_bytes;
+    const auto before = allocationsSoFar();
     const auto subscription = source.subscribe([](int) {}, [](std::exception_ptr) {}, [] {});
-    const std::size_t bytes = allocated_bytes - bytes_before;
-    EXPECT_EQ(allocations - allocations_before, 2U);
-    EXPECT_LE(bytes, 320U);
+    const auto after = allocationsSoFar();
+    EXPECT_EQ(after.blocks - before.blocks, 2U);
+    EXPECT_LE(after.bytes - before.bytes, 320U);
     subscription.unsubscribe();
     EXPECT_FALSE(emitter.has_value());
 }
@@ -124,11 +96,11 @@ TEST(RxCost, ASubscriptionThatWaitsTakesLittleMemory) {
 TEST(RxCost, AFirstTeardownOfFourPointersNeedsNoAllocation) {
     const rxcpp::composite_subscription subscription;
     int values[4] = {};
-    const std::size_t before = allocations;
+    const std::size_t before = allocationsSoFar().blocks;
     subscription.add([first = &values[0], second = &values[1], third = &values[2],
                       fourth = &values[3]] { *first = *second = *third = *fourth = 1; });
     subscription.unsubscribe();
-    EXPECT_EQ(allocations - before, 0U);
+    EXPECT_EQ(allocationsSoFar().blocks - before, 0U);
     EXPECT_EQ(values[0] + values[1] + values[2] + values[3], 4);
 }
 

@@ -1,10 +1,7 @@
-// How much memory an operation takes for its reply, however the reply is made. It replaces the
-// allocation functions of its process to count.
+// How much memory an operation takes for its reply, however the reply is made.
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,51 +16,7 @@
 #include <KestrinProfile/model/UserProfileElement.hpp>
 
 #include "ServiceFixture.hpp"
-
-namespace {
-
-/// Bytes that are allocated now, and the most that ever were.
-thread_local std::size_t allocated = 0;
-thread_local std::size_t peak = 0;
-
-constexpr std::size_t headSize = alignof(std::max_align_t);
-
-void* allocate(std::size_t size) {
-    auto* const head = static_cast<std::byte*>(std::malloc(size + headSize));
-    if (head == nullptr) throw std::bad_alloc();
-    new (head) std::size_t(size);
-    allocated += size;
-    peak = std::max(peak, allocated);
-    return head + headSize;
-}
-
-void release(void* memory) noexcept {
-    if (memory == nullptr) return;
-    auto* const head = static_cast<std::byte*>(memory) - headSize;
-    allocated -= *reinterpret_cast<std::size_t*>(head);
-    std::free(head);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory) noexcept {
-    release(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    release(memory);
-}
+#include "support/Allocations.hpp"
 
 namespace {
 
@@ -188,9 +141,9 @@ class ReplyMemory : public TestSupport::ServiceFixture {
         configureWith(std::move(table));
         hold("parent", "token");
 
-        const std::size_t base = allocated - reply.size();
+        const std::size_t base = TestSupport::bytesOfThisThread() - reply.size();
         transport->willAnswer(200, std::move(reply));
-        peak = allocated;
+        TestSupport::startPeakOfThisThread();
         Outcome outcome;
         const auto failed = [&](const std::exception_ptr& error) {
             try {
@@ -209,7 +162,7 @@ class ReplyMemory : public TestSupport::ServiceFixture {
                         outcome.records = list.elements ? list.elements->size() : 0;
                     },
                     failed);
-        outcome.memory = peak - base;
+        outcome.memory = TestSupport::peakOfThisThread() - base;
         return outcome;
     }
 };

@@ -1,5 +1,6 @@
 #include "support/Allocations.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
@@ -10,6 +11,13 @@ namespace TestSupport {
 namespace {
 
 std::atomic<long> inUse{0};
+std::atomic<std::size_t> blocksEver{0};
+std::atomic<std::size_t> bytesEver{0};
+thread_local std::size_t bytes = 0;
+thread_local std::size_t peak = 0;
+
+// Before each block stands its size.
+constexpr std::size_t headSize = alignof(std::max_align_t);
 
 std::atomic<bool> isFailing{false};
 std::atomic<Failing> failing{Failing::one};
@@ -31,21 +39,45 @@ bool isToFail() noexcept {
 }
 
 void* allocated(std::size_t size) {
-    void* const memory = isToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr) throw std::bad_alloc();
+    auto* const head = isToFail() ? nullptr : static_cast<std::byte*>(std::malloc(size + headSize));
+    if (head == nullptr) throw std::bad_alloc();
+    new (head) std::size_t(size);
     ++inUse;
-    return memory;
+    ++blocksEver;
+    bytesEver += size;
+    bytes += size;
+    peak = std::max(peak, bytes);
+    return head + headSize;
 }
 
 void release(void* memory) noexcept {
-    if (memory != nullptr) --inUse;
-    std::free(memory);
+    if (memory == nullptr) return;
+    auto* const head = static_cast<std::byte*>(memory) - headSize;
+    --inUse;
+    bytes -= *reinterpret_cast<std::size_t*>(head);
+    std::free(head);
 }
 
 }  // namespace
 
 long blocksInUse() noexcept {
     return inUse;
+}
+
+AllocationCount allocationsSoFar() noexcept {
+    return {blocksEver, bytesEver};
+}
+
+std::size_t bytesOfThisThread() noexcept {
+    return bytes;
+}
+
+std::size_t peakOfThisThread() noexcept {
+    return peak;
+}
+
+void startPeakOfThisThread() noexcept {
+    peak = bytes;
 }
 
 FailingAllocations::FailingAllocations(Failing which, long at, IsCounted isCounted) noexcept {

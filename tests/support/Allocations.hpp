@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace TestSupport {
 
 /// The allocation functions of the program that links kestrin_test_allocations: they count, and
@@ -7,6 +9,20 @@ namespace TestSupport {
 
 /// How many blocks are in use, of all threads.
 [[nodiscard]] long blocksInUse() noexcept;
+
+/// What was allocated since the process began, by all threads.
+struct AllocationCount {
+    std::size_t blocks = 0;
+    std::size_t bytes = 0;
+};
+[[nodiscard]] AllocationCount allocationsSoFar() noexcept;
+
+/// How many bytes this thread has allocated and not released.
+[[nodiscard]] std::size_t bytesOfThisThread() noexcept;
+
+/// How many these were at the most since `startPeakOfThisThread` was called.
+[[nodiscard]] std::size_t peakOfThisThread() noexcept;
+void startPeakOfThisThread() noexcept;
 
 /// Which allocations fail: of those that are counted, one, or all from one on.
 enum class Failing { one, allFrom };
