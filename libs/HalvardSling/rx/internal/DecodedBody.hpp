@@ -10,7 +10,8 @@
 
 namespace HalvardSling::internal {
 
-/// The body of a reply as JSON, which may take four times the memory of the body's cap.
+/// The body of a reply as JSON, which may take the memory that `RequestPolicy::maxBodyBytes`
+/// allows.
 [[nodiscard]] inline std::variant<JSONDictionary, JSONFailure> decodedBody(
     const Response& response) {
     constexpr std::size_t times = 4;
