@@ -4,6 +4,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -168,6 +169,16 @@ TEST(ConfigurationCheckTest, AMethodThatDoesNotFitIsAProblem) {
          {deleteProfile, removeVideoFromHistory, clearHistory, removeFavoriteShow, clearFavorites,
           removeFromWatchList, clearWatchList, deleteSearchHistory})
         expectFitting(operation, {"DELETE", "POST"});
+}
+
+TEST(ConfigurationCheckTest, AServiceOfTheTestOperationMayBeAnything) {
+    ServiceTable services = *example().services;
+    WebService test;
+    test.operation = rawValue(testOperation);
+    test.method = "DELETE";
+    test.url = URLTemplate("https://example.com/%VIDEO%");
+    services.add(std::move(test));
+    EXPECT_THAT(checkConfiguration(with(std::move(services))), IsEmpty());
 }
 
 TEST(ConfigurationCheckTest, ABodyThatWouldBeDroppedIsAProblem) {

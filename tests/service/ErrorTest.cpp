@@ -104,6 +104,11 @@ TEST(WhatToShowTest, IsDecidedForEachKindOfNetworkError) {
             << name(kind);
 }
 
+TEST(WhatToShowTest, OfAKindThatALaterVersionMayHaveIsUnknown) {
+    const auto later = static_cast<SlingErrorKind>(1000);
+    EXPECT_EQ(noticeOf(SlingError(later, "")), ErrorNotice::unknown);
+}
+
 TEST(WhatToShowTest, IsDecidedForEachStatus) {
     const std::map<int, ErrorNotice> table{
         {401, ErrorNotice::signInAgain}, {402, ErrorNotice::notAllowed},

@@ -47,11 +47,10 @@ TextMap fillable(const OperationRow& row) {
         case OperationRow::Record::search:
             return SearchParams("", Types::none, bind, "").URLMapping().value();
         case OperationRow::Record::user:
-            return UserParams(bind).URLMapping().value();
-        case OperationRow::Record::none:
+        case OperationRow::Record::none:  // is not checked
             break;
     }
-    return {};
+    return UserParams(bind).URLMapping().value();
 }
 
 /// What an operation does, and the methods for that.
