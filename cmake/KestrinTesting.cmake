@@ -61,6 +61,9 @@ function(kestrin_reuse_test_headers name)
     kestrin_precompile(${name} REUSE_FROM kestrin_test_headers)
 endfunction()
 
+# All executables of kestrin_add_test.
+add_custom_target(kestrin_tests)
+
 # kestrin_add_test(<name> SOURCES … LIBRARIES … [INTERNAL_SOURCES …] [PROPERTIES …])
 # A GoogleTest executable; each of its tests is a test of ctest's, run in a process of its own.
 # INTERNAL_SOURCES test what a shared library does not export; a build of shared libraries leaves
@@ -78,6 +81,7 @@ function(kestrin_add_test name)
     target_compile_options(${name} PRIVATE ${KESTRIN_TEST_OPTIONS})
     target_link_libraries(${name} PRIVATE kestrin_warnings ${arg_LIBRARIES} GTest::gmock_main)
     kestrin_reuse_test_headers(${name})
+    add_dependencies(kestrin_tests ${name})
     gtest_discover_tests(
         ${name}
         TEST_PREFIX "${name}: "
