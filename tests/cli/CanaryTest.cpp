@@ -54,6 +54,7 @@ struct Service {
     const char* name;
     Reply reply;
     std::string bind = httpReply(200, goodBind);
+    bool closes = false;  ///< the connection after each reply
 };
 
 /// Services of all kinds, most of which repeat what they were sent.
@@ -63,7 +64,8 @@ std::vector<Service> services(const std::string& url) {
     };
     std::vector<Service> all{
         {"fine", fine},
-        {"cut", always("HTTP/1.1 200 OK\r\nContent-Length: 900\r\n\r\n{\"" + token)},
+        {"cut", always("HTTP/1.1 200 OK\r\nContent-Length: 900\r\n\r\n{\"" + token),
+         httpReply(200, goodBind), true},
         {"no JSON", always(httpReply(200, "{\"data\":" + token))},
         {"other JSON", always(httpReply(200, R"({"data":")" + token + "\"}"))},
         {"no HTTP", always(token + "\r\n\r\n")},
@@ -148,6 +150,11 @@ class Canary : public CommandLine {
         current = std::move(next);
     }
 
+    [[nodiscard]] bool closes() {
+        const std::scoped_lock lock(mutex);
+        return current.closes;
+    }
+
     [[nodiscard]] std::string replyTo(const std::string& request) {
         const std::scoped_lock lock(mutex);
         const bool isBind = request.find("/binds") != std::string::npos;
@@ -158,7 +165,7 @@ class Canary : public CommandLine {
     Service current{"fine", fine};
     RawServer server{[this](RawConnection& connection) {
         while (const auto request = connection.readRequest())
-            if (!connection.send(replyTo(*request))) return;
+            if (!connection.send(replyTo(*request)) || closes()) return;
     }};
 };
 
