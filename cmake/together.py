@@ -8,7 +8,9 @@ for each source that can be compiled with others: target, number of the group, s
 them. Sources that define the same name, in a namespace without a name for example, are kept apart.
 """
 
+import collections
 import functools
+import itertools
 import pathlib
 import re
 import sys
@@ -22,9 +24,25 @@ NAMES = [re.compile(pattern, re.MULTILINE) for pattern in (
     r"^# *define (\w+)",
     r"^(?:\w+_)?(?:TEST|TEST_[FP]|PROP)\((\s*\w+,\s*\w+)",
     r"^INSTANTIATE_TEST_SUITE_P\((\s*\w+,\s*\w+)",
-    r"^(?!namespace|using|return|template)[A-Za-z][\w:<>,&*\[\] ]*?[ &*](\w+)(?:[({;\[]| =)",
+    r"^(?:\[\[[^\]\n]*\]\] ?)*(?!namespace|using|return|template)"
+    r"[A-Za-z][\w:<>,&*\[\] ]*?[ &*](\w+)(?:[({;\[]| =)",
 )]
+ENUMERATION = re.compile(r"\benum class (\w+)[^{;]*\{(.*?)\}", re.DOTALL)
+USING_ENUMERATION = re.compile(r"^using enum (?:\w*::)*(\w+);", re.MULTILINE)
 USING = re.compile(r"^using ((?:\w*::)+)(\w+);|^(namespace) (\w+) =", re.MULTILINE)
+
+
+@functools.cache
+def enumerators():
+    """Those of each enumeration in the headers of the repository, and what they stand for."""
+    found = collections.defaultdict(dict)
+    root = pathlib.Path(__file__).resolve().parent.parent
+    headers = (root.glob(f"{folder}/**/*.hpp") for folder in ("apps", "bench", "bindings", "libs", "tests"))
+    for header in itertools.chain.from_iterable(headers):
+        for enumeration, body in ENUMERATION.findall(header.read_text()):
+            names = re.findall(r"^\s*(\w+)|,\s*(\w+)", re.sub(r"//.*", "", body))
+            found[enumeration].update((first or other, enumeration) for first, other in names)
+    return found
 
 
 @functools.cache
@@ -33,6 +51,8 @@ def names_of(path):
     text = path.read_text()
     names = {using[2]: using[1] for using in USING.finditer(text) if using[2]}
     names.update((re.sub(r"\s", "", name), path) for pattern in NAMES for name in pattern.findall(text))
+    for enumeration in USING_ENUMERATION.findall(text):
+        names.update(enumerators()[enumeration])
     for header in re.findall(r'^#include "(.*)"', text, flags=re.MULTILINE):
         if (path.parent / header).exists():
             names.update(names_of((path.parent / header).resolve()))
