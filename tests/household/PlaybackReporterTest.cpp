@@ -35,6 +35,14 @@ class PlaybackReporterTest : public testing::Test {
         }
     }
 
+    /// A write that was never answered would keep its reporter, and that the delivery which holds
+    /// it.
+    void TearDown() override {
+        delivery->onSend(&FakeDelivery::accept);
+        while (delivery->held() > 0)
+            delivery->answerNext();
+    }
+
     [[nodiscard]] std::vector<OutboxWrite> written() const { return delivery->sent(); }
 };
 
