@@ -39,11 +39,15 @@ function(kestrin_test_with_server name)
     endif()
 endfunction()
 
-# What a few tests are told, which a sanitizer keeps from showing what they look for.
+# What a few tests are told, which a sanitizer, or ThreadSanitizer alone, keeps from showing what they
+# look for.
+set(kestrin_under_sanitizer 0)
+set(kestrin_under_thread_sanitizer 0)
 if(KESTRIN_SANITIZE)
     set(kestrin_under_sanitizer 1)
-else()
-    set(kestrin_under_sanitizer 0)
+endif()
+if(KESTRIN_SANITIZE MATCHES "thread")
+    set(kestrin_under_thread_sanitizer 1)
 endif()
 
 # The headers that most tests include, precompiled once for all of them.

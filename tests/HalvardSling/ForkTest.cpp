@@ -78,7 +78,7 @@ TEST_F(Fork, TheChildMayLetGoOfTheTransportAndOfWhatIsOpen) {
 }
 
 TEST_F(Fork, TheChildMayMakeRequestsWithATransportOfItsOwn) {
-    if (UNDER_SANITIZER) GTEST_SKIP() << "ThreadSanitizer allows no thread after a fork";
+    if (UNDER_THREAD_SANITIZER) GTEST_SKIP() << "ThreadSanitizer allows no thread after a fork";
     const auto transport = curlTransport();
     ASSERT_THAT(sent(request(), transport), Answers(200, "x"));
     EXPECT_EQ(resultOfChild([&] {
@@ -89,7 +89,7 @@ TEST_F(Fork, TheChildMayMakeRequestsWithATransportOfItsOwn) {
 }
 
 TEST_F(Fork, ATransportThatHasMadeNoRequestIsTheChildsAsWell) {
-    if (UNDER_SANITIZER) GTEST_SKIP() << "ThreadSanitizer allows no thread after a fork";
+    if (UNDER_THREAD_SANITIZER) GTEST_SKIP() << "ThreadSanitizer allows no thread after a fork";
     const auto transport = curlTransport();
     EXPECT_EQ(resultOfChild([&] {
                   const auto reply = replyOf(sent(request(), transport));
