@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Says how much of each library the tests run, and fails if it is less than promised.
 
-usage: report.py COVERAGE ROOT
+usage: report.py ROOT COVERAGE…
 
-COVERAGE is what `llvm-cov export` writes. A line is one that holds code; a branch is one of the two ways
+COVERAGE is what `llvm-cov export` writes of one program: of several at once it takes a function for unused
+that one of them does not use. A line is one that holds code; a branch is one of the two ways
 that a condition of the source can go. That a call may throw is no branch.
 """
 
@@ -61,9 +62,8 @@ def counts_of_lines(segments):
     return counts
 
 
-def read(path):
-    """The files of an export. What several programs or instances of a template hold counts once."""
-    files = collections.defaultdict(File)
+def read(path, files):
+    """Adds the files of an export. What several programs or instances of a template hold counts once."""
     for each in json.loads(path.read_text())["data"][0]["files"]:
         file = files[pathlib.Path(each["filename"]).resolve()]
         file.lines.update(counts_of_lines(each["segments"]))
@@ -71,7 +71,6 @@ def read(path):
             place = begin, column, end, end_column
             file.ways[*place, True] += when_true
             file.ways[*place, False] += when_false
-    return files
 
 
 def without_texts_left_out(name, path, file):
@@ -109,9 +108,12 @@ def percent(covered, total):
 
 
 def main():
-    root = pathlib.Path(sys.argv[2]).resolve()
+    root = pathlib.Path(sys.argv[1]).resolve()
+    files = collections.defaultdict(File)
+    for path in sys.argv[2:]:
+        read(pathlib.Path(path), files)
     totals = {library: [[0, 0], [0, 0]] for library in WANTED}
-    for path, file in sorted(read(pathlib.Path(sys.argv[1])).items()):
+    for path, file in sorted(files.items()):
         if not path.is_relative_to(root):
             continue
         name = str(path.relative_to(root))
