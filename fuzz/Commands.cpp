@@ -30,7 +30,9 @@ class Home {
     Home() {
         for (const char* const variable : {"HOME", "XDG_STATE_HOME", "XDG_CONFIG_HOME"})
             expect(setenv(variable, (folder_ / "").c_str(), 1) == 0, "a variable can be set");
-        for (const char* const variable : {"KESTRIN_PROFILE_PROFILE", "KESTRIN_PROFILE_BRAND"})
+        for (const char* const variable :
+             {"KESTRIN_PROFILE_PROFILE", "KESTRIN_PROFILE_BRAND", "KESTRIN_PROFILE_SERVICE_URL",
+              "KESTRIN_PROFILE_SERVICE_SECRET"})
             unsetenv(variable);
         std::ofstream(configuration_) << configured;
         setenv("KESTRIN_PROFILE_CONFIG", configuration_.c_str(), 1);
@@ -86,7 +88,7 @@ std::vector<std::string> wordsOf(std::string_view text) {
 /// dry, which a flag's value ("--dry-run=false") ends.
 bool isOurs(const std::string& word) {
     return word.starts_with("--from") || word.starts_with("--config") ||
-           word.starts_with("--dry-run");
+           word.starts_with("--secret-file") || word.starts_with("--dry-run");
 }
 
 /// Whether this is an exit code that is documented.

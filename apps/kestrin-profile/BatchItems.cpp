@@ -1,59 +1,21 @@
 #include "BatchItems.hpp"
 
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <string_view>
-#include <unistd.h>
 
 #include <fmt/format.h>
 
 #include <internal/ASCII.hpp>
-#include <internal/FileDescriptor.hpp>
 
 #include "ExitCode.hpp"
+#include "Files.hpp"
 #include "Text.hpp"
 
 namespace KestrinProfileCLI {
 
-using KestrinInternal::FileDescriptor;
-
 namespace {
 
-[[noreturn]] void failToRead(const std::string& file) {
-    throw CommandError({ExitCode::usage,
-                        fmt::format("cannot read {}: {}", file, std::strerror(errno)),
-                        "name a readable file with --from FILE, or - for standard input"});
-}
-
-constexpr std::size_t largestFile = std::size_t{64} << 20;
-
-/// Everything up to the end of a file. A signal ends the wait for a person who types, or for a
-/// program at the other end of a pipe.
-std::string contentOf(const std::string& file, Interruption& interruption) {
-    FileDescriptor opened;
-    if (file != "-") {
-        // Without blocking: a named pipe is there before anybody writes to it.
-        opened = FileDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-        if (!opened.isOpen()) failToRead(file);
-    }
-    const int descriptor = opened.isOpen() ? opened.number() : STDIN_FILENO;
-    std::string all;
-    std::array<char, 65536> piece{};
-    for (;;) {
-        interruption.waitUntilReadable(descriptor);
-        const ssize_t count = read(descriptor, piece.data(), piece.size());
-        if (count == 0) return all;
-        if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;  // somebody was quicker
-        if (count < 0) failToRead(file);
-        all.append(piece.data(), static_cast<std::size_t>(count));
-        if (all.size() > largestFile) {
-            errno = EFBIG;
-            failToRead(file);
-        }
-    }
-}
+constexpr const char* readableFile =
+    "name a readable file with --from FILE, or - for standard input";
 
 void addLines(std::vector<BatchItem>& items, std::string_view text, const std::string& file) {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
@@ -104,7 +66,8 @@ std::vector<BatchItem> readBatchItems(const BatchItemSource& source, Interruptio
     std::vector<BatchItem> items;
     for (const auto& argument : source.arguments)
         items.push_back({argument, {}});
-    if (!source.file.empty()) addLines(items, contentOf(source.file, interruption), source.file);
+    if (!source.file.empty())
+        addLines(items, contentOf(source.file, readableFile, interruption), source.file);
     if (items.empty())
         throw CommandError({ExitCode::usage, "no item is given",
                             "give at least one, or a file of them with --from FILE"});

@@ -106,13 +106,16 @@ std::vector<std::pair<ExitCode, const char*>> exitCodeMeanings() {
     return {
         {ExitCode::ok, "ok"},
         {ExitCode::serviceError,
-         "the service answered, but not with what was asked for; or the output could not be written; "
+         "the service answered, but not with what was asked for; or the output could not be "
+         "written; "
          "or the outbox cannot be used"},
         {ExitCode::usage, "the command line or the configuration is wrong"},
         {ExitCode::refused, "the service refuses the caller (401, 403)"},
         {ExitCode::network, "no answer: unreachable, TLS, timeout"},
         {ExitCode::notFound, "the service does not have it (404, or it is not in the list)"},
-        {ExitCode::validation, "the input is not acceptable (400, 409, 422, or refused by the library)"},
+        {ExitCode::validation,
+         "the input is not acceptable (400, 409, 422, or refused by the library)"},
+        {ExitCode::notVerified, "the journal of the service does not show what was expected"},
         {ExitCode::interrupted, "interrupted, or a question was not answered with yes"},
     };
 }

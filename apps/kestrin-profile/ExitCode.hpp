@@ -19,6 +19,7 @@ enum class ExitCode : int {
     network = 5,        ///< no answer: unreachable, TLS, timeout
     notFound = 6,       ///< the service does not have it: 404
     validation = 7,     ///< the input is not acceptable: 400, 409, 422, or refused here
+    notVerified = 8,    ///< the journal of the service shows something else than was expected
     interrupted = 130,  ///< by SIGINT or SIGTERM, or not confirmed
 };
 

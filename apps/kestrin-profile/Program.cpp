@@ -51,6 +51,7 @@ void addCommands(CLI::App& app, Command& chosen) {
     addConfigCommand(app, chosen);
     addDoctorCommand(app, chosen);
     addAPICommand(app, chosen);
+    addServiceCommand(app, chosen);
     addSelfDescriptions(app, chosen);
 }
 

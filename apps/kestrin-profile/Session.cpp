@@ -98,6 +98,10 @@ void Session::configure() {
 
     hideSecrets(*manager.currentConfiguration());
     if (!options.dryRun) loadBinds(bindFileFor(file));
+    connect();
+}
+
+void Session::connect() const {
     HalvardSling::setDefaultTransport(newTransport());
 }
 

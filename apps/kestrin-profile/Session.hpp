@@ -77,6 +77,9 @@ class Session {
     /// @throws CommandError if the configuration has problems
     void configure();
 
+    /// Sets up the transport with its log, for what needs neither configuration nor bind.
+    void connect() const;
+
     /// The household that the configuration names, made with its first use.
     [[nodiscard]] const KestrinHousehold::Household& household();
 

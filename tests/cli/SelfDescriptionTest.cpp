@@ -69,6 +69,41 @@ constexpr const char* commands[] = {"bind",
                                     "doctor",
                                     "api",
                                     "help",
+                                    "service status",
+                                    "service configuration",
+                                    "service households",
+                                    "service profile",
+                                    "service reset",
+                                    "service block",
+                                    "service unblock",
+                                    "service token",
+                                    "service state show",
+                                    "service state replace",
+                                    "service state add",
+                                    "service scenarios list",
+                                    "service scenarios apply",
+                                    "service faults list",
+                                    "service faults add",
+                                    "service faults clear",
+                                    "service journal list",
+                                    "service journal show",
+                                    "service journal count",
+                                    "service journal verify",
+                                    "service journal wait",
+                                    "service journal export",
+                                    "service journal clear",
+                                    "service snapshots list",
+                                    "service snapshots take",
+                                    "service snapshots restore",
+                                    "service snapshots delete",
+                                    "service clock show",
+                                    "service clock set",
+                                    "service clock freeze",
+                                    "service clock run",
+                                    "service clock advance",
+                                    "service namespaces list",
+                                    "service namespaces add",
+                                    "service namespaces delete",
                                     "config check",
                                     "config show",
                                     "completion bash",
@@ -246,8 +281,23 @@ class HelpPage : public SelfDescription {
 };
 
 TEST_F(HelpPage, OfEveryCommandFitsEightyColumnsAndHasExamples) {
-    std::vector<std::string> all{"",       "profiles", "history", "favorites", "watchlist",
-                                 "search", "outbox",   "config",  "completion"};
+    std::vector<std::string> all{"",
+                                 "profiles",
+                                 "history",
+                                 "favorites",
+                                 "watchlist",
+                                 "search",
+                                 "outbox",
+                                 "config",
+                                 "completion",
+                                 "service",
+                                 "service state",
+                                 "service scenarios",
+                                 "service faults",
+                                 "service journal",
+                                 "service snapshots",
+                                 "service clock",
+                                 "service namespaces"};
     all.insert(all.end(), std::begin(commands), std::end(commands));
     for (const auto& command : all) {
         SCOPED_TRACE(command);
@@ -265,6 +315,8 @@ TEST_F(HelpPage, OfEveryCommandFitsEightyColumnsAndHasExamples) {
 TEST_F(HelpPage, HasExamplesThatAreAccepted) {
     startService();
     write(directory / "ids.txt", "v1\nv2\n");
+    write(directory / "seed.json", R"({"households":[]})");
+    write(directory / "faults.json", R"({"faults":[]})");
     environment["KESTRIN_PROFILE_CONFIG"] = configuration;
     for (const std::string command : commands)
         for (const auto& example : examplesIn(pageOf(command))) {

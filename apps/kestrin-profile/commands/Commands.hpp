@@ -49,6 +49,9 @@ void addDoctorCommand(CLI::App& app, Command& chosen);
 /// api [OPERATION]: one operation with fields, and what is sent and answered.
 void addAPICommand(CLI::App& app, Command& chosen);
 
+/// service …: the admin interface of a development service.
+void addServiceCommand(CLI::App& app, Command& chosen);
+
 /// completion bash|zsh|fish, man, help: what is made from the command line itself.
 void addSelfDescriptions(CLI::App& app, Command& chosen);
 

@@ -13,6 +13,7 @@
 #include <internal/Quoting.hpp>
 
 #include "../CurlCommand.hpp"
+#include "../ObjectText.hpp"
 #include "Commands.hpp"
 
 namespace KestrinProfileCLI {
@@ -107,24 +108,13 @@ Texts queryOf(const WebService& service) {
     return result;
 }
 
-/// A JSON object that is written member by member. A dictionary looks for each key among those that
-/// it has, which for the services of a large configuration would take long.
-class ObjectText {
-  public:
-    void add(std::string_view key, std::string_view json) {
-        text_.append(text_.empty() ? "" : ",").append(inQuotes(key)).append(":").append(json);
-    }
-    void add(std::string_view key, const Texts& texts) {
-        ObjectText object;
-        for (const auto& [name, value] : texts)
-            object.add(name, inQuotes(value));
-        add(key, object.text());
-    }
-    [[nodiscard]] std::string text() const { return "{" + text_ + "}"; }
-
-  private:
-    std::string text_;
-};
+/// An object of texts.
+std::string objectOf(const Texts& texts) {
+    ObjectText object;
+    for (const auto& [name, value] : texts)
+        object.addText(name, value);
+    return object.text();
+}
 
 /// A service with the keys of the configuration file.
 std::string jsonOf(const WebService& service) {
@@ -132,8 +122,8 @@ std::string jsonOf(const WebService& service) {
     result.add("method", inQuotes(service.method));
     result.add("url", inQuotes(service.url.text()));
     result.add("body", inQuotes(name(service.body)));
-    result.add("headers", headersOf(service));
-    result.add("query", queryOf(service));
+    result.add("headers", objectOf(headersOf(service)));
+    result.add("query", objectOf(queryOf(service)));
     for (const auto& [key, value] : KestrinConfigManager::configuredValues(service.policy))
         result.add(key, std::to_string(value));
     result.add("enabled", service.enabled ? "true" : "false");
