@@ -95,6 +95,29 @@ TEST_F(APICommand, ShowsWhatIsSentAndAnsweredWithoutSecrets) {
     EXPECT_TRUE(exchange.dictionary("reply")->dictionary("body")->dictionaries("elements"));
 }
 
+TEST_F(APICommand, TokensAreMaskedHoweverDeepTheyStand) {
+    const TestSupport::RawServer server([](TestSupport::RawConnection& connection) {
+        while (const auto request = connection.readRequest())
+            connection.send(TestSupport::httpReply(
+                200,
+                R"({"profileId":"p","token":"s3cret-0","data":[{"profileId":"p",)"
+                R"("said":"\"token\":\"plain\"","token":"s3cret-1","in":{"token":"s3\"cret-2"}}],)"
+                R"("lists":[[{"token":"s3cret-3"}]]})"));
+    });
+    TestSupport::write(
+        configuration,
+        R"({"version":1,"parentProfileID":"p","brand":"b","development":true,"services":{)"
+        R"("personalization-bind-anonymous":{"method":"POST","body":"json","url":")" +
+            server.url("/bind") + R"("},"personalization-get-profiles":{"url":")" +
+            server.url("/list") + R"("}}})");
+    for (const auto& more : {std::vector<std::string>{}, {"--json"}}) {
+        std::vector<std::string> words{"api", "personalization-get-profiles"};
+        words.insert(words.end(), more.begin(), more.end());
+        EXPECT_THAT(outputOf(words), AllOf(HasSubstr(R"("token":"***")"), HasSubstr("plain"),
+                                           Not(HasSubstr("cret-"))));
+    }
+}
+
 TEST_F(APICommand, WhatTheServiceRefusesIsShownAndFails) {
     const auto refused =
         runConfigured({"api", "personalization-watchlist-add-video", "video=a&b=c"});

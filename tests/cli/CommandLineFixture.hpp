@@ -96,11 +96,10 @@ class CommandLine : public testing::Test {
     }
 
     /// Where the binds are kept.
-    [[nodiscard]] std::filesystem::path bindFile() const {
-        std::filesystem::path file = directory.path() / "state" / "kestrin-profile" / "binds";
-        file /= std::filesystem::canonical(configuration).relative_path();
-        return file;
-    }
+    [[nodiscard]] std::filesystem::path bindFile() const { return stateFile("binds"); }
+
+    /// Where writes are kept to be sent later.
+    [[nodiscard]] std::filesystem::path outboxFile() const { return stateFile("outboxes"); }
 
     static std::vector<std::string> words(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), KESTRIN_CLIENT);
@@ -114,6 +113,12 @@ class CommandLine : public testing::Test {
                             {"XDG_CONFIG_HOME", directory / "settings"},
                             {"NO_COLOR", ""}};
     std::unique_ptr<Program> service;
+
+  private:
+    [[nodiscard]] std::filesystem::path stateFile(const char* kind) const {
+        return directory.path() / "state" / "kestrin-profile" / kind /
+               std::filesystem::canonical(configuration).relative_path();
+    }
 };
 
 }  // namespace TestSupport

@@ -94,6 +94,13 @@ TEST_F(Doctor, SaysThatTheServiceIsAwayAndWhatToDo) {
     EXPECT_TRUE(isAdvised);
 }
 
+TEST_F(Doctor, FailsWhereThereIsNobodyToAsk) {
+    write(configuration, R"({"version":1,"parentProfileID":"p","brand":"b","services":{}})");
+    const auto result = runConfigured({"doctor"});
+    EXPECT_EQ(result.code, 5);
+    EXPECT_THAT(result.output, ContainsRegex("\nerror +reach +the configuration names no service"));
+}
+
 TEST_F(Doctor, SaysThatNobodyVouchesForTheService) {
     const RawServer plain([](RawConnection& connection) {
         static_cast<void>(connection.read(1));

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -9,6 +8,7 @@
 
 #include <HalvardSling/json/JSONDictionary.hpp>
 
+#include "BusyService.hpp"
 #include "CommandLineFixture.hpp"
 #include "support/RawServer.hpp"
 
@@ -20,8 +20,8 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using TestSupport::BusyService;
 using TestSupport::CommandLine;
-using TestSupport::httpReply;
 using TestSupport::Program;
 using TestSupport::RawConnection;
 using TestSupport::RawServer;
@@ -41,11 +41,6 @@ class Later : public CommandLine {
     Result later(std::vector<std::string> arguments) {
         arguments.emplace_back("--later=3600");
         return runConfigured(std::move(arguments));
-    }
-
-    [[nodiscard]] fs::path outboxFile() const {
-        return directory.path() / "state" / "kestrin-profile" / "outboxes" /
-               fs::canonical(configuration).relative_path();
     }
 
     /// The entries that are listed as "waiting" or "refused".
@@ -351,6 +346,20 @@ TEST_F(Later, AnOutboxThatIsNotThereIsEmptyAndIsNotMade) {
 }
 
 /// A service of the test's own.
+TEST_F(Later, TheListShowsTheFieldsThatAreChosen) {
+    outputOf({"bind"});
+    stopService();
+    outputOf({"watchlist", "add", "v1", "--later=0"});
+    EXPECT_EQ(outputOf({"outbox", "list", "--fields", "item,profileId"}),
+              "ITEM  PROFILE\nv1    parent\n1 waiting, 0 refused\n");
+    EXPECT_EQ(outputOf({"outbox", "list", "--json", "--fields", "number,item"}),
+              R"({"waiting":[{"number":1,"item":"v1"}],"refused":[]})"
+              "\n");
+    const auto wrong = runConfigured({"outbox", "list", "--fields", "items"});
+    EXPECT_EQ(wrong.code, 2);
+    EXPECT_THAT(wrong.errors, HasSubstr("did you mean \"item\"?"));
+}
+
 class LaterService : public CommandLine {};
 
 TEST_F(LaterService, ThatDoesNotAnswerIsNotWaitedFor) {
@@ -378,18 +387,10 @@ TEST_F(LaterService, ThatDoesNotAnswerIsGivenUpAfterAnInterruptionAndTheWriteSta
 }
 
 TEST_F(LaterService, ThatIsBusyIsAskedAgainByOneWhoWaits) {
-    std::atomic<int> busy = 1000;
-    const RawServer server([&](RawConnection& connection) {
-        while (const auto request = connection.readRequest()) {
-            const bool isBind = request->starts_with("POST");
-            const bool isBusy = !isBind && busy-- > 0;
-            connection.send(
-                httpReply(isBusy ? 503 : 200, isBind ? R"({"profileId":"p","token":"t"})" : "{}"));
-        }
-    });
-    configureWatchList(server.url(""));
+    BusyService server(1000);
+    configureWatchList(server.url());
     EXPECT_EQ(runConfigured({"watchlist", "add", "v1", "--later"}).output, kept);
-    busy = 2;
+    server.busy = 2;
     const auto result = runConfigured({"outbox", "send", "--retry"});
     EXPECT_EQ(result.code, 0) << result.errors;
     EXPECT_EQ(result.output, "1 sent\n");

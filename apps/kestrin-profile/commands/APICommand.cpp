@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <exception>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +21,7 @@
 #include "../Confirmation.hpp"
 #include "../CurlCommand.hpp"
 #include "../Format.hpp"
+#include "../NamedValues.hpp"
 #include "../Profiles.hpp"
 #include "Commands.hpp"
 
@@ -47,18 +48,16 @@ struct APIOptions {
     bool isConfirmed = false;
 };
 
+constexpr const char* listOfFields = "see what each operation takes: kestrin-profile api";
+
 [[noreturn]] void failForField(const std::string& message) {
-    throw CommandError(
-        {ExitCode::usage, message, "see what each operation takes: kestrin-profile api"});
+    throw CommandError({ExitCode::usage, message, listOfFields});
 }
 
 /// The values of an operation's fields, by their names.
 class FieldValues {
   public:
-    void add(const std::string& name, std::string value) {
-        if (!values_.emplace(name, std::move(value)).second)
-            failForField(fmt::format("the field {} is given twice", inQuotes(name)));
-    }
+    explicit FieldValues(NamedValues values) : values_(std::move(values)) {}
 
     [[nodiscard]] bool has(const std::string& name) const { return values_.contains(name); }
 
@@ -105,7 +104,7 @@ class FieldValues {
     }
 
   private:
-    std::map<std::string, std::string> values_;
+    NamedValues values_;
 };
 
 using Names = std::vector<std::string_view>;
@@ -237,19 +236,7 @@ FieldValues valuesOf(const Operation& operation, const std::vector<std::string>&
     const Names required = wordsOf(operation.required);
     Names known = required;
     std::ranges::copy(wordsOf(operation.optional), std::back_inserter(known));
-    FieldValues values;
-    for (const auto& field : fields) {
-        const std::size_t equals = field.find('=');
-        const std::string name = field.substr(0, equals);
-        if (equals == std::string::npos)
-            failForField(fmt::format("{} is no field: give NAME=VALUE", inQuotes(field)));
-        if (known.empty())
-            failForField(fmt::format("{} takes no field", rawValue(operation.operation)));
-        if (std::ranges::find(known, name) == known.end())
-            failForField(
-                fmt::format("unknown field {}{}", inQuotes(name), suggestion(name, known)));
-        values.add(name, field.substr(equals + 1));
-    }
+    FieldValues values(namedValuesOf(fields, rawValue(operation.operation), known, listOfFields));
     for (const auto name : required)
         if (!values.has(std::string(name)))
             failForField(fmt::format("the field {} is missing", inQuotes(name)));
@@ -272,17 +259,29 @@ std::string shownReplyHeader(std::string_view name, std::string_view value) {
 
 using ShownHeader = std::string (*)(std::string_view name, std::string_view value);
 
-/// A body that is a JSON object, its token masked; absent: it is none.
-std::optional<JSONDictionary> objectOf(Session& session, std::string_view body) {
-    constexpr const char* token = KestrinConfigManager::AnonymousBind::Keys::token;
-    auto parsed = JSONDictionary::parse(body);
-    auto* const object = std::get_if<JSONDictionary>(&parsed);
-    if (object == nullptr) return std::nullopt;
-    if (const auto secret = object->text(token)) {
-        session.terminal.hide(std::string(*secret));
-        object->setText(token, masked);
+/// A JSON text, written compactly, with every token in it masked, however deep it stands. In such a
+/// text no value can look like a key, because its quotes are escaped.
+std::string withoutTokens(Session& session, std::string json) {
+    static const std::string key =
+        inQuotes(KestrinConfigManager::AnonymousBind::Keys::token) + ":\"";
+    for (std::size_t at = 0; (at = json.find(key, at)) != std::string::npos;) {
+        at += key.size();
+        std::size_t end = at;
+        while (json[end] != '"')
+            end += json[end] == '\\' ? 2 : 1;
+        session.terminal.hide(json.substr(at, end - at));
+        json.replace(at, end - at, masked);
     }
-    return std::move(*object);
+    return json;
+}
+
+/// A body that is a JSON object, its tokens masked; absent: it is none.
+std::optional<JSONDictionary> objectOf(Session& session, std::string_view body) {
+    const auto parsed = JSONDictionary::parse(body);
+    const auto* const object = std::get_if<JSONDictionary>(&parsed);
+    if (object == nullptr) return std::nullopt;
+    auto shown = JSONDictionary::parse(withoutTokens(session, object->toJSON()));
+    return std::get<JSONDictionary>(std::move(shown));
 }
 
 /// Whether an exchange is about a bind. What comes then, and is no JSON object, may be the token.
@@ -307,7 +306,7 @@ class Transcript {
         if (const auto* const error = std::get_if<SlingError>(&*exchange.result))
             return line('<', fmt::format("no reply: {}", name(error->kind())));
         const auto& reply = std::get<Response>(*exchange.result);
-        static_cast<void>(objectOf(session_, reply.body()));  // hides its token
+        static_cast<void>(objectOf(session_, reply.body()));  // hides its tokens
         line('<', fmt::format("status {}", reply.status()));
         printHeaders('<', reply.headers(), &shownReplyHeader);
         printBody('<', reply.body(), isAboutBind(exchange));

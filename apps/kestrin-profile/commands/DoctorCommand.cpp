@@ -84,7 +84,7 @@ class Doctor {
         for (const auto& exchange : recording->exchanges())
             isReached = examineHost(exchange) || isReached;
         if (!isReached)
-            findings_.push_back({"bind", Health::notChecked, "no service answers"});
+            noteSilence();
         else if (examineBind())
             examineAccess();
     }
@@ -131,10 +131,23 @@ class Doctor {
         return true;
     }
 
+    /// Nobody answers, which is an error in any case.
+    void noteSilence() {
+        if (std::ranges::find(findings_, Health::bad, &Finding::health) == findings_.end())
+            findings_.push_back({"reach", Health::bad, "the configuration names no service",
+                                 "see what it names: kestrin-profile config show",
+                                 ExitCode::network});
+        findings_.push_back({"bind", Health::notChecked, "no service answers"});
+    }
+
     /// @return whether it answers
     bool examineHost(const Exchange& exchange) {
-        if (!exchange.result) return false;
         const Origin& origin = exchange.request.url().origin();
+        if (!exchange.result) {
+            findings_.push_back({"reach", Health::bad, origin.text() + " does not answer",
+                                 "try again later", ExitCode::network});
+            return false;
+        }
         if (const auto* const error = std::get_if<SlingError>(&*exchange.result)) {
             const bool isTLS = error->kind() == SlingErrorKind::tls;
             findings_.push_back(

@@ -1,10 +1,13 @@
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -14,8 +17,10 @@
 #include <KestrinHousehold/outbox/SQLiteOutboxStore.hpp>
 
 #include "../Confirmation.hpp"
+#include "../Fields.hpp"
 #include "../Format.hpp"
 #include "../OutboxFile.hpp"
+#include "../Records.hpp"
 #include "Commands.hpp"
 
 namespace KestrinProfileCLI {
@@ -45,15 +50,40 @@ Entries entriesOf(const Session& session) {
     return entriesOf(session, store, file);
 }
 
-void printJSON(const Session& session, const Entries& entries) {
+void printJSON(const Session& session, const Entries& entries, const Fields& fields) {
     std::vector<JSONDictionary> waiting;
     std::vector<JSONDictionary> refused;
     for (const auto& entry : entries)
-        (entry.refusal ? refused : waiting).push_back(documentOf(entry));
+        (entry.refusal ? refused : waiting).push_back(chosenKeys(documentOf(entry), fields));
     JSONDictionary result;
     result.setDictionaries("waiting", waiting);
     result.setDictionaries("refused", refused);
     session.terminal.json(result);
+}
+
+/// What `outbox list` is told.
+struct OutboxListOptions {
+    std::string fields;  ///< of --fields; empty: all
+};
+
+constexpr std::array<std::string_view, 10> keysOfOutboxEntries{
+    "number",     "profileId", "brand",  "operation", "item",
+    "acceptedAt", "refusedAt", "status", "title",     "detail"};
+
+/// A table of the chosen fields, by the keys that they have in JSON.
+void printFields(const Session& session, const Entries& entries, const Fields& fields) {
+    static const std::vector<std::string> headings{
+        "ENTRY",          "PROFILE",       "BRAND",  "OPERATION", "ITEM",
+        "ACCEPTED (UTC)", "REFUSED (UTC)", "STATUS", "TITLE",     "DETAIL"};
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& entry : entries) {
+        const auto document = documentOf(entry);
+        std::vector<std::string> row;
+        for (const auto key : keysOfOutboxEntries)
+            row.push_back(cellOf(document, key));
+        rows.push_back(chosenCells(std::move(row), keysOfOutboxEntries, fields));
+    }
+    session.terminal.table(chosenCells(headings, keysOfOutboxEntries, fields), rows);
 }
 
 std::vector<std::string> rowOf(const OutboxEntry& entry) {
@@ -66,18 +96,25 @@ std::vector<std::string> rowOf(const OutboxEntry& entry) {
             entry.refusal ? printable(textOf(*entry.refusal)) : ""};
 }
 
-ExitCode list(Session& session) {
-    session.configure();
-    const auto entries = entriesOf(session);
-    if (session.options.json) {
-        printJSON(session, entries);
-        return ExitCode::ok;
-    }
+void printTable(const Session& session, const Entries& entries) {
     std::vector<std::vector<std::string>> rows;
     for (const auto& entry : entries)
         rows.push_back(rowOf(entry));
-    if (!rows.empty())
-        session.terminal.table({"ENTRY", "STATE", "PROFILE", "AGE", "WRITE", "REASON"}, rows);
+    session.terminal.table({"ENTRY", "STATE", "PROFILE", "AGE", "WRITE", "REASON"}, rows);
+}
+
+ExitCode list(Session& session, const OutboxListOptions& options) {
+    const Fields fields = fieldsOf(options.fields, keysOfOutboxEntries);
+    session.configure();
+    const auto entries = entriesOf(session);
+    if (session.options.json) {
+        printJSON(session, entries, fields);
+        return ExitCode::ok;
+    }
+    if (!entries.empty() && fields.empty())
+        printTable(session, entries);
+    else if (!entries.empty())
+        printFields(session, entries, fields);
     const auto refused = std::ranges::count_if(
         entries, [](const OutboxEntry& entry) { return entry.refusal.has_value(); });
     session.terminal.line(session.terminal.styled(
@@ -218,8 +255,11 @@ ExitCode drop(Session& session, const DropOptions& options) {
 void addOutboxCommand(CLI::App& app, Command& chosen) {
     auto& group = *app.add_subcommand("outbox", "What --later has kept, and the service has not");
     group.require_subcommand(1);
-    group.add_subcommand("list", "Show what waits, and what the service has refused")
-        ->callback([&chosen] { chosen = &list; });
+    const auto listed = std::make_shared<OutboxListOptions>();
+    auto& listing =
+        *group.add_subcommand("list", "Show what waits, and what the service has refused");
+    addFields(listing, listed->fields, keysOfOutboxEntries);
+    onChosen(listing, chosen, listed, &list);
     group
         .add_subcommand("send",
                         "Send what waits; with --retry, go on for up to a minute while it fails")
