@@ -1,14 +1,17 @@
-# Finds the components that find_package(KestrinProfile COMPONENTS …) names: X is the package KestrinX that was
-# installed beside this one. KestrinProfile_components are those that there may be.
+# Finds the components that find_package(KestrinProfile COMPONENTS …) names: X is the package KestrinX or
+# KestrinProfileX that was installed beside this one. KestrinProfile_components are those that there may be.
 foreach(component IN LISTS KestrinProfile_FIND_COMPONENTS)
     set(KestrinProfile_${component}_FOUND FALSE)
     if(component IN_LIST KestrinProfile_components)
-        find_package(Kestrin${component} CONFIG QUIET PATHS ${CMAKE_CURRENT_LIST_DIR}/../Kestrin${component}
-                     NO_DEFAULT_PATH)
-        set(KestrinProfile_${component}_FOUND ${Kestrin${component}_FOUND})
+        set(package Kestrin${component})
+        if(NOT EXISTS ${CMAKE_CURRENT_LIST_DIR}/../${package})
+            set(package KestrinProfile${component})
+        endif()
+        find_package(${package} CONFIG QUIET PATHS ${CMAKE_CURRENT_LIST_DIR}/../${package} NO_DEFAULT_PATH)
+        set(KestrinProfile_${component}_FOUND ${${package}_FOUND})
         set(reason "it was built without component '${component}' (docs/public-api.md has the options)")
-        if(Kestrin${component}_NOT_FOUND_MESSAGE)
-            set(reason "${Kestrin${component}_NOT_FOUND_MESSAGE}")
+        if(${package}_NOT_FOUND_MESSAGE)
+            set(reason "${${package}_NOT_FOUND_MESSAGE}")
         endif()
     else()
         list(JOIN KestrinProfile_components ", " reason)
@@ -20,4 +23,5 @@ foreach(component IN LISTS KestrinProfile_FIND_COMPONENTS)
     endif()
 endforeach()
 unset(component)
+unset(package)
 unset(reason)

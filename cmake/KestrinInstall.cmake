@@ -9,8 +9,9 @@ if(PROJECT_VERSION_MAJOR EQUAL 0)
     set(compatibility SameMinorVersion)
 endif()
 
-# Of find_package(KestrinProfile COMPONENTS …): component X is the package KestrinX beside it.
-set(kestrin_components Household C)
+# Of find_package(KestrinProfile COMPONENTS …): component X is the package KestrinX or
+# KestrinProfileX beside it.
+set(kestrin_components Household C Testing)
 
 # kestrin_install_package(<name> [COMPONENTS <component>…] [DEPENDS <find_dependency() arguments>…])
 # The installed package <name>, with the targets that were installed into its export set.
@@ -107,6 +108,11 @@ if(KESTRIN_BUILD_HOUSEHOLD)
     kestrin_install_package(KestrinHousehold DEPENDS KestrinProfile Threads ${household_dependencies})
     kestrin_install_pkg_config(KestrinHousehold DESCRIPTION "sessions"
                                REQUIRES KestrinProfile ${household_requires})
+endif()
+if(TARGET KestrinProfileTesting)
+    kestrin_install_package(KestrinProfileTesting DEPENDS HalvardSling)
+    kestrin_install_pkg_config(KestrinProfileTesting DESCRIPTION "for tests of applications"
+                               REQUIRES HalvardSling)
 endif()
 if(KESTRIN_BUILD_C)
     kestrin_install_package(KestrinC)

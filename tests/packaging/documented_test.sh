@@ -5,7 +5,7 @@ set -euo pipefail
 export LC_ALL=C
 repository=$1
 prefix=$2
-libraries='HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile|KestrinHousehold|KestrinC'
+libraries='HalvardMorrow|HalvardSling|KestrinConfigManager|KestrinProfile|KestrinProfileTesting|KestrinHousehold|KestrinC'
 
 # What a build of shared libraries leaves out.
 unless_left_out() {
