@@ -229,7 +229,7 @@ class EveryConfigurationError : public EveryError {
   protected:
     using Case = ConfigurationManagerError::Case;
 
-    std::optional<ConfigurationManagerError> historyOf(const std::string& url, Change change,
+    std::optional<ConfigurationManagerError> historyOf(const std::string& url, const Change& change,
                                                        const std::string& videoID = "video") {
         configure(Op::getVideoProgress, url, change);
         ProfileParams params;
