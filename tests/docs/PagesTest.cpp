@@ -118,9 +118,9 @@ TEST(Pages, IncludeHeadersThatAreThere) {
 TEST(Pages, NameCommandsOfDevThatItsHelpLists) {
     TestSupport::Program dev({root / "dev", "help"});
     ASSERT_EQ(dev.wait(), 0) << dev.errors();
-    const auto commands = found(dev.output(), "(?:^|\n)\\./dev ([a-z]+)");
+    const auto commands = found(dev.output(), "(?:^|\n)\\./dev ([a-z0-9]+)");
     EXPECT_THAT(commands, SizeIs(testing::Gt(5U)));
-    for (const auto& [page, command] : onPages("\\./dev ([a-z]+)"))
+    for (const auto& [page, command] : onPages("\\./dev ([a-z0-9]+)"))
         EXPECT_TRUE(commands.contains(command) || command == "help")
             << page << " names ./dev " << command;
 }
@@ -130,9 +130,9 @@ TEST(Pages, DevHelpListsWhatItDoes) {
     ASSERT_EQ(dev.wait(), 0) << dev.errors();
     const std::string script = contentOf(root / "dev");
     auto does =
-        found(script.substr(script.find("case \"${1")), R"((?:\n|\| )\s*([a-z]+)(?= \||\)))");
+        found(script.substr(script.find("case \"${1")), R"((?:\n|\| )\s*([a-z0-9]+)(?= \||\)))");
     does.erase("help");
-    EXPECT_EQ(found(dev.output(), "(?:^|\n)\\./dev ([a-z]+)"), does);
+    EXPECT_EQ(found(dev.output(), "(?:^|\n)\\./dev ([a-z0-9]+)"), does);
 }
 
 TEST(Pages, ShowEveryPresetThatTestsAndNoOther) {
