@@ -1,0 +1,1 @@
+#include <KestrinC/kestrin_profile.h>
