@@ -28,6 +28,7 @@ std::optional<Household> seededHousehold(Connection& connection,
 
 Household preparedIn(Connection& connection, const NamespaceSettings& settings) {
     SQLite::Transaction transaction(connection.database(), SQLite::TransactionBehavior::IMMEDIATE);
+    renewNameKeys(connection);
     // A seed may have longer lists than clients could make.
     trimLists(connection, settings.limits.maxListSize);
     const auto seeded = seededHousehold(connection, settings);

@@ -58,6 +58,39 @@ TEST_F(DatabaseTest, aConnectionForReadingCannotWrite) {
     EXPECT_THROW(Query(connection, "DELETE FROM settings").run(), SQLite::Exception);
 }
 
+TEST_F(DatabaseTest, namesThatWereComparedByAnOlderRuleAreComparedByThisOne) {
+    prepareDatabase(file);
+    execute(
+        "INSERT INTO households (household, name, secret) VALUES (1, 'household', 'letters');"
+        "INSERT INTO profiles (household, id, username, name_key, is_default, is_parent) VALUES"
+        " (1, 'parent', 'Parent', 'parent', 1, 1),"
+        " (1, 'a', 'Ștefan', 'Ștefan', 0, 0),"
+        " (1, 'b', 'Țara', 'Țara', 0, 0),"
+        " (1, 'c', 'țara', 'țara', 0, 0)");
+    ServiceSettings settings;
+    settings.database = file;
+    settings.http.port = 0;
+    settings.http.isQuiet = true;
+    for (int start = 0; start < 2; ++start) {
+        const Service service(settings);
+        HouseholdClient client(service.baseURL(), "letters");
+        const Caller parent = client.bind("parent");
+        const auto create = [&](const std::string& name) {
+            return outcomeOf(client.call(parent, "POST", "/v1/profiles?profile=parent&v=1",
+                                         R"({"username":")" + name + R"(","default":false})"));
+        };
+        EXPECT_EQ(create("șTEFAN"), "422 invalid-name");
+        EXPECT_EQ(create("țARA"), "422 invalid-name");
+        EXPECT_EQ(client.call(parent, "GET", "/v1/profiles?profile=parent&v=1")
+                      .json()
+                      .at("data")
+                      .as_array()
+                      .size(),
+                  4U)
+            << "who shares a name stays";
+    }
+}
+
 TEST_F(DatabaseTest, anOlderSchemaIsMigratedAndItsDataStays) {
     prepareDatabase(file, 1);
     ASSERT_EQ(number("PRAGMA user_version"), 1);

@@ -34,10 +34,16 @@ TEST(TextTest, codePointsSurviveTheWayThereAndBack) {
     EXPECT_EQ(toUTF8(codePointsOf(text)), text);
 }
 
-TEST(TextTest, capitalsOfLatinGreekAndCyrillicBecomeSmall) {
-    EXPECT_TRUE(lowerCased(U"AZ\u00C9\u00D1\u0150\u0178\u0394\u0416\u0401") ==
+TEST(TextTest, upperAndLowerCaseAreFoldedInEveryScriptOneByOne) {
+    EXPECT_TRUE(caseFolded(U"AZ\u00C9\u00D1\u0150\u0178\u0394\u0416\u0401") ==
                 U"az\u00E9\u00F1\u0151\u00FF\u03B4\u0436\u0451");
-    EXPECT_TRUE(lowerCased(U"az\u00D7\u00DF9!\u4E2D") == U"az\u00D7\u00DF9!\u4E2D");
+    EXPECT_TRUE(caseFolded(U"\u0218\u021A\u01CD\u0531\u1C90\U00010400\U0001E900") ==
+                U"\u0219\u021B\u01CE\u0561\u10D0\U00010428\U0001E922");
+    EXPECT_TRUE(caseFolded(U"\u017F\u212A\u03C2\u1E9E\u01C5") == U"sk\u03C3\u00DF\u01C6")
+        << "more than two forms of one letter";
+    const std::u32string_view same = U"az\u00D7\u00DF\u0130\u01319!\u4E2D\u0301";
+    EXPECT_TRUE(caseFolded(same) == same);
+    EXPECT_FALSE(caseFoldingVersion().empty());
 }
 
 TEST(TextTest, whiteSpaceOfAnyKindIsTrimmedAtTheEndsOnly) {

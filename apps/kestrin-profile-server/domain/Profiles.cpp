@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include <boost/json.hpp>
 
@@ -43,7 +44,7 @@ Profile profileIn(const Query& query) {
 
 /// The form under which names are unique.
 std::string nameKeyOf(const std::string& username) {
-    return toUTF8(lowerCased(codePointsOf(username)));
+    return toUTF8(caseFolded(codePointsOf(username)));
 }
 
 bool isTaken(Connection& connection, std::int64_t household, const std::string& username,
@@ -149,6 +150,28 @@ void insertParentProfile(Connection& connection, std::int64_t household, const s
                                       .group = {},
                                       .isDefault = true,
                                       .isParent = true});
+}
+
+void renewNameKeys(Connection& connection) {
+    const std::string version = caseFoldingVersion();
+    if (Query(connection, "SELECT 1 FROM settings WHERE name = 'name_keys' AND value = ?", version)
+            .next())
+        return;
+    std::vector<std::pair<std::int64_t, std::string>> names;
+    {
+        Query query(connection, "SELECT profile, username FROM profiles");
+        while (query.next())
+            names.emplace_back(query.integer(0), query.text(1));
+    }
+    for (const auto& [profile, username] : names) {
+        // Who shares a name only by the new rule keeps it, and the key of the former rule.
+        Query(connection, "UPDATE OR IGNORE profiles SET name_key = ?2 WHERE profile = ?1", profile,
+              nameKeyOf(username))
+            .run();
+    }
+    Query(connection, "INSERT OR REPLACE INTO settings (name, value) VALUES ('name_keys', ?)",
+          version)
+        .run();
 }
 
 Profile putProfile(Connection& connection, const Profile& wanted) {

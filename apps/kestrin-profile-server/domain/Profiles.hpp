@@ -63,6 +63,11 @@ void insertParentProfile(Connection& connection, std::int64_t household, const s
 /// @param wanted  without a row; its household's
 [[nodiscard]] Profile putProfile(Connection& connection, const Profile& wanted);
 
+/// Makes the keys under which names are unique again, if they were made by another version of
+/// Unicode's letters than that of this program, or by an older rule. Runs in a transaction of the
+/// caller's.
+void renewNameKeys(Connection& connection);
+
 /// Deletes the profile. Nothing finds its lists any more; `purgePiece` removes them, piece by
 /// piece, because there may be many entries. The parent profile stays: a problem.
 void deleteProfile(Connection& connection, const Profile& profile);

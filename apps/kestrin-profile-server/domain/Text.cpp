@@ -2,6 +2,9 @@
 #include <array>
 #include <iterator>
 
+#include <unicode/uchar.h>
+#include <unicode/uversion.h>
+
 #include <internal/Display.hpp>
 #include <internal/UTF8.hpp>
 #include <kestrin-profile-server/domain/Text.hpp>
@@ -18,33 +21,6 @@ constexpr std::array<char32_t, 18> spaces{
 bool isSpace(char32_t codePoint) {
     return (codePoint >= 0x09 && codePoint <= 0x0D) || codePoint == 0x85 || codePoint == 0x3000 ||
            std::ranges::find(spaces, codePoint) != spaces.end();
-}
-
-/// Every `step`th code point from `first` to `last` is a capital; its small letter is `distance`
-/// further on.
-struct Capitals {
-    char32_t first;
-    char32_t last;
-    char32_t step;
-    int distance;
-};
-
-constexpr std::array<Capitals, 24> capitals{{
-    {0x41, 0x5A, 1, 32},   {0xC0, 0xD6, 1, 32},    {0xD8, 0xDE, 1, 32},    {0x100, 0x12E, 2, 1},
-    {0x132, 0x136, 2, 1},  {0x139, 0x147, 2, 1},   {0x14A, 0x176, 2, 1},   {0x178, 0x178, 1, -121},
-    {0x179, 0x17D, 2, 1},  {0x386, 0x386, 1, 38},  {0x388, 0x38A, 1, 37},  {0x38C, 0x38C, 1, 64},
-    {0x38E, 0x38F, 1, 63}, {0x391, 0x3A1, 1, 32},  {0x3A3, 0x3AB, 1, 32},  {0x400, 0x40F, 1, 80},
-    {0x410, 0x42F, 1, 32}, {0x460, 0x480, 2, 1},   {0x48A, 0x4BE, 2, 1},   {0x4C1, 0x4CD, 2, 1},
-    {0x4D0, 0x52E, 2, 1},  {0x1E00, 0x1E94, 2, 1}, {0x1EA0, 0x1EFE, 2, 1}, {0x531, 0x556, 1, 48},
-}};
-
-char32_t lowerCased(char32_t codePoint) {
-    const auto range = std::ranges::find_if(capitals, [codePoint](const Capitals& each) {
-        return codePoint >= each.first && codePoint <= each.last &&
-               (codePoint - each.first) % each.step == 0;
-    });
-    if (range == capitals.end()) return codePoint;
-    return static_cast<char32_t>(static_cast<int>(codePoint) + range->distance);
 }
 
 /// The text with what a terminal does not show escaped, and without the bytes that are no UTF-8.
@@ -96,11 +72,21 @@ std::u32string trimmed(std::u32string_view codePoints) {
     return std::u32string(codePoints);
 }
 
-std::u32string lowerCased(std::u32string_view codePoints) {
+std::u32string caseFolded(std::u32string_view codePoints) {
     std::u32string result;
-    std::ranges::transform(codePoints, std::back_inserter(result),
-                           [](char32_t codePoint) { return lowerCased(codePoint); });
+    std::ranges::transform(codePoints, std::back_inserter(result), [](char32_t codePoint) {
+        return static_cast<char32_t>(
+            u_foldCase(static_cast<UChar32>(codePoint), U_FOLD_CASE_DEFAULT));
+    });
     return result;
+}
+
+std::string caseFoldingVersion() {
+    UVersionInfo version{};
+    u_getUnicodeVersion(version);
+    std::array<char, U_MAX_VERSION_STRING_LENGTH> text{};
+    u_versionToString(version, text.data());
+    return text.data();
 }
 
 std::string excerptOf(std::string_view text, std::size_t limit) {

@@ -21,8 +21,12 @@ constexpr std::size_t longestText = 2048;
 /// The code points without white space at both ends.
 [[nodiscard]] std::u32string trimmed(std::u32string_view codePoints);
 
-/// Upper-case Latin, Greek and Cyrillic letters made lower-case one by one; everything else stays.
-[[nodiscard]] std::u32string lowerCased(std::u32string_view codePoints);
+/// The code points one by one without the difference of upper and lower case: Unicode's simple case
+/// folding (The Unicode Standard, 5.18; CaseFolding.txt).
+[[nodiscard]] std::u32string caseFolded(std::u32string_view codePoints);
+
+/// The version of Unicode by which `caseFolded` folds.
+[[nodiscard]] std::string caseFoldingVersion();
 
 /// The beginning of `text` for messages and the log: at most `limit` bytes of it, cut between code
 /// points, always well-formed UTF-8 (if `text` is not, its bytes beyond ASCII become question
