@@ -1,19 +1,14 @@
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
 #include <string_view>
 #include <system_error>
-#include <unistd.h>
 
 #include <boost/json.hpp>
 
-#include <internal/FileDescriptor.hpp>
 #include <kestrin-profile-server/ClientConfiguration.hpp>
 #include <kestrin-profile-server/domain/Addresses.hpp>
-#include <kestrin-profile-server/domain/Secrets.hpp>
 #include <kestrin-profile-server/http/Authorisation.hpp>
 #include <kestrin-profile-server/http/Routes.hpp>
+#include <kestrin-profile-server/storage/PrivateFile.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -55,13 +50,6 @@ std::string cleartextHostsJSON(const std::string& baseURL) {
     return "\"cleartextHosts\": [" + boost::json::serialize(host) + "],\n  ";
 }
 
-void writeNewFile(const std::filesystem::path& file, const std::string& content) {
-    const KestrinInternal::FileDescriptor descriptor(
-        ::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
-    if (!descriptor.isOpen() || !descriptor.writeAll(content) || ::fsync(descriptor.number()) != 0)
-        throw std::system_error(errno, std::generic_category());
-}
-
 }  // namespace
 
 std::string clientConfiguration(const std::string& baseURL, const std::string& brand,
@@ -92,14 +80,9 @@ bool isClientConfiguration(const std::string& text) {
 }
 
 void writePrivateFile(const std::filesystem::path& file, const std::string& content) {
-    auto temporary = file;
-    temporary += "." + hexadecimal(randomBytes(4)) + ".tmp";
     try {
-        writeNewFile(temporary, content);
-        std::filesystem::rename(temporary, file);
+        replacePrivateFile(file, content);
     } catch (const std::system_error& failure) {
-        std::error_code ignored;
-        std::filesystem::remove(temporary, ignored);
         throw StartError("cannot write the configuration '" + file.string() +
                          "': " + failure.code().message() +
                          ". Name a file in a folder that exists with --write-config.");

@@ -36,7 +36,8 @@ constexpr const char* footer =
     "      the same, and kept\n"
     "  kestrin-profile-server --database test.sqlite --port 0 --write-config config.json --quiet\n"
     "      for a script: nothing but the protocol, at a free port\n"
-    "  kestrin-profile-server --demo --host 0.0.0.0 --public-url http://192.168.1.20:8480 \\\n"
+    "  kestrin-profile-server --demo --tls --host 0.0.0.0 --public-url https://192.168.1.20:8480 "
+    "\\\n"
     "      --admin-secret-file secret\n"
     "      for a phone in the same network\n\n"
     "Exit codes:\n"
@@ -52,6 +53,8 @@ struct Words {
     std::string seedFile;
     std::string data;
     std::string publicURL;
+    std::vector<std::string> tlsNames;
+    bool isTLS = false;
     bool isDemo = false;
 };
 
@@ -137,6 +140,18 @@ void addService(CLI::App& app, Options& options, Words& words) {
                    " one than it listens on")
         ->type_name("URL")
         ->check(CLI::Validator(checkURL, ""));
+    auto* const tls =
+        app.add_flag("--tls", words.isTLS,
+                     "speak HTTPS, with a certificate for development that is made and kept, below"
+                     " the folder of --data, else in this program's own; docs/service.md tells how"
+                     " phones trust it");
+    app.add_option("--tls-name", words.tlsNames,
+                   "name or address that the certificate is for, repeatable, beside localhost, the"
+                   " loopback addresses, and the hosts of --host and --public-url")
+        ->type_name("NAME")
+        ->needs(tls)
+        ->expected(1)
+        ->take_all();
     app.add_flag("--admin", service.admin.isOn,
                  "serve the admin interface, below /admin/; of this computer only, unless it has a"
                  " secret");
@@ -260,6 +275,31 @@ void introduce(Options& options, const Words& words) {
         words.data.empty() ? stateFile("config.json") : fs::path(words.data) / "config.json");
 }
 
+/// The names of the certificate that the words imply beside those that they tell.
+void addImpliedNames(std::vector<std::string>& names, const ServiceSettings& service) {
+    if (!isLoopbackHost(service.http.host) && service.http.host != "0.0.0.0" &&
+        service.http.host != "::")
+        names.push_back(service.http.host);
+    if (!service.publicURL) return;
+    std::string host = hostIn(service.publicURL->substr(service.publicURL->find("//") + 2));
+    if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+    names.push_back(host);
+}
+
+/// Where the certificate is, and for which names.
+Options::TLS tlsOptions(const ServiceSettings& service, const Words& words) {
+    if (service.publicURL && !service.publicURL->starts_with("https://"))
+        throw WrongUsage("with --tls the address of --public-url begins with https://.\n");
+    Options::TLS tls;
+    tls.folder = words.data.empty() ? stateFile("tls") : fs::path(words.data) / "tls";
+    tls.names = words.tlsNames;
+    addImpliedNames(tls.names, service);
+    if (!tls.folder.empty()) return tls;
+    throw WrongUsage(
+        "neither XDG_STATE_HOME nor HOME says where the certificate belongs; name a folder with"
+        " --data.\n");
+}
+
 void complete(Options& options, const Words& words, bool isBare, bool namesHousehold) {
     ServiceSettings& service = options.service;
     const bool isIntroduced = isBare || words.isDemo || !words.data.empty();
@@ -274,6 +314,7 @@ void complete(Options& options, const Words& words, bool isBare, bool namesHouse
     if (!words.parentProfileID.empty()) service.parentProfileID = words.parentProfileID;
     if (!words.publicURL.empty()) service.publicURL = words.publicURL;
     if (!words.configuration.empty()) options.configuration = words.configuration;
+    if (words.isTLS) options.tls = tlsOptions(service, words);
     if (isIntroduced) return introduce(options, words);
     if (service.database.empty()) {
         throw WrongUsage(

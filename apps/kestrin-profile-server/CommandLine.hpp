@@ -18,6 +18,12 @@ struct Options {
     /// Where it is written unless there is one that this program has not written; the first place
     /// that is free. For who has not said where.
     std::vector<std::filesystem::path> configurationPlaces;
+    /// Where a certificate for development is kept, and for which names it is.
+    struct TLS {
+        std::filesystem::path folder;
+        std::vector<std::string> names;
+    };
+    std::optional<TLS> tls;
     /// Whether to say what to try.
     bool isIntroduced = false;
 };

@@ -16,6 +16,8 @@ namespace {
 
 /// Where the service describes itself.
 constexpr std::string_view descriptionPath = "/openapi.json";
+/// Where a phone finds the certificate that it has to trust.
+constexpr std::string_view authorityPath = "/development-authority.pem";
 
 Reply unknownNamespace(std::string_view target) {
     return replyTo(Problem(ProblemKind::unknownNamespace, "there is no namespace '" +
@@ -38,8 +40,7 @@ std::shared_ptr<Namespace> Front::spaceOf(std::string_view target) const {
 
 std::shared_ptr<ExchangeObserver> Front::observer(std::string_view target) const {
     const std::string_view path = pathOf(admin_ ? targetWithin(target) : target);
-    if (path == healthPath || path == descriptionPath || (admin_ && isAdminPath(path)))
-        return nullptr;
+    if (path == healthPath || isOfService(path) || (admin_ && isAdminPath(path))) return nullptr;
     const auto space = spaceOf(target);
     if (!space || !space->isObserved()) return nullptr;
     return {space, &space->observation()};
@@ -55,8 +56,8 @@ std::shared_ptr<const void> Front::respond(Request request, std::size_t thread, 
     const std::string_view path = pathOf(request.target);
     if (admin_ && isAdminPath(path))
         admin_->answer(request, *space, thread, std::move(done));
-    else if (path == descriptionPath)
-        done(guardedReply(path, [&] { return described(request, *space); }));
+    else if (isOfService(path))
+        done(guardedReply(path, [&] { return answeredByService(request, *space); }));
     else if (space->observation().faults().areSet())
         dispatchWithFaults(request, *space, thread, std::move(done));
     else
@@ -64,10 +65,19 @@ std::shared_ptr<const void> Front::respond(Request request, std::size_t thread, 
     return space;
 }
 
-Reply Front::described(const Request& request, const Namespace& space) const {
+bool Front::isOfService(std::string_view path) const {
+    return path == descriptionPath || (path == authorityPath && !authority_.empty());
+}
+
+Reply Front::answeredByService(const Request& request, const Namespace& space) const {
     const std::string allowed = allowedMethods(std::vector<std::string_view>{"GET"});
     if (request.method == "OPTIONS") return Reply{.headers = {{"Allow", allowed}}};
     if (routeMethodOf(request) != "GET") throw methodNotAllowed(request.method, allowed);
+    if (pathOf(request.target) == descriptionPath) return described(space);
+    return Reply{.status = 200, .body = authority_, .contentType = "application/x-x509-ca-cert"};
+}
+
+Reply Front::described(const Namespace& space) const {
     return jsonReply(200,
                      openAPI({.baseURL = publicURL_ + space.path(),
                               .version = version_,

@@ -8,6 +8,7 @@
 #include <kestrin-profile-server/ClientConfiguration.hpp>
 #include <kestrin-profile-server/Introduction.hpp>
 #include <kestrin-profile-server/admin/AdminRoutes.hpp>
+#include <kestrin-profile-server/tls/DevelopmentCertificate.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -45,11 +46,13 @@ bool isPlain(std::string_view text) {
 std::string curlLine(const Options& options, Service& service) {
     const std::string url = service.baseURL();
     const std::string id = service.household().parentProfileID;
-    return "token=$(curl -s " + url +
+    const std::string curl =
+        options.tls ? "curl --cacert " + authorityFileIn(options.tls->folder).string() : "curl";
+    return "token=$(" + curl + " -s " + url +
            "/admin/v1/tokens -H 'Content-Type: application/json' -d '{\"profileId\":\"" + id +
-           "\"}' | cut -d'\"' -f4); curl -H \"Authorization: JWT $token\" -H 'PXRO-PROFILE-ID: " +
-           id + "' '" + url + "/v1/history?brand=" + options.service.brand + "&profile=" + id +
-           "&v=1'";
+           "\"}' | cut -d'\"' -f4); " + curl +
+           " -H \"Authorization: JWT $token\" -H 'PXRO-PROFILE-ID: " + id + "' '" + url +
+           "/v1/history?brand=" + options.service.brand + "&profile=" + id + "&v=1'";
 }
 
 std::string clientLine(const Options& options, const fs::path& configuration) {
@@ -76,6 +79,7 @@ std::optional<fs::path> writtenConfiguration(const Options& options, Service& se
 
 std::string warning(const Options& options) {
     if (isLoopbackHost(options.service.http.host)) return {};
+    if (options.tls) return "warning: other computers can reach this service.\n";
     return "warning: other computers can reach this service, and everything goes in clear text."
            " Clients accept clear text from this computer, and from the host that --public-url"
            " names.\n";
@@ -93,10 +97,14 @@ std::string introduction(const Options& options, Service& service,
     text += options.service.database.empty()
                 ? "data           kept by nobody; --data DIR keeps it\n"
                 : "data           " + options.service.database.string() + "\n";
-    if (configuration && !options.configuration && isPlain(configuration->string()))
+    if (options.tls)
+        text += "authority      " + authorityFileIn(options.tls->folder).string() +
+                "; clients have to trust it\n";
+    if (!options.tls && configuration && !options.configuration && isPlain(configuration->string()))
         text += "try            " + clientLine(options, *configuration) + "\n";
     if (options.service.admin.isOn && !options.service.admin.secret &&
-        isPlain(options.service.brand) && isPlain(service.household().parentProfileID))
+        (!options.tls || isPlain(options.tls->folder.string())) && isPlain(options.service.brand) &&
+        isPlain(service.household().parentProfileID))
         text += "or             " + curlLine(options, service) + "\n";
     return text;
 }

@@ -37,7 +37,7 @@ Service::Service(const ServiceSettings& settings)
       http_(settings.http),
       publicURL_(settings.publicURL.value_or(http_.baseURL())),
       front_(namespaces_, adminFor(settings, http_.baseURL(), publicURL_, namespaces_), publicURL_,
-             KESTRIN_PROFILE_SERVER_VERSION) {
+             settings.authority, KESTRIN_PROFILE_SERVER_VERSION) {
     // Whatever keeps a thread from reading is told now.
     for (std::size_t thread = 0; thread < settings.http.threads; ++thread)
         static_cast<void>(namespaces_.root().reader(thread));

@@ -23,6 +23,8 @@ struct ServiceSettings : NamespaceSettings {
     /// Where clients reach it, without a slash at the end, if that is another address than the one
     /// that it listens on.
     std::optional<std::string> publicURL;
+    /// The certificate in PEM that clients have to trust; empty if there is none.
+    std::string authority;
 };
 
 /// The whole service; it answers requests as long as it lives.

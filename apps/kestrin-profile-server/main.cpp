@@ -2,9 +2,11 @@
 #include <exception>
 #include <iostream>
 #include <pthread.h>
+#include <utility>
 
 #include <kestrin-profile-server/CommandLine.hpp>
 #include <kestrin-profile-server/Introduction.hpp>
+#include <kestrin-profile-server/tls/DevelopmentCertificate.hpp>
 
 namespace KestrinProfileServer {
 namespace {
@@ -34,8 +36,21 @@ void waitForStop() {
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-void serve(const Options& options) {
+/// Makes sure that there is a certificate, if the options want one.
+void prepareTLS(Options& options) {
+    if (!options.tls) return;
+    DevelopmentCertificate made = developmentCertificate(options.tls->folder, options.tls->names);
+    if (made.isNewAuthority) {
+        std::cerr << "a new certificate authority for development: '" << made.authorityFile.string()
+                  << "'; clients take this service once they trust it, as docs/service.md tells\n";
+    }
+    options.service.http.tls = std::move(made.identity);
+    options.service.authority = std::move(made.authority);
+}
+
+void serve(Options options) {
     holdStopSignals();
+    prepareTLS(options);
     Service service(options.service);
     std::cerr << warning(options);
     const auto configuration = writtenConfiguration(options, service);

@@ -92,6 +92,52 @@ TEST_F(StartTest, theLinesThatItShowsWork) {
         << shell.output();
 }
 
+TEST_F(StartTest, withTLSEverythingThatItWritesAndShowsIsOfHTTPS) {
+    const auto authority = folder / "state/kestrin-profile-server/tls/authority.pem";
+    auto program = start({"--demo", "--tls", "--tls-name", "phone.test", "--port", "0"});
+    const std::string url = waitUntilReady(program);
+    EXPECT_TRUE(url.starts_with("https://127.0.0.1:")) << url;
+    const std::string said = program.awaitOutput("v=1'\n");
+    EXPECT_NE(said.find("authority      " + authority.string()), std::string::npos) << said;
+    EXPECT_NE(TestSupport::contentOf(found).find("\"" + url + "/v1/binds"), std::string::npos);
+    HttpClient phone("https://phone.test:" + std::to_string(portIn(url)), authority.string());
+    EXPECT_EQ(phone.send("GET", "/development-authority.pem").body,
+              TestSupport::contentOf(authority));
+    TestSupport::Program shell({"sh", "-c", said.substr(said.find("token=$("))},
+                               {{"no_proxy", "*"}});
+    EXPECT_EQ(shell.wait(), 0) << shell.errors();
+    EXPECT_EQ(boost::json::parse(shell.output()).at("elements").at(0).at("id"),
+              "harbour-lights-s1e3")
+        << shell.output();
+    EXPECT_NE(program.errors().find("a new certificate authority"), std::string::npos);
+
+    const std::string kept = TestSupport::contentOf(authority);
+    auto next = start({"--demo", "--tls", "--tls-name", "phone.test", "--port", "0"});
+    waitUntilReady(next);
+    EXPECT_EQ(TestSupport::contentOf(authority), kept);
+    EXPECT_EQ(next.errors().find("a new certificate authority"), std::string::npos);
+}
+
+TEST(OptionsTest, theCertificateIsForTheHostsThatTheWordsTell) {
+    const auto namesOf = [](std::vector<const char*> words) {
+        words.insert(words.begin(), {"kestrin-profile-server", "--data", "d", "--tls"});
+        const auto parsed = parsedCommandLine(static_cast<int>(words.size()), words.data());
+        const auto* const options = std::get_if<Options>(&parsed);
+        if (options == nullptr) return std::vector<std::string>{std::get<EarlyEnd>(parsed).message};
+        EXPECT_EQ(options->tls->folder, std::filesystem::path("d/tls"));
+        return options->tls->names;
+    };
+    using Names = std::vector<std::string>;
+    EXPECT_EQ(namesOf({}), Names{});
+    EXPECT_EQ(namesOf({"--host", "0.0.0.0", "--public-url", "https://192.168.1.20:8480"}),
+              Names{"192.168.1.20"});
+    EXPECT_EQ(namesOf({"--host", "192.168.1.20", "--tls-name", "a", "--tls-name", "b",
+                       "--public-url", "https://[2001:db8::1]:1"}),
+              (Names{"a", "b", "192.168.1.20", "2001:db8::1"}));
+    EXPECT_NE(namesOf({"--public-url", "http://x"}).front().find("begins with https://"),
+              std::string::npos);
+}
+
 TEST_F(StartTest, whatAKilledOneHasLeftIsRemovedByTheNext) {
     auto killed = start({"--demo", "--port", "0"});
     waitUntilReady(killed);
@@ -240,6 +286,8 @@ TEST_F(StartTest, whatDoesNotGoTogetherIsRefused) {
           {"--demo", "--parent-profile", "x"},
           {"--demo", "--public-url", "192.168.1.20"},
           {"--demo", "--public-url", "http://x/y"},
+          {"--demo", "--tls-name", "phone.test"},
+          {"--demo", "--tls", "--public-url", "http://x"},
           {"--demo", "--admin-secret-file", (folder / "short").string()},
           {"--demo", "--admin-secret-file", (folder / "missing").string()}}) {
         EXPECT_EQ(wrongUsage(wrong), 2) << wrong.back();

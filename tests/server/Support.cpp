@@ -60,8 +60,8 @@ std::string detailOf(const HttpReply& reply) {
     return std::string(reply.json().at("detail").as_string());
 }
 
-HttpClient::HttpClient(std::string baseURL)
-    : baseURL_(std::move(baseURL)), handle_(curl_easy_init()) {}
+HttpClient::HttpClient(std::string baseURL, std::string authority)
+    : baseURL_(std::move(baseURL)), authority_(std::move(authority)), handle_(curl_easy_init()) {}
 
 HttpClient::~HttpClient() {
     curl_easy_cleanup(handle_);
@@ -71,6 +71,7 @@ HttpReply HttpClient::send(const std::string& method, const std::string& target,
                            const HeaderLines& headers, const std::string& body) {
     HttpReply reply;
     HeaderList lines;
+    HeaderList places;
     for (const auto& [name, value] : headers)
         lines.add(name + ": " + value);
     curl_easy_reset(handle_);
@@ -79,6 +80,11 @@ HttpReply HttpClient::send(const std::string& method, const std::string& target,
     curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, method.c_str());
     curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle_, CURLOPT_NOPROXY, "*");
+    if (!authority_.empty()) {
+        places.add("::127.0.0.1:");
+        curl_easy_setopt(handle_, CURLOPT_CAINFO, authority_.c_str());
+        curl_easy_setopt(handle_, CURLOPT_CONNECT_TO, places.list);
+    }
     curl_easy_setopt(handle_, CURLOPT_EXPECT_100_TIMEOUT_MS, noTimeout);
     curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, appendBody);
     curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &reply);

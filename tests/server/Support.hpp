@@ -40,7 +40,9 @@ std::string detailOf(const HttpReply& reply);
 /// One keep-alive connection to a service. Sends request targets byte for byte as given.
 class HttpClient {
   public:
-    explicit HttpClient(std::string baseURL);
+    /// @param authority  the file of the certificates that it trusts, if it speaks HTTPS; then all
+    ///                   names lead to 127.0.0.1
+    explicit HttpClient(std::string baseURL, std::string authority = "");
     ~HttpClient();
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
@@ -54,6 +56,7 @@ class HttpClient {
 
   private:
     std::string baseURL_;
+    std::string authority_;
     void* handle_;
     long connectionCount_ = 0;
 };

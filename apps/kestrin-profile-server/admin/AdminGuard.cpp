@@ -11,7 +11,7 @@ namespace KestrinProfileServer {
 namespace {
 
 constexpr std::string_view secretScheme = "Bearer ";
-constexpr std::string_view cleartext = "http://";
+constexpr std::string_view schemeEnd = "://";
 
 Problem secretRequired(const char* detail) {
     return {ProblemKind::adminSecretRequired, detail, {{"WWW-Authenticate", "Bearer"}}};
@@ -20,7 +20,9 @@ Problem secretRequired(const char* detail) {
 }  // namespace
 
 AdminGuard::AdminGuard(std::optional<std::string> secret, const std::string& baseURL)
-    : secret_(std::move(secret)), port_(baseURL.substr(baseURL.rfind(':') + 1)) {}
+    : secret_(std::move(secret)),
+      scheme_(baseURL.substr(0, baseURL.find(schemeEnd) + schemeEnd.size())),
+      port_(baseURL.substr(baseURL.rfind(':') + 1)) {}
 
 void AdminGuard::check(const Request& request, AdminAccess access) const {
     if (!secret_) return checkPlace(request, access);
@@ -38,7 +40,8 @@ void AdminGuard::checkSecret(const Request& request) const {
 }
 
 bool AdminGuard::isOwnHost(std::string_view host) const {
-    return portIn(host) == port_ && isLoopbackName(hostIn(host));
+    return portIn(host, scheme_ == "https://" ? "443" : "80") == port_ &&
+           isLoopbackName(hostIn(host));
 }
 
 void AdminGuard::checkPlace(const Request& request, AdminAccess access) const {
@@ -50,8 +53,8 @@ void AdminGuard::checkPlace(const Request& request, AdminAccess access) const {
     }
     const auto origin = headerOf(request, "Origin");
     const bool isOwnOrigin =
-        !origin || (origin->starts_with(cleartext) &&
-                    KestrinInternal::equalsIgnoringCase(origin->substr(cleartext.size()), host));
+        !origin || (origin->starts_with(scheme_) &&
+                    KestrinInternal::equalsIgnoringCase(origin->substr(scheme_.size()), host));
     if (!isOwnOrigin) {
         throw Problem(ProblemKind::originRefused, "a page of '" + excerptOf(*origin) +
                                                       "' asks; expected is one of this service");

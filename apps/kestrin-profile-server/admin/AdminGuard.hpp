@@ -27,6 +27,7 @@ class AdminGuard {
     [[nodiscard]] bool isOwnHost(std::string_view host) const;
 
     std::optional<std::string> secret_;
+    std::string scheme_;  ///< with its colon and slashes
     std::string port_;
 };
 

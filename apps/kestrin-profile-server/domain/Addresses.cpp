@@ -6,8 +6,6 @@
 namespace KestrinProfileServer {
 namespace {
 
-constexpr std::string_view standardPort = "80";
-
 /// Where the port's colon is; npos if there is none.
 std::size_t colonIn(std::string_view authority) {
     const std::size_t colon = authority.rfind(':');
@@ -24,9 +22,9 @@ std::string hostIn(std::string_view authority) {
     return std::string(authority.substr(0, colonIn(authority)));
 }
 
-std::string_view portIn(std::string_view authority) {
+std::string_view portIn(std::string_view authority, std::string_view usual) {
     const std::size_t colon = colonIn(authority);
-    return colon == std::string_view::npos ? standardPort : authority.substr(colon + 1);
+    return colon == std::string_view::npos ? usual : authority.substr(colon + 1);
 }
 
 bool isLoopbackName(std::string_view host) {

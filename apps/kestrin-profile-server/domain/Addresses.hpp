@@ -10,8 +10,9 @@ namespace KestrinProfileServer {
 /// The host of an authority, or of what begins with one, as a URL behind its scheme does.
 [[nodiscard]] std::string hostIn(std::string_view authority);
 
-/// The port of an authority: that of cleartext HTTP if it tells none.
-[[nodiscard]] std::string_view portIn(std::string_view authority);
+/// The port of an authority.
+/// @param usual  the port if it tells none
+[[nodiscard]] std::string_view portIn(std::string_view authority, std::string_view usual);
 
 /// Whether the host, an address of IPv6 with or without brackets, is this computer and no other.
 [[nodiscard]] bool isLoopbackName(std::string_view host);

@@ -51,6 +51,7 @@ enum class ProblemKind {
     unknownItem,
     taken,
     tooManyNamespaces,
+    httpsRequired,
 };
 
 /// Ends a request with a problem document (RFC 9457). `detail` says what came and what was

@@ -15,11 +15,13 @@
 #include <vector>
 
 #include <boost/asio.hpp>
+#include <boost/asio/ssl.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 
 #include <kestrin-profile-server/domain/Text.hpp>
 #include <kestrin-profile-server/domain/Timestamp.hpp>
+#include <kestrin-profile-server/http/ClientStream.hpp>
 #include <kestrin-profile-server/http/HttpServer.hpp>
 #include <kestrin-profile-server/http/MemoryBudget.hpp>
 #include <kestrin-profile-server/http/Redaction.hpp>
@@ -138,9 +140,11 @@ class Worker {
 /// One connection to a client: reads a request, has it answered, writes the reply, and again.
 class Session : public std::enable_shared_from_this<Session> {
   public:
-    Session(tcp::socket socket, Place place, Worker& worker, std::uint64_t number)
+    /// @param tls  null: the client speaks in cleartext
+    Session(tcp::socket socket, asio::ssl::context* tls, Place place, Worker& worker,
+            std::uint64_t number)
         : place_(std::move(place)),
-          stream_(std::move(socket)),
+          stream_(std::move(socket), tls),
           worker_(worker),
           number_(number),
           share_(worker.budget) {
@@ -149,6 +153,52 @@ class Session : public std::enable_shared_from_this<Session> {
     ~Session() { worker_.remove(*this); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
+
+    void start() { stream_.isSecure() ? awaitFirstBytes() : readHeader(); }
+
+    /// Nothing new is read: a waiting connection closes, a running request is answered first. What
+    /// is late or slow on purpose is not any more, and streams end.
+    void finish() {
+        if (isReading_) close();
+        pause_.cancel();
+        if (events_) endStream();
+    }
+
+  private:
+    /// Sees whether the client begins with TLS, as it should.
+    void awaitFirstBytes() {
+        if (worker_.isFinishing) return close();
+        isReading_ = true;
+        stream_.expires_after(worker_.transferTimeout);
+        beast::async_detect_ssl(stream_.plain(), buffer_,
+                                [self = shared_from_this()](beast::error_code error, bool isTLS) {
+                                    if (error) return self->close();
+                                    isTLS ? self->shakeHands() : self->goOnInCleartext();
+                                });
+    }
+
+    void goOnInCleartext() {
+        stream_.goOnInCleartext();
+        isRefused_ = true;
+        readHeader();
+    }
+
+    void shakeHands() {
+        stream_.secure().async_handshake(
+            asio::ssl::stream_base::server, buffer_.data(),
+            [self = shared_from_this()](beast::error_code error, std::size_t used) {
+                if (error) return self->onHandshakeFailed(error);
+                self->buffer_.consume(used);
+                self->readHeader();
+            });
+    }
+
+    /// Mostly the client does not trust the certificate, and says so.
+    void onHandshakeFailed(beast::error_code error) {
+        if (!worker_.isQuiet && !worker_.isFinishing && error != asio::error::eof)
+            std::cerr << "a client began TLS and gave up: " << error.message() << '\n';
+        close();
+    }
 
     void readHeader() {
         if (worker_.isFinishing) return close();
@@ -169,17 +219,13 @@ class Session : public std::enable_shared_from_this<Session> {
                                 });
     }
 
-    /// Nothing new is read: a waiting connection closes, a running request is answered first. What
-    /// is late or slow on purpose is not any more, and streams end.
-    void finish() {
-        if (isReading_) close();
-        pause_.cancel();
-        if (events_) endStream();
-    }
-
-  private:
     void onHeader() {
         start_ = steady_clock::now();
+        if (isRefused_) {
+            return refuse(Problem(ProblemKind::httpsRequired,
+                                  "the request came in clear text; this port speaks HTTPS, so its"
+                                  " URLs begin with https://"));
+        }
         if (const auto problem = parser_->framingProblem()) return refuse(*problem);
         parser_->waitsForContinue() ? sendContinue() : readBody();
     }
@@ -493,6 +539,14 @@ class Session : public std::enable_shared_from_this<Session> {
     void onWritten(beast::error_code error) {
         if (error) return close();
         if (!isLast_) return readHeader();
+        stream_.expires_after(lingerTimeout);
+        if (!stream_.isSecure()) return endSending();
+        // TLS has an end of its own, without which clients take a reply for one that was cut.
+        stream_.secure().async_shutdown(
+            [self = shared_from_this()](beast::error_code) { self->endSending(); });
+    }
+
+    void endSending() {
         beast::error_code ignored;
         stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
         stream_.expires_after(lingerTimeout);
@@ -502,10 +556,11 @@ class Session : public std::enable_shared_from_this<Session> {
     /// Reads on until the client closes: closing with unread input could take the reply away from
     /// a client that is still sending.
     void discardRest() {
-        stream_.async_read_some(asio::buffer(discarded_),
-                                [self = shared_from_this()](beast::error_code error, std::size_t) {
-                                    error ? self->onGone() : self->discardRest();
-                                });
+        stream_.plain().async_read_some(
+            asio::buffer(discarded_),
+            [self = shared_from_this()](beast::error_code error, std::size_t) {
+                error ? self->onGone() : self->discardRest();
+            });
     }
 
     void onGone() { events_ ? endStream() : close(); }
@@ -523,7 +578,7 @@ class Session : public std::enable_shared_from_this<Session> {
     }
 
     Place place_;
-    beast::tcp_stream stream_;
+    ClientStream stream_;
     Worker& worker_;
     const std::uint64_t number_;
     MemoryBudget::Share share_;
@@ -548,6 +603,8 @@ class Session : public std::enable_shared_from_this<Session> {
     steady_clock::time_point start_;
     bool isReading_ = false;
     bool isLast_ = false;
+    /// Whether the client speaks in cleartext where TLS is spoken.
+    bool isRefused_ = false;
 };
 
 void Worker::finish() {
@@ -571,6 +628,16 @@ asio::ip::address addressOf(const std::string& host) {
     return address;
 }
 
+/// Null if there is no TLS.
+std::unique_ptr<asio::ssl::context> tlsContext(const HttpSettings& settings) {
+    if (!settings.tls) return nullptr;
+    auto context = std::make_unique<asio::ssl::context>(asio::ssl::context::tls_server);
+    context->set_options(asio::ssl::context::no_tlsv1 | asio::ssl::context::no_tlsv1_1);
+    context->use_certificate_chain(asio::buffer(settings.tls->certificate));
+    context->use_private_key(asio::buffer(settings.tls->key), asio::ssl::context::pem);
+    return context;
+}
+
 void listen(tcp::acceptor& acceptor, const HttpSettings& settings) {
     const tcp::endpoint endpoint{addressOf(settings.host), settings.port};
     try {
@@ -590,7 +657,10 @@ void listen(tcp::acceptor& acceptor, const HttpSettings& settings) {
 class HttpServer::Implementation {
   public:
     explicit Implementation(const HttpSettings& settings)
-        : settings_(settings), budget_(settings.memoryLimit), freePlaces_(settings.maxConnections) {
+        : settings_(settings),
+          budget_(settings.memoryLimit),
+          freePlaces_(settings.maxConnections),
+          tls_(tlsContext(settings)) {
         listen(acceptor_, settings);
     }
     ~Implementation() { stop(); }
@@ -614,7 +684,7 @@ class HttpServer::Implementation {
         if (address.is_unspecified()) address = asio::ip::address_v4::loopback();
         const std::string host =
             address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
-        return "http://" + host + ":" + std::to_string(endpoint.port());
+        return (tls_ ? "https://" : "http://") + host + ":" + std::to_string(endpoint.port());
     }
 
     void stop() {
@@ -647,9 +717,9 @@ class HttpServer::Implementation {
         Place place(&giveBack_);
         const bool isFull = --freePlaces_ == 0;
         asio::post(worker.context, [socket = std::move(socket), place = std::move(place), &worker,
-                                    number = ++connections_]() mutable {
-            std::make_shared<Session>(std::move(socket), std::move(place), worker, number)
-                ->readHeader();
+                                    tls = tls_.get(), number = ++connections_]() mutable {
+            std::make_shared<Session>(std::move(socket), tls, std::move(place), worker, number)
+                ->start();
         });
         // Who finds no place waits, in the system's queue, until a connection closes.
         if (!isFull) accept();
@@ -671,6 +741,8 @@ class HttpServer::Implementation {
     MemoryBudget budget_;
     std::size_t freePlaces_;
     std::uint64_t connections_ = 0;
+    /// Null: there is no TLS.
+    std::unique_ptr<asio::ssl::context> tls_;
     const std::function<void()> giveBack_ = [this] {
         asio::post(context_, [this] { onPlaceGivenBack(); });
     };

@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <kestrin-profile-server/http/RequestLine.hpp>
 #include <kestrin-profile-server/http/Responder.hpp>
+#include <kestrin-profile-server/tls/TLSIdentity.hpp>
 
 namespace KestrinProfileServer {
 
@@ -25,6 +27,8 @@ struct HttpSettings {
     /// Otherwise each request is a line on the standard error, as `requestLine` writes it.
     bool isQuiet = false;
     LogFormat logFormat = LogFormat::text;
+    /// Absent: in cleartext.
+    std::optional<TLSIdentity> tls;
 };
 
 /// Whether only programs on this computer reach what listens on the host.

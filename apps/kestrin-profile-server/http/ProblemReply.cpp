@@ -16,7 +16,7 @@ struct ProblemRow {
     std::string_view title;
 };
 
-constexpr std::array<ProblemRow, 39> problemTable{{
+constexpr std::array<ProblemRow, 40> problemTable{{
     {ProblemKind::malformedRequest, 400, "malformed-request", "The request is not HTTP"},
     {ProblemKind::missingSentinel, 400, "missing-sentinel", "The query does not end with v=1"},
     {ProblemKind::unknownParameter, 400, "unknown-parameter", "Unknown query parameter"},
@@ -57,6 +57,7 @@ constexpr std::array<ProblemRow, 39> problemTable{{
     {ProblemKind::unknownItem, 404, "unknown-item", "There is no such thing"},
     {ProblemKind::taken, 409, "taken", "The name is taken"},
     {ProblemKind::tooManyNamespaces, 409, "too-many-namespaces", "There are too many namespaces"},
+    {ProblemKind::httpsRequired, 400, "https-required", "This port speaks HTTPS"},
 }};
 
 static_assert(KestrinInternal::isInOrder(problemTable, &ProblemRow::kind));
