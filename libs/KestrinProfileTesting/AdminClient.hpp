@@ -34,6 +34,7 @@ class AdminClient {
     explicit AdminClient(std::string baseURL, std::string secret = {})
         : baseURL_(std::move(baseURL)), secret_(std::move(secret)) {}
 
+    /// The address that was given.
     [[nodiscard]] const std::string& baseURL() const noexcept { return baseURL_; }
 
     /// Sends a request.
@@ -134,8 +135,9 @@ class AdminClient {
     }
 
     /// Waits until requests have come; those that are there count.
-    /// @param count  how many
-    /// @param time   how long; 3600 s at most
+    /// @param requests  which
+    /// @param count     how many
+    /// @param time      how long; 3600 s at most
     /// @return whether they came in time
     [[nodiscard]] bool waitFor(const Requests& requests, std::size_t count = 1,
                                std::chrono::seconds time = std::chrono::seconds(10)) const {

@@ -52,7 +52,7 @@ class Requests {
 /// How many requests are expected; made by `exactly`, `atLeast` and `atMost`.
 struct Expected {
     std::string_view bound;  ///< as the admin interface calls it
-    std::size_t count = 0;
+    std::size_t count = 0;   ///< how many
 };
 
 [[nodiscard]] constexpr Expected exactly(std::size_t count) noexcept {
@@ -67,11 +67,12 @@ struct Expected {
 
 /// What came of looking into the journal.
 struct Verification {
-    bool isSatisfied = false;
-    std::size_t count = 0;  ///< how many requests were found
+    bool isSatisfied = false;  ///< whether it was as expected
+    std::size_t count = 0;     ///< how many requests were found
     /// For people: what was expected and found, and which requests were nearly right.
     std::string text;
 
+    /// Whether it was as expected.
     [[nodiscard]] explicit operator bool() const noexcept { return isSatisfied; }
 };
 
