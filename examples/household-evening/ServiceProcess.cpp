@@ -98,7 +98,10 @@ void ServiceProcess::start(const std::vector<std::string>& more) {
     output = FileDescriptor();
 
     const std::string ready = lineFrom(input);
-    if (ready.empty()) throw std::runtime_error(fmt::format("{} did not start", command_.front()));
+    if (ready.empty()) {
+        end(SIGKILL);
+        throw std::runtime_error(fmt::format("{} did not start", command_.front()));
+    }
     fmt::print("{}\n", ready);
     port_ = ready.substr(ready.rfind(':') + 1);
 }
