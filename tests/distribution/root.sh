@@ -14,7 +14,7 @@ make() {
     mkdir -p "$(dirname "$root")"
     rm -rf --one-file-system "$root.new"
     mmdebstrap --variant=minbase --aptopt='APT::Install-Recommends "false"' \
-        --include="$(IFS=,; echo "$*")" "$suite" "$root.new" http://deb.debian.org/debian
+        --include="$(IFS=,; echo "$*")" "$suite" "$root.new"
     mkdir "$root.new/src"
     mv "$root.new" "$root"
 }
