@@ -200,6 +200,19 @@ TEST_F(OutboxTest, WaitsLongerWithEachFailureAndNotAfterTheNetworkIsBack) {
     EXPECT_EQ(scheduler->waiting(), 0U);
 }
 
+TEST_F(OutboxTest, KeepsAWriteThatIsRedirected) {
+    for (const int code : {301, 302, 307}) {
+        delivery->onSend(FakeDelivery::answering(reply(code)));
+        const Events events(opened());
+        accept(write(Op::addFavoriteShow, "a"));
+        EXPECT_EQ(settle().waiting, 1U);
+        EXPECT_THAT(events.kinds(), ElementsAre(Kind::delayed));
+        delivery->onSend(&FakeDelivery::accept);
+        outbox->networkIsBack();
+        EXPECT_EQ(settle().waiting, 0U);
+    }
+}
+
 TEST_F(OutboxTest, WaitsAsLongAsTheServiceAsks) {
     delivery->onSend(FakeDelivery::failing(status(503, {{"Retry-After", "120"}})));
     accept(write(Op::addFavoriteShow, "a"));

@@ -42,6 +42,18 @@ DeliveryFailure noList() {
     return failure;
 }
 
+/// Requests do not follow redirects unless they are told to: such a reply, of a network's sign-in
+/// page for instance, says that the service has done nothing.
+DeliveryFailure noSuccess(int status) {
+    DeliveryFailure failure;
+    failure.text = "the reply has status " + std::to_string(status);
+    return failure;
+}
+
+bool isSuccess(int status) {
+    return status >= 200 && status < 300;
+}
+
 /// The error of a store, whatever it threw.
 OutboxError storeError(const std::exception_ptr& error) {
     try {
@@ -709,6 +721,8 @@ void Outbox::Core::replied(const LanePointer& lane, std::uint64_t request, const
                 compared(*lane, *list, events);
             else
                 postpone(lane, noList(), events);
+        } else if (!isSuccess(reply.status())) {
+            postpone(lane, noSuccess(reply.status()), events);
         } else {
             lane->writes.pop_back();
             if (lane->writes.empty()) finish(*lane, Kind::sent, "the service has it", events);
