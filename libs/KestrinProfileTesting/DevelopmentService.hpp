@@ -33,7 +33,7 @@ struct ServiceOptions {
 
 /// A development service of a test's own: a process with the demo's data, which nobody keeps, on a
 /// free port of this computer. It ends with this object. The whole test program may share one, with
-/// a namespace for each test (`AdminClient::addNamespace`). For POSIX.
+/// a namespace for each test (`AdminClient::addNamespace`). For Linux.
 ///
 ///     DevelopmentService service;
 ///     manager.load(service.configuration());
@@ -44,14 +44,17 @@ class DevelopmentService {
     /// @throws std::runtime_error if it has ended; what it says is on standard error
     /// @throws std::system_error if it cannot be started
     explicit DevelopmentService(const ServiceOptions& options = {}) : process_(start(options)) {
-        const std::string address = awaitAddress();
-        if (address.empty()) {
+        try {
+            const std::string address = awaitAddress();
+            if (address.empty())
+                throw std::runtime_error(
+                    "the development service has not started: is $KESTRIN_PROFILE_SERVER or "
+                    "kestrin-profile-server in $PATH the program?");
+            admin_ = std::make_unique<AdminClient>(address);
+        } catch (...) {
             stop();
-            throw std::runtime_error(
-                "the development service has not started: is $KESTRIN_PROFILE_SERVER or "
-                "kestrin-profile-server in $PATH the program?");
+            throw;
         }
-        admin_ = std::make_unique<AdminClient>(address);
     }
     DevelopmentService(const DevelopmentService&) = delete;
     DevelopmentService(DevelopmentService&&) = delete;
@@ -146,6 +149,7 @@ class DevelopmentService {
 
     void stop() noexcept {
         ::kill(process_, SIGTERM);
+        ::kill(process_, SIGCONT);  // a test may have stopped it
         while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
         }
         ::close(output_);

@@ -345,7 +345,6 @@ TEST_F(Later, AnOutboxThatIsNotThereIsEmptyAndIsNotMade) {
     EXPECT_FALSE(fs::exists(outboxFile()));
 }
 
-/// A service of the test's own.
 TEST_F(Later, TheListShowsTheFieldsThatAreChosen) {
     outputOf({"bind"});
     stopService();
@@ -360,6 +359,7 @@ TEST_F(Later, TheListShowsTheFieldsThatAreChosen) {
     EXPECT_THAT(wrong.errors, HasSubstr("did you mean \"item\"?"));
 }
 
+/// A service of the test's own.
 class LaterService : public CommandLine {};
 
 TEST_F(LaterService, ThatDoesNotAnswerIsNotWaitedFor) {

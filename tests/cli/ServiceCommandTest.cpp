@@ -93,6 +93,10 @@ TEST_F(ServiceCommand, TheSecretComesFromAFileOrTheEnvironmentAndIsNeverShown) {
     environment["KESTRIN_PROFILE_SERVICE_SECRET"] = secret;
     EXPECT_EQ(failed({"status"}).code, 0);
     EXPECT_EQ(failed({"status", "--secret-file", directory / "none"}).code, 2);
+    write(directory / "empty", "\n" + std::string(secret));
+    const auto empty = failed({"status", "--secret-file", directory / "empty"});
+    EXPECT_EQ(empty.code, 2);
+    EXPECT_THAT(empty.errors, HasSubstr("has no secret in its first line"));
 }
 
 TEST_F(ServiceCommand, AStateIsASeedThatCanBeKeptAndGivenBack) {

@@ -35,8 +35,8 @@ class PlaybackReporterTest : public testing::Test {
         }
     }
 
-    /// A write that was never answered would keep its reporter, and that the delivery which holds
-    /// it.
+    /// An unanswered write would keep its reporter alive, and the reporter the delivery that holds
+    /// the write.
     void TearDown() override {
         delivery->onSend(&FakeDelivery::accept);
         while (delivery->held() > 0)

@@ -147,6 +147,11 @@ TEST(StartOfAService, ThatIsNoProgramIsAnError) {
     EXPECT_THROW(DevelopmentService(ServiceOptions{{}, {"--no-such-option"}}), std::runtime_error);
 }
 
+TEST(EndOfAService, ComesThoughATestHasStoppedIt) {
+    const DevelopmentService service;
+    ASSERT_EQ(::kill(service.process(), SIGSTOP), 0);
+}
+
 TEST(EndOfAService, ComesWithItsObject) {
     pid_t process = -1;
     std::filesystem::path configuration;

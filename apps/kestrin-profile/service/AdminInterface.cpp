@@ -96,7 +96,12 @@ std::string secretFor(const Session& session, const AdminOptions& options) {
     const std::string content = contentOf(
         options.secretFile, "name a readable file with --secret-file", session.interruption());
     const std::string_view line = std::string_view(content).substr(0, content.find('\n'));
-    return std::string(KestrinInternal::trimmed(line, " \t\r"));
+    std::string secret(KestrinInternal::trimmed(line, " \t\r"));
+    if (secret.empty())
+        throw CommandError({ExitCode::usage,
+                            options.secretFile + " has no secret in its first line",
+                            "write the service's secret there"});
+    return secret;
 }
 
 struct AdminAdvice {
