@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <fcntl.h>
 #include <limits>
 #include <new>
@@ -9,6 +11,7 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <variant>
@@ -17,6 +20,8 @@
 #include <HalvardSling/json/JSONDictionary.hpp>
 #include <KestrinConfigManager/FileBindStore.hpp>
 #include <internal/FileDescriptor.hpp>
+#include <internal/Guarded.hpp>
+#include <internal/OwnProcess.hpp>
 
 namespace KestrinConfigManager {
 
@@ -162,6 +167,18 @@ BindStore::Loaded loadedFrom(const FileDescriptor& file) {
     return {std::get<HeldBinds>(std::move(content)), std::move(exposure)};
 }
 
+BindStore::Loaded loadedFrom(const std::filesystem::path& path) {
+    errno = 0;
+    const FileDescriptor file = opened(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!file.isOpen() && errno == ENOENT) return {};
+    BindStore::Loaded found = file.isOpen() ? loadedFrom(file)
+                              : errno == ELOOP
+                                  ? nothing("is a symbolic link, which is not followed")
+                                  : nothing(systemFailure("cannot be read"));
+    if (found.warning) found.warning = "the bind file \"" + path.string() + "\" " + *found.warning;
+    return found;
+}
+
 // Writing.
 
 constexpr std::string_view newSuffix = ".new";
@@ -259,48 +276,68 @@ std::optional<std::string> replace(const std::filesystem::path& file, std::strin
 
 }  // namespace
 
-FileBindStore::FileBindStore(std::filesystem::path file) : file_(std::move(file)) {}
+/// The state that waits to be written, and the thread that writes it.
+class [[gnu::visibility("hidden")]] FileBindStore::Core {
+  public:
+    explicit Core(std::filesystem::path file) : file_(std::move(file)) {}
+    Core(const Core&) = delete;
+    Core(Core&&) = delete;
+    Core& operator=(const Core&) = delete;
+    Core& operator=(Core&&) = delete;
+    /// Not to be called where `isForked`.
+    ~Core();
 
-FileBindStore::~FileBindStore() {
+    [[nodiscard]] const std::filesystem::path& file() const { return file_; }
+    [[nodiscard]] bool isForked() const noexcept { return process_.isForked(); }
+
+    void save(HeldBinds held);
+    [[nodiscard]] std::optional<std::string> flush();
+
+  private:
+    struct Shared {
+        std::optional<HeldBinds> waiting;
+        std::uint64_t newest = 0;
+        bool isWriting = false;
+        bool isEnding = false;
+        std::optional<std::string> failure;
+        std::thread thread;
+    };
+
+    void work();
+    [[nodiscard]] std::optional<std::string> write(const HeldBinds& held);
+    [[nodiscard]] std::string notSaved(std::string_view reason) const;
+
+    const std::filesystem::path file_;
+    KestrinInternal::OwnProcess process_;  // the one of the first save
+    KestrinInternal::Guarded<Shared> shared_;
+    std::condition_variable changed_;
+    bool removedLeftovers_ = false;  // of the thread that writes
+};
+
+FileBindStore::Core::~Core() {
+    std::thread thread;
     {
-        const std::scoped_lock lock(mutex_);
-        ending_ = true;
+        const auto shared = shared_.lock();
+        shared->isEnding = true;
+        thread = std::move(shared->thread);
     }
     changed_.notify_all();
-    if (thread_.joinable()) thread_.join();
+    if (thread.joinable()) thread.join();
 }
 
-BindStore::Loaded FileBindStore::load() {
-    try {
-        return loaded();
-    } catch (const std::bad_alloc&) {
-        return nothing(noMemory);
-    }
-}
-
-BindStore::Loaded FileBindStore::loaded() {
-    static_cast<void>(flush());
-    errno = 0;
-    const FileDescriptor file = opened(file_, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    if (!file.isOpen() && errno == ENOENT) return {};
-    Loaded found = file.isOpen()    ? loadedFrom(file)
-                   : errno == ELOOP ? nothing("is a symbolic link, which is not followed")
-                                    : nothing(systemFailure("cannot be read"));
-    if (found.warning) found.warning = "the bind file \"" + file_.string() + "\" " + *found.warning;
-    return found;
-}
-
-void FileBindStore::save(HeldBinds held) {
+void FileBindStore::Core::save(HeldBinds held) {
+    if (isForked()) return;  // flush() says so
+    process_.claim();
     {
-        const std::scoped_lock lock(mutex_);
-        if (held.revision < newest_) return;
-        newest_ = held.revision;
-        waiting_ = std::move(held);
+        const auto shared = shared_.lock();
+        if (held.revision < shared->newest) return;
+        shared->newest = held.revision;
+        shared->waiting = std::move(held);
         try {
-            if (!thread_.joinable()) thread_ = std::thread(&FileBindStore::work, this);
+            if (!shared->thread.joinable()) shared->thread = std::thread(&Core::work, this);
         } catch (const std::exception& error) {
-            waiting_.reset();
-            failure_ = saidBy([&] {
+            shared->waiting.reset();
+            shared->failure = saidBy([&] {
                 return std::string("cannot start the thread that writes: ") + error.what();
             });
         }
@@ -308,34 +345,73 @@ void FileBindStore::save(HeldBinds held) {
     changed_.notify_all();
 }
 
-std::optional<std::string> FileBindStore::flush() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return !waiting_ && !writing_; });
-    return failure_;
+std::optional<std::string> FileBindStore::Core::flush() {
+    if (!process_.isClaimed()) return std::nullopt;  // nothing was saved
+    if (isForked())
+        return notSaved(
+            "the process was forked from one that had saved binds, and has no thread to write with:"
+            " make a store after the fork, or replace the process (exec)");
+    auto shared = shared_.lock();
+    shared.wait(changed_, [&] { return !shared->waiting && !shared->isWriting; });
+    return shared->failure;
 }
 
-void FileBindStore::work() {
-    std::unique_lock lock(mutex_);
+void FileBindStore::Core::work() {
     while (true) {
-        changed_.wait(lock, [this] { return waiting_ || ending_; });
-        if (!waiting_) return;
-        const HeldBinds held = std::move(*waiting_);
-        waiting_.reset();
-        writing_ = true;
-        lock.unlock();
+        HeldBinds held;
+        {
+            auto shared = shared_.lock();
+            shared.wait(changed_, [&] { return shared->waiting || shared->isEnding; });
+            auto& waiting = shared->waiting;
+            if (!waiting) return;
+            std::swap(held, *waiting);
+            waiting.reset();
+            shared->isWriting = true;
+        }
         auto failure = saidBy([&] { return write(held); });
-        lock.lock();
-        writing_ = false;
-        failure_ = std::move(failure);
+        {
+            const auto shared = shared_.lock();
+            shared->isWriting = false;
+            shared->failure = std::move(failure);
+        }
         changed_.notify_all();
     }
 }
 
-std::optional<std::string> FileBindStore::write(const HeldBinds& held) {
+std::optional<std::string> FileBindStore::Core::write(const HeldBinds& held) {
     if (!std::exchange(removedLeftovers_, true)) removeLeftovers(file_);
     auto failure = replace(file_, contentOf(held));
-    if (failure) failure = "the bind file \"" + file_.string() + "\" was not saved: " + *failure;
+    if (failure) failure = notSaved(*failure);
     return failure;
+}
+
+std::string FileBindStore::Core::notSaved(std::string_view reason) const {
+    return "the bind file \"" + file_.string() + "\" was not saved: " + std::string(reason);
+}
+
+FileBindStore::FileBindStore(std::filesystem::path file)
+    : core_(std::make_unique<Core>(std::move(file))) {}
+
+FileBindStore::~FileBindStore() {
+    // What another process's thread waits with can neither be waited for nor destroyed.
+    if (core_->isForked()) static_cast<void>(core_.release());
+}
+
+BindStore::Loaded FileBindStore::load() {
+    try {
+        static_cast<void>(core_->flush());
+        return loadedFrom(core_->file());
+    } catch (const std::bad_alloc&) {
+        return nothing(noMemory);
+    }
+}
+
+void FileBindStore::save(HeldBinds held) {
+    core_->save(std::move(held));
+}
+
+std::optional<std::string> FileBindStore::flush() {
+    return core_->flush();
 }
 
 }  // namespace KestrinConfigManager

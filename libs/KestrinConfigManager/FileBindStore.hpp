@@ -1,12 +1,9 @@
 #pragma once
 
-#include <condition_variable>
-#include <cstdint>
 #include <filesystem>
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include <KestrinConfigManager/BindStore.hpp>
 #include <KestrinConfigManager/Export.hpp>
@@ -24,6 +21,9 @@ namespace KestrinConfigManager {
 /// others counts as no bind plus a warning, and stays until the next save. One that others can only
 /// read is loaded, with a warning, and loading takes that from them. Where memory is lacking, a
 /// save leaves the file as it is, and loading gives no bind; `flush` and the warning say so.
+///
+/// A process that is forked after the first save does not have the thread: there a save does
+/// nothing, `flush` says so, and loading gives what the file holds.
 class KESTRIN_CONFIG_MANAGER_EXPORT FileBindStore final : public BindStore {
   public:
     /// @param file  where; its directory must exist
@@ -36,25 +36,14 @@ class KESTRIN_CONFIG_MANAGER_EXPORT FileBindStore final : public BindStore {
     void save(HeldBinds held) override;
 
     /// Waits until everything saved so far is on the disk.
-    /// @return why the last write failed; absent if it did not
+    /// @return why the last write failed, or that this process was forked after the first save and
+    /// writes nothing; absent if all is there
     /// @throws std::bad_alloc if there is no memory for the reason
     std::optional<std::string> flush();
 
   private:
-    [[nodiscard]] Loaded loaded();
-    void work();
-    [[nodiscard]] std::optional<std::string> write(const HeldBinds& held);
-
-    std::filesystem::path file_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::optional<HeldBinds> waiting_;
-    std::uint64_t newest_ = 0;
-    bool writing_ = false;
-    bool ending_ = false;
-    bool removedLeftovers_ = false;  // of the thread that writes
-    std::optional<std::string> failure_;
-    std::thread thread_;
+    class Core;
+    std::unique_ptr<Core> core_;
 };
 
 }  // namespace KestrinConfigManager

@@ -1,34 +1,20 @@
 // A process that is forked from one that has made requests has the transport, but not its thread.
 
-#include <cstdlib>
 #include <functional>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gmock/gmock.h>
 
 #include "CurlTransfers.hpp"
+#include "support/Fork.hpp"
 
 using namespace HalvardSling;
 using namespace TestSupport;
 
 namespace {
 
-constexpr unsigned secondsUntilItHangs = 600;
-
-/// What a forked process ends with: 0 if all is well there.
 int resultOfChild(const std::function<bool()>& isWell) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::alarm(secondsUntilItHangs);
-        const int result = isWell() ? 0 : 1;
-        // A sanitizer would report what the threads held that are not there.
-        if (UNDER_SANITIZER) ::_exit(result);
-        std::exit(result);  // as a program ends, with all that it registered for that
-    }
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return TestSupport::resultOfChild(isWell,
+                                      UNDER_SANITIZER ? ChildEnds::atOnce : ChildEnds::asAProgram);
 }
 
 class Fork : public testing::Test {

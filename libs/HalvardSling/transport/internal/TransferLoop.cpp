@@ -5,7 +5,6 @@
 #include <limits>
 #include <new>
 #include <pthread.h>
-#include <unistd.h>
 #include <utility>
 #include <variant>
 
@@ -133,16 +132,12 @@ TransferLoop::TransferLoop(std::unique_ptr<TransferEngine> engine, std::size_t m
     static_cast<void>(Orphans::instance());
 }
 
-bool TransferLoop::isForked() const noexcept {
-    const pid_t process = process_;
-    return process != 0 && process != ::getpid();
-}
-
 TransferID TransferLoop::send(CheckedRequest request, TransportCompletion completion) {
-    if (isForked()) {
+    if (process_.isForked()) {
         completion(forkedError());
         return 0;  // the name of no transfer
     }
+    process_.claim();
     auto shared = shared_.lock();
     const TransferID id = ++shared->last;
     if (shared->ending != Ending::none) {
@@ -155,7 +150,6 @@ TransferID TransferLoop::send(CheckedRequest request, TransportCompletion comple
         std::list<std::thread> started;
         started.emplace_back([self = shared_from_this()] { self->run(); });
         shared->thread = std::move(started);
-        process_ = ::getpid();
     }
     const auto now = Clock::now();
     const auto deadline = now + std::clamp(request->policy.totalTimeout, milliseconds(0), longest);
@@ -172,7 +166,7 @@ TransferID TransferLoop::send(CheckedRequest request, TransportCompletion comple
 }
 
 void TransferLoop::cancel(TransferID id) noexcept {
-    if (isForked()) return;
+    if (process_.isForked()) return;
     // Destroyed after the lock was given back, for a completion may hold anything.
     TransportCompletion dropped;
     auto shared = shared_.lock();
@@ -195,7 +189,7 @@ void TransferLoop::notify(KestrinInternal::Guarded<Shared>::Lock shared) noexcep
 
 void TransferLoop::end(Ending ending) noexcept {
     // The thread that is not there holds this object for ever, and what it would do is undone.
-    if (isForked()) return;
+    if (process_.isForked()) return;
     std::list<std::thread> ended;
     {
         auto shared = shared_.lock();

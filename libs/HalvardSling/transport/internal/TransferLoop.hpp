@@ -1,12 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <list>
 #include <map>
 #include <memory>
 #include <optional>
-#include <sys/types.h>
 #include <thread>
 
 #include <HalvardSling/transport/TransferLog.hpp>
@@ -14,6 +12,7 @@
 #include <HalvardSling/transport/internal/TransferEngine.hpp>
 #include <HalvardSling/transport/internal/TransferQueue.hpp>
 #include <internal/Guarded.hpp>
+#include <internal/OwnProcess.hpp>
 
 namespace HalvardSling::internal {
 
@@ -65,7 +64,6 @@ class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
     };
 
     // Any thread.
-    [[nodiscard]] bool isForked() const noexcept;
     void notify(KestrinInternal::Guarded<Shared>::Lock shared) noexcept;
     [[nodiscard]] std::optional<TransportCompletion> claim(TransferID id) noexcept;
 
@@ -88,7 +86,7 @@ class TransferLoop : public std::enable_shared_from_this<TransferLoop> {
     const std::unique_ptr<TransferEngine> engine_;
     const std::size_t maxInFlight_;
     const TransferLogHook log_;
-    std::atomic<pid_t> process_{0};  ///< whose thread it is; 0 before there is one
+    KestrinInternal::OwnProcess process_;  ///< the one of the first transfer
 
     KestrinInternal::Guarded<Shared> shared_;
 
