@@ -6,6 +6,7 @@
 
 #include <kestrin-profile-server/ClientConfiguration.hpp>
 #include <kestrin-profile-server/domain/Addresses.hpp>
+#include <kestrin-profile-server/domain/Secrets.hpp>
 #include <kestrin-profile-server/http/Authorisation.hpp>
 #include <kestrin-profile-server/http/Routes.hpp>
 #include <kestrin-profile-server/storage/PrivateFile.hpp>
@@ -28,6 +29,12 @@ std::string serviceJSON(const Route& route, const std::string& baseURL,
            memberJSON("url", baseURL + urlTemplate(route)) + ",\n      " +
            memberJSON("body", route.body.rule == BodyRule::none ? "none" : "json") + headers +
            "\n    }";
+}
+
+/// 128 bits that follow from the secret, and from which nothing of it follows.
+std::string invitationKey(const Household& household) {
+    constexpr std::size_t size = 16;
+    return hexadecimal(hmacSHA256(household.secret, "client configuration").substr(0, size));
 }
 
 const Route& routeWithSecret() {
@@ -61,6 +68,14 @@ std::string clientConfiguration(const std::string& baseURL, const std::string& b
     return "{\n  \"version\": 1,\n  " + memberJSON("parentProfileID", household.parentProfileID) +
            ",\n  " + memberJSON("brand", brand) + ",\n  \"development\": true,\n  " +
            cleartextHostsJSON(baseURL) + "\"services\": {" + services + "\n  }\n}\n";
+}
+
+std::string invitationURL(const std::string& baseURL, const Household& household) {
+    return baseURL + "/admin/v1/invitation?key=" + invitationKey(household);
+}
+
+bool isInvitationKey(std::string_view key, const Household& household) {
+    return equalInConstantTime(key, invitationKey(household));
 }
 
 bool isClientConfiguration(const std::string& text) {

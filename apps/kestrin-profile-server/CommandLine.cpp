@@ -108,16 +108,15 @@ std::string checkURL(const std::string& url) {
     return "expected is an address like http://192.168.1.20:8480, without a path";
 }
 
-void addService(CLI::App& app, Options& options, Words& words) {
-    ServiceSettings& service = options.service;
+void addData(CLI::App& app, Options& options, Words& words) {
     auto* const data = app.add_option("--data", words.data,
                                       "folder in which everything is kept; otherwise like --demo")
                            ->type_name("DIR");
-    auto* const database =
-        app.add_option("--database", service.database, "SQLite file; created when it is missing")
-            ->type_name("FILE")
-            ->capture_default_str()
-            ->excludes(data);
+    auto* const database = app.add_option("--database", options.service.database,
+                                          "SQLite file; created when it is missing")
+                               ->type_name("FILE")
+                               ->capture_default_str()
+                               ->excludes(data);
     app.add_flag("--demo", words.isDemo,
                  "a household to play with that nobody keeps, the admin interface, and a client"
                  " configuration where kestrin-profile finds it, unless there is one of somebody"
@@ -128,10 +127,13 @@ void addService(CLI::App& app, Options& options, Words& words) {
            "--seed", words.seedFile,
            "JSON file with the households of a new database; docs/service.md tells its form")
         ->type_name("FILE");
-    app.add_option("--host", service.http.host, "address to listen on")
+}
+
+void addAddress(CLI::App& app, HttpSettings& http, Words& words) {
+    app.add_option("--host", http.host, "address to listen on")
         ->type_name("ADDRESS")
         ->capture_default_str();
-    app.add_option("--port", service.http.port, "port to listen on; 0 takes a free one")
+    app.add_option("--port", http.port, "port to listen on; 0 takes a free one")
         ->type_name("NUMBER")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
@@ -152,18 +154,28 @@ void addService(CLI::App& app, Options& options, Words& words) {
         ->needs(tls)
         ->expected(1)
         ->take_all();
-    app.add_flag("--admin", service.admin.isOn,
+}
+
+void addAdmin(CLI::App& app, AdminSettings& admin, Words& words) {
+    app.add_flag("--admin", admin.isOn,
                  "serve the admin interface, below /admin/; of this computer only, unless it has a"
                  " secret");
     app.add_option("--admin-secret-file", words.secretFile,
                    "file whose first line every admin request presents: 'Authorization: Bearer"
                    " <line>'; 16 characters or more")
         ->type_name("FILE");
+}
+
+void addConfiguration(CLI::App& app, Options& options, Words& words) {
     app.add_option("--write-config", words.configuration,
                    "write a client configuration for this service there; it holds the household's"
                    " secret, so only you can read it")
         ->type_name("FILE");
-    app.add_option("--brand", service.brand, "brand in the written configuration")
+    app.add_flag("--qr", options.isQRCodeWanted,
+                 "show the QR code of the address where a phone fetches the client configuration,"
+                 " with the household's secret; a terminal sees it anyway if other computers reach"
+                 " the service");
+    app.add_option("--brand", options.service.brand, "brand in the written configuration")
         ->type_name("NAME")
         ->check(CLI::Validator(checkText, ""))
         ->capture_default_str();
@@ -315,11 +327,17 @@ void complete(Options& options, const Words& words, bool isBare, bool namesHouse
     if (!words.publicURL.empty()) service.publicURL = words.publicURL;
     if (!words.configuration.empty()) options.configuration = words.configuration;
     if (words.isTLS) options.tls = tlsOptions(service, words);
-    if (isIntroduced) return introduce(options, words);
-    if (service.database.empty()) {
+    if (isIntroduced)
+        introduce(options, words);
+    else if (service.database.empty()) {
         throw WrongUsage(
             "neither XDG_STATE_HOME nor HOME says where the database belongs; name a file with"
             " --database.\n");
+    }
+    if (options.isQRCodeWanted && !service.admin.isOn) {
+        throw WrongUsage(
+            "--qr: a phone fetches the configuration from the admin interface; switch it on with"
+            " --admin, and beyond this computer with --admin-secret-file, too.\n");
     }
 }
 
@@ -333,7 +351,10 @@ std::variant<Options, EarlyEnd> parsedCommandLine(int count, const char* const* 
     CLI::App app(description, "kestrin-profile-server");
     app.footer(footer);
     app.set_version_flag("--version,-V", "kestrin-profile-server " KESTRIN_PROFILE_SERVER_VERSION);
-    addService(app, options, words);
+    addData(app, options, words);
+    addAddress(app, options.service.http, words);
+    addAdmin(app, options.service.admin, words);
+    addConfiguration(app, options, words);
     addHousehold(app, options.service, words);
     addLimits(app, options.service);
     try {

@@ -24,6 +24,8 @@ struct Options {
         std::vector<std::string> names;
     };
     std::optional<TLS> tls;
+    /// Whether the QR code of the configuration's address is wanted wherever the output goes.
+    bool isQRCodeWanted = false;
     /// Whether to say what to try.
     bool isIntroduced = false;
 };

@@ -7,7 +7,9 @@
 #include <internal/Quoting.hpp>
 #include <kestrin-profile-server/ClientConfiguration.hpp>
 #include <kestrin-profile-server/Introduction.hpp>
+#include <kestrin-profile-server/QRCode.hpp>
 #include <kestrin-profile-server/admin/AdminRoutes.hpp>
+#include <kestrin-profile-server/domain/Addresses.hpp>
 #include <kestrin-profile-server/tls/DevelopmentCertificate.hpp>
 
 namespace KestrinProfileServer {
@@ -83,6 +85,18 @@ std::string warning(const Options& options) {
     return "warning: other computers can reach this service, and everything goes in clear text."
            " Clients accept clear text from this computer, and from the host that --public-url"
            " names.\n";
+}
+
+std::string invitation(const Options& options, const std::string& publicURL,
+                       const Household& household, bool isForPeople) {
+    const bool isReached = options.service.admin.isOn && !isLoopbackHost(options.service.http.host);
+    if (!options.isQRCodeWanted && !(isReached && isForPeople)) return {};
+    const std::string host = hostIn(std::string_view(publicURL).substr(publicURL.find("//") + 2));
+    if (!options.isQRCodeWanted && isLoopbackName(host))
+        return "With --public-url, a QR code shows a phone where its configuration is.\n";
+    const std::string url = invitationURL(publicURL, household);
+    return "A phone gets its configuration, with the household's secret, from\n" + url + "\n" +
+           qrCode(url);
 }
 
 std::string introduction(const Options& options, Service& service,

@@ -17,6 +17,13 @@ namespace KestrinProfileServer {
 /// this computer does.
 [[nodiscard]] std::string warning(const Options& options);
 
+/// How a phone gets the client's configuration: its address, also as a QR code, in lines with their
+/// ends; empty if nobody has asked, and the service is for this computer, or no person reads this.
+/// @param publicURL    where clients reach the service
+/// @param isForPeople  whether it is shown on a terminal
+[[nodiscard]] std::string invitation(const Options& options, const std::string& publicURL,
+                                     const Household& household, bool isForPeople);
+
 /// What to try, in a few lines, each with its end.
 [[nodiscard]] std::string introduction(const Options& options, Service& service,
                                        const std::optional<std::filesystem::path>& configuration);

@@ -5,18 +5,18 @@
 namespace KestrinProfileServer {
 namespace {
 
-/// The settings, if they can be served.
-const ServiceSettings& checked(const ServiceSettings& settings) {
+/// @throws StartError if they cannot be served
+void check(const ServiceSettings& settings) {
     if (settings.admin.isOn && !settings.admin.secret && !isLoopbackHost(settings.http.host)) {
         throw StartError(
             "other computers would reach the admin interface. Give it a secret with"
             " --admin-secret-file, or leave out --admin, or listen on 127.0.0.1.");
     }
-    return settings;
 }
 
 NamespaceSettings ofRoot(const ServiceSettings& settings) {
-    NamespaceSettings root = settings;
+    check(settings);
+    NamespaceSettings root = static_cast<const NamespaceSettings&>(settings);
     root.canBeReset = settings.admin.isOn;
     // A journal is for who can ask for it.
     if (settings.admin.isOn) root.journalMemory = std::make_shared<JournalMemory>();
@@ -33,7 +33,7 @@ std::optional<Admin> adminFor(const ServiceSettings& settings, const std::string
 }  // namespace
 
 Service::Service(const ServiceSettings& settings)
-    : namespaces_(ofRoot(checked(settings)), settings.http.threads),
+    : namespaces_(ofRoot(settings), settings.http.threads),
       http_(settings.http),
       publicURL_(settings.publicURL.value_or(http_.baseURL())),
       front_(namespaces_, adminFor(settings, http_.baseURL(), publicURL_, namespaces_), publicURL_,

@@ -2,6 +2,7 @@
 #include <exception>
 #include <iostream>
 #include <pthread.h>
+#include <unistd.h>
 #include <utility>
 
 #include <kestrin-profile-server/CommandLine.hpp>
@@ -52,7 +53,9 @@ void serve(Options options) {
     holdStopSignals();
     prepareTLS(options);
     Service service(options.service);
-    std::cerr << warning(options);
+    std::cerr << warning(options)
+              << invitation(options, service.publicURL(), service.household(),
+                            ::isatty(STDERR_FILENO) == 1);
     const auto configuration = writtenConfiguration(options, service);
     std::cout << "kestrin-profile-server ready on " << service.baseURL() << '\n';
     if (options.isIntroduced) std::cout << introduction(options, service, configuration);

@@ -62,6 +62,16 @@ TEST_F(StrictTest, bodiesThatNoClientOfOursSendsAreFound) {
     EXPECT_EQ(found(), "unknown-type repeated-element ");
 }
 
+TEST_F(StrictTest, aKeyThatComesTwiceIsRefusedWithOrWithoutIt) {
+    const std::string body = R"({"progress": "1", "progress": "2"})";
+    EXPECT_EQ(outcomeOf(put("v1", body)), "400 repeated-key");
+    EXPECT_EQ(found(), "");
+    TestService lenient;
+    HouseholdClient other = lenient.client();
+    const Caller mum = other.bind("parent");
+    EXPECT_EQ(outcomeOf(other.call(mum, "PUT", videoTarget("v1"), body)), "400 repeated-key");
+}
+
 TEST_F(StrictTest, whatWasRefusedIsNotSuspiciousBeside) {
     EXPECT_EQ(outcomeOf(put("", R"({"type": "Video"})")), "422 invalid-entry");
     EXPECT_EQ(found(), "");

@@ -15,7 +15,6 @@
 namespace KestrinProfileServer::Testing {
 namespace {
 
-namespace fs = std::filesystem;
 namespace asio = boost::asio;
 
 constexpr Milliseconds day = Milliseconds{24} * 3600 * 1000;

@@ -65,7 +65,7 @@ void Admin::run(AdminCall call, const Request& request, Namespace& space, std::s
         case AdminEffect::write:
             return runWrite(std::move(call), space, std::move(done));
         case AdminEffect::later:
-            return runLater(call, request, space, std::move(done));
+            return runLater(call, request, space, done);
     }
 }
 

@@ -22,7 +22,7 @@ class AdminGuard {
     void check(const Request& request, AdminAccess access) const;
 
   private:
-    void checkSecret(const Request& request) const;
+    static void checkSecret(const Request& request, std::string_view secret);
     void checkPlace(const Request& request, AdminAccess access) const;
     [[nodiscard]] bool isOwnHost(std::string_view host) const;
 

@@ -71,6 +71,7 @@ std::optional<std::vector<std::string_view>> matched(std::string_view pattern,
 
 std::vector<std::string> decodedSegments(const std::vector<std::string_view>& segments) {
     std::vector<std::string> texts;
+    texts.reserve(segments.size());
     for (const std::string_view each : segments)
         texts.push_back(decoded(each, false, "a segment of the path"));
     return texts;
@@ -111,10 +112,12 @@ bool isAdminPath(std::string_view path) {
 
 AdminCall adminCallOf(std::string_view method, std::string_view path, bool isRoot) {
     for (const AdminRoute& route : adminRoutes()) {
-        if (route.method != method || !isThere(route, path, isRoot)) continue;
+        if (route.method != method || (route.isOfRoot && !isRoot)) continue;
+        const auto segments = matched(route.path, path);
+        if (!segments) continue;
         AdminCall call;
         call.route = &route;
-        call.segments = decodedSegments(*matched(route.path, path));
+        call.segments = decodedSegments(*segments);
         return call;
     }
     throw methodNotAllowed(method, allowedAdminMethods(path, isRoot));

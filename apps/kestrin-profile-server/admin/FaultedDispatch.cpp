@@ -80,7 +80,7 @@ std::shared_ptr<const Delivery> deliveryOf(const FaultVerdict& verdict) {
 std::string dateText(Milliseconds time) {
     const std::time_t seconds = static_cast<std::time_t>(time / 1000);
     std::tm parts{};
-    gmtime_r(&seconds, &parts);
+    static_cast<void>(gmtime_r(&seconds, &parts));
     std::array<char, 64> text{};
     // The names are those of the C locale, which nobody here changes.
     const std::size_t size =
@@ -105,8 +105,9 @@ void dispatchWithFaults(Request request, Namespace& space, std::size_t thread,
         return space.dispatcher().dispatch(request, space.reader(thread), std::move(done));
     const auto verdict = std::make_shared<const FaultVerdict>(verdictOn(request, space, thread));
     const Milliseconds now = space.clock().now();
-    if (verdict->outcome && replacesHandling(*verdict->outcome)) {
-        Reply reply = replyOf(*verdict->outcome, excerptOf(path));
+    const std::optional<FaultAction>& outcome = verdict->outcome;
+    if (outcome && replacesHandling(*outcome)) {
+        Reply reply = replyOf(*outcome, excerptOf(path));
         apply(reply, *verdict, now);
         return done(std::move(reply));
     }

@@ -41,7 +41,7 @@ void writeNothing(const FaultAction&, json::object&) {}
 std::string retryAfterIn(const KnownMembers& members) {
     const json::value* const value = members.find("retryAfter");
     if (value == nullptr) return "";
-    if (value->is_string()) return *members.text("retryAfter");
+    if (value->is_string()) return std::string(value->get_string());
     return std::to_string(members.requiredInteger("retryAfter", 0, largestNumber));
 }
 
@@ -134,6 +134,7 @@ FaultAction parsedAction(const json::value& value, const std::string& place) {
     });
     if (row == kindRows.end()) {
         std::vector<std::string_view> names;
+        names.reserve(kindRows.size());
         for (const KindRow& each : kindRows)
             names.push_back(each.name);
         throw Problem(ProblemKind::invalidRequest,
@@ -224,7 +225,8 @@ Faults::Rule Faults::parsed(const json::value& value, const std::string& place) 
     const KnownMembers members(
         value, place,
         {"id", "name", "when", "probability", "seed", "count", "until", "used", "action"});
-    Rule rule;
+    const auto seed = members.integer("seed", 0, largestNumber);
+    Rule rule(seed ? static_cast<std::uint64_t>(*seed) : (*unseeded_.lock())());
     rule.name = members.text("name");
     if (const json::value* const when = members.find("when")) {
         const KnownMembers conditions(*when, place + ".when",
@@ -236,7 +238,7 @@ Faults::Rule Faults::parsed(const json::value& value, const std::string& place) 
         rule.method = conditions.text("method");
     }
     rule.probability = members.number("probability", 0, 1).value_or(1);
-    rule.seed = members.integer("seed", 0, largestNumber);
+    rule.seed = seed;
     rule.count = members.integer("count", 1, largestNumber);
     if (const auto until = members.text("until")) {
         rule.until = timeIn(*until);
@@ -245,8 +247,6 @@ Faults::Rule Faults::parsed(const json::value& value, const std::string& place) 
     const json::value* const action = members.find("action");
     if (action == nullptr) members.refuse("action", "an object with a kind");
     rule.action = parsedAction(*action, place + ".action");
-    rule.chance.seed(rule.seed ? static_cast<std::uint64_t>(*rule.seed)
-                               : seeds_ + (*unseeded_.lock())());
     return rule;
 }
 

@@ -75,8 +75,6 @@ struct FaultVerdict {
 /// once.
 class Faults {
   public:
-    Faults() : seeds_(std::random_device{}()) {}
-
     /// Costs one read of an atomic.
     [[nodiscard]] bool areSet() const { return areSet_.load(std::memory_order_relaxed); }
 
@@ -96,6 +94,8 @@ class Faults {
 
   private:
     struct Rule {
+        explicit Rule(std::uint64_t begin) : chance(begin) {}
+
         std::int64_t id = 0;
         std::optional<std::string> name;
         std::optional<std::string> operation;
@@ -122,8 +122,7 @@ class Faults {
     [[nodiscard]] Rule parsed(const boost::json::value& value, const std::string& place);
     [[nodiscard]] static boost::json::object json(const Rule& rule);
 
-    KestrinInternal::Guarded<std::mt19937_64> unseeded_;
-    std::uint64_t seeds_;
+    KestrinInternal::Guarded<std::random_device> unseeded_;
     std::atomic<bool> areSet_ = false;
     mutable KestrinInternal::Guarded<State> state_;
 };

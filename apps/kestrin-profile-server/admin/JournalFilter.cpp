@@ -176,6 +176,7 @@ bool setInFilter(JournalFilter& filter, std::string_view name, const std::string
 
 std::vector<std::string_view> filterMembers() {
     std::vector<std::string_view> names;
+    names.reserve(filterFields.size() + 1);
     for (const FilterField& field : filterFields)
         names.push_back(field.name);
     names.push_back(sinceName);

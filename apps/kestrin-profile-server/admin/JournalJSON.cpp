@@ -99,7 +99,7 @@ json::object messageJSON(const ShownHeaders& headers, const SharedBody& body, st
     return message;
 }
 
-double milliseconds(const Exchange& exchange) {
+double millisecondsOf(const Exchange& exchange) {
     return static_cast<double>(exchange.duration.count()) / 1000;
 }
 
@@ -173,11 +173,11 @@ json::object archivedReply(const JournalEntry& entry) {
 json::object archivedEntry(const JournalEntry& entry, const std::string& baseURL) {
     const Exchange& exchange = *entry.exchange;
     return {{"startedDateTime", timestampText(exchange.time)},
-            {"time", milliseconds(exchange)},
+            {"time", millisecondsOf(exchange)},
             {"request", archivedRequest(entry, baseURL)},
             {"response", archivedReply(entry)},
             {"cache", json::object()},
-            {"timings", {{"send", 0}, {"wait", milliseconds(exchange)}, {"receive", 0}}},
+            {"timings", {{"send", 0}, {"wait", millisecondsOf(exchange)}, {"receive", 0}}},
             {"connection", std::to_string(exchange.connection)},
             {"_requestId", exchange.requestID}};
 }
@@ -190,7 +190,7 @@ json::object summaryJSON(const JournalEntry& entry) {
     return {{"id", entry.id},
             {"requestId", exchange.requestID},
             {"time", timestampText(exchange.time)},
-            {"milliseconds", milliseconds(exchange)},
+            {"milliseconds", millisecondsOf(exchange)},
             {"method", asUTF8(exchange.method)},
             {"target", asUTF8(exchange.target)},
             {"operation", orNull(facts.operation())},

@@ -70,7 +70,7 @@ std::optional<double> KnownMembers::number(std::string_view name, double least, 
     const std::string expected = "a number from " + limitText(least) + " to " + limitText(most);
     if (!value->is_number()) refuse(name, expected);
     const auto number = value->to_number<double>();
-    if (!(number >= least && number <= most)) refuse(name, expected);
+    if (number < least || number > most) refuse(name, expected);
     return number;
 }
 

@@ -15,6 +15,7 @@ namespace {
 namespace json = boost::json;
 
 constexpr std::array<std::string_view, 1> householdParameter{"household"};
+constexpr std::array<std::string_view, 1> keyParameter{"key"};
 
 json::object describe(const std::string& name, const std::string& baseURL) {
     return {{"name", name}, {"baseUrl", baseURL}};
@@ -59,17 +60,35 @@ Household householdFor(const AdminContext& context) {
         wanted ? "there is no household '" + excerptOf(*wanted) + "'" : "there is no household");
 }
 
-Reply getClientConfiguration(const AdminContext& context) {
+Reply configurationOf(const AdminContext& context, const Household& household) {
     return Reply{200,
-                 clientConfiguration(context.baseURL(), context.facts.brand, householdFor(context)),
+                 clientConfiguration(context.baseURL(), context.facts.brand, household),
                  "application/json",
-                 {}};
+                 {{"Cache-Control", "no-store"}}};
+}
+
+Reply getClientConfiguration(const AdminContext& context) {
+    return configurationOf(context, householdFor(context));
+}
+
+Reply getInvitation(const AdminContext& context) {
+    const std::string key = context.call.parameter("key").value_or("");
+    const auto households = allHouseholds(context.connection());
+    const auto found = std::ranges::find_if(
+        households, [&](const Household& each) { return isInvitationKey(key, each); });
+    if (found != households.end()) return configurationOf(context, *found);
+    throw Problem(ProblemKind::unknownItem,
+                  "no household has this key; the service shows the address with the right one if"
+                  " it is started with --qr");
 }
 
 constexpr std::array table{
     AdminRoute{"GET", "/admin/v1/client-configuration",
                "The configuration with which clients reach this namespace", AdminEffect::read,
                getClientConfiguration, householdParameter},
+    AdminRoute{"GET", "/admin/v1/invitation",
+               "The same configuration, for who was shown its address", AdminEffect::read,
+               getInvitation, keyParameter, AdminAccess::anyone},
     AdminRoute{"GET",
                "/admin/v1/namespaces",
                "The namespaces, the root first",

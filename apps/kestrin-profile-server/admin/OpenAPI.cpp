@@ -281,8 +281,8 @@ json::object openAPI(const OpenAPISubject& subject) {
         add(paths, route.path, route.method, described(route));
     add(paths, healthPath, "GET", healthDescription());
     for (const AdminRoute& route : subject.adminRoutes) {
-        // What is for everybody is a page for people.
-        const bool isForPrograms = route.access == AdminAccess::caller;
+        // The rest is a page for people.
+        const bool isForPrograms = route.path.starts_with("/admin/v1/");
         if (isForPrograms && (subject.isRoot || !route.isOfRoot))
             add(paths, route.path, route.method, described(route));
     }

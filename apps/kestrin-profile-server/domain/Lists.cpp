@@ -115,8 +115,8 @@ std::string_view listID(ListKind kind) {
 }
 
 void NewEntries::add(std::string_view id, std::optional<std::string_view> type) {
-    const Place place = added(id);
-    places_.push_back({place, added(type.value_or("")), type.has_value()});
+    const Extent extent = added(id);
+    places_.push_back({extent, added(type.value_or("")), type.has_value()});
 }
 
 NewEntries::Item NewEntries::operator[](std::size_t index) const {
@@ -124,14 +124,14 @@ NewEntries::Item NewEntries::operator[](std::size_t index) const {
     return {textAt(places.id), places.hasType ? std::optional(textAt(places.type)) : std::nullopt};
 }
 
-NewEntries::Place NewEntries::added(std::string_view text) {
+NewEntries::Extent NewEntries::added(std::string_view text) {
     const auto begin = static_cast<std::uint32_t>(texts_.size());
     texts_ += text;
     return {begin, static_cast<std::uint32_t>(text.size())};
 }
 
-std::string_view NewEntries::textAt(const Place& place) const {
-    return std::string_view(texts_).substr(place.begin, place.size);
+std::string_view NewEntries::textAt(const Extent& extent) const {
+    return std::string_view(texts_).substr(extent.begin, extent.size);
 }
 
 void putInFront(Connection& connection, const ListAddress& list, const Entry& entry,
@@ -143,13 +143,13 @@ void putInFront(Connection& connection, const ListAddress& list, const NewEntrie
                 Milliseconds added, std::size_t maxSize) {
     const auto newest = remaining(entries, maxSize);
     for (auto item = newest.rbegin(); item != newest.rend(); ++item) {
-        placeInFront(
-            connection, list,
-            Entry{.id = std::string(item->id),
-                  .type = item->type ? std::optional<std::string>(*item->type) : std::nullopt,
-                  .progress = {},
-                  .isCompleted = {},
-                  .added = added});
+        const auto& type = item->type;
+        placeInFront(connection, list,
+                     Entry{.id = std::string(item->id),
+                           .type = type ? std::optional<std::string>(*type) : std::nullopt,
+                           .progress = {},
+                           .isCompleted = {},
+                           .added = added});
     }
     dropOldestBeyond(connection, list, maxSize);
 }

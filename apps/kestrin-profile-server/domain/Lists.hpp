@@ -53,18 +53,18 @@ class NewEntries {
     [[nodiscard]] Item operator[](std::size_t index) const;
 
   private:
-    struct Place {
+    struct Extent {
         std::uint32_t begin = 0;
         std::uint32_t size = 0;
     };
     struct Places {
-        Place id;
-        Place type;
+        Extent id;
+        Extent type;
         bool hasType = false;
     };
 
-    [[nodiscard]] Place added(std::string_view text);
-    [[nodiscard]] std::string_view textAt(const Place& place) const;
+    [[nodiscard]] Extent added(std::string_view text);
+    [[nodiscard]] std::string_view textAt(const Extent& extent) const;
 
     std::string texts_;
     std::vector<Places> places_;

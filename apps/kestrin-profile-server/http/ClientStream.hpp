@@ -22,8 +22,6 @@ class ClientStream {
         if (context != nullptr) secure_.emplace(plain_, *context);
     }
 
-    [[nodiscard]] executor_type get_executor() { return plain_.get_executor(); }
-
     [[nodiscard]] boost::beast::tcp_stream& plain() { return plain_; }
     [[nodiscard]] boost::asio::ip::tcp::socket& socket() { return plain_.socket(); }
     [[nodiscard]] bool isSecure() const { return secure_.has_value(); }
@@ -31,6 +29,9 @@ class ClientStream {
     [[nodiscard]] Secure& secure() { return *secure_; }
     /// Goes on without TLS, before anything was read or written with it.
     void goOnInCleartext() { secure_.reset(); }
+
+    // NOLINTBEGIN(readability-identifier-naming): Asio's names for what a stream has.
+    [[nodiscard]] executor_type get_executor() { return plain_.get_executor(); }
 
     template <class Duration>
     void expires_after(Duration time) {
@@ -49,6 +50,7 @@ class ClientStream {
         secure_ ? secure_->async_write_some(buffers, std::forward<Handler>(handler))
                 : plain_.async_write_some(buffers, std::forward<Handler>(handler));
     }
+    // NOLINTEND(readability-identifier-naming)
 
   private:
     boost::beast::tcp_stream plain_;

@@ -42,7 +42,7 @@ using std::chrono::steady_clock;
 constexpr std::chrono::seconds lingerTimeout{2};
 constexpr std::chrono::milliseconds acceptPause{100};
 /// Larger replies come from the shared memory. Only those of reads are so large.
-constexpr std::size_t smallReply = 64U * 1024U;
+constexpr std::size_t smallReply = std::size_t{64} * 1024;
 /// What a connection keeps of its buffer between two requests.
 constexpr std::size_t smallBuffer = 4096;
 /// How often a stream says that it lives, and how often a slow reply goes on.
@@ -548,7 +548,7 @@ class Session : public std::enable_shared_from_this<Session> {
 
     void endSending() {
         beast::error_code ignored;
-        stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
+        static_cast<void>(stream_.socket().shutdown(tcp::socket::shutdown_send, ignored));
         stream_.expires_after(lingerTimeout);
         discardRest();
     }
@@ -568,13 +568,13 @@ class Session : public std::enable_shared_from_this<Session> {
     /// Closes with a reset instead of an end.
     void reset() {
         beast::error_code ignored;
-        stream_.socket().set_option(asio::socket_base::linger(true, 0), ignored);
+        static_cast<void>(stream_.socket().set_option(asio::socket_base::linger(true, 0), ignored));
         close();
     }
 
     void close() {
         beast::error_code ignored;
-        stream_.socket().close(ignored);
+        static_cast<void>(stream_.socket().close(ignored));
     }
 
     Place place_;
@@ -713,7 +713,7 @@ class HttpServer::Implementation {
         if (!acceptor_.is_open()) return;
         if (error) return acceptLater();
         boost::system::error_code ignored;
-        socket.set_option(tcp::no_delay(true), ignored);
+        static_cast<void>(socket.set_option(tcp::no_delay(true), ignored));
         Place place(&giveBack_);
         const bool isFull = --freePlaces_ == 0;
         asio::post(worker.context, [socket = std::move(socket), place = std::move(place), &worker,
