@@ -86,7 +86,7 @@ Failure failureFor(const std::exception_ptr& error, const SlingError& known) {
     const auto status = known.statusCode();
     if (!status) return failureFor(error, Domain::sling, known.code());
     Failure failure = failureFor(error, Domain::status, *status);
-    failure.status = *status;
+    failure.status = status;
     const auto* const problem = known.problem();
     if (problem != nullptr && !problem->detail.empty()) failure.message += ": " + problem->detail;
     return failure;

@@ -16,7 +16,6 @@ using HalvardSling::JSONDictionary;
 using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 using TestSupport::CommandLine;
@@ -97,6 +96,53 @@ TEST_F(ServiceCommand, TheSecretComesFromAFileOrTheEnvironmentAndIsNeverShown) {
     const auto empty = failed({"status", "--secret-file", directory / "empty"});
     EXPECT_EQ(empty.code, 2);
     EXPECT_THAT(empty.errors, HasSubstr("has no secret in its first line"));
+}
+
+TEST_F(ServiceCommand, TheSecretOfTheEnvironmentGoesWhereItIsMeantToGoAlone) {
+    const std::string url = address();
+    environment["KESTRIN_PROFILE_SERVICE_SECRET"] = "a-secret-of-many-letters";
+    const auto refused = [&](const std::string& named) {
+        const auto result = failed({"status", "--dry-run", "--url", named});
+        EXPECT_THAT(result.errors, Not(HasSubstr("many-letters")));
+        return result.code == 2 &&
+               result.errors.find("$KESTRIN_PROFILE_SERVICE_SECRET") != std::string::npos;
+    };
+    EXPECT_FALSE(refused(url));
+    EXPECT_FALSE(refused("https://localhost:1"));
+    EXPECT_TRUE(refused("https://service.test"));
+    EXPECT_TRUE(refused("http://192.0.2.1:8480"));
+    environment["KESTRIN_PROFILE_SERVICE_URL"] = "https://service.test/admin/";
+    EXPECT_FALSE(refused("https://service.test"));
+    EXPECT_FALSE(refused("https://service.test:443/n/one"));
+    EXPECT_TRUE(refused("https://service.test:444"));
+    EXPECT_TRUE(refused("https://other.test"));
+    EXPECT_TRUE(refused(url)) << "the secret is of another service";
+    write(directory / "secret", "another-one-of-letters\n");
+    EXPECT_EQ(failed({"status", "--dry-run", "--url", "https://other.test", "--secret-file",
+                      directory / "secret"})
+                  .code,
+              0);
+}
+
+TEST_F(ServiceCommand, NoSecretGoesToAnotherComputerInCleartextUnlessTheConfigurationAllowsIt) {
+    write(directory / "secret", "a-secret-of-many-letters\n");
+    const std::string there = "http://192.0.2.1:8480";
+    const auto asked = [&](const std::string& url) {
+        return failed({"status", "--dry-run", "--url", url, "--secret-file", directory / "secret"});
+    };
+    EXPECT_EQ(asked("https://192.0.2.1:8480").code, 0);
+    const auto refused = asked(there);
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_THAT(refused.errors, AllOf(HasSubstr("in cleartext"), HasSubstr("--tls")));
+    const std::string configured = contentOf(configuration);
+    const std::string elsewhere =
+        std::regex_replace(configured, std::regex("http://127\\.0\\.0\\.1:[0-9]+"), there);
+    write(configuration, std::regex_replace(elsewhere, std::regex("\"services\""),
+                                            "\"cleartextHosts\": [\"192.0.2.1\"], \"services\""));
+    const auto allowed = asked(there);
+    EXPECT_EQ(allowed.code, 0) << allowed.errors;
+    EXPECT_THAT(allowed.errors, HasSubstr("warning: the secret goes to http://192.0.2.1:8480"));
+    EXPECT_EQ(asked("http://192.0.2.1:1").code, 2) << "another port is another service";
 }
 
 TEST_F(ServiceCommand, AStateIsASeedThatCanBeKeptAndGivenBack) {

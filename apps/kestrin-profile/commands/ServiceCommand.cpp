@@ -248,9 +248,9 @@ class ServiceCall {
         print(session, document);
     }
 
-    template <std::size_t count>
+    template <std::size_t Count>
     void showRecords(const JSONDictionary& document, std::string_view key,
-                     const std::array<AdminColumn, count>& columns) const {
+                     const std::array<AdminColumn, Count>& columns) const {
         if (session.options.json) return session.terminal.json(document);
         printRecords(session, document, key, columns);
     }

@@ -32,6 +32,8 @@ namespace {
 
 constexpr std::string_view protocolPath = "/v1/";
 constexpr std::string_view namespacePath = "/n/";
+constexpr const char* addressVariable = "KESTRIN_PROFILE_SERVICE_URL";
+constexpr const char* secretVariable = "KESTRIN_PROFILE_SERVICE_SECRET";
 constexpr const char* nameTheService =
     "name the service with --url, e.g. --url http://127.0.0.1:8480";
 
@@ -81,8 +83,7 @@ std::string variable(const char* name) {
 }
 
 std::string addressFor(const Session& session, const AdminOptions& options) {
-    const std::string url =
-        options.url.empty() ? variable("KESTRIN_PROFILE_SERVICE_URL") : options.url;
+    const std::string url = options.url.empty() ? variable(addressVariable) : options.url;
     std::string address = url.empty() ? configuredAddress(session) : typedAddress(url);
     if (options.isRootWanted || !options.nameOfSpace.empty())
         address = address.substr(0, address.find(namespacePath, address.find("://") + 3));
@@ -92,7 +93,7 @@ std::string addressFor(const Session& session, const AdminOptions& options) {
 }
 
 std::string secretFor(const Session& session, const AdminOptions& options) {
-    if (options.secretFile.empty()) return variable("KESTRIN_PROFILE_SERVICE_SECRET");
+    if (options.secretFile.empty()) return variable(secretVariable);
     const std::string content = contentOf(
         options.secretFile, "name a readable file with --secret-file", session.interruption());
     const std::string_view line = std::string_view(content).substr(0, content.find('\n'));
@@ -102,6 +103,50 @@ std::string secretFor(const Session& session, const AdminOptions& options) {
                             options.secretFile + " has no secret in its first line",
                             "write the service's secret there"});
     return secret;
+}
+
+std::optional<HalvardSling::Origin> originOf(const std::string& url) {
+    const auto parsed = HalvardSling::URL::parse(url);
+    const auto* const found = std::get_if<HalvardSling::URL>(&parsed);
+    return found == nullptr ? std::nullopt : std::optional(found->origin());
+}
+
+/// Whether the configuration has an operation there; one in cleartext only if its `cleartextHosts`
+/// allows that.
+bool isConfigured(const Session& session, const HalvardSling::Origin& origin) {
+    const auto result = KestrinConfigManager::loadConfiguration(session.configurationFile());
+    const auto* const configuration = std::get_if<KestrinConfigManager::Configuration>(&result);
+    return configuration != nullptr && configuration->services &&
+           std::ranges::any_of(*configuration->services, [&](const auto& each) {
+               return originOf(addressIn(each.second.url.text())) == origin;
+           });
+}
+
+/// Keeps the secret of the environment, which goes with every command, from a host for which it may
+/// not be: a configuration comes from others, and an address is soon mistyped.
+void checkRecipient(const HalvardSling::Origin& origin) {
+    const std::string meant = variable(addressVariable);
+    if (meant.empty() ? origin.isLoopback() : originOf(typedAddress(meant)) == origin) return;
+    throw CommandError(
+        {ExitCode::usage,
+         fmt::format("the secret in ${} is {}, and would go to {}", secretVariable,
+                     meant.empty() ? "for this computer, as no address is beside it"
+                                   : fmt::format("for the service in ${}", addressVariable),
+                     origin.text()),
+         fmt::format("name that service in ${}, or give its secret with --secret-file",
+                     addressVariable)});
+}
+
+/// Keeps a secret from being read on the way, unless the configuration allows cleartext to there.
+void checkWay(const Session& session, const HalvardSling::Origin& origin) {
+    if (origin.scheme != "http" || origin.isLoopback()) return;
+    if (!isConfigured(session, origin)) {
+        throw CommandError(
+            {ExitCode::usage, fmt::format("the secret would go to {} in cleartext", origin.text()),
+             "start the service with --tls, or name a configuration with --config that leads there"
+             " and has the host in its cleartextHosts"});
+    }
+    session.terminal.note("warning: the secret goes to " + origin.text() + " in cleartext");
 }
 
 struct AdminAdvice {
@@ -163,8 +208,10 @@ AdminInterface::AdminInterface(Session& session, const AdminOptions& options)
     if (const auto* const wrong = std::get_if<SlingError>(&url))
         throw CommandError({ExitCode::usage, wrong->what(), nameTheService});
     const auto& origin = std::get<HalvardSling::URL>(url).origin();
-    if (!secret_.empty() && origin.scheme == "http" && !origin.isLoopback())
-        session.terminal.note("warning: the secret goes to " + origin.text() + " in cleartext");
+    if (!secret_.empty()) {
+        if (options.secretFile.empty()) checkRecipient(origin);
+        checkWay(session, origin);
+    }
     session.connect();
 }
 
