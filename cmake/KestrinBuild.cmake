@@ -1,14 +1,13 @@
 # Compiler flags and helpers that every target of this project shares.
 
-option(KESTRIN_COMPILE_TOGETHER
-       "Compile many sources of a target as one; a missing include is not found then" OFF)
+set(KESTRIN_COMPILE_TOGETHER OFF CACHE STRING
+    "Compile many sources of a target as one: ON, PROGRAMS (not those of libraries), OFF; a missing include is not found then")
 
 add_library(kestrin_warnings INTERFACE)
-target_compile_options(kestrin_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion)
-if(NOT KESTRIN_COMPILE_TOGETHER)
-    # What one source declares is global for the next.
-    target_compile_options(kestrin_warnings INTERFACE -Wshadow)
-endif()
+# What one source declares is global for the next that is compiled with it.
+target_compile_options(
+    kestrin_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion
+                               $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # At -O3 GCC 12 sees overlaps in std::string's own functions (GCC bug 105651).
     target_compile_options(kestrin_warnings INTERFACE -Wno-restrict)

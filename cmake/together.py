@@ -19,16 +19,18 @@ LINES_OF_A_GROUP = 2000
 
 # Lines at the scope of a namespace begin at the margin.
 NAMES = [re.compile(pattern, re.MULTILINE) for pattern in (
-    r"^(?:class|struct|enum|enum class|union|concept) (\w+)\b[^;]*$",
-    r"^(?:using|namespace) (\w+) =",
+    r"^(?:class|struct|enum(?: class)?|union|concept) (\w+)\b[^;]*$",
     r"^# *define (\w+)",
     r"^(?:\w+_)?(?:TEST|TEST_[FP]|PROP)\((\s*\w+,\s*\w+)",
     r"^INSTANTIATE_TEST_SUITE_P\((\s*\w+,\s*\w+)",
     r"^(?:\[\[[^\]\n]*\]\] ?)*(?!namespace|using|return|template)"
-    r"[A-Za-z][\w:<>,&*\[\] ]*?[ &*](\w+)(?:[({;\[]| =)",
+    # A namespace before the name begins with a small letter, so this is no member of a type.
+    r"[A-Za-z][\w:<>,&*\[\] ]*?[ &*](?:[a-z]\w*::)*(\w+)(?:[({;\[]| =)",
 )]
+BENCHMARK_MAIN = re.compile(r"^BENCHMARK_MAIN\(\)", re.MULTILINE)
 ENUMERATION = re.compile(r"\benum class (\w+)[^{;]*\{(.*?)\}", re.DOTALL)
 USING_ENUMERATION = re.compile(r"^using enum (?:\w*::)*(\w+);", re.MULTILINE)
+ALIAS = re.compile(r"^(?:using|namespace) (\w+) = ([^;]*);", re.MULTILINE)
 USING = re.compile(r"^using ((?:\w*::)+)(\w+);|^(namespace) (\w+) =", re.MULTILINE)
 
 
@@ -50,7 +52,10 @@ def names_of(path):
     """What stands at the margin of the source and of the headers beside it, and what it stands for."""
     text = path.read_text()
     names = {using[2]: using[1] for using in USING.finditer(text) if using[2]}
+    names.update(ALIAS.findall(text))
     names.update((re.sub(r"\s", "", name), path) for pattern in NAMES for name in pattern.findall(text))
+    if BENCHMARK_MAIN.search(text):
+        names["main"] = path
     for enumeration in USING_ENUMERATION.findall(text):
         names.update(enumerators()[enumeration])
     for header in re.findall(r'^#include "(.*)"', text, flags=re.MULTILINE):
