@@ -38,6 +38,7 @@ class Connected {
   public:
     Connected(std::string_view bytes, std::size_t piece) : left_(bytes), piece_(piece) {}
 
+    // NOLINTBEGIN(readability-identifier-naming): Asio's names for what is read from.
     template <class Buffers>
     std::size_t read_some(const Buffers& buffers, boost::beast::error_code& error) {
         if (left_.empty()) {
@@ -57,6 +58,7 @@ class Connected {
         if (error) throw boost::system::system_error(error);
         return count;
     }
+    // NOLINTEND(readability-identifier-naming)
 
   private:
     std::string_view left_;
@@ -133,7 +135,7 @@ class Answering {
     }
 
     void answer(const Whole& whole) {
-        Request request{whole.method, whole.target, whole.body, {}};
+        Request request{whole.method, whole.target, whole.body, {}, {}};
         for (const auto& [name, value] : whole.headers)
             request.headers.emplace_back(name, value);
         std::promise<Reply> promise;

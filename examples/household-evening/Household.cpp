@@ -33,6 +33,7 @@ std::vector<User> profiles(const Cast& cast) {
 
 std::string namesOf(const std::vector<User>& users) {
     std::vector<std::string> names;
+    names.reserve(users.size());
     for (const auto& user : users)
         names.push_back(user.username.value_or("-"));
     return fmt::format("{}", fmt::join(names, ", "));

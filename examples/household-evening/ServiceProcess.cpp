@@ -28,6 +28,7 @@ namespace {
 /// The words as the system wants them; they point into the texts.
 std::vector<char*> pointersTo(std::vector<std::string>& words) {
     std::vector<char*> all;
+    all.reserve(words.size() + 1);
     for (auto& word : words)
         all.push_back(word.data());
     all.push_back(nullptr);

@@ -107,6 +107,7 @@ class DevelopmentService {
         words.push_back(configuration().string());
         words.insert(words.end(), options.arguments.begin(), options.arguments.end());
         std::vector<char*> pointers;
+        pointers.reserve(words.size() + 1);
         for (auto& word : words)
             pointers.push_back(word.data());
         pointers.push_back(nullptr);

@@ -55,12 +55,15 @@ struct Expected {
     std::size_t count = 0;   ///< how many
 };
 
+/// As many requests, no more and no fewer.
 [[nodiscard]] constexpr Expected exactly(std::size_t count) noexcept {
     return {"exactly", count};
 }
+/// As many requests, or more.
 [[nodiscard]] constexpr Expected atLeast(std::size_t count) noexcept {
     return {"atLeast", count};
 }
+/// As many requests, or fewer, or none.
 [[nodiscard]] constexpr Expected atMost(std::size_t count) noexcept {
     return {"atMost", count};
 }

@@ -20,7 +20,6 @@
 
 namespace {
 
-using HalvardSling::JSONDictionary;
 using HalvardSling::RequestPolicy;
 using HalvardSling::SlingError;
 using HalvardSling::SlingErrorKind;

@@ -35,22 +35,22 @@ namespace {
 using Problems = std::vector<ConfigurationProblem>;
 
 /// The placeholders that an operation's record fills, if the caller fills the record.
-TextMap fillable(const OperationRow& row) {
+std::optional<TextMap> fillable(const OperationRow& row) {
     const AnonymousBind bind;
     ProfileParams list(bind, "");
     list.videoID = list.showID = list.userName = "";
     switch (row.record) {
         case OperationRow::Record::bind:
-            return AnonymousBindParams("", row.operation).URLMapping().value();
+            return AnonymousBindParams("", row.operation).URLMapping();
         case OperationRow::Record::list:
-            return list.URLMapping().value();
+            return list.URLMapping();
         case OperationRow::Record::search:
-            return SearchParams("", Types::none, bind, "").URLMapping().value();
+            return SearchParams("", Types::none, bind, "").URLMapping();
         case OperationRow::Record::user:
         case OperationRow::Record::none:  // is not checked
             break;
     }
-    return UserParams(bind).URLMapping().value();
+    return UserParams(bind).URLMapping();
 }
 
 /// What an operation does, and the methods for that.
@@ -99,7 +99,7 @@ class ServiceCheck {
 
     void checkURL() const {
         const auto placeholders = service_.url.placeholders();
-        const TextMap filled = fillable(row_);
+        const TextMap filled = fillable(row_).value_or(TextMap());
         const auto known = std::views::keys(filled);
         for (const std::string_view each : placeholders)
             if (!filled.contains(each))

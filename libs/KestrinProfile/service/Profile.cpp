@@ -66,7 +66,7 @@ Observable<T> reactingToForbiddenReply(const Observable<T>& source) {
 
 std::vector<User> decodedUsers(const JSONDictionary& reply) {
     const auto entries = reply.dictionaries(Profile::Keys::getProfiles);
-    if (!entries) throw ProfileError::userSerializationError;
+    if (!entries) throw ProfileError(ProfileError::userSerializationError);
     std::vector<User> users;
     users.reserve(entries->size());
     for (const auto& entry : *entries)

@@ -102,7 +102,7 @@ struct JSONView {
 /// Threads may overwrite each other's. A copy begins without.
 class JSONLookup {
   public:
-    struct Place {
+    struct Found {
         std::uint32_t dictionary;
         std::uint32_t member;  ///< its key; 0: none
     };
@@ -112,17 +112,17 @@ class JSONLookup {
     JSONLookup& operator=(const JSONLookup& /*other*/) noexcept { return *this; }
     ~JSONLookup() = default;
 
-    [[nodiscard]] Place last() const noexcept {
-        const std::uint64_t both = place_.load(std::memory_order_relaxed);
+    [[nodiscard]] Found last() const noexcept {
+        const std::uint64_t both = last_.load(std::memory_order_relaxed);
         return {static_cast<std::uint32_t>(both >> 32U), static_cast<std::uint32_t>(both)};
     }
-    void remember(Place place) noexcept {
-        place_.store(std::uint64_t{place.dictionary} << 32U | place.member,
-                     std::memory_order_relaxed);
+    void remember(Found found) noexcept {
+        last_.store(std::uint64_t{found.dictionary} << 32U | found.member,
+                    std::memory_order_relaxed);
     }
 
   private:
-    std::atomic<std::uint64_t> place_ = 0;
+    std::atomic<std::uint64_t> last_ = 0;
 };
 
 /// Equal whatever the order of a dictionary's keys.

@@ -84,7 +84,8 @@ DeliveryFailure failureOf(const SlingError& error, Scheduler::WallTime now) {
     failure.refusal = {now, error.statusCode().value_or(0), std::string(name(error.kind())),
                        std::string(advice(error.kind()))};
     failure.text = error.what();
-    if (!error.statusCode()) {
+    const auto status = error.statusCode();
+    if (!status) {
         failure.kind = kindOf(error.kind());
         return failure;
     }
@@ -92,7 +93,7 @@ DeliveryFailure failureOf(const SlingError& error, Scheduler::WallTime now) {
     const bool isOfBind =
         context != nullptr &&
         context->operation == rawValue(KestrinProfile::ProfileOperation::anonymousBind);
-    failure.kind = kindOf(*error.statusCode(), isOfBind);
+    failure.kind = kindOf(*status, isOfBind);
     if (const auto* const problem = error.problem()) {
         failure.refusal.title = shown(problem->title, mostOfTitle);
         failure.refusal.detail = shown(problem->detail, mostOfDetail);

@@ -42,9 +42,10 @@ class SearchDeletionParams final : public APIParams {
 
 Observable<Response> deleteSearchHistory(const AnonymousBind& bind,
                                          const std::optional<std::string>& brandID) {
+    SearchParams params({}, Types::none, bind);
+    if (brandID) params.brandID = brandID;
     return responsesOf(ProfileOperation::deleteSearchHistory,
-                       SearchDeletionParams(brandID ? SearchParams({}, Types::none, bind, *brandID)
-                                                    : SearchParams({}, Types::none, bind)));
+                       SearchDeletionParams(std::move(params)));
 }
 
 }  // namespace KestrinHousehold::internal

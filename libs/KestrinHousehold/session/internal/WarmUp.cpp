@@ -47,6 +47,7 @@ std::vector<TransportRequest> requests() {
             byOrigin.try_emplace(parsed->origin().text(), headRequest(service, std::move(root)));
     }
     std::vector<TransportRequest> all;
+    all.reserve(byOrigin.size());
     for (auto& [origin, request] : byOrigin)
         all.push_back(std::move(request));
     return all;
