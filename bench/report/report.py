@@ -19,6 +19,7 @@ import sys
 
 OURS = "KestrinProfile"
 SESSIONS = "KestrinHousehold"
+JOURNAL = "with the journal"
 REQUESTS = ["request_history", "request_add_video", "request_create_profile"]
 
 
@@ -210,6 +211,11 @@ def goals(results, folder):
         values = [results.median(topic, subject, 1, figure) for topic in REQUESTS]
         return max((value for value in values if value is not None), default=None)
 
+    def journalling(subject):
+        rates = [results.ratio(topic, n, subject, OURS, lambda record: record["items_per_second"])
+                 for topic in ("server_read", "server_write") for n in results.sizes(topic)]
+        return min((each for each in rates if each is not None), default=None)
+
     def sessions(topic, n, figure):
         return results.median(topic, SESSIONS, n, figure)
 
@@ -259,6 +265,8 @@ def goals(results, folder):
         ("sending 1,000 entries of an outbox, rate against the session one after the other", results.ratio("outbox_drain", 1000, SESSIONS, "one after the other", lambda record: record["items_per_second"]), AT_LEAST, 0.8),
         ("a progress write on a connection that is there, bytes", ours("write_bytes", 1, counter("bytes")), AT_MOST, 400),
         ("service: reads of 50 entries per second", ours("server_read", only("server_read"), lambda record: record["items_per_second"]), AT_LEAST, 8000),
+        ("service: the slowest of reads and writes with the journal, rate against the same without", journalling(JOURNAL), AT_LEAST, 0.95),
+        ("service: the same with a fault rule that no request meets", journalling(JOURNAL + " and a fault rule"), AT_LEAST, 0.95),
         ("service: a durable write, times SQLite's own commit", results.ratio("server_write", only("server_write"), OURS, "SQLite", nanoseconds), AT_MOST, 1.3),
     ]
 

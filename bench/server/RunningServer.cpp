@@ -1,7 +1,10 @@
 #include "server/RunningServer.hpp"
 
+#include <algorithm>
 #include <csignal>
+#include <iterator>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "server/WireConnection.hpp"
@@ -14,9 +17,13 @@ using TestSupport::Program;
 
 /// setpriv: where this program is killed, the server ends with it.
 std::vector<std::string> words(const std::filesystem::path& database,
-                               const std::filesystem::path& configuration) {
-    return {SETPRIV,  "--pdeathsig", "KILL",    SERVER,           "--database", database,
-            "--port", "0",           "--quiet", "--write-config", configuration};
+                               const std::filesystem::path& configuration,
+                               std::vector<std::string> options = {}) {
+    std::vector<std::string> all{SETPRIV,      "--pdeathsig",    "KILL",       SERVER,
+                                 "--database", database,         "--port",     "0",
+                                 "--quiet",    "--write-config", configuration};
+    std::ranges::move(options, std::back_inserter(all));
+    return all;
 }
 
 std::uint16_t portOf(const Program& program) {
@@ -47,8 +54,9 @@ std::string request(std::string_view line, std::string_view fields, std::string_
 
 }  // namespace
 
-RunningServer::RunningServer(const std::filesystem::path& database)
-    : program_(words(database, directory_ / "configuration")),
+RunningServer::RunningServer(const std::filesystem::path& database,
+                             std::vector<std::string> options)
+    : program_(words(database, directory_ / "configuration", std::move(options))),
       port_(portOf(program_)),
       token_(boundToken(textAfter(TestSupport::contentOf(directory_ / "configuration"),
                                   R"("X-Household-Secret":)"))) {}
@@ -58,6 +66,13 @@ std::string RunningServer::boundToken(std::string_view secret) const {
     return textAfter(WireConnection(port_).exchange(request("POST /v1/binds?profile=parent&v=1",
                                                             field, R"({"profileId":"parent"})")),
                      R"("token":)");
+}
+
+void RunningServer::administer(std::string_view line, std::string_view body) const {
+    WireConnection connection(port_);
+    static_cast<void>(connection.exchange(request(line, {}, body)));
+    if (!connection.succeeded())
+        throw std::runtime_error("the server refuses " + std::string(line));
 }
 
 std::string RunningServer::authorised() const {

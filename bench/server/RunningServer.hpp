@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "support/Program.hpp"
 
@@ -14,9 +15,14 @@ namespace Bench {
 class RunningServer {
   public:
     /// @param database  a file that does not exist yet; it stays
-    explicit RunningServer(const std::filesystem::path& database);
+    /// @param options  further ones of the command line
+    explicit RunningServer(const std::filesystem::path& database,
+                           std::vector<std::string> options = {});
 
     [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+
+    /// Sends a request with a body in JSON to the admin interface.
+    void administer(std::string_view line, std::string_view body) const;
 
     /// The whole request that needs neither the database nor a token.
     [[nodiscard]] std::string healthRequest() const;

@@ -2,7 +2,9 @@
 // writes that are on the disk before they are answered, one after the other and from several
 // connections at once. A single write stands beside the same row written by SQLite itself, into a
 // file in the same directory, which is a temporary one: TMPDIR says on which disk; and beside an
-// exchange that asks for nothing, which is the least that any request over HTTP takes.
+// exchange that asks for nothing, which is the least that any request over HTTP takes. The same
+// stands beside a service with the admin interface, which keeps every request in its journal, and
+// beside one that also has a fault rule, for requests that do not come.
 
 #include <array>
 #include <cstdint>
@@ -145,20 +147,27 @@ void sqliteWrite(State& state, ReferenceDatabase& database) {
     Bench::oneAtATime(state, [&] { return database.write(videos.next()); });
 }
 
-void registerAll(const RunningServer& server, ReferenceDatabase& reference) {
+void registerOneAtATime(const std::string& name, const RunningServer& server,
+                        std::vector<std::string> requests) {
+    benchmark::RegisterBenchmark(name.c_str(), [&server,
+                                                requests = std::move(requests)](State& state) {
+        measureOneAtATime(state, server.port(), requests);
+    })->UseRealTime();
+}
+
+/// What stands side by side with and without a journal.
+void registerPeer(const std::string& subject, const RunningServer& server) {
+    registerOneAtATime("server_exchange/" + subject + "/1", server, {server.healthRequest()});
+    registerOneAtATime("server_write/" + subject + "/1", server, writeRequests(server));
     benchmark::RegisterBenchmark(
-        "server_read/KestrinProfile",
+        ("server_read/" + subject).c_str(),
         [&](State& state) { measure(state, server.port(), {server.readRequest()}, batch); })
         ->Arg(1)
         ->Arg(4)
         ->UseRealTime();
-    const auto addOneAtATime = [&](const char* name, std::vector<std::string> requests) {
-        benchmark::RegisterBenchmark(name, [&, requests](State& state) {
-            measureOneAtATime(state, server.port(), requests);
-        })->UseRealTime();
-    };
-    addOneAtATime("server_exchange/KestrinProfile/1", {server.healthRequest()});
-    addOneAtATime("server_write/KestrinProfile/1", writeRequests(server));
+}
+
+void registerAll(const RunningServer& server, ReferenceDatabase& reference) {
     benchmark::RegisterBenchmark("server_write/SQLite/1", [&](State& state) {
         sqliteWrite(state, reference);
     })->UseRealTime();
@@ -180,8 +189,16 @@ int main(int count, char** arguments) {
     Bench::makeDatabase(directory / "reference.sqlite");
     ReferenceDatabase reference(directory / "reference.sqlite");
     const RunningServer server(directory / "served.sqlite");
-    fill(server);
+    const RunningServer journalling(directory / "journalled.sqlite", {"--admin"});
+    const RunningServer faulty(directory / "faulty.sqlite", {"--admin"});
+    faulty.administer("POST /admin/v1/faults",
+                      R"({"when":{"profile":"nobody"},"action":{"kind":"status","status":503}})");
+    for (const RunningServer* each : {&server, &journalling, &faulty})
+        fill(*each);
     fill(reference);
+    registerPeer("KestrinProfile", server);
+    registerPeer("with the journal", journalling);
+    registerPeer("with the journal and a fault rule", faulty);
     registerAll(server, reference);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
