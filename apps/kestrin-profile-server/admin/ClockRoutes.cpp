@@ -51,7 +51,7 @@ Reply advanceClock(const AdminContext& context) {
     return changedClock(context);
 }
 
-constexpr std::array table{
+constexpr std::array clockTable{
     AdminRoute{"GET", "/admin/v1/clock", "The clock that tokens and time stamps follow",
                AdminEffect::none, getClock},
     AdminRoute{"PUT", "/admin/v1/clock", "Set the clock, freeze it, or let it go on",
@@ -63,7 +63,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> clockRoutes() {
-    return table;
+    return clockTable;
 }
 
 }  // namespace KestrinProfileServer

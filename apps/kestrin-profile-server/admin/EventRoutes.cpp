@@ -11,7 +11,7 @@ Reply getEvents(const AdminContext& context) {
                  .stream = context.space.observation().events().listen()};
 }
 
-constexpr std::array table{
+constexpr std::array eventTable{
     AdminRoute{"GET", "/admin/v1/events", "What happens, as server-sent events", AdminEffect::none,
                getEvents},
 };
@@ -19,7 +19,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> eventRoutes() {
-    return table;
+    return eventTable;
 }
 
 }  // namespace KestrinProfileServer

@@ -53,7 +53,7 @@ Reply removeFault(const AdminContext& context) {
     return {};
 }
 
-constexpr std::array table{
+constexpr std::array faultTable{
     AdminRoute{"GET", "/admin/v1/faults", "The faults that are set", AdminEffect::none, listFaults},
     AdminRoute{"POST", "/admin/v1/faults", "Sets one fault more, or several", AdminEffect::none,
                addFaults},
@@ -64,7 +64,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> faultRoutes() {
-    return table;
+    return faultTable;
 }
 
 bool setFaultScenario(const AdminContext& context, std::string_view name) {

@@ -71,7 +71,7 @@ Reply addSlash(const AdminContext& /*context*/) {
     return Reply{308, {}, {}, {{"Location", "admin/"}}};
 }
 
-constexpr std::array table{
+constexpr std::array inspectorTable{
     AdminRoute{"GET",
                "/admin",
                "Leads to the inspector",
@@ -98,7 +98,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> inspectorRoutes() {
-    return table;
+    return inspectorTable;
 }
 
 }  // namespace KestrinProfileServer

@@ -167,7 +167,7 @@ Reply getArchive(const AdminContext& context) {
     return reply;
 }
 
-constexpr std::array table{
+constexpr std::array journalTable{
     AdminRoute{.method = "GET",
                .path = "/admin/v1/journal",
                .summary = "The requests that match, without their bodies",
@@ -196,7 +196,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> journalRoutes() {
-    return table;
+    return journalTable;
 }
 
 }  // namespace KestrinProfileServer

@@ -82,7 +82,7 @@ Reply getInvitation(const AdminContext& context) {
                   " it is started with --qr");
 }
 
-constexpr std::array table{
+constexpr std::array namespaceTable{
     AdminRoute{"GET", "/admin/v1/client-configuration",
                "The configuration with which clients reach this namespace", AdminEffect::read,
                getClientConfiguration, householdParameter},
@@ -118,7 +118,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> namespaceRoutes() {
-    return table;
+    return namespaceTable;
 }
 
 }  // namespace KestrinProfileServer

@@ -49,7 +49,7 @@ Reply postScenario(const AdminContext& context) {
     return jsonReply(200, {{"applied", name}});
 }
 
-constexpr std::array table{
+constexpr std::array scenarioTable{
     AdminRoute{"GET", "/admin/v1/scenarios", "The ready scenarios", AdminEffect::none,
                getScenarios},
     AdminRoute{"POST", "/admin/v1/scenarios/{name}", "Apply a scenario", AdminEffect::write,
@@ -59,7 +59,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> scenarioRoutes() {
-    return table;
+    return scenarioTable;
 }
 
 }  // namespace KestrinProfileServer

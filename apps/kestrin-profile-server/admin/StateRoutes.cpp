@@ -160,7 +160,7 @@ Reply removeSnapshot(const AdminContext& context) {
     return noContent;
 }
 
-constexpr std::array table{
+constexpr std::array stateTable{
     AdminRoute{"GET", "/admin/v1/state", "All households with their profiles and lists, as a seed",
                AdminEffect::read, getState},
     AdminRoute{"PUT", "/admin/v1/state", "Replace all households by those of a seed",
@@ -189,7 +189,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> stateRoutes() {
-    return table;
+    return stateTable;
 }
 
 }  // namespace KestrinProfileServer

@@ -34,7 +34,7 @@ Reply getStatus(const AdminContext& context) {
               {"faults", context.space.observation().faults().count()}});
 }
 
-constexpr std::array table{
+constexpr std::array statusTable{
     AdminRoute{"GET", "/admin/v1/status", "What the service is, and how much it has",
                AdminEffect::read, getStatus},
 };
@@ -42,7 +42,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const AdminRoute> statusRoutes() {
-    return table;
+    return statusTable;
 }
 
 }  // namespace KestrinProfileServer

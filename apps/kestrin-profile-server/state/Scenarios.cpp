@@ -117,7 +117,7 @@ Seed demo(const SeedDefaults& defaults, std::size_t) {
     return demoSeed(defaults);
 }
 
-constexpr std::array table{
+constexpr std::array scenarioTable{
     StateScenario{"empty", "A household with nobody but its parent, and empty lists", empty},
     StateScenario{"five-profiles", "As many profiles as a household may have", fiveProfiles},
     StateScenario{"long-history", "10,000 videos in the parent's history, and room for them",
@@ -132,7 +132,7 @@ constexpr std::array table{
 }  // namespace
 
 std::span<const StateScenario> stateScenarios() {
-    return table;
+    return scenarioTable;
 }
 
 Seed demoSeed(const SeedDefaults& defaults) {
