@@ -207,7 +207,7 @@ TEST_F(DatabaseTest, aHouseholdKeepsItsParent) {
     settings.parentProfileID = "parent";
     EXPECT_EQ(prepareHousehold(settings).parentProfileID, "parent");
     settings.parentProfileID = "somebody";
-    EXPECT_THROW(prepareHousehold(settings), StartError);
+    EXPECT_THROW(static_cast<void>(prepareHousehold(settings)), StartError);
 }
 
 }  // namespace
