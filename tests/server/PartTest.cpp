@@ -162,7 +162,7 @@ class WriteQueueTest : public testing::Test {
         auto answer = std::make_shared<std::promise<Reply>>();
         queue->add(
             "/test",
-            [this, name, status](Connection& connection) {
+            [name, status](Connection& connection) {
                 insert(connection, name);
                 return Reply{status};
             },
