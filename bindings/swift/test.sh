@@ -27,5 +27,7 @@ configuration=debug
 [ "${1:-}" != bench ] || configuration=release
 readonly configuration
 package bindings/swift "$configuration"
+package examples/swift-first "$configuration"
 "$build/$configuration/swift/$configuration/kestrin-swift-tests" \
-    "$build/apps/kestrin-profile-server/kestrin-profile-server" examples/config.json "$@"
+    "$build/apps/kestrin-profile-server/kestrin-profile-server" examples/config.json \
+    "$build/$configuration/swift-first/$configuration/first" "$@"

@@ -1,7 +1,7 @@
-// kestrin-swift-tests SERVER CONFIGURATION [PART OF A TEST'S NAME | bench]
+// kestrin-swift-tests SERVER CONFIGURATION FIRST [PART OF A TEST'S NAME | bench]
 //
-// Plays against the development service SERVER, and with the configuration that the project ships. The
-// tests run one after the other: they share the process's configuration.
+// Plays against the development service SERVER, with the configuration that the project ships, and with the
+// program of examples/swift-first. The tests run one after the other: they share the process's configuration.
 
 import Foundation
 
@@ -11,13 +11,14 @@ func say(_ line: String) {
 }
 
 let arguments = CommandLine.arguments
-guard arguments.count >= 3 else {
-    say("usage: kestrin-swift-tests SERVER CONFIGURATION [PART OF A TEST'S NAME | bench]")
+guard arguments.count >= 4 else {
+    say("usage: kestrin-swift-tests SERVER CONFIGURATION FIRST [PART OF A TEST'S NAME | bench]")
     exit(2)
 }
 Service.program = arguments[1]
 FakeTransport.configuration = arguments[2]
-let part = arguments.count > 3 ? arguments[3] : ""
+FirstProgramTests.program = arguments[3]
+let part = arguments.count > 4 ? arguments[4] : ""
 
 if part == "bench" {
     try await Bench.run()
@@ -25,6 +26,7 @@ if part == "bench" {
 }
 
 let tests = EveningTests.all + ErrorTests.all + CancellationTests.all + OutboxTests.all + HookTests.all
+    + FirstProgramTests.all
 let chosen = tests.filter { part.isEmpty || $0.name.contains(part) }
 var failed = 0
 for test in chosen {
