@@ -20,6 +20,13 @@ if(KESTRIN_SANITIZE)
     add_compile_options(-fsanitize=${KESTRIN_SANITIZE} -fno-omit-frame-pointer
                         -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${KESTRIN_SANITIZE})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND KESTRIN_SANITIZE MATCHES "thread")
+        # In its static form the sanitizer's operator new cannot be replaced, as some tests do.
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.tsan-${CMAKE_SYSTEM_PROCESSOR}.so
+                        OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
+        cmake_path(GET runtime PARENT_PATH runtime)
+        add_link_options(-shared-libsan LINKER:-rpath,${runtime})
+    endif()
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         # What a sanitizer adds hides from g++ that a value is there (the manual says so).
         add_compile_options(-Wno-maybe-uninitialized)
