@@ -8,6 +8,13 @@ readonly programs=$build/programs results=$build/results
 
 rm -rf "$results"
 mkdir -p "$results"
+# java_list_bench RESULTS: the library for Java beside Jackson.
+java_list_bench() {
+    java -cp "$build/bindings/java/kestrin-profile.jar:/usr/share/java/jackson-databind.jar:/usr/share/java/jackson-core.jar:/usr/share/java/jackson-annotations.jar" \
+        -Dkestrin.profile.library="$build/bindings/java/libkestrin_profile_jni.so" \
+        bench/java/ListBench.java examples/config.json "$1"
+}
+
 # A round runs every program once, so that peers in different programs meet the same minute.
 for round in $(seq "$rounds"); do
     for program in "$programs"/*_bench; do
@@ -17,6 +24,7 @@ for round in $(seq "$rounds"); do
             --benchmark_out="$results/$name.$round.json" >/dev/null 2>"$results/$name.log" ||
             { cat "$results/$name.log" >&2; exit 1; }
     done
+    java_list_bench "$results/java_list_bench.$round.json"
 done
 
 "$programs/decode_damage" >"$results/damage.json"
@@ -25,7 +33,7 @@ instructions() {
     valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file=/dev/null "$programs/$1" "${@:2}" 2>&1 |
         sed -n 's/.*Collected : //p'
 }
-for layer in KestrinProfile KestrinHousehold; do
+for layer in KestrinProfile KestrinHousehold KestrinC; do
     count=$(instructions session_instructions "$layer")
     printf '%s\t%s\n' "$layer" "$count"
 done >"$results/session_instructions.tsv"

@@ -1,4 +1,5 @@
-// What the session layer adds to a call with a held bind, and what calls cost that wait for one.
+// What the session layer and the interface for C add to a call with a held bind, and what calls
+// cost that wait for one.
 
 #include <cstddef>
 #include <exception>
@@ -87,6 +88,7 @@ void waiters(State& state) {
 BENCHMARK_CAPTURE(heldBind, plain, "KestrinProfile")->Name("session_history/KestrinProfile/1");
 BENCHMARK_CAPTURE(heldBind, session, "KestrinHousehold")
     ->Name("session_history/KestrinHousehold/1");
+BENCHMARK_CAPTURE(heldBind, c, "KestrinC")->Name("session_history/KestrinC/1");
 BENCHMARK(waiters)->Name("session_waiters/KestrinHousehold")->Arg(1000)->Arg(10000);
 
 BENCHMARK_MAIN();

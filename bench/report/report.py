@@ -19,6 +19,7 @@ import sys
 
 OURS = "KestrinProfile"
 SESSIONS = "KestrinHousehold"
+BORDER = "KestrinC"
 JOURNAL = "with the journal"
 REQUESTS = ["request_history", "request_add_video", "request_create_profile"]
 
@@ -168,7 +169,7 @@ def session_table(results, folder):
     return table(["one call with a held bind", "ns", "allocations", "instructions"],
                  [[layer, shown(results.median("session_history", layer, 1, nanoseconds)),
                    shown(results.median("session_history", layer, 1, counter("allocations"))), shown(counted[layer])]
-                  for layer in (OURS, SESSIONS)])
+                  for layer in (OURS, SESSIONS, BORDER)])
 
 
 def waiters_table(results):
@@ -258,6 +259,8 @@ def goals(results, folder):
         ("percent-encoding, times faster than curl_easy_escape", times("percent_encoding", 20, "curl_easy_escape"), AT_LEAST, 3),
         ("a call of a session with a held bind, instructions against plain Profile", counted[SESSIONS] / counted[OURS], AT_MOST, 1.25),
         ("the same, allocations more", added(counter("allocations")), AT_MOST, 6),
+        ("the same call through the interface for C, instructions against the session's", counted[BORDER] / counted[SESSIONS], AT_MOST, 1.1),
+        ("a list of 500 entries as Java objects, times faster than Jackson", times("java_list", 500, "Jackson"), AT_LEAST, 3),
         ("home screen of a fresh process without a bind, round trips", sessions("home_screen", 1, counter("round_trips")), AT_MOST, 4.2),
         ("home screen with a bind after warmUp, round trips", sessions("home_screen_held_bind", 1, counter("round_trips")), AT_MOST, 1.2),
         ("an outbox's append, times SQLite's own commit", results.ratio("outbox_append_in_turn", 1, SESSIONS, "SQLite", nanoseconds), AT_MOST, 1.3),
@@ -352,6 +355,7 @@ def main():
         "requests": "\n\n".join(f"`{topic}`:\n\n" + counter_table_with_time(results, topic) for topic in
                                 [*REQUESTS, "rx_chain"]),
         "sessions": session_table(results, folder) + "\n\n" + waiters_table(results),
+        "java": time_table(results, "java_list"),
         "outbox": rate_table(results, ["outbox_append_in_turn", "outbox_append", "outbox_drain"], SESSIONS),
         "home": home_table(results),
         "write_bytes": write_bytes_table(results),
