@@ -61,8 +61,8 @@ Entry entryIn(const Query& query) {
                  completed ? std::optional(*completed != 0) : std::nullopt, query.integer(4)};
 }
 
-boost::json::object entryJSON(const Entry& entry) {
-    boost::json::object json;
+boost::json::object entryJSON(const Entry& entry, const boost::json::storage_ptr& memory) {
+    boost::json::object json(memory);
     json.reserve(5);
     json["id"] = entry.id;
     if (entry.type) json["type"] = *entry.type;
@@ -227,11 +227,14 @@ void trimLists(Connection& connection, std::size_t maxSize) {
 
 boost::json::object listJSON(ListKind kind, std::size_t maxSize,
                              const std::vector<Entry>& entries) {
-    boost::json::array elements;
+    // Six pieces of memory an entry, which go together.
+    const auto memory = boost::json::make_shared_resource<boost::json::monotonic_resource>();
+    boost::json::array elements(memory);
     elements.reserve(entries.size());
     for (const Entry& entry : entries)
-        elements.push_back(entryJSON(entry));
-    return {{"id", listID(kind)}, {"maxSize", maxSize}, {"elements", std::move(elements)}};
+        elements.push_back(entryJSON(entry, memory));
+    return {{{"id", listID(kind)}, {"maxSize", maxSize}, {"elements", std::move(elements)}},
+            memory};
 }
 
 }  // namespace KestrinProfileServer
