@@ -330,7 +330,7 @@ Exchange exchangeOf(const std::string& item) {
 TEST(JournalBoundsTest, theOldestEntriesGoFirst) {
     Journal journal(std::make_shared<JournalMemory>(), {.entries = 3, .bodyBytes = 100});
     for (const char* item : {"a", "b", "c", "d", "e"})
-        journal.record(exchangeOf(item), "", nullptr);
+        journal.record(exchangeOf(item), "", {});
     EXPECT_EQ(journal.counts().entries, 3U);
     EXPECT_EQ(journal.counts().dropped, 2U);
     EXPECT_EQ(journal.entries().front().id, 3);
@@ -339,18 +339,46 @@ TEST(JournalBoundsTest, theOldestEntriesGoFirst) {
     EXPECT_FALSE(journal.entry(6));
 }
 
+TEST(TextBlocksTest, textsStayAsTheyAreWhateverComesAndGoes) {
+    TextBlocks blocks;
+    const auto textOf = [](std::size_t index) {
+        return std::string(1 + index * 97 % 5000, static_cast<char>('a' + index % 26));
+    };
+    constexpr std::size_t count = 1000;
+    std::vector<KeptText> texts;
+    for (std::size_t index = 0; index < count; ++index)
+        texts.push_back(blocks.keep(textOf(index)));
+    for (std::size_t index = 0; index < count; index += 2)
+        texts[index] = {};
+    for (std::size_t index = 1; index < count; index += 2)
+        EXPECT_EQ(texts[index].text(), textOf(index));
+    EXPECT_FALSE(texts[0].isKept());
+}
+
+TEST(TextBlocksTest, ofAnEmptyTextNothingIsKeptAndALongOneHasRoom) {
+    TextBlocks blocks;
+    EXPECT_FALSE(blocks.keep("").isKept());
+    const std::string text(1'000'000, 'x');
+    const KeptText before = blocks.keep("before");
+    const KeptText kept = blocks.keep(text);
+    const KeptText after = blocks.keep("after");
+    EXPECT_EQ(before.text(), "before");
+    EXPECT_EQ(kept.text(), text);
+    EXPECT_EQ(after.text(), "after");
+}
+
 TEST(JournalBoundsTest, theOldestBodiesMakeRoomBeforeEntriesDo) {
     Journal journal(std::make_shared<JournalMemory>(50'000),
                     {.entries = 1000, .bodyBytes = 10'000});
     for (int index = 0; index < 20; ++index)
-        journal.record(exchangeOf("v"), std::string(5000, 'x'), nullptr);
+        journal.record(exchangeOf("v"), std::string(5000, 'x'), {});
     EXPECT_EQ(journal.counts().entries, 20U);
     EXPECT_LE(journal.counts().bytes, 50'000U);
     EXPECT_EQ(entryJSON(*journal.entry(1)).at("request").at("truncated"), true);
     EXPECT_TRUE(entryJSON(*journal.entry(1)).at("request").at("body").is_null());
     EXPECT_EQ(entryJSON(*journal.entry(20)).at("request").at("body").as_string().size(), 5000U);
     for (int index = 0; index < 500; ++index)
-        journal.record(exchangeOf("v"), "", nullptr);
+        journal.record(exchangeOf("v"), "", {});
     EXPECT_LE(journal.counts().bytes, 50'000U);
     EXPECT_GT(journal.counts().dropped, 0U);
 }
@@ -359,24 +387,24 @@ TEST(JournalBoundsTest, ofSeveralTheOneThatHoldsMostMakesRoom) {
     const auto memory = std::make_shared<JournalMemory>(50'000);
     Journal large(memory);
     Journal small(memory);
-    small.record(exchangeOf("v"), std::string(1000, 'x'), nullptr);
+    small.record(exchangeOf("v"), std::string(1000, 'x'), {});
     for (int index = 0; index < 20; ++index) {
-        large.record(exchangeOf("v"), std::string(5000, 'x'), nullptr);
+        large.record(exchangeOf("v"), std::string(5000, 'x'), {});
         EXPECT_LE(large.counts().bytes + small.counts().bytes, 50'000U);
     }
     EXPECT_GT(large.counts().bytes, 40'000U) << "what the other one does not need";
     for (int index = 0; index < 5; ++index)
-        small.record(exchangeOf("v"), std::string(3000, 'x'), nullptr);
+        small.record(exchangeOf("v"), std::string(3000, 'x'), {});
     EXPECT_LE(large.counts().bytes + small.counts().bytes, 50'000U);
-    EXPECT_NE(small.entry(1)->requestBody, nullptr) << "it holds less than the other one";
+    EXPECT_TRUE(small.entry(1)->requestBody.isKept()) << "it holds less than the other one";
     {
         Journal third(memory);
-        third.record(exchangeOf("v"), std::string(20'000, 'x'), nullptr);
+        third.record(exchangeOf("v"), std::string(20'000, 'x'), {});
     }
     large.clear();
     for (int index = 0; index < 6; ++index)
-        small.record(exchangeOf("v"), std::string(4000, 'x'), nullptr);
-    EXPECT_NE(small.entry(1)->requestBody, nullptr) << "what others held is free again";
+        small.record(exchangeOf("v"), std::string(4000, 'x'), {});
+    EXPECT_TRUE(small.entry(1)->requestBody.isKept()) << "what others held is free again";
 }
 
 TEST(JournalBoundsTest, whoHasWaitedIsForgotten) {
@@ -388,18 +416,18 @@ TEST(JournalBoundsTest, whoHasWaitedIsForgotten) {
     const auto satisfied = journal.wait({}, 1, note);
     const auto expired = journal.wait({}, 5, note);
     EXPECT_EQ(journal.counts().waiting, 2U);
-    journal.record(exchangeOf("v"), "", nullptr);
+    journal.record(exchangeOf("v"), "", {});
     EXPECT_TRUE(satisfied.expired());
     expired.lock()->expire();
     EXPECT_TRUE(expired.expired());
     EXPECT_EQ(journal.counts().waiting, 0U);
-    journal.record(exchangeOf("v"), "", nullptr);
+    journal.record(exchangeOf("v"), "", {});
     EXPECT_EQ(answers, (std::vector<std::pair<bool, std::size_t>>{{true, 1}, {false, 1}}));
 }
 
 TEST(JournalBoundsTest, ofALongBodyTheBeginningIsKept) {
     Journal journal(std::make_shared<JournalMemory>(), {.entries = 10, .bodyBytes = 5});
-    journal.record(exchangeOf("v"), "aääää", nullptr);
+    journal.record(exchangeOf("v"), "aääää", {});
     const auto request = entryJSON(*journal.entry(1)).at("request");
     EXPECT_EQ(request.at("body"), "aää");
     EXPECT_EQ(request.at("bodyBytes"), 9);
@@ -417,12 +445,12 @@ TEST(JournalBoundsTest, aHundredThousandUsualRequestsFit) {
                                                 {"X-Request-ID", std::string(32, 'a')},
                                                 {"Content-Type", "application/json"},
                                                 {"Content-Length", "53"}});
-        journal.record(std::move(exchange), std::string(53, 'b'), nullptr);
+        journal.record(std::move(exchange), std::string(53, 'b'), {});
     }
     EXPECT_EQ(journal.counts().entries, 100'000U);
     EXPECT_EQ(journal.counts().dropped, 0U);
     EXPECT_LE(journal.counts().bytes, 100'000'000U);
-    EXPECT_NE(journal.entry(1)->requestBody, nullptr);
+    EXPECT_TRUE(journal.entry(1)->requestBody.isKept());
 }
 
 }  // namespace

@@ -6,12 +6,8 @@
 namespace KestrinProfileServer {
 namespace {
 
-std::size_t sizeOf(const SharedBody& body) {
-    return body == nullptr ? 0 : sizeof(std::string) + body->capacity();
-}
-
 std::size_t bodyBytesOf(const JournalEntry& entry) {
-    return sizeOf(entry.requestBody) + sizeOf(entry.replyBody);
+    return entry.requestBody.text().size() + entry.replyBody.text().size();
 }
 
 /// What an entry takes without its bodies.
@@ -56,16 +52,11 @@ Journal::~Journal() {
     memory_->change(state_.lock()->bytes, 0);
 }
 
-SharedBody Journal::kept(SharedBody body) const {
-    if (body == nullptr || body->empty()) return nullptr;
-    if (body->size() <= limits_.bodyBytes) return body;
-    return std::make_shared<const std::string>(body->substr(0, limits_.bodyBytes));
-}
-
 void Journal::removeOldestBodies(State& state, Removed& removed) {
     JournalEntry& oldest = state.entries[state.bodiless++];
     state.bytes -= bodyBytesOf(oldest);
-    removed.push_back({0, nullptr, std::move(oldest.requestBody), std::move(oldest.replyBody)});
+    removed.push_back(
+        {0, nullptr, std::exchange(oldest.requestBody, {}), std::exchange(oldest.replyBody, {})});
 }
 
 void Journal::removeOldest(State& state, Removed& removed) {
@@ -90,23 +81,26 @@ void Journal::shrink(std::size_t bytes) {
     state.unlock();
 }
 
-JournalEntry Journal::record(Exchange exchange, std::string requestBody, SharedBody replyBody) {
+JournalEntry Journal::record(Exchange exchange, std::string_view requestBody,
+                             std::string_view replyBody) {
     exchange.requestBytes = requestBody.size();
-    exchange.replyBytes = replyBody == nullptr ? 0 : replyBody->size();
-    JournalEntry entry{0, std::make_shared<const Exchange>(std::move(exchange)),
-                       requestBody.empty()
-                           ? nullptr
-                           : kept(std::make_shared<const std::string>(std::move(requestBody))),
-                       kept(std::move(replyBody))};
-    const std::size_t bytes = headBytesOf(entry) + bodyBytesOf(entry);
+    exchange.replyBytes = replyBody.size();
+    JournalEntry entry{
+        .exchange = std::make_shared<const Exchange>(std::move(exchange)),
+        .requestBody = {},
+        .replyBody = {},
+    };
+    const std::size_t headBytes = headBytesOf(entry);
     Removed removed;  // goes when others have the lock again
     std::vector<std::shared_ptr<Wait>> waits;
     {
         auto state = state_.lock();
         const std::size_t before = state->bytes;
         entry.id = ++state->lastID;
+        entry.requestBody = state->bodies.keep(requestBody.substr(0, limits_.bodyBytes));
+        entry.replyBody = state->bodies.keep(replyBody.substr(0, limits_.bodyBytes));
         state->entries.push_back(entry);
-        state->bytes += bytes;
+        state->bytes += headBytes + bodyBytesOf(entry);
         while (state->entries.size() > limits_.entries)
             removeOldest(*state, removed);
         memory_->change(before, state->bytes);

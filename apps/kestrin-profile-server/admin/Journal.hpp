@@ -15,6 +15,7 @@
 #include <boost/json/object.hpp>
 
 #include <internal/Guarded.hpp>
+#include <kestrin-profile-server/admin/TextBlocks.hpp>
 #include <kestrin-profile-server/http/Exchange.hpp>
 #include <kestrin-profile-server/http/Reply.hpp>
 
@@ -24,8 +25,8 @@ namespace KestrinProfileServer {
 struct JournalEntry {
     std::int64_t id = 0;
     std::shared_ptr<const Exchange> exchange;
-    SharedBody requestBody;  ///< null: there was none, or it had to make room
-    SharedBody replyBody;
+    KeptText requestBody;  ///< nothing is kept if there was none, or it had to make room
+    KeptText replyBody;
 };
 
 /// Which entries are meant: those for which everything holds that is given.
@@ -99,7 +100,8 @@ class Journal {
     Journal& operator=(const Journal&) = delete;
 
     /// Takes a request and its reply. JSON is made of it when somebody asks.
-    JournalEntry record(Exchange exchange, std::string requestBody, SharedBody replyBody);
+    JournalEntry record(Exchange exchange, std::string_view requestBody,
+                        std::string_view replyBody);
 
     [[nodiscard]] Entries entries() const;
     [[nodiscard]] std::optional<JournalEntry> entry(std::int64_t id) const;
@@ -147,11 +149,11 @@ class Journal {
         std::size_t bodiless = 0;  ///< how many of the oldest have lost their bodies
         std::uint64_t dropped = 0;
         std::vector<std::shared_ptr<Wait>> waits;
+        TextBlocks bodies;
     };
     using Removed = std::vector<JournalEntry>;
     friend class JournalMemory;
 
-    [[nodiscard]] SharedBody kept(SharedBody body) const;
     static void removeOldestBodies(State& state, Removed& removed);
     static void removeOldest(State& state, Removed& removed);
     /// Forgets those who have ended to wait.

@@ -54,11 +54,9 @@ Actual problemOf(const JournalEntry& entry) {
     return unlessEmpty(entry.exchange->problem);
 }
 
-std::string shownBody(const SharedBody& body) {
-    return body == nullptr ? std::string() : withoutSecrets(*body);
-}
 Actual bodiesOf(const JournalEntry& entry) {
-    return unlessEmpty(shownBody(entry.requestBody) + "\n" + shownBody(entry.replyBody));
+    return unlessEmpty(withoutSecrets(entry.requestBody.text()) + "\n" +
+                       withoutSecrets(entry.replyBody.text()));
 }
 
 bool equals(const std::string& wanted, const std::string& actual) {

@@ -79,22 +79,22 @@ json::array headersJSON(const ShownHeaders& headers) {
 
 /// Puts a body in as text, or in Base64 if it is no text.
 void addBody(json::object& message, std::string_view textMember, std::string_view base64Member,
-             const SharedBody& body, std::size_t bytes) {
-    if (body == nullptr) return;
-    const bool isCut = body->size() < bytes;
+             const KeptText& body, std::size_t bytes) {
+    if (!body.isKept()) return;
+    const bool isCut = body.text().size() < bytes;
     const std::string shown =
-        withoutSecrets(isCut ? withoutCutCharacter(*body) : std::string_view(*body));
+        withoutSecrets(isCut ? withoutCutCharacter(body.text()) : body.text());
     if (KestrinInternal::isUTF8(shown))
         message[textMember] = shown;
     else
         message[base64Member] = base64(shown);
 }
 
-json::object messageJSON(const ShownHeaders& headers, const SharedBody& body, std::size_t bytes) {
+json::object messageJSON(const ShownHeaders& headers, const KeptText& body, std::size_t bytes) {
     json::object message{{"headers", headersJSON(headers)},
                          {"body", nullptr},
                          {"bodyBytes", bytes},
-                         {"truncated", (body == nullptr ? 0 : body->size()) < bytes}};
+                         {"truncated", body.text().size() < bytes}};
     addBody(message, "body", "bodyBase64", body, bytes);
     return message;
 }

@@ -24,10 +24,10 @@ std::vector<Finding> Observation::findings(const Exchange& exchange, std::string
     return strict_ ? strict_->findings(exchange, requestBody) : std::vector<Finding>();
 }
 
-void Observation::record(Exchange exchange, std::string requestBody, SharedBody replyBody) {
+void Observation::record(Exchange exchange, std::string_view requestBody,
+                         std::string_view replyBody) {
     if (!isRecording_) return;
-    const JournalEntry entry =
-        journal_.record(std::move(exchange), std::move(requestBody), std::move(replyBody));
+    const JournalEntry entry = journal_.record(std::move(exchange), requestBody, replyBody);
     if (!events_.hasListeners()) return;
     events_.publish("request", boost::json::serialize(summaryJSON(entry)), entry.id);
     if (hasChangedSomething(*entry.exchange)) events_.publish("state", "{}");

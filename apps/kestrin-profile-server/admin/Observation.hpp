@@ -29,7 +29,8 @@ class Observation final : public ExchangeObserver {
 
     [[nodiscard]] std::vector<Finding> findings(const Exchange& exchange,
                                                 std::string_view requestBody) override;
-    void record(Exchange exchange, std::string requestBody, SharedBody replyBody) override;
+    void record(Exchange exchange, std::string_view requestBody,
+                std::string_view replyBody) override;
 
     /// As at the start: no entries, no faults.
     void reset();

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,9 +33,6 @@ class ShownHeaders {
   private:
     std::string text_;
 };
-
-/// A body that several may keep; null or empty: there was none.
-using SharedBody = std::shared_ptr<const std::string>;
 
 /// A request and what became of it.
 struct Exchange {

@@ -22,7 +22,8 @@ class ExchangeObserver {
                                                         std::string_view requestBody) = 0;
 
     /// Takes what is to be kept, before the first byte of the reply is sent.
-    virtual void record(Exchange exchange, std::string requestBody, SharedBody replyBody) = 0;
+    virtual void record(Exchange exchange, std::string_view requestBody,
+                        std::string_view replyBody) = 0;
 };
 
 }  // namespace KestrinProfileServer

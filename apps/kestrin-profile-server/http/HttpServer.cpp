@@ -205,7 +205,7 @@ class Session : public std::enable_shared_from_this<Session> {
         isReading_ = true;
         share_.release();
         response_.reset();
-        replyBody_.reset();
+        replyBody_ = {};
         delivery_.reset();
         requestBody_ = {};
         answered_.reset();
@@ -323,7 +323,7 @@ class Session : public std::enable_shared_from_this<Session> {
         // Before HTTP/1.1 the end of a body without a length is that of the connection.
         const bool isOld = parser_->version() < http11;
         isLast_ = isLast_ || worker_.isFinishing || reply.stream || (reply.pieces && isOld);
-        replyBody_ = std::make_shared<const std::string>(std::move(reply.body));
+        replyBody_ = std::move(reply.body);
         delivery_ = reply.delivery;
         response_.emplace(http::status::ok, parser_->version());
         response_->result(reply.status);
@@ -339,9 +339,8 @@ class Session : public std::enable_shared_from_this<Session> {
         if (reply.pieces && !isOld)
             response_->chunked(true);
         else if (hasContent(reply.status) && !reply.stream && !reply.pieces)
-            response_->content_length(replyBody_->size());
-        if (parser_->method() != "HEAD")
-            response_->body() = {replyBody_->data(), replyBody_->size()};
+            response_->content_length(replyBody_.size());
+        if (parser_->method() != "HEAD") response_->body() = {replyBody_.data(), replyBody_.size()};
         note(reply);
         stream_.expires_after(worker_.transferTimeout);
         if (reply.stream && parser_->method() != "HEAD")
@@ -371,8 +370,8 @@ class Session : public std::enable_shared_from_this<Session> {
         if (exchange.status)
             for (const auto& field : *response_)
                 exchange.replyHeaders.add(field.name_string(), field.value());
-        observer_->record(std::move(exchange), std::move(requestBody_),
-                          isSent() ? replyBody_ : nullptr);
+        observer_->record(std::move(exchange), requestBody_,
+                          isSent() ? replyBody_ : std::string_view());
         requestBody_ = {};
     }
 
@@ -587,7 +586,7 @@ class Session : public std::enable_shared_from_this<Session> {
     std::string requestID_;
     std::string requestBody_;
     std::optional<http::response<http::span_body<const char>>> response_;
-    SharedBody replyBody_;
+    std::string replyBody_;
     std::shared_ptr<const Delivery> delivery_;
     /// What the request's reply needs until it is written.
     std::shared_ptr<const void> answered_;
