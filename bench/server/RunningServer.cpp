@@ -42,9 +42,10 @@ std::string textAfter(const std::string& text, std::string_view key) {
     return text.substr(begin, text.find('"', begin) - begin);
 }
 
-std::string request(std::string_view line, std::string_view fields, std::string_view body) {
+std::string request(std::uint16_t port, std::string_view line, std::string_view fields,
+                    std::string_view body) {
     std::string text(line);
-    text += " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+    text += " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n";
     text += fields;
     if (!body.empty())
         text += "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
@@ -63,16 +64,17 @@ RunningServer::RunningServer(const std::filesystem::path& database,
 
 std::string RunningServer::boundToken(std::string_view secret) const {
     const std::string field = "X-Household-Secret: " + std::string(secret) + "\r\n";
-    return textAfter(WireConnection(port_).exchange(request("POST /v1/binds?profile=parent&v=1",
-                                                            field, R"({"profileId":"parent"})")),
-                     R"("token":)");
+    return textAfter(
+        WireConnection(port_).exchange(request(port_, "POST /v1/binds?profile=parent&v=1", field,
+                                               R"({"profileId":"parent"})")),
+        R"("token":)");
 }
 
 void RunningServer::administer(std::string_view line, std::string_view body) const {
     WireConnection connection(port_);
-    static_cast<void>(connection.exchange(request(line, {}, body)));
+    const std::string reply(connection.exchange(request(port_, line, {}, body)));
     if (!connection.succeeded())
-        throw std::runtime_error("the server refuses " + std::string(line));
+        throw std::runtime_error("the server refuses " + std::string(line) + ": " + reply);
 }
 
 std::string RunningServer::authorised() const {
@@ -80,15 +82,16 @@ std::string RunningServer::authorised() const {
 }
 
 std::string RunningServer::readRequest() const {
-    return request("GET /v1/history?brand=kestrin&profile=parent&v=1", authorised(), {});
+    return request(port_, "GET /v1/history?brand=kestrin&profile=parent&v=1", authorised(), {});
 }
 
 std::string RunningServer::healthRequest() const {
-    return request("GET /healthz", {}, {});
+    return request(port_, "GET /healthz", {}, {});
 }
 
 std::string RunningServer::writeRequest(std::string_view videoID) const {
     return request(
+        port_,
         "PUT /v1/history/video?video=" + std::string(videoID) + "&brand=kestrin&profile=parent&v=1",
         authorised(), R"({"isCompleted":"false","type":"VIDEO","progress":"1234567"})");
 }
