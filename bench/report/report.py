@@ -34,9 +34,9 @@ class Results:
         for file in files:
             content = json.loads(file.read_text())
             for record in content.get("benchmarks", []):
-                if record.get("run_type") == "aggregate" or "error_occurred" in record:
+                if record.get("aggregate_name", "median") != "median" or "error_occurred" in record:
                     continue
-                parts = [part for part in record["name"].split("/")
+                parts = [part for part in record.get("run_name", record["name"]).split("/")
                          if part not in ("real_time", "manual_time") and ":" not in part.replace("::", "")]
                 n = int(parts[-1]) if parts[-1].isdigit() else 1
                 subject = "/".join(parts[1:-1] if parts[-1].isdigit() else parts[1:])
