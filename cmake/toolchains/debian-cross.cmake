@@ -1,0 +1,33 @@
+# Compiles for another processor with clang and libc++, with the libraries of a root of Debian 12 that
+# `./dev cross` makes, and runs what it has compiled in QEMU. KESTRIN_CROSS is the processor.
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KESTRIN_CROSS)
+set(triple_aarch64 aarch64-linux-gnu)
+set(triple_arm arm-linux-gnueabihf)
+set(triple_s390x s390x-linux-gnu)
+set(triple ${triple_${KESTRIN_CROSS}})
+if(NOT triple)
+    message(FATAL_ERROR "KESTRIN_CROSS is aarch64, arm or s390x, not '${KESTRIN_CROSS}'")
+endif()
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR ${KESTRIN_CROSS})
+set(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../../build/cross/${KESTRIN_CROSS}/root)
+cmake_path(NORMAL_PATH CMAKE_SYSROOT)
+set(CMAKE_LIBRARY_ARCHITECTURE ${triple})
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${KESTRIN_CROSS}-static -L ${CMAKE_SYSROOT})
+
+set(CMAKE_STRIP ${triple}-strip CACHE FILEPATH "Takes symbols away")
+set(linker_flags "-L${CMAKE_SYSROOT}/usr/lib/${triple}")
+foreach(language C CXX)
+    set(CMAKE_${language}_COMPILER_TARGET ${triple})
+endforeach()
+set(CMAKE_C_COMPILER clang-19)
+set(CMAKE_CXX_COMPILER clang++-19)
+set(CMAKE_CXX_FLAGS_INIT -stdlib=libc++)
+set(CMAKE_EXE_LINKER_FLAGS_INIT ${linker_flags})
+set(CMAKE_SHARED_LINKER_FLAGS_INIT ${linker_flags})
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+foreach(kind LIBRARY INCLUDE PACKAGE)
+    set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)
+endforeach()
