@@ -25,9 +25,10 @@ class KeptText {
     std::string_view text_;
 };
 
-/// Keeps texts that go in about the order in which they came, one behind the other. Each in memory of
-/// its own, thousands of all sizes would come and go, and the C library would search for a place
-/// longer than a request takes. A block goes with the last of its texts. Used by one thread at a time.
+/// Keeps texts that go in about the order in which they came, one behind the other. Each in memory
+/// of its own, thousands of all sizes would come and go, and the C library would search for a place
+/// longer than a request takes. A block goes with the last of its texts. Used by one thread at a
+/// time.
 class TextBlocks {
   public:
     /// Copies a text. Of an empty one nothing is kept.
