@@ -43,6 +43,6 @@ enum FirstProgramTests {
         service.stop()
         let (status, output) = try outcome(configuration, "v1")
         try equal(1, status)
-        try contains("cannotConnect", output)
+        try contains("no connection could be made", output)
     }
 }
