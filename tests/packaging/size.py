@@ -3,9 +3,8 @@
 
 usage: size.py [--write] PAGE COLUMN=BUILD_DIRECTORY…
 
-Each folder holds a build of libs/KestrinC with a link map beside the library (-DKESTRIN_LINK_MAPS=ON). A column of the
-ledger that has grown by more than 2 % as a whole ends it with 1; --write renews the columns that are named and leaves
-the others as they are.
+Each folder holds a build of libs/KestrinC. A column of the ledger that has grown by more than 2 % as a whole ends it
+with 1; --write renews the columns that are named and leaves the others as they are.
 """
 
 import pathlib
@@ -18,36 +17,39 @@ ALLOWED_GROWTH = 1.02
 BEGIN, END = "<!-- size: begin -->", "<!-- size: end -->"
 WHOLE = "the file, stripped"
 
-# What a piece of the library belongs to: the first part whose pattern is in "<object> <section>". Rx comes
-# first: its templates are compiled into the objects of who uses them.
+# What a function or a variable belongs to: the first part whose pattern is in its name. A template of one part that was
+# made for another one's types is the other one's, so who uses stands before who is used.
 PARTS = (
-    ("Rx", r"rxcpp|5rxcpp"),
-    ("JSON", r"libHalvardSling\.a\((JSON|BoostJSON)"),
-    ("transport", r"libHalvardSling\.a"),
-    ("records and operations", r"libKestrinProfile\.a"),
-    ("configuration and binds", r"libKestrinConfigManager\.a"),
-    ("outbox", r"libKestrinHousehold\.a\((Outbox|HouseholdDelivery|LaterSession|Memory|SQLite|Comparison|DeliveryF"
-               r"|Entry|Supersession)"),
-    ("sessions", r"libKestrinHousehold\.a"),
-    ("interface for C", r"kestrin_c_objects|KestrinC\.dir"),
-    ("the compiler's own", r""),
+    ("Rx", r"5rxcpp"),
+    ("interface for C", r"8KestrinC|^kestrin_"),
+    ("outbox", r"16KestrinHousehold.*(Outbox|HouseholdDelivery|Later|Store|Comparison|DeliveryFailure|Entry"
+               r"|Supersession|EventStream)"),
+    ("sessions", r"16KestrinHousehold"),
+    ("records and operations", r"14KestrinProfile"),
+    ("configuration and binds", r"20KestrinConfigManager"),
+    ("JSON", r"5boost4json|12HalvardSling.*JSON"),
+    ("transport", r"12HalvardSling"),
+    ("the C++ library's templates, and what else has a name", r""),
 )
-LOADED = re.compile(r"^ \.(text|rodata|data|eh_frame|gcc_except_table|init_array|tdata)")
+UNWINDING, REST = "unwinding", "texts, relocations and what aligns"
+SECTION = re.compile(r"\] (\.\S+) +\S+ +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+)")
 
 
-def pieces(link_map):
-    """Section, object and size of every piece that the linker has put into the file."""
-    lines = link_map.read_text(errors="replace").split("Linker script and memory map", 1)[1].splitlines()
-    name = None
-    for line in lines:
-        if re.match(r"^ \.\S+$", line):  # a name that is too long for its column
-            name = line
-            continue
-        text = f"{name} {line}" if name and line.startswith("      ") else line
-        name = None
-        found = re.match(r"^( \.\S+)\s+0x([0-9a-f]+)\s+0x([0-9a-f]+)\s+(\S.*)$", text)
-        if found and int(found[2], 16) and LOADED.match(found[1]):
-            yield found[1], found[4], int(found[3], 16)
+def symbols(library):
+    """The name and the size of every function and variable in the file; of those at one address, the first."""
+    lines = subprocess.run(["readelf", "-sW", library], check=True, capture_output=True, text=True).stdout.splitlines()
+    table = lines[next(number for number, line in enumerate(lines) if "'.symtab'" in line):]
+    of_address = {}
+    for _, address, size, kind, _, _, section, name in (line.split()[:8] for line in table if len(line.split()) >= 8):
+        if kind in ("FUNC", "OBJECT") and section != "UND":
+            of_address.setdefault(address, (name, int(size, 0)))
+    return of_address.values()
+
+
+def unwinding_size(library):
+    sections = subprocess.run(["readelf", "-SW", library], check=True, capture_output=True, text=True).stdout
+    return sum(int(size, 16) for name, size in SECTION.findall(sections)
+               if name.startswith((".eh_frame", ".gcc_except_table", ".ARM.ex")))
 
 
 def stripped_size(library, build):
@@ -60,13 +62,13 @@ def stripped_size(library, build):
 
 def sizes_of(build):
     build = pathlib.Path(build)
-    folder = build / "libs/KestrinC"
-    library = (folder / "libKestrinC.so").resolve()
+    library = (build / "libs/KestrinC/libKestrinC.so").resolve()
     sizes = dict.fromkeys((part for part, _ in PARTS), 0)
-    for section, object_file, size in pieces(folder / "KestrinC.map"):
-        sizes[next(part for part, pattern in PARTS if re.search(pattern, f"{object_file} {section}"))] += size
+    for name, size in symbols(library):
+        sizes[next(part for part, pattern in PARTS if re.search(pattern, name))] += size
+    sizes[UNWINDING] = unwinding_size(library)
     whole = stripped_size(library, build)
-    sizes["tables of the file"] = whole - sum(sizes.values())
+    sizes[REST] = whole - sum(sizes.values())
     sizes[WHOLE] = whole
     return sizes
 
@@ -83,7 +85,7 @@ def ledger_of(page):
 
 def table_of(ledger):
     lines = ["| bytes | " + " | ".join(ledger) + " |", "|---|" + "---:|" * len(ledger)]
-    for part in [*(part for part, _ in PARTS), "tables of the file", WHOLE]:
+    for part in [*(part for part, _ in PARTS), UNWINDING, REST, WHOLE]:
         cells = (f"{sizes[part]:,}" if part in sizes else "–" for sizes in ledger.values())
         lines.append(f"| {part} | " + " | ".join(cells) + " |")
     return "\n".join(lines)
