@@ -94,7 +94,8 @@ TEST(URL, TheMachineItselfIsLoopback) {
         EXPECT_TRUE(isLoopback(host)) << host;
     for (const std::string_view host :
          {"", "localhost.example.com", "127.0.0.1.example.com", "127.example.com", "128.0.0.1",
-          "127.0.0", "127.0.0.256", "127.0.0.1.", "1127.0.0.1", "[::2]", "127.0.0.-1", "10.0.0.1"})
+          "127.0.0", "127.0.0.256", "127.0.0.1.", "1127.0.0.1", "[::2]", "127.0.0.-1", "10.0.0.1",
+          "127.0.0.01", "127.0.0.1\0"sv, "127.0.0.1\0.example.com"sv})
         EXPECT_FALSE(isLoopback(host)) << host;
 }
 

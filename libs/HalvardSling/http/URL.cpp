@@ -41,20 +41,21 @@ std::string escaped(std::string_view text) {
     return result;
 }
 
-/// An address in the one form that it has in an origin; absent if the text is none.
-/// @param family  AF_INET or AF_INET6
-std::optional<std::string> normalizedAddress(int family, const std::string& text) {
-    in6_addr address{};
-    std::array<char, INET6_ADDRSTRLEN> normalized{};
-    if (inet_pton(family, text.c_str(), &address) != 1) return std::nullopt;
-    if (inet_ntop(family, &address, normalized.data(), normalized.size()) == nullptr)
-        return std::nullopt;
-    return normalized.data();
+/// Four numbers from 0 to 255. inet_pton refuses a zero in front, which would make some take them
+/// as octal.
+bool isIPv4Address(std::string_view host) {
+    in_addr address{};
+    return !isOneOf('\0', host) && inet_pton(AF_INET, std::string(host).c_str(), &address) == 1;
 }
 
-/// Four numbers from 0 to 255 without a zero in front, which would make some take them as octal.
-bool isIPv4Address(std::string_view host) {
-    return normalizedAddress(AF_INET, std::string(host)) == host;
+/// An IPv6 address in the one form that it has in an origin; absent if the text is none.
+std::optional<std::string> normalizedIPv6(const std::string& text) {
+    in6_addr address{};
+    std::array<char, INET6_ADDRSTRLEN> normalized{};
+    if (inet_pton(AF_INET6, text.c_str(), &address) != 1) return std::nullopt;
+    if (inet_ntop(AF_INET6, &address, normalized.data(), normalized.size()) == nullptr)
+        return std::nullopt;
+    return normalized.data();
 }
 
 /// Whether the last label is a number, so that a resolver may take the name for an address.
@@ -73,7 +74,7 @@ std::optional<std::string> normalizedHost(std::string_view host) {
     if (isHostName(host)) return loweredText(host);
     if (isIPv4Address(host)) return std::string(host);
     if (!host.starts_with('[') || !host.ends_with(']')) return std::nullopt;
-    const auto address = normalizedAddress(AF_INET6, std::string(host.substr(1, host.size() - 2)));
+    const auto address = normalizedIPv6(std::string(host.substr(1, host.size() - 2)));
     if (!address) return std::nullopt;
     return '[' + *address + ']';
 }
