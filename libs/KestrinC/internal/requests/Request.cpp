@@ -24,12 +24,12 @@ Completion Completion::taken(const kestrin_completion* given, const char* functi
 }
 
 std::shared_ptr<Request> Request::made(Completion completion) {
-    const std::shared_ptr<Request> request(new Request(std::move(completion)));
+    auto request = std::make_shared<Request>(Key(), std::move(completion));
     if (request->completion_.executor) request->task_ = internal::made<kestrin_task>();
     return request;
 }
 
-Request::Request(Completion completion) : completion_(std::move(completion)) {}
+Request::Request(Key /*key*/, Completion completion) : completion_(std::move(completion)) {}
 
 Request::~Request() {
     retired(task_, "the end of a request");

@@ -36,9 +36,12 @@ class Cancellable {
 class Request final : public TaskBody,
                       public Cancellable,
                       public std::enable_shared_from_this<Request> {
+    struct Key {};  // so that only `made` makes one
+
   public:
     /// @throws std::bad_alloc; the context is released then
     [[nodiscard]] static std::shared_ptr<Request> made(Completion completion);
+    Request(Key key, Completion completion);
     ~Request() override;
 
     /// Where the events of its observable go.
@@ -59,7 +62,6 @@ class Request final : public TaskBody,
     void drop() noexcept override;
 
   private:
-    explicit Request(Completion completion);
     void deliver(kestrin_result* result) noexcept;
     [[nodiscard]] bool claim() noexcept { return !settled_.exchange(true); }
 
