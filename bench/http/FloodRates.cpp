@@ -1,7 +1,9 @@
 // A service that floods its connection with what is for no request: how much is left of the rate of
 // requests to another service, and how long after its time limit a request to the flooding one
-// ends. Usage: flood_rates PAUSE [NAME…]. The flooding service is asked again when PAUSE
-// milliseconds have passed since its answer. Without names, all kinds of floods are measured.
+// ends. The flood needs processors, too, so the rate is also measured while a transport of its own
+// takes the flood: what is less than that is what the two share. Usage: flood_rates PAUSE [NAME…].
+// The flooding service is asked again when PAUSE milliseconds have passed since its answer. Without
+// names, all kinds of floods are measured.
 
 #include <algorithm>
 #include <atomic>
@@ -175,13 +177,19 @@ struct Outcome {
 
 constexpr auto floodLimit = 300ms;
 
+enum class Transports { shared, apart };
+
 Outcome measured(const Certificate& certificate, const std::string& other,
-                 const std::string& flooding, int connections, std::chrono::milliseconds pause) {
-    CurlTransport transport({.caBundleFile = certificate.certificateFile()});
+                 const std::string& flooding, int connections, std::chrono::milliseconds pause,
+                 Transports transports = Transports::shared) {
+    const CurlTransport::Options options{.caBundleFile = certificate.certificateFile()};
+    CurlTransport transport(options);
+    CurlTransport another(options);
+    CurlTransport& ofFlood = transports == Transports::shared ? transport : another;
     Outcome outcome;
     std::vector<std::unique_ptr<Line>> flooded;
     for (int i = 0; i < connections; ++i)
-        flooded.push_back(std::make_unique<Line>(transport, flooding, floodLimit, pause));
+        flooded.push_back(std::make_unique<Line>(ofFlood, flooding, floodLimit, pause));
     std::vector<std::unique_ptr<Line>> others;
     for (int i = 0; i < 2; ++i)
         others.push_back(std::make_unique<Line>(transport, other, 60s));
@@ -213,17 +221,23 @@ void measure(const Flood& flood, std::chrono::milliseconds pause) {
     const RawServer flooding([&](RawConnection& raw) { serve(raw, flood); }, tls);
     const RawServer other(RawServer::answering(httpReply(200, std::string(500, 'x'))));
     Outcome without;
+    Outcome apart;
     Outcome with;
     for (int round = 0; round < rounds; ++round) {
         without += measured(certificate, other.url(), "", 0, pause);
+        apart += measured(certificate, other.url(), flooding.url(), flood.connections, pause,
+                          Transports::apart);
         with += measured(certificate, other.url(), flooding.url(), flood.connections, pause);
     }
+    const auto percentOf = [&](const Outcome& base) {
+        return 100.0 * static_cast<double>(with.replies) / static_cast<double>(base.replies);
+    };
     std::printf(
-        "%-22s others %6zu -> %6zu (%3.0f %%, %zu failed, slowest %5.1f ms); "
-        "%zu floods, the longest %5.1f ms, limit %d ms\n",
-        std::string(flood.name).c_str(), without.replies, with.replies,
-        100.0 * static_cast<double>(with.replies) / static_cast<double>(without.replies),
-        with.failures, with.slowest, with.floods, with.floodSlowest,
+        "%-22s others %6zu -> %6zu (%3.0f %%, of the rate with two transports %3.0f %%, %zu "
+        "failed, "
+        "slowest %5.1f ms); %zu floods, the longest %5.1f ms, limit %d ms\n",
+        std::string(flood.name).c_str(), without.replies, with.replies, percentOf(without),
+        percentOf(apart), with.failures, with.slowest, with.floods, with.floodSlowest,
         static_cast<int>(floodLimit.count()));
     std::fflush(stdout);
 }
