@@ -1,3 +1,5 @@
+#include <KestrinConfigManager/Configuration.hpp>
+#include <KestrinConfigManager/ConfigurationManagerError.hpp>
 #include <KestrinHousehold/outbox/HouseholdDelivery.hpp>
 #include <KestrinHousehold/outbox/LaterSession.hpp>
 #include <KestrinHousehold/outbox/MemoryOutboxStore.hpp>
@@ -6,6 +8,7 @@
 #include "OutboxSupport.hpp"
 
 using namespace HouseholdTest;
+using KestrinConfigManager::ConfigurationManagerError;
 using KestrinHousehold::HouseholdDelivery;
 using KestrinHousehold::LaterSession;
 using KestrinHousehold::MemoryOutboxStore;
@@ -119,4 +122,48 @@ TEST_F(HouseholdDeliveryTest, WaitsForTheNextStartOnceTheHouseholdHasEnded) {
     const Observed sent(delivery.send(progress("v1", 1, {}, "p1")));
     ASSERT_TRUE(sent.error<SlingError>());
     EXPECT_EQ(sent.error<SlingError>()->kind(), SlingErrorKind::cancelled);
+}
+
+TEST_F(HouseholdDeliveryTest, SendsNothingForAnOperationThatChangesNoList) {
+    const Household house = household();
+    HouseholdDelivery delivery(house);
+    for (const auto operation : {Op::createProfile, Op::getHistory, Op::testOperation}) {
+        for (const auto& refused : {delivery.send(write(operation, "v1", "p1")),
+                                    delivery.lookUp(write(operation, "v1", "p1"))}) {
+            const auto error = Observed(refused).error<OutboxError>();
+            ASSERT_TRUE(error);
+            EXPECT_EQ(error->value(), OutboxError::Case::invalidWrite);
+            EXPECT_THAT(error->what(), testing::HasSubstr(std::string(rawValue(operation))));
+        }
+    }
+    EXPECT_THAT(requests, testing::IsEmpty());
+}
+
+TEST_F(HouseholdDeliveryTest, AsksForNothingThatTheConfigurationDoesNotHave) {
+    manager.storeBind({"p1", "t"});
+    const Household house = household();
+    HouseholdDelivery delivery(house);
+    const auto configure = [&](const std::string& rest) {
+        auto parsed = KestrinConfigManager::parseConfiguration(
+            R"({"version": 1, "parentProfileID": "parent")" + rest + "}");
+        manager.configure(std::get<KestrinConfigManager::Configuration>(std::move(parsed)));
+    };
+    const auto errorOfLookUp = [&] {
+        return Observed(delivery.lookUp(write(Op::clearHistory, "", "p1")))
+            .error<ConfigurationManagerError>();
+    };
+    const std::string service(rawValue(Op::getHistory));
+    using Case = ConfigurationManagerError::Case;
+    const std::vector<std::pair<std::string, Case>> rows{
+        {"", Case::serviceNotConfigured},
+        {R"(, "services": {"other": {"url": "https://a.example/"}})", Case::serviceNotConfigured},
+        {R"(, "services": {")" + service + R"(": {"url": "https://a.example/", "enabled": false}})",
+         Case::serviceDisabled}};
+    for (const auto& [rest, value] : rows) {
+        configure(rest);
+        const auto error = errorOfLookUp();
+        ASSERT_TRUE(error) << rest;
+        EXPECT_EQ(error->value(), value) << rest;
+    }
+    EXPECT_THAT(requests, testing::IsEmpty());
 }

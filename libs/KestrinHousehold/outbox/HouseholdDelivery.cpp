@@ -5,6 +5,7 @@
 
 #include <KestrinConfigManager/APIParams.hpp>
 #include <KestrinHousehold/outbox/HouseholdDelivery.hpp>
+#include <KestrinHousehold/outbox/OutboxError.hpp>
 #include <KestrinHousehold/outbox/internal/Supersession.hpp>
 #include <KestrinHousehold/session/internal/ConfiguredService.hpp>
 #include <KestrinHousehold/session/internal/ProfileCall.hpp>
@@ -19,6 +20,7 @@ using HalvardSling::Observable;
 using HalvardSling::Response;
 using internal::Change;
 using internal::List;
+using internal::ListChange;
 using KestrinConfigManager::AnonymousBind;
 using KestrinConfigManager::APIParams;
 using KestrinProfile::Profile;
@@ -28,20 +30,19 @@ using KestrinProfile::SearchParams;
 
 namespace {
 
-ProfileParams paramsOf(const OutboxWrite& write, const AnonymousBind& bind) {
+ProfileParams paramsOf(const OutboxWrite& write, ListChange kind, const AnonymousBind& bind) {
     ProfileParams params(bind, write.brandID);
-    const auto kind = internal::listChangeOf(write.operation);
-    if (!kind || kind->change == Change::clear) return params;
-    (kind->list == List::favorites ? params.showID : params.videoID) = write.itemID;
+    if (kind.change == Change::clear) return params;
+    (kind.list == List::favorites ? params.showID : params.videoID) = write.itemID;
     params.isComplete = write.isComplete;
     if (write.progress) params.progress = static_cast<std::intptr_t>(*write.progress);
     if (!write.shows.empty()) params.elements = write.shows;
     return params;
 }
 
-Observable<Response> sent(const OutboxWrite& write, const AnonymousBind& bind) {
+Observable<Response> sent(const OutboxWrite& write, ListChange kind, const AnonymousBind& bind) {
     const Profile profile;
-    auto params = paramsOf(write, bind);
+    auto params = paramsOf(write, kind, bind);
     switch (write.operation) {
         case ProfileOperation::addVideoToHistory:
             return profile.addHistoryVideo(std::move(params));
@@ -93,12 +94,17 @@ class LookUpParams final : public APIParams {
     ProfileParams params_;
 };
 
-ProfileOperation lookUpOf(const OutboxWrite& write) {
-    const auto kind = internal::listChangeOf(write.operation);
-    if (kind && kind->list == List::favorites) return ProfileOperation::getFavorites;
-    if (kind && kind->list == List::watchList) return ProfileOperation::getWatchList;
-    return kind && kind->change == Change::clear ? ProfileOperation::getHistory
-                                                 : ProfileOperation::getVideoProgress;
+ProfileOperation lookUpOf(ListChange kind) {
+    if (kind.list == List::favorites) return ProfileOperation::getFavorites;
+    if (kind.list == List::watchList) return ProfileOperation::getWatchList;
+    return kind.change == Change::clear ? ProfileOperation::getHistory
+                                        : ProfileOperation::getVideoProgress;
+}
+
+/// Nothing is sent for an operation that changes no list.
+Observable<Response> noChange(const OutboxWrite& write) {
+    return rxcpp::observable<>::error<Response>(
+        OutboxError(OutboxError::Case::invalidWrite, problemOf(write).value_or("")));
 }
 
 /// A call of a profile that is sent once.
@@ -120,17 +126,23 @@ HouseholdDelivery::HouseholdDelivery(const Household& household) : household_(ho
 HouseholdDelivery::~HouseholdDelivery() = default;
 
 Observable<Response> HouseholdDelivery::send(const OutboxWrite& write) {
-    return call(
-        household_, write.profileID, write.operation,
-        [write](const AnonymousBind& bind, const auto& /*brandID*/) { return sent(write, bind); });
+    const auto kind = internal::listChangeOf(write.operation);
+    if (!kind) return noChange(write);
+    return call(household_, write.profileID, write.operation,
+                [write, kind = *kind](const AnonymousBind& bind, const auto& /*brandID*/) {
+                    return sent(write, kind, bind);
+                });
 }
 
 Observable<Response> HouseholdDelivery::lookUp(const OutboxWrite& write) {
-    const auto operation = lookUpOf(write);
-    return call(household_, write.profileID, operation,
-                [write, operation](const AnonymousBind& bind, const auto& /*brandID*/) {
-                    return internal::responsesOf(operation, LookUpParams(paramsOf(write, bind)));
-                });
+    const auto kind = internal::listChangeOf(write.operation);
+    if (!kind) return noChange(write);
+    const auto operation = lookUpOf(*kind);
+    return call(
+        household_, write.profileID, operation,
+        [write, kind = *kind, operation](const AnonymousBind& bind, const auto& /*brandID*/) {
+            return internal::responsesOf(operation, LookUpParams(paramsOf(write, kind, bind)));
+        });
 }
 
 }  // namespace KestrinHousehold

@@ -10,7 +10,8 @@ namespace KestrinHousehold {
 
 /// Sends the writes of an outbox as a household's profiles, with their binds. Each is sent once:
 /// the outbox repeats. After the end of the household every request fails with
-/// `SlingErrorKind::cancelled`, and the entries wait for the next start.
+/// `SlingErrorKind::cancelled`, and the entries wait for the next start. A write whose operation
+/// changes no list is `OutboxError::Case::invalidWrite`; nothing is sent for it.
 class KESTRIN_HOUSEHOLD_EXPORT HouseholdDelivery final : public OutboxDelivery {
   public:
     /// Sends as the profiles of this household, which may end before.
