@@ -10,19 +10,12 @@ using KestrinProfile::ErrorNotice;
 namespace {
 
 ErrorNotice noticeOf(OutboxError::Case value) noexcept {
-    switch (value) {
-        case OutboxError::Case::invalidWrite:
-            return ErrorNotice::mendInput;
-        case OutboxError::Case::full:
-            return ErrorNotice::noNetwork;
-        case OutboxError::Case::storeUnavailable:
-            return ErrorNotice::broken;
-        case OutboxError::Case::notStored:
-            return ErrorNotice::noSpace;
-        case OutboxError::Case::closed:
-            return ErrorNotice::nothing;
-    }
-    return ErrorNotice::unknown;
+    using Case = OutboxError::Case;
+    if (value == Case::invalidWrite) return ErrorNotice::mendInput;
+    if (value == Case::full) return ErrorNotice::noNetwork;
+    if (value == Case::storeUnavailable) return ErrorNotice::broken;
+    if (value == Case::notStored) return ErrorNotice::noSpace;
+    return ErrorNotice::nothing;  // It is closed.
 }
 
 }  // namespace

@@ -193,6 +193,7 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     [[nodiscard]] bool ends(Lane& lane, std::uint64_t request);
     void compared(Lane& lane, const KestrinProfile::UserProfile& list, Events& events);
     void finish(Lane& lane, Kind kind, std::string text, Events& events);
+    void awaitBind(Lane& lane, const DeliveryFailure& failure, Events& events);
     void refuse(Lane& lane, const DeliveryFailure& failure, Events& events);
     void postpone(const LanePointer& lane, const DeliveryFailure& failure, Events& events);
     void fail(const LanePointer& lane, const DeliveryFailure& failure, Events& events);
@@ -633,9 +634,10 @@ void Outbox::Core::run(const LanePointer& lane) {
     tellSettledOnes();
 }
 
+/// A lane is there only once the store is open.
 std::optional<Outbox::Core::Request> Outbox::Core::nextRequest(Lane& lane, Events& events) {
-    if (!isOpen_ || isClosed_ || lane.isStarting || lane.awaitsReply || lane.waitsForBind ||
-        lane.retry != 0 || lane.hasNoTimer)
+    if (isClosed_ || lane.isStarting || lane.awaitsReply || lane.waitsForBind || lane.retry != 0 ||
+        lane.hasNoTimer)
         return std::nullopt;
     if (!lane.isUnderWay && !begin(lane, events)) return std::nullopt;
     lane.isStarting = true;
@@ -737,16 +739,12 @@ void Outbox::Core::compared(Lane& lane, const KestrinProfile::UserProfile& list,
     lane.isComparing = false;
     const auto& entry = lane.entries.first();
     auto comparison = internal::compare(lane.writes.back(), serviceTimeOf(entry), list);
-    switch (comparison.verdict) {
-        case Comparison::Verdict::send:
-            lane.writes = std::move(comparison.writes);
-            std::ranges::reverse(lane.writes);
-            return;
-        case Comparison::Verdict::alreadyThere:
-            return finish(lane, Kind::sent, "the service had it already", events);
-        case Comparison::Verdict::stale:
-            return finish(lane, Kind::droppedAsStale, "the service has something newer", events);
-    }
+    if (comparison.verdict == Comparison::Verdict::alreadyThere)
+        return finish(lane, Kind::sent, "the service had it already", events);
+    if (comparison.verdict == Comparison::Verdict::stale)
+        return finish(lane, Kind::droppedAsStale, "the service has something newer", events);
+    lane.writes = std::move(comparison.writes);
+    std::ranges::reverse(lane.writes);
 }
 
 void Outbox::Core::failed(const LanePointer& lane, std::uint64_t request,
@@ -774,25 +772,19 @@ void Outbox::Core::completed(const LanePointer& lane, std::uint64_t request) {
 }
 
 void Outbox::Core::fail(const LanePointer& lane, const DeliveryFailure& failure, Events& events) {
-    switch (failure.kind) {
-        case DeliveryFailure::Kind::absent:
-            // Nothing newer is there than what the entry says.
-            if (!lane->isComparing) return refuse(*lane, failure, events);
-            lane->isComparing = false;
-            return;
-        case DeliveryFailure::Kind::refusal:
-            return refuse(*lane, failure, events);
-        case DeliveryFailure::Kind::needsBind: {
-            lane->isUnderWay = false;
-            lane->waitsForBind = !lane->bindCame;  // else it is made once more with the new one
-            if (lane->waitsForBind)
-                events.push_back({Kind::waitsForBind, lane->entries.first(), failure.text});
-            lane->entries.end(scheduler_->wallTime());
-            return;
-        }
-        case DeliveryFailure::Kind::passing:
-            return postpone(lane, failure, events);
-    }
+    if (failure.kind == DeliveryFailure::Kind::passing) return postpone(lane, failure, events);
+    if (failure.kind == DeliveryFailure::Kind::needsBind) return awaitBind(*lane, failure, events);
+    if (failure.kind == DeliveryFailure::Kind::refusal || !lane->isComparing)
+        return refuse(*lane, failure, events);
+    lane->isComparing = false;  // Nothing newer is there than what the entry says.
+}
+
+void Outbox::Core::awaitBind(Lane& lane, const DeliveryFailure& failure, Events& events) {
+    lane.isUnderWay = false;
+    lane.waitsForBind = !lane.bindCame;  // else it is made once more with the new one
+    if (lane.waitsForBind)
+        events.push_back({Kind::waitsForBind, lane.entries.first(), failure.text});
+    lane.entries.end(scheduler_->wallTime());
 }
 
 void Outbox::Core::refuse(Lane& lane, const DeliveryFailure& failure, Events& events) {

@@ -366,8 +366,8 @@ void SQLiteOutboxStore::finishReplacing() const {
 OutboxStore::Loaded SQLiteOutboxStore::opened() {
     if (const auto damage = silentDamageOf(file_)) return replaced(*damage, {});
     createPrivate(file_);
+    const auto connect = [this] { connection_ = std::make_unique<Connection>(file_, waiting_); };
     const auto read = [this]() -> Loaded {
-        connection_ = std::make_unique<Connection>(file_, waiting_);
         check(file_, *connection_);
         return {sorted(readAll(connection_->file)), {}};
     };
@@ -379,20 +379,22 @@ OutboxStore::Loaded SQLiteOutboxStore::opened() {
         } catch (const Damage&) {
             return std::nullopt;
         } catch (const SQLiteError& error) {
-            if (!error.isDamage() || !connection_) throw;
+            if (!error.isDamage()) throw;
             return std::nullopt;
         }
     };
+    connect();
     if (auto loaded = readUnlessDamaged()) return std::move(*loaded);
     connection_->file.leaveAsItIs();
     connection_.reset();
+    connect();
     try {
         return read();
     } catch (const Damage& damage) {
         const bool isReadable = damage.kind() == Damage::Kind::damaged;
         return replaced(damage.what(), isReadable ? readable(connection_->file) : Entries());
     } catch (const SQLiteError& error) {
-        if (!error.isDamage() || !connection_) throw;
+        if (!error.isDamage()) throw;
         return replaced(error.what(), readable(connection_->file));
     }
 }

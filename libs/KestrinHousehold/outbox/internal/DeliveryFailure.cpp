@@ -43,8 +43,8 @@ std::string shown(std::string_view text, std::size_t most) {
         text.remove_prefix(hasMore ? end + 1 : end);
     }
     if (result.size() <= most) return result;
-    auto end = most;
-    while (end > 0 && (static_cast<unsigned char>(result[end]) & 0xC0U) == 0x80U)
+    auto end = most;  // No word is so long that this would reach the text's begin.
+    while ((static_cast<unsigned char>(result[end]) & 0xC0U) == 0x80U)
         --end;
     return result.substr(0, end);
 }
@@ -84,8 +84,8 @@ DeliveryFailure failureOf(const SlingError& error, Scheduler::WallTime now) {
     failure.refusal = {now, error.statusCode().value_or(0), std::string(name(error.kind())),
                        std::string(advice(error.kind()))};
     failure.text = error.what();
-    const auto status = error.statusCode();
-    if (!status) {
+    const auto* const reply = error.reply();
+    if (reply == nullptr) {
         failure.kind = kindOf(error.kind());
         return failure;
     }
@@ -93,15 +93,13 @@ DeliveryFailure failureOf(const SlingError& error, Scheduler::WallTime now) {
     const bool isOfBind =
         context != nullptr &&
         context->operation == rawValue(KestrinProfile::ProfileOperation::anonymousBind);
-    failure.kind = kindOf(*status, isOfBind);
+    failure.kind = kindOf(failure.refusal.status, isOfBind);
     if (const auto* const problem = error.problem()) {
         failure.refusal.title = shown(problem->title, mostOfTitle);
         failure.refusal.detail = shown(problem->detail, mostOfDetail);
     }
-    if (const auto* const reply = error.reply()) {
-        failure.headers = reply->headers;
-        failure.retryAfter = retryAfter(reply->headers, now);
-    }
+    failure.headers = reply->headers;
+    failure.retryAfter = retryAfter(reply->headers, now);
     return failure;
 }
 

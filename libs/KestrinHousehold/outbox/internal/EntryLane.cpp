@@ -168,12 +168,13 @@ OutboxEntry EntryLane::takeUnderWay(Scheduler::WallTime now, bool isSent) {
 /// Later entries of the same items must not take for newer what this one has left.
 void EntryLane::noteOwnWork(std::int64_t number, Scheduler::WallTime now) {
     const auto& write = slots_.at(number).entry.write;
-    const auto kind = listChangeOf(write.operation);
-    if (!kind || kind->change == Change::clear) return;  // it leaves nothing
+    const auto keys = keysOf(write);
+    if (keys.empty()) return;  // it leaves nothing
+    const List list = std::get<List>(keys.front());
     auto later = sameItems(write);
     for (const auto& [other, slot] : slots_)
         if (slot.entry.write.brandID == write.brandID &&
-            listChangeOf(slot.entry.write.operation) == ListChange{kind->list, Change::clear})
+            listChangeOf(slot.entry.write.operation) == ListChange{list, Change::clear})
             later.insert(other);
     for (const auto one : later) {
         if (one <= number) continue;

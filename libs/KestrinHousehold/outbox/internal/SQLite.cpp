@@ -75,8 +75,7 @@ bool SQLiteStatement::step() {
 }
 
 void SQLiteStatement::runOnce() {
-    while (step()) {
-    }
+    step();
     check(sqlite3_reset(statement_.get()));
 }
 

@@ -24,7 +24,7 @@ class SQLiteError final : public std::runtime_error {
     /// Whether the file is to blame, and not the system.
     [[nodiscard]] bool isDamage() const noexcept {
         return code() == SQLITE_CORRUPT || code() == SQLITE_NOTADB || code() == SQLITE_ERROR ||
-               code() == SQLITE_MISMATCH || code() == SQLITE_FORMAT;
+               code() == SQLITE_MISMATCH;
     }
 
   private:
@@ -66,7 +66,7 @@ class SQLiteStatement {
     bool step();
     /// Makes it ready for the next values, whatever became of it.
     void reset() noexcept { sqlite3_reset(statement_.get()); }
-    /// Runs it to its end, ready for the next values.
+    /// Runs it, which has no rows, ready for the next values.
     void runOnce();
 
     [[nodiscard]] std::int64_t integer(int column) const noexcept;

@@ -40,7 +40,7 @@ bool covers(const OutboxWrite& later, const OutboxWrite& earlier) {
 
 bool restates(const OutboxWrite& later, const std::string& item) {
     if (later.operation == ProfileOperation::addVideoToHistory)
-        return later.progress.has_value() && later.isComplete.has_value();
+        return later.isComplete.has_value();  // A position it always has.
     if (later.operation != ProfileOperation::addFavoriteShows) return true;
     return std::ranges::any_of(later.shows, [&](const UserProfileElement& show) {
         return show.id == item && show.type.has_value();

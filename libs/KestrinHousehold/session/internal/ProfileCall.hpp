@@ -33,7 +33,6 @@ class ProfileCall : public Attempts {
     [[nodiscard]] const KestrinConfigManager::AnonymousBind& bind() const noexcept {
         return *bind_;
     }
-    [[nodiscard]] const Actor& actor() const noexcept { return *actor_; }
 
     /// An attempt has failed.
     void refusedOrFailed(const std::exception_ptr& error);
