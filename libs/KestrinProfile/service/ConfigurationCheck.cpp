@@ -36,21 +36,14 @@ using Problems = std::vector<ConfigurationProblem>;
 
 /// The placeholders that an operation's record fills, if the caller fills the record.
 std::optional<TextMap> fillable(const OperationRow& row) {
+    using Record = OperationRow::Record;
     const AnonymousBind bind;
     ProfileParams list(bind, "");
     list.videoID = list.showID = list.userName = "";
-    switch (row.record) {
-        case OperationRow::Record::bind:
-            return AnonymousBindParams("", row.operation).URLMapping();
-        case OperationRow::Record::list:
-            return list.URLMapping();
-        case OperationRow::Record::search:
-            return SearchParams("", Types::none, bind, "").URLMapping();
-        case OperationRow::Record::user:
-        case OperationRow::Record::none:  // is not checked
-            break;
-    }
-    return UserParams(bind).URLMapping();
+    if (row.record == Record::bind) return AnonymousBindParams("", row.operation).URLMapping();
+    if (row.record == Record::list) return list.URLMapping();
+    if (row.record == Record::search) return SearchParams("", Types::none, bind, "").URLMapping();
+    return UserParams(bind).URLMapping();  // The one operation without a record is not checked.
 }
 
 /// What an operation does, and the methods for that.
@@ -60,14 +53,8 @@ struct Fitting {
 };
 
 Fitting fitting(OperationRow::Effect effect) {
-    switch (effect) {
-        case OperationRow::Effect::write:
-            return {"writes", {"POST", "PUT", "PATCH"}};
-        case OperationRow::Effect::removal:
-            return {"removes", {"DELETE", "POST"}};
-        case OperationRow::Effect::read:
-            break;
-    }
+    if (effect == OperationRow::Effect::write) return {"writes", {"POST", "PUT", "PATCH"}};
+    if (effect == OperationRow::Effect::removal) return {"removes", {"DELETE", "POST"}};
     return {"reads", {"GET", "POST"}};
 }
 

@@ -107,36 +107,21 @@ ErrorNotice noticeOfConfiguration(const Error& error) {
                       Error::Case::identifierRefused;
                   }) {
         using Case = Error::Case;
-        switch (error.value()) {
-            case Case::invalidParameters:
-            case Case::identifierRefused:
-                return ErrorNotice::mendInput;
-            case Case::serviceDisabled:
-                return ErrorNotice::serviceDown;
-            case Case::placeholderUnfilled:
-            case Case::serviceNotConfigured:
-                break;
-        }
+        const Case value = error.value();
+        if (value == Case::invalidParameters || value == Case::identifierRefused)
+            return ErrorNotice::mendInput;
+        if (value == Case::serviceDisabled) return ErrorNotice::serviceDown;
     }
     return ErrorNotice::broken;
 }
 
 ErrorNotice noticeOfProfile(const ProfileError& error) noexcept {
     using Case = ProfileError::Case;
-    switch (error.value()) {
-        case Case::userInvalidForOperation:
-        case Case::profileIDValdationFailure:
-            return ErrorNotice::mendInput;
-        case Case::parentInvalidForOperation:
-            return ErrorNotice::notAllowed;
-        case Case::anonymousBindUninitialized:
-            return ErrorNotice::signInAgain;
-        case Case::parameterOperationMismatch:
-        case Case::anonymousBindSerializationError:
-        case Case::userProfileSerializationError:
-        case Case::userSerializationError:
-            break;
-    }
+    const Case value = error.value();
+    if (value == Case::userInvalidForOperation || value == Case::profileIDValdationFailure)
+        return ErrorNotice::mendInput;
+    if (value == Case::parentInvalidForOperation) return ErrorNotice::notAllowed;
+    if (value == Case::anonymousBindUninitialized) return ErrorNotice::signInAgain;
     return ErrorNotice::broken;
 }
 
