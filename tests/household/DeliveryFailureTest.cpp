@@ -30,10 +30,10 @@ SlingError problem(std::string title, std::string detail) {
 
 TEST(DeliveryFailure, aStatusSaysWhatBecomesOfAnEntry) {
     const std::pair<int, FailureKind> rows[] = {
-        {400, FailureKind::refusal}, {401, FailureKind::needsBind}, {403, FailureKind::needsBind},
-        {404, FailureKind::absent},  {408, FailureKind::passing},   {409, FailureKind::refusal},
-        {429, FailureKind::passing}, {499, FailureKind::refusal},   {500, FailureKind::passing},
-        {503, FailureKind::passing}, {599, FailureKind::passing}};
+        {302, FailureKind::passing},   {400, FailureKind::refusal}, {401, FailureKind::needsBind},
+        {403, FailureKind::needsBind}, {404, FailureKind::absent},  {408, FailureKind::passing},
+        {409, FailureKind::refusal},   {429, FailureKind::passing}, {499, FailureKind::refusal},
+        {500, FailureKind::passing},   {503, FailureKind::passing}, {599, FailureKind::passing}};
     for (const auto& [code, kind] : rows) {
         const auto failure = deliveryFailure(status(code), now);
         EXPECT_EQ(failure.kind, kind) << code;
@@ -118,6 +118,16 @@ TEST(DeliveryFailure, wordsThatMayBeTokensAreLeftOut) {
 }
 
 TEST(DeliveryFailure, longTextsAreCutBetweenCharacters) {
+    // Wherever a cut falls in a character of three bytes.
+    for (const char* const before : {"", "a", "aa"}) {
+        std::string text = before;
+        while (text.size() < 1500)
+            text += "日本語 ";
+        const auto detail = failureOf(problem("", text)).refusal.detail;
+        EXPECT_EQ(text.find(detail), 0U);
+        EXPECT_GT(detail.size(), 996U);
+        EXPECT_NE(static_cast<unsigned char>(text[detail.size()]) & 0xC0U, 0x80U) << before;
+    }
     std::string words;
     while (words.size() < 1500)
         words += "žluťoučký ";

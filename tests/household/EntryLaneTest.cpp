@@ -211,4 +211,37 @@ TEST_F(EntryLaneTest, whatIsGoneIsNotPutBack) {
     EXPECT_EQ(lane.take(1), std::nullopt);
 }
 
+TEST_F(EntryLaneTest, whatWaitsBehindTheOneUnderWayMayBeTakenBeforeThatEnds) {
+    add(1, write(Op::addFavoriteShow, "a"));
+    lane.begin();
+    add(2, write(Op::removeFavoriteShow, "a"));
+    ASSERT_TRUE(lane.take(2));
+    lane.end(epoch + 1min);
+    EXPECT_THAT(waiting(), ElementsAre(1));
+    EXPECT_EQ(ownUntil(1), std::nullopt);
+}
+
+TEST_F(EntryLaneTest, whatIsSentIsNotTheOwnWorkOfAClearingOfAnotherBrand) {
+    auto other = write(Op::clearFavorites);
+    other.brandID = "another";
+    add(1, write(Op::addFavoriteShow, "a"));
+    lane.begin();
+    add(2, other);
+    add(3, write(Op::addFavoriteShow, "b"));
+    add(4, write(Op::clearFavorites));
+    EXPECT_EQ(lane.takeUnderWay(epoch + 1min, true).number, 1);
+    EXPECT_EQ(ownUntil(2), std::nullopt);
+    EXPECT_EQ(ownUntil(4), epoch + 1min);
+}
+
+TEST_F(EntryLaneTest, whatIsPlannedIsNotChangedBesides) {
+    add(1, write(Op::addFavoriteShow, "a"));
+    lane.begin();
+    ASSERT_TRUE(plan(2, write(Op::removeFavoriteShow, "a")));
+    EXPECT_EQ(lane.takeUnderWay(epoch + 1min, true).number, 1);
+    EXPECT_THAT(lane.takeChanged(), IsEmpty()) << "it would be stored twice";
+    ASSERT_THAT(numbersOf(lane.planned()), ElementsAre(2));
+    EXPECT_EQ(lane.planned().front().ownUntil, epoch + 1min);
+}
+
 }  // namespace

@@ -38,4 +38,14 @@ TEST(EventStream, LosesOnlyTheEventForWhichThereIsNoMemory) {
     EXPECT_EQ(heard, (std::vector{1, 3, 4})) << "it goes on sending";
 }
 
+TEST(EventStream, MayEndBeforeThoseWhoListen) {
+    auto stream = std::make_shared<EventStream<int>>();
+    const auto listens = std::make_shared<bool>(true);
+    auto subscription = stream->observable().subscribe([listens](int) {});
+    EXPECT_GT(listens.use_count(), 1);
+    stream.reset();
+    subscription.unsubscribe();
+    EXPECT_EQ(listens.use_count(), 1);
+}
+
 }  // namespace

@@ -308,12 +308,15 @@ class FakeDelivery final : public KestrinHousehold::OutboxDelivery {
     std::deque<std::pair<OutboxWrite, rxcpp::subscriber<Response>>> held_;
 };
 
-/// A store that counts its commits, which can be made to fail.
+/// A store that counts its commits, which can be made to fail, and warns when it is opened.
 class FailingStore final : public KestrinHousehold::OutboxStore {
   public:
     [[nodiscard]] Loaded load() override {
+        if (onLoad) onLoad();
         if (cannotLoad) throw OutboxError(OutboxError::Case::storeUnavailable, "held");
-        return kept.load();
+        auto found = kept.load();
+        found.warnings = warnings;
+        return found;
     }
     void commit(const Change& change) override {
         ++commits;
@@ -326,7 +329,9 @@ class FailingStore final : public KestrinHousehold::OutboxStore {
     std::atomic<bool> cannotLoad = false;
     std::atomic<bool> cannotCommit = false;
     std::atomic<int> commits = 0;
+    std::function<void()> onLoad{};
     std::function<void()> onCommit{};
+    std::vector<std::string> warnings{};
 };
 
 /// A time that stands still, and counts the tasks that it runs: each is a wake-up. It can run out

@@ -21,6 +21,26 @@ using testing::SizeIs;
 
 namespace {
 
+OutboxWrite inBrand(std::string brand) {
+    auto made = write(Op::addFavoriteShow, "a");
+    made.brandID = std::move(brand);
+    return made;
+}
+
+UserProfileElement showOfType(std::string type) {
+    UserProfileElement show("s");
+    show.type = std::move(type);
+    return show;
+}
+
+/// Ends with an error of the delivery's own before there is an observable.
+struct ThrowingDelivery final : KestrinHousehold::OutboxDelivery {
+    Observable<Response> send(const OutboxWrite& /*write*/) override {
+        throw std::runtime_error("no delivery");
+    }
+    Observable<Response> lookUp(const OutboxWrite& write) override { return send(write); }
+};
+
 class OutboxTest : public testing::Test {
   protected:
     std::shared_ptr<FakeScheduler> scheduler = std::make_shared<FakeScheduler>();
@@ -200,8 +220,8 @@ TEST_F(OutboxTest, WaitsLongerWithEachFailureAndNotAfterTheNetworkIsBack) {
     EXPECT_EQ(scheduler->waiting(), 0U);
 }
 
-TEST_F(OutboxTest, KeepsAWriteThatIsRedirected) {
-    for (const int code : {301, 302, 307}) {
+TEST_F(OutboxTest, KeepsAWriteWhoseReplyIsNoSuccess) {
+    for (const int code : {101, 301, 302, 307}) {
         delivery->onSend(FakeDelivery::answering(reply(code)));
         const Events events(opened());
         accept(write(Op::addFavoriteShow, "a"));
@@ -366,11 +386,15 @@ TEST_F(OutboxTest, RefusesWhatIsNoWriteOfAList) {
     for (const auto& bad :
          {write(Op::createProfile), write(Op::addFavoriteShow, ""), write(Op::addFavoriteShows),
           write(Op::addFavoriteShow, "a", ""), write(Op::addFavoriteShow, "\xFF"),
-          progress("v", -1), progress("v", {}, true)}) {
+          write(Op::addFavoriteShow, "a", "\xFF"), inBrand("\xFF"),
+          shows({UserProfileElement("\xFF")}), shows({showOfType("\xFF")}), progress("v", -1),
+          progress("v", {}, true)}) {
         const Observed refused(opened().add(bad));
         ASSERT_TRUE(refused.error<OutboxError>());
         EXPECT_EQ(refused.error<OutboxError>()->value(), OutboxError::Case::invalidWrite);
     }
+    accept(inBrand("ü"));
+    accept(shows({showOfType("ü")}));
     const std::string longText((std::size_t{1} << 20U) + 1, 'x');
     EXPECT_TRUE(Observed(opened().add(write(Op::addSearchHistory, longText))).error<OutboxError>());
     accept(write(Op::addSearchHistory, ""));
@@ -422,8 +446,10 @@ TEST_F(OutboxTest, TriesAgainToTakeWhatWasSentOutOfTheStore) {
 TEST_F(OutboxTest, TellsThatTheStoreCannotBeOpenedAndTriesAgain) {
     store->cannotLoad = true;
     outbox.emplace(store, delivery, scheduler, options);
-    EXPECT_EQ(Observed(outbox->opening()).error<OutboxError>()->value(),
-              OutboxError::Case::storeUnavailable);
+    for (const char* const when : {"while it is tried", "afterwards"})
+        EXPECT_EQ(Observed(outbox->opening()).error<OutboxError>()->value(),
+                  OutboxError::Case::storeUnavailable)
+            << when;
     EXPECT_TRUE(Observed(outbox->add(write(Op::addFavoriteShow, "a"))).error<OutboxError>());
     store->cannotLoad = false;
     EXPECT_TRUE(Observed(outbox->add(write(Op::addFavoriteShow, "b"))).completed());
@@ -558,9 +584,349 @@ TEST_F(OutboxTest, HasNoThreadWhileNothingWaits) {
 }
 #endif
 
+// What the application's own parts may do.
+
+TEST_F(OutboxTest, SaysWhatAStoreOfTheApplicationsThrows) {
+    opened();
+    const auto textOf = [&](const std::function<void()>& thrown) {
+        store->onCommit = thrown;
+        const auto error =
+            Observed(outbox->add(write(Op::addFavoriteShow, "a"))).error<OutboxError>();
+        EXPECT_TRUE(error);
+        EXPECT_EQ(error->value(), OutboxError::Case::notStored);
+        return std::string(error->what());
+    };
+    EXPECT_THAT(textOf([] { throw std::runtime_error("on fire"); }), testing::HasSubstr("on fire"));
+    EXPECT_THAT(textOf([] { throw 7; }), testing::HasSubstr("an unknown error"));
+}
+
+TEST_F(OutboxTest, TellsWhatItsStoreWarnsOf) {
+    store->warnings = {"some entries are lost"};
+    std::mutex mutex;
+    std::vector<OutboxEvent> told;
+    options.log = [&](const OutboxEvent& event) {
+        const std::scoped_lock lock(mutex);
+        told.push_back(event);
+    };
+    EXPECT_THAT(Observed(opened().opening()).values().at(0).warnings,
+                ElementsAre("some entries are lost"));
+    outbox.reset();
+    ASSERT_THAT(told, SizeIs(1));
+    EXPECT_EQ(told.front().kind, Kind::storeFailed);
+    EXPECT_EQ(told.front().text, "some entries are lost");
+}
+
+TEST_F(OutboxTest, WaitsAfterADeliveryThatThrows) {
+    outbox.emplace(store, std::make_shared<ThrowingDelivery>(), scheduler, options);
+    const Events events(*outbox);
+    accept(write(Op::addFavoriteShow, "a"));
+    EXPECT_EQ(settle(), (OutboxState{1, 0}));
+    ASSERT_THAT(events.kinds(), ElementsAre(Kind::delayed));
+    EXPECT_EQ(events.all().front().text, "no delivery");
+}
+
+TEST_F(OutboxTest, TakesTheFirstWordOfADeliveryForItsAnswer) {
+    // The second word comes when nothing, or when another request is on its way.
+    delivery->onSend([](const OutboxWrite&, const auto& subscriber) {
+        subscriber.on_next(reply(204));
+        subscriber.on_error(networkIsAway());
+    });
+    const Events events(opened());
+    accept(write(Op::addFavoriteShow, "a"));
+    EXPECT_EQ(settle(), (OutboxState{0, 0}));
+    EXPECT_THAT(events.kinds(), ElementsAre(Kind::sent));
+    delivery->hold();
+    accept(write(Op::addFavoriteShow, "b"));
+    accept(write(Op::addFavoriteShow, "c"));
+    ASSERT_TRUE(TestSupport::eventually([&] { return delivery->held() == 1; }));
+    delivery->answerNext([](const OutboxWrite&, const auto& subscriber) {
+        subscriber.on_next(reply(204));
+        subscriber.on_next(reply(204));
+    });
+    EXPECT_THAT(events.kinds(), ElementsAre(Kind::sent, Kind::sent));
+    EXPECT_THAT(items(), ElementsAre("a", "b", "c"));
+    EXPECT_EQ(delivery->held(), 1U) << "the third one has no answer yet";
+    delivery->answerNext();
+    EXPECT_EQ(settle(), (OutboxState{0, 0}));
+}
+
+TEST_F(OutboxTest, IsNotSettledWhileItBeginsARequest) {
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    accept(write(Op::addFavoriteShow, "a"));
+    settle();
+    std::optional<Observed<OutboxState>> settled;
+    bool isEarly = false;
+    delivery->onSend([&](const OutboxWrite& sent, const auto& subscriber) {
+        settled.emplace(outbox->settled());
+        isEarly = settled->endedAtOnce();
+        FakeDelivery::accept(sent, subscriber);
+    });
+    outbox->networkIsBack();
+    ASSERT_TRUE(settled);
+    EXPECT_FALSE(isEarly);
+    settle();
+    EXPECT_THAT(settled->values(), ElementsAre(OutboxState{0, 0}));
+}
+
+TEST_F(OutboxTest, EndsWithAnErrorWhoeverWaitsUntilItSettles) {
+    delivery->hold();
+    accept(write(Op::addFavoriteShow, "a"));
+    ASSERT_TRUE(TestSupport::eventually([&] { return delivery->held() == 1; }));
+    const Observed settled(outbox->settled());
+    outbox.reset();
+    ASSERT_TRUE(settled.error<OutboxError>());
+    EXPECT_EQ(settled.error<OutboxError>()->value(), OutboxError::Case::closed);
+}
+
+TEST_F(OutboxTest, IsSettledThoughItsStoreCannotBeOpenedButNotBeforeItHasToldSo) {
+    store->cannotLoad = true;
+    std::atomic<bool> mayLoad = false;
+    store->onLoad = [&] { EXPECT_TRUE(TestSupport::eventually([&] { return mayLoad.load(); })); };
+    outbox.emplace(store, delivery, scheduler, options);
+    std::optional<Observed<OutboxState>> settled;
+    std::atomic<bool> isEarly = false;
+    std::atomic<bool> isAsked = false;
+    outbox->opening().subscribe([](const auto&) {},
+                                [&](const std::exception_ptr&) {
+                                    settled.emplace(outbox->settled());
+                                    isEarly = settled->endedAtOnce();
+                                    isAsked = true;
+                                });
+    mayLoad = true;
+    ASSERT_TRUE(TestSupport::eventually([&] { return isAsked.load(); }));
+    EXPECT_FALSE(isEarly);
+    EXPECT_THAT(settled->values(), ElementsAre(OutboxState{0, 0}));
+    EXPECT_THAT(Observed(outbox->settled()).values(), ElementsAre(OutboxState{0, 0}));
+}
+
+TEST_F(OutboxTest, OpensItsStoreAtItsEndForWhatIsAskedWhileItCannotBeOpened) {
+    store->cannotLoad = true;
+    std::atomic<bool> mayLoad = false;
+    store->onLoad = [&] { EXPECT_TRUE(TestSupport::eventually([&] { return mayLoad.load(); })); };
+    for (const bool isWrite : {true, false}) {
+        mayLoad = false;
+        store->cannotLoad = true;
+        outbox.emplace(store, delivery, scheduler, options);
+        std::optional<Observed<OutboxEntry>> added;
+        std::optional<Observed<bool>> dropped;
+        std::atomic<bool> hasEnded = false;
+        outbox->opening().subscribe(
+            [](const auto&) {},
+            [&](const std::exception_ptr&) {
+                store->cannotLoad = false;
+                if (isWrite)
+                    added.emplace(outbox->add(write(Op::addFavoriteShow, "a")));
+                else
+                    dropped.emplace(outbox->drop(1));
+                outbox.reset();
+                hasEnded = true;
+            });
+        mayLoad = true;
+        ASSERT_TRUE(TestSupport::eventually([&] { return hasEnded.load(); }));
+        if (isWrite) {
+            EXPECT_TRUE(added->completed());
+            EXPECT_THAT(store->kept.entries(), SizeIs(1));
+        } else {
+            EXPECT_THAT(dropped->values(), ElementsAre(true));
+            EXPECT_THAT(store->kept.entries(), IsEmpty());
+        }
+    }
+}
+
+TEST_F(OutboxTest, EndsWithAnErrorWhatAHandlerAsksThatHasEndedIt) {
+    opened();
+    const auto drop = outbox->drop(1);
+    std::optional<Observed<bool>> dropped;
+    std::atomic<bool> isAsked = false;
+    outbox->add(write(Op::addFavoriteShow, "a")).subscribe([&](const OutboxEntry&) {
+        outbox.reset();
+        dropped.emplace(drop);
+        isAsked = true;
+    });
+    ASSERT_TRUE(TestSupport::eventually([&] { return isAsked.load(); }));
+    ASSERT_TRUE(dropped->error<OutboxError>());
+    EXPECT_EQ(dropped->error<OutboxError>()->value(), OutboxError::Case::closed);
+    EXPECT_THAT(store->kept.entries(), SizeIs(1));
+}
+
+TEST_F(OutboxTest, TakesTheNewBindOfAProfileWithoutEntriesForNobodyElses) {
+    delivery->onSend(FakeDelivery::failing(status(401)));
+    accept(write(Op::addFavoriteShow, "a", "p"));
+    EXPECT_EQ(settle(), (OutboxState{1, 0}));
+    delivery->onSend(&FakeDelivery::accept);
+    outbox->bindIsNew("q");
+    EXPECT_EQ(settle(), (OutboxState{1, 0}));
+    EXPECT_THAT(delivery->sent(), SizeIs(1));
+    outbox->bindIsNew("p");
+    EXPECT_EQ(settle(), (OutboxState{0, 0}));
+}
+
+// Refused entries, and a store that fails.
+
+TEST_F(OutboxTest, StoresARefusalOnceTheNetworkIsBackIfThereIsNoTimer) {
+    const auto failing = std::make_shared<FailingScheduler>();
+    failing->hasNoThread = true;
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    outbox.emplace(store, delivery, failing, options);
+    accept(write(Op::addFavoriteShow, "a"));
+    EXPECT_EQ(settle(), (OutboxState{1, 0}));
+    delivery->onSend(FakeDelivery::failing(status(422)));
+    outbox->networkIsBack();
+    ASSERT_THAT(outbox->refused(), SizeIs(1));
+    EXPECT_FALSE(store->kept.entries().front().refusal);
+    const Observed settled(outbox->settled());
+    EXPECT_FALSE(settled.endedAtOnce()) << "the store does not have the refusal yet";
+    outbox->networkIsBack();
+    EXPECT_THAT(settled.values(), ElementsAre(OutboxState{0, 1}));
+    ASSERT_THAT(store->kept.entries(), SizeIs(1));
+    EXPECT_TRUE(store->kept.entries().front().refusal);
+}
+
+TEST_F(OutboxTest, TriesAgainToStoreARefusal) {
+    delivery->hold();
+    accept(write(Op::addFavoriteShow, "a"));
+    ASSERT_TRUE(TestSupport::eventually([&] { return delivery->held() == 1; }));
+    store->cannotCommit = true;
+    const Events events(*outbox);
+    delivery->answerNext(FakeDelivery::failing(status(422)));
+    scheduler->advance(0s);
+    EXPECT_TRUE(TestSupport::eventually([&] { return events.kinds().size() == 2; }));
+    EXPECT_THAT(events.kinds(), ElementsAre(Kind::refused, Kind::storeFailed));
+    EXPECT_FALSE(store->kept.entries().front().refusal);
+    store->cannotCommit = false;
+    scheduler->advance(5s);
+    EXPECT_TRUE(
+        TestSupport::eventually([&] { return store->kept.entries().front().refusal.has_value(); }));
+}
+
+TEST_F(OutboxTest, KeepsNoRefusedEntryIfItMayKeepNone) {
+    options.maxRefused = 0;
+    delivery->onSend(FakeDelivery::failing(status(422)));
+    const Events events(opened());
+    accept(write(Op::addFavoriteShow, "a"));
+    EXPECT_EQ(settle(), (OutboxState{0, 0}));
+    EXPECT_THAT(events.kinds(), ElementsAre(Kind::refused, Kind::forgotten));
+    EXPECT_THAT(store->kept.entries(), IsEmpty());
+}
+
+TEST_F(OutboxTest, ForgetsARefusedEntryThatTheApplicationDrops) {
+    delivery->onSend(FakeDelivery::failing(status(422)));
+    accept(write(Op::addFavoriteShow, "a"));
+    EXPECT_EQ(settle(), (OutboxState{0, 1}));
+    EXPECT_THAT(Observed(outbox->drop(1)).values(), ElementsAre(true));
+    EXPECT_THAT(outbox->refused(), IsEmpty());
+    EXPECT_THAT(store->kept.entries(), IsEmpty());
+}
+
+TEST_F(OutboxTest, WaitsForNothingAtItsEndIfTheStoreFails) {
+    options.removalDelay = 1h;
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    accept(write(Op::addFavoriteShow, "a"));
+    accept(write(Op::addFavoriteShow, "b"));
+    settle();
+    delivery->onSend([](const OutboxWrite& sent, const auto& subscriber) {
+        if (sent.itemID == "b") return subscriber.on_error(networkIsAway());
+        FakeDelivery::accept(sent, subscriber);
+    });
+    outbox->networkIsBack();
+    store->cannotCommit = true;
+    const Events events(*outbox);
+    outbox.reset();
+    EXPECT_THAT(events.kinds(), ElementsAre(Kind::storeFailed));
+    EXPECT_EQ(scheduler->waiting(), 0U);
+    EXPECT_THAT(store->kept.entries(), SizeIs(2)) << "it is sent again after the next start";
+}
+
+TEST_F(OutboxTest, HasOneTimerForAllThatIsToLeaveAStoreThatFails) {
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    accept(write(Op::addFavoriteShow, "a", "p"));
+    accept(write(Op::addFavoriteShow, "b", "q"));
+    settle();
+    std::optional<rxcpp::subscriber<Response>> late;
+    delivery->onSend([&](const OutboxWrite& sent, const auto& subscriber) {
+        if (sent.profileID == "p") return FakeDelivery::accept(sent, subscriber);
+        late = subscriber;
+    });
+    const Events events(*outbox);
+    outbox->networkIsBack();
+    ASSERT_TRUE(late);
+    store->cannotCommit = true;
+    store->onCommit = [&] {
+        if (const auto answered = std::exchange(late, std::nullopt))
+            FakeDelivery::accept({}, *answered);
+    };
+    scheduler->advance(0s);
+    ASSERT_TRUE(TestSupport::eventually([&] { return events.kinds().size() == 3; }));
+    EXPECT_THAT(events.kinds(), ElementsAre(Kind::sent, Kind::sent, Kind::storeFailed));
+    EXPECT_EQ(scheduler->waiting(), 1U);
+    store->cannotCommit = false;
+    EXPECT_EQ(settle(), (OutboxState{0, 0}));
+    EXPECT_THAT(store->kept.entries(), IsEmpty());
+}
+
+TEST_F(OutboxTest, FailsWhateverWaitsForACommitThatFails) {
+    options.maxEntries = 2;
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    opened();
+    std::optional<Observed<OutboxEntry>> second;
+    std::optional<Observed<OutboxEntry>> third;
+    std::optional<Observed<bool>> dropped;
+    // They come while the first one is stored, and so in one commit.
+    store->onCommit = [&] {
+        if (second) {
+            store->cannotCommit = true;
+            return;
+        }
+        second.emplace(outbox->add(write(Op::addFavoriteShow, "b")));
+        third.emplace(outbox->add(write(Op::addFavoriteShow, "c")));
+        dropped.emplace(outbox->drop(99));
+    };
+    accept(write(Op::addFavoriteShow, "a"));
+    for (const auto& error : {second->error<OutboxError>(), third->error<OutboxError>(),
+                              dropped->error<OutboxError>()}) {
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->value(), OutboxError::Case::notStored);
+    }
+    EXPECT_THAT(outbox->entries(), SizeIs(1));
+}
+
+TEST_F(OutboxTest, TakesMuchThatWasSentOutOfTheStoreWithoutWaitingForTheRest) {
+    options.removalDelay = 24h;
+    delivery->onSend(FakeDelivery::failing(networkIsAway()));
+    opened();
+    std::vector<Observed<OutboxEntry>> added;
+    for (int number = 0; number < 300; ++number)
+        added.emplace_back(outbox->add(write(Op::addFavoriteShow, std::to_string(number))));
+    for (const auto& one : added)
+        ASSERT_TRUE(one.completed());
+    settle();
+    const auto sendUntil = [&](const std::string& item) {
+        delivery->onSend([item](const OutboxWrite& sent, const auto& subscriber) {
+            if (sent.itemID == item) return subscriber.on_error(networkIsAway());
+            FakeDelivery::accept(sent, subscriber);
+        });
+        outbox->networkIsBack();
+        scheduler->advance(0s);
+    };
+    sendUntil("255");
+    EXPECT_THAT(store->kept.entries(), SizeIs(300));
+    sendUntil("256");
+    EXPECT_TRUE(TestSupport::eventually([&] { return store->kept.entries().size() == 44; }));
+}
+
 // What is late.
 
 namespace {
+
+std::string httpDate(Scheduler::WallTime when) {
+    const std::time_t time =
+        std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(when));
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    std::array<char, 64> text{};
+    std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S GMT", &parts);
+    return text.data();
+}
 
 class LateOutboxTest : public OutboxTest {
   protected:
@@ -658,15 +1024,7 @@ TEST_F(LateOutboxTest, SendsSearchesWithoutComparison) {
 
 TEST_F(LateOutboxTest, CorrectsTheDifferenceOfTheClocks) {
     // The service's clock is an hour ahead: what it has from 50 minutes after this is older.
-    const auto date = [&] {
-        const auto now = std::chrono::floor<std::chrono::seconds>(scheduler->wallTime()) + 1h;
-        const std::time_t time = std::chrono::system_clock::to_time_t(now);
-        std::tm parts{};
-        gmtime_r(&time, &parts);
-        std::array<char, 64> text{};
-        std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S GMT", &parts);
-        return std::string(text.data());
-    };
+    const auto date = [&] { return httpDate(scheduler->wallTime() + 1h); };
     acceptAndWait(progress("v", 7));
     serviceHas({{"v", accepted + 50min}}, {}, {{"Date", date()}});
     EXPECT_THAT(sentNow(), ElementsAre(progress("v", 7)));
@@ -767,4 +1125,54 @@ TEST_F(LateOutboxTest, WaitsIfTheComparisonFails) {
     EXPECT_THAT(sentNow(), IsEmpty());
     delivery->onLookUp(FakeDelivery::failing(status(404)));
     EXPECT_THAT(sentNow(), ElementsAre(progress("v", 7)));
+}
+
+TEST_F(LateOutboxTest, GoesByTheDevicesClockUntilTheServicesIsKnownAgain) {
+    // The service's clock is an hour ahead; a restart forgets it.
+    const HalvardSling::Headers date{{"Date", httpDate(scheduler->wallTime() + 1h)}};
+    delivery->onSend(FakeDelivery::answering(reply(204, "", date)));
+    accept(write(Op::addFavoriteShow, "a"));
+    settle();
+    acceptAndWait(progress("v", 7), 10s);
+    ASSERT_TRUE(outbox->entries().front().clockDifference);
+    outbox.reset();
+    opened();
+    EXPECT_THAT(sentNow(), ElementsAre(progress("v", 7)));
+    EXPECT_THAT(delivery->lookedUp(), IsEmpty()) << "it is ten seconds old";
+}
+
+// What is equal.
+
+TEST(OutboxRecords, AreEqualIfAllTheirPartsAre) {
+    const auto expectEach = [](const auto& whole, const auto&... changes) {
+        EXPECT_EQ(whole, whole);
+        const auto expectOther = [&](const auto& change) {
+            auto other = whole;
+            change(other);
+            EXPECT_NE(other, whole);
+        };
+        (expectOther(changes), ...);
+    };
+    expectEach(
+        OutboxState{1, 2}, [](OutboxState& other) { ++other.waiting; },
+        [](OutboxState& other) { ++other.refused; });
+    expectEach(
+        KestrinHousehold::OutboxRefusal{{}, 422, "title", "detail"},
+        [](auto& other) { other.at += 1s; }, [](auto& other) { other.status = 400; },
+        [](auto& other) { other.title = ""; }, [](auto& other) { other.detail = ""; });
+    expectEach(
+        progress("v", 7, true), [](OutboxWrite& other) { other.profileID = "q"; },
+        [](OutboxWrite& other) { other.brandID = "c"; },
+        [](OutboxWrite& other) { other.operation = Op::clearHistory; },
+        [](OutboxWrite& other) { other.itemID = "w"; },
+        [](OutboxWrite& other) { other.shows.emplace_back("s"); },
+        [](OutboxWrite& other) { other.progress = 8; },
+        [](OutboxWrite& other) { other.isComplete = false; });
+    expectEach(
+        OutboxEntry{1, progress("v", 7)}, [](OutboxEntry& other) { other.number = 2; },
+        [](OutboxEntry& other) { other.write.progress = 8; },
+        [](OutboxEntry& other) { other.acceptedAt += 1s; },
+        [](OutboxEntry& other) { other.clockDifference = 1s; },
+        [](OutboxEntry& other) { other.ownUntil.emplace(); },
+        [](OutboxEntry& other) { other.refusal.emplace(); });
 }

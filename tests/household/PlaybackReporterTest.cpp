@@ -208,3 +208,71 @@ TEST_F(PlaybackReporterTest, LeavesWhatIsKnownToAnOutboxAtItsEnd) {
     ASSERT_TRUE(TestSupport::eventually([&] { return store->entries().size() == 1; }));
     EXPECT_EQ(store->entries().front().write, progress("v", 42));
 }
+
+TEST_F(PlaybackReporterTest, HearsOfEachWriteOnceHoweverOftenTheSinkAnswers) {
+    int failures = 0;
+    options.failed = [&](const std::exception_ptr&) { ++failures; };
+    delivery->onSend([](const OutboxWrite& sent, const auto& subscriber) {
+        subscriber.on_next(reply(204));
+        FakeDelivery::accept(sent, subscriber);
+    });
+    watching().positionIs(3s);
+    reporter->paused();
+    delivery->onSend([](const OutboxWrite&, const auto& subscriber) {
+        subscriber.on_next(reply(204));
+        subscriber.on_error(networkIsAway());
+    });
+    reporter->positionIs(4s);
+    reporter->paused();
+    EXPECT_THAT(written(), ElementsAre(progress("v", 3), progress("v", 4)));
+    EXPECT_EQ(failures, 0);
+}
+
+TEST_F(PlaybackReporterTest, TakesAnEndWithoutAReplyForAFailure) {
+    std::vector<std::exception_ptr> failures;
+    options.failed = [&](const std::exception_ptr& error) { failures.push_back(error); };
+    delivery->onSend([](const OutboxWrite&, const auto& subscriber) { subscriber.on_completed(); });
+    watching().positionIs(3s);
+    reporter->paused();
+    EXPECT_THAT(failures, ElementsAre(std::exception_ptr()));
+    delivery->onSend(&FakeDelivery::accept);
+    reporter->paused();
+    EXPECT_THAT(written(), ElementsAre(progress("v", 3), progress("v", 3)));
+}
+
+TEST_F(PlaybackReporterTest, TellsWhatItsSinkThrows) {
+    std::string told;
+    options.failed = [&](const std::exception_ptr& error) {
+        try {
+            std::rethrow_exception(error);
+        } catch (const std::exception& thrown) {
+            told = thrown.what();
+        }
+    };
+    PlaybackReporter throwing(
+        {"p", "b", "v"},
+        [](const OutboxWrite&, const auto&, const auto&) { throw std::runtime_error("no sink"); },
+        scheduler, options);
+    throwing.positionIs(3s);
+    throwing.paused();
+    EXPECT_EQ(told, "no sink");
+    options.failed = {};
+}
+
+TEST_F(PlaybackReporterTest, KeepsThePositionOfAnEndThatWaitsForAWrite) {
+    delivery->hold();
+    watching().positionIs(3s);
+    reporter->paused();
+    reporter->finished();
+    reporter->positionIs(4s);  // a player's last word, after the end
+    delivery->onSend(&FakeDelivery::accept);
+    delivery->answerNext();
+    EXPECT_THAT(written(), ElementsAre(progress("v", 3), progress("v", 3, true)));
+}
+
+TEST_F(PlaybackReporterTest, WritesNoEndWithoutAPosition) {
+    watching().finished();
+    reporter->movedTo(5s);
+    reporter->paused();
+    EXPECT_THAT(written(), ElementsAre(progress("v", 5)));
+}

@@ -196,6 +196,29 @@ TEST_F(Repeat, TheDeadlineOfACallHoldsForAllThatItWaitsFor) {
     EXPECT_EQ(scheduler->waiting(), 0U);
 }
 
+TEST_F(Repeat, TheDeadlineOfACallMayLieBeyondTheEndOfTheClock) {
+    const List list(session.withDeadline(std::chrono::nanoseconds::max()).history());
+    answer(reply(503));
+    scheduler->advance(24h);
+    answer(reply(404));
+    EXPECT_EQ(list.error<SlingError>().value().statusCode(), 404);
+    EXPECT_EQ(transport->requests().size(), 2U);
+    EXPECT_EQ(scheduler->waiting(), 0U);
+}
+
+TEST_F(Repeat, TheDeadlineHoldsThoughTheConfigurationIsGone) {
+    const List list(session.withDeadline(5s).history());
+    manager.removeConfiguration();
+    scheduler->advance(5s);
+    const auto error = list.error<SlingError>();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), Error::totalTimeout);
+    ASSERT_NE(error->context(), nullptr);
+    EXPECT_EQ(error->context()->operation, "personalization-history-get");
+    EXPECT_EQ(error->context()->method, "");
+    EXPECT_EQ(error->context()->pathTemplate, "");
+}
+
 TEST_F(Repeat, CanBeSwitchedOffForACallAndForAll) {
     EXPECT_FALSE(isRepeated(session.withoutRepeats().history(), reply(503)));
     home = householdWith(RetryPolicy::never());

@@ -45,6 +45,20 @@ std::vector<OutboxEntry> entries(std::int64_t count) {
     return made;
 }
 
+/// What stands beside the text of an entry.
+std::int64_t checksumOf(std::int64_t number, std::string_view text) {
+    auto sum = std::uint64_t{0xCBF29CE484222325} ^ static_cast<std::uint64_t>(number);
+    for (const char character : text) {
+        sum ^= static_cast<unsigned char>(character);
+        sum *= std::uint64_t{0x100000001B3};
+    }
+    return static_cast<std::int64_t>(sum);
+}
+
+/// The least that an entry says.
+constexpr std::string_view soundText =
+    R"({"operation": "personalization-favorites-clear", "profile": "p", "acceptedAt": 1})";
+
 class SQLiteOutboxStoreTest : public testing::Test {
   protected:
     TestSupport::TemporaryDirectory folder;
@@ -184,6 +198,63 @@ TEST_F(SQLiteOutboxStoreTest, SetsAFileOfALaterVersionAside) {
     EXPECT_THAT(found().warnings, IsEmpty());
 }
 
+TEST_F(SQLiteOutboxStoreTest, LeavesADatabaseAloneThatAnotherProgramHasOnlyMarked) {
+    for (const char* const mark : {"PRAGMA user_version = 1", "PRAGMA application_id = 1"}) {
+        run(mark);
+        const auto before = TestSupport::contentOf(file);
+        ASSERT_TRUE(errorOfLoad()) << mark;
+        EXPECT_THAT(errorOfLoad()->what(), HasSubstr("another program"));
+        EXPECT_EQ(TestSupport::contentOf(file), before);
+        fs::remove(file);
+    }
+}
+
+TEST_F(SQLiteOutboxStoreTest, SavesTheEntriesOfAFileWhoseHeadIsDamaged) {
+    for (const char* const damage : {"PRAGMA application_id = 1", "PRAGMA user_version = 0"}) {
+        keep(entries(3));
+        run(damage);
+        const auto loaded = found();
+        EXPECT_THAT(loaded.entries, ElementsAre(entry(1), entry(2), entry(3))) << damage;
+        EXPECT_THAT(loaded.warnings, ElementsAre(HasSubstr("its head is damaged")));
+        EXPECT_THAT(found().warnings, IsEmpty());
+    }
+}
+
+TEST_F(SQLiteOutboxStoreTest, SetsAFileAsideUnderANameThatNoLogHas) {
+    keep(entries(1));
+    TestSupport::write(folder / "outbox.db.damaged-1-wal", "the log of another one");
+    run("PRAGMA user_version = 0");
+    EXPECT_THAT(found().warnings, ElementsAre(HasSubstr("damaged-2")));
+    EXPECT_EQ(TestSupport::contentOf(folder / "outbox.db.damaged-1-wal"), "the log of another one");
+}
+
+TEST_F(SQLiteOutboxStoreTest, SaysThatAnotherProgramHasItsFile) {
+    keep(entries(1));
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(file.c_str(), &other), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(other, "PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE", nullptr,
+                           nullptr, nullptr),
+              SQLITE_OK);
+    const auto error = errorOfLoad();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->value(), OutboxError::Case::storeUnavailable);
+    EXPECT_THAT(error->what(), HasSubstr("another process"));
+    sqlite3_close(other);
+    EXPECT_THAT(found().entries, SizeIs(1));
+}
+
+TEST_F(SQLiteOutboxStoreTest, KeepsNothingBeforeItIsOpen) {
+    SQLiteOutboxStore store(file, 0ms);
+    try {
+        store.commit({entries(1), {}});
+        ADD_FAILURE() << "it was kept";
+    } catch (const OutboxError& error) {
+        EXPECT_EQ(error.value(), OutboxError::Case::storeUnavailable);
+        EXPECT_THAT(error.what(), HasSubstr("it is not open"));
+    }
+    EXPECT_FALSE(fs::exists(file));
+}
+
 TEST_F(SQLiteOutboxStoreTest, SetsAFileWithOtherTablesAside) {
     keep(entries(2));
     run("ALTER TABLE kestrin_outbox RENAME COLUMN entry TO other");
@@ -203,6 +274,25 @@ TEST_F(SQLiteOutboxStoreTest, LosesTheDamagedEntryAlone) {
     EXPECT_THAT(loaded.warnings, ElementsAre(AllOf(HasSubstr("19"), HasSubstr("damaged-1"))));
     EXPECT_THAT(found().entries, SizeIs(19));
     EXPECT_THAT(found().warnings, IsEmpty());
+}
+
+TEST_F(SQLiteOutboxStoreTest, LosesARowAloneThatIsNoEntryThoughItsChecksumIsRight) {
+    for (const char* const text :
+         {"no JSON", "{}", R"({"operation": "no-such", "acceptedAt": 1})",
+          R"({"operation": "personalization-favorites-clear", "profile": "p"})",
+          R"({"operation": "personalization-favorites-clear", "acceptedAt": 1})"}) {
+        keep(entries(3));
+        run(("UPDATE kestrin_outbox SET entry = '" + std::string(text) +
+             "', checksum = " + std::to_string(checksumOf(2, text)) + " WHERE number = 2")
+                .c_str());
+        const auto loaded = found();
+        EXPECT_THAT(loaded.entries, ElementsAre(entry(1), entry(3))) << text;
+        EXPECT_THAT(loaded.warnings, SizeIs(1)) << text;
+    }
+    run(("INSERT INTO kestrin_outbox (number, entry, checksum) VALUES (4, '" +
+         std::string(soundText) + "', " + std::to_string(checksumOf(4, soundText)) + ")")
+            .c_str());
+    EXPECT_THAT(found().entries, SizeIs(3)) << "the rows above lack one thing each";
 }
 
 TEST_F(SQLiteOutboxStoreTest, ReadsWhatItCanOfAFileWithADamagedPage) {

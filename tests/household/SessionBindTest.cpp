@@ -274,6 +274,25 @@ TEST_F(SessionBind, ThatAnApplicationStoredMeanwhileIsUsedInsteadOfARequest) {
     EXPECT_THAT(sent(), ElementsAre("personalization-history-get with JWT stored"));
 }
 
+TEST_F(SessionBind, ThatAnApplicationStoresWhileTheOldOneIsRefusedIsUsedInsteadOfARequest) {
+    manager.setForbiddenReplyReaction([] {});  // it keeps its binds after a refusal
+    manager.storeBind({"p", "old"});
+    const auto household = this->household();
+    const List list(household.session("p").history());
+    manager.storeBind({"p", "stored"});
+    answer(reply(403));
+    EXPECT_THAT(sent(), ElementsAre("personalization-history-get with JWT old",
+                                    "personalization-history-get with JWT stored"));
+}
+
+TEST_F(SessionBind, IsObtainedWhereAnotherIsAskedForAndNoneIsHeld) {
+    const auto household = this->household();
+    const Observed<AnonymousBind> renewed(household.session("p").renewBind());
+    EXPECT_THAT(sent(), ElementsAre("bind"));
+    answerBind("p", "new");
+    EXPECT_THAT(renewed.values(), ElementsAre(AnonymousBind("p", "new")));
+}
+
 TEST_F(SessionBind, IsObtainedAnewWhereAnotherIsAskedForAndUsedFromThenOn) {
     manager.storeBind({"q", "q's"});
     manager.storeBind({"p", "old"});

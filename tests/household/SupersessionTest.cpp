@@ -115,3 +115,15 @@ TEST(Supersession, KnowsTheTwelveOperationsThatChangeLists) {
     EXPECT_EQ(changes, 12U);
     EXPECT_EQ(listChangeOf(Op::createProfile), std::nullopt);
 }
+
+TEST(Supersession, WhatChangesNoListHasNoItemsAndTakesNoPart) {
+    const auto none = write(Op::createProfile, "a");
+    EXPECT_EQ(listChangeOf(none.operation), std::nullopt);
+    EXPECT_TRUE(KestrinHousehold::internal::itemsOf(none).empty());
+    auto later = none;
+    EXPECT_FALSE(supersedes(later, write(Op::addFavoriteShow, "a")));
+    later = write(Op::clearFavorites);
+    EXPECT_FALSE(supersedes(later, none));
+    EXPECT_NE(listChangeOf(Op::addFavoriteShow), listChangeOf(Op::removeFavoriteShow));
+    EXPECT_NE(listChangeOf(Op::addFavoriteShow), listChangeOf(Op::addVideoToHistory));
+}

@@ -1,10 +1,13 @@
+#include <memory>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include <gmock/gmock.h>
 
 #include <KestrinConfigManager/Configuration.hpp>
+#include <KestrinConfigManager/WebService.hpp>
 
 #include "HouseholdFixture.hpp"
 
@@ -83,4 +86,31 @@ TEST_F(WarmUp, CancelsItsRequestsWhenItIsUnsubscribedFrom) {
     Observed result(home.warmUp());
     result.unsubscribe();
     EXPECT_EQ(transport->cancelled(), 1U);
+}
+
+TEST_F(WarmUp, AsksNobodyWithoutServices) {
+    auto parsed =
+        KestrinConfigManager::parseConfiguration(R"({"version": 1, "parentProfileID": "parent"})");
+    manager.configure(std::get<KestrinConfigManager::Configuration>(std::move(parsed)));
+    const Observed result(home.warmUp());
+    EXPECT_THAT(asked(), IsEmpty());
+    EXPECT_THAT(result.values(), ElementsAre(0U));
+}
+
+TEST_F(WarmUp, LeavesOutWhatIsNoURL) {
+    KestrinConfigManager::WebService broken;
+    broken.operation = "a";
+    broken.url = KestrinConfigManager::URLTemplate("https://no host/a");
+    KestrinConfigManager::WebService sound;
+    sound.operation = "b";
+    sound.url = KestrinConfigManager::URLTemplate("https://one.example/b");
+    KestrinConfigManager::ServiceTable services;
+    services.add(broken);
+    services.add(sound);
+    KestrinConfigManager::Configuration configuration;
+    configuration.services =
+        std::make_shared<const KestrinConfigManager::ServiceTable>(std::move(services));
+    manager.configure(std::move(configuration));
+    const Observed result(home.warmUp());
+    EXPECT_THAT(asked(), ElementsAre("HEAD https://one.example/"));
 }
