@@ -191,6 +191,7 @@ TEST(CurlTransport, SendsAUserAgentUnlessToldOtherwise) {
     auto none = request("GET");
     none.sendsUserAgent = false;
     EXPECT_THAT(received(none), Not(HasSubstr("User-Agent")));
+    EXPECT_THAT(received(request("GET"), {.userAgent = ""}), Not(HasSubstr("User-Agent")));
 }
 
 TEST(CurlTransport, UsesAConnectionAgain) {

@@ -164,7 +164,8 @@ TEST_P(CutReply, WithoutABodyIsWhole) {
 TEST_P(CutReply, WhoseLengthCannotBeUnderstoodIsMalformed) {
     for (const char* const fields :
          {"Content-Length: 99999999999999999999999\r\n", "Content-Length: four\r\n",
-          "Content-Length: -4\r\n", "Content-Length: 4\r\nContent-Length: 3\r\n"})
+          "Content-Length: -4\r\n", "Content-Length:\r\n",
+          "Content-Length: 4\r\nContent-Length: 3\r\n"})
         EXPECT_THAT(outcome("HTTP/1.1 200 OK\r\n" + std::string(fields) + "\r\nsome", End::inOrder),
                     FailsWith(SlingErrorKind::malformedReply))
             << fields;

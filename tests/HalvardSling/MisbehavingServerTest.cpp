@@ -1,5 +1,6 @@
 #include <array>
 #include <chrono>
+#include <cstdio>
 #include <future>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -184,6 +185,23 @@ TEST(MisbehavingServer, ItsGzipIsBroken) {
         const RawServer server(sending(httpReply(200, body, "Content-Encoding: gzip\r\n")));
         EXPECT_THAT(answerOf(server), FailsWith(SlingErrorKind::malformedReply));
     }
+}
+
+TEST(MisbehavingServer, ItSendsMoreBehindTheEndOfItsGzip) {
+    const std::string good = gzipped("text");
+    const auto chunk = [](const std::string& data) {
+        std::array<char, 16> size{};
+        std::snprintf(size.data(), size.size(), "%zx\r\n", data.size());
+        return size.data() + data + "\r\n";
+    };
+    const std::string head =
+        "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nTransfer-Encoding: chunked\r\n\r\n";
+    for (const std::string& body : {chunk(good) + chunk("more"), chunk(good + "more")}) {
+        const RawServer server(sending(head + body + "0\r\n\r\n"));
+        EXPECT_THAT(answerOf(server), FailsWith(SlingErrorKind::malformedReply));
+    }
+    const RawServer server(sending(head + chunk(good) + "0\r\n\r\n"));
+    EXPECT_THAT(answerOf(server), Answers(200, "text"));
 }
 
 TEST(MisbehavingServer, ItsChunksAreBroken) {

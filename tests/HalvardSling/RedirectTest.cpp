@@ -184,6 +184,14 @@ TEST(Redirect, TheMethodFollowsTheStatus) {
     }
 }
 
+TEST(Redirect, OnlySomeStatusesLeadElsewhere) {
+    for (int status = 100; status < 600; ++status) {
+        const bool leads =
+            status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+        EXPECT_EQ(internal::isRedirect(status), leads) << status;
+    }
+}
+
 TEST(Redirect, TheSameOriginGetsEveryHeader) {
     const auto next =
         std::get<TransportRequest>(redirected(secretRequest(), 302, "https://A.example:443/x"));
@@ -206,10 +214,14 @@ TEST(Redirect, AnotherOriginGetsNoChangeAndNoBody) {
             EXPECT_TRUE(std::holds_alternative<SlingError>(
                 redirected(secretRequest(method), status, "https://b.example/")))
                 << method;
-    auto request = secretRequest();
-    request.body = bodyOf("secret");
-    const auto next = std::get<TransportRequest>(redirected(request, 307, "https://b.example/"));
-    EXPECT_EQ(next.body, nullptr);
+    for (const char* const method : {"GET", "HEAD"}) {
+        auto request = secretRequest(method);
+        request.body = bodyOf("secret");
+        const auto next =
+            std::get<TransportRequest>(redirected(request, 307, "https://b.example/"));
+        EXPECT_EQ(next.method, method);
+        EXPECT_EQ(next.body, nullptr);
+    }
 }
 
 }  // namespace

@@ -51,6 +51,32 @@ TEST(URL, OriginIsSchemeHostAndPortInLowerCase) {
     EXPECT_EQ(originText("https://a#@evil.example/"), "https://a:443");
 }
 
+TEST(URL, OriginsAreEqualIfAllTheirPartsAre) {
+    const Origin origin{"https", "a", "443"};
+    EXPECT_EQ(origin, (Origin{"https", "a", "443"}));
+    EXPECT_NE(origin, (Origin{"http", "a", "443"}));
+    EXPECT_NE(origin, (Origin{"https", "b", "443"}));
+    EXPECT_NE(origin, (Origin{"https", "a", "444"}));
+}
+
+TEST(Request, PoliciesAreEqualIfAllTheirPartsAre) {
+    const RequestPolicy policy;
+    const auto expectOther = [&](auto change) {
+        RequestPolicy other;
+        change(other);
+        EXPECT_NE(other, policy);
+    };
+    EXPECT_EQ(RequestPolicy(), policy);
+    expectOther([](RequestPolicy& other) { ++other.connectTimeout; });
+    expectOther([](RequestPolicy& other) { ++other.totalTimeout; });
+    expectOther([](RequestPolicy& other) { other.maxRedirects = 1; });
+    expectOther([](RequestPolicy& other) { other.allowsCleartext = true; });
+    expectOther(
+        [](RequestPolicy& other) { other.cleartextHosts = std::make_shared<CleartextHosts>(); });
+    expectOther([](RequestPolicy& other) { --other.maxBodyBytes; });
+    expectOther([](RequestPolicy& other) { --other.maxHeaderBytes; });
+}
+
 TEST(URL, OriginHasOneFormHoweverTheAddressIsWritten) {
     for (const std::string_view url : {"http://127.0.0.1:80/", "http://127.0.0.1",
                                        "http://127.0.0.1:0080/", "http://127.0.0.1:/"})

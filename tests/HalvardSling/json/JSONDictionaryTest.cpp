@@ -467,6 +467,12 @@ TEST(JSONDictionary, NumbersOfOneValueAreEqual) {
         {"12.05", "0.01205e3"},
         {"18446744073709551616", "18446744073709551616.0"},
         {"18446744073709551617"},
+        {"1.5e3", "1500.0"},
+        {"2.5e3"},
+        {"-1.5e3"},
+        {"1e2000000000000000000"},  // beyond what is computed: equal only as a text
+        {"10e1999999999999999999"},
+        {"1e-2000000000000000000"},
         {"1e39223372036854775808"},
         {"1e39223372036854775809"}};
     const auto holding = [](std::string_view number) {
@@ -488,6 +494,21 @@ TEST(JSONDictionary, ALongExponentLeavesEverythingElseAsItIs) {
     EXPECT_EQ(dictionary.boolean("true"), true);
     EXPECT_THAT(dictionary.toJSON(), HasSubstr(R"([-2.5E+12345678901,"eA"],"c":1e-12345678901})"));
     EXPECT_EQ(failureOf(R"({"a":1e12345678901,"b":})").column, 24U);
+}
+
+TEST(JSONDictionary, ALongExponentDoesNotHideThatTheTextIsCutBehindIt) {
+    for (const char* const rest : {"\"\\", "\"", "1e", "1e+", ""}) {
+        const std::string text = R"({"a":1e12345678901,"b":)" + std::string(rest);
+        EXPECT_EQ(failureOf(text).offset, text.size()) << text;
+    }
+}
+
+TEST(JSONDictionary, ALongExponentCountsForTheLimitOfTheMemory) {
+    const std::string text = R"({"a":1e12345678901,"b":")" + std::string(1000, 'x') + "\"}";
+    const auto refused = JSONDictionary::parse(text, {.maxMemory = text.size() + 500});
+    EXPECT_TRUE(std::holds_alternative<JSONFailure>(refused));
+    const auto taken = JSONDictionary::parse(text, {.maxMemory = 4 * text.size()});
+    EXPECT_TRUE(std::holds_alternative<JSONDictionary>(taken));
 }
 
 TEST(JSONDictionary, EqualityLooksAtKeysAndValuesNotAtTheirOrder) {

@@ -55,7 +55,7 @@ void CurlHeaderLines::add(std::initializer_list<std::string_view> pieces) {
     nodes_.emplace_back();
 }
 
-/// Once the texts do not move any more.
+/// Once the texts do not move any more. There is a line for the request's number at least.
 curl_slist* CurlHeaderLines::linked() noexcept {
     char* text = texts_.data();
     curl_slist* before = nullptr;
@@ -65,7 +65,7 @@ curl_slist* CurlHeaderLines::linked() noexcept {
         if (before != nullptr) before->next = &node;
         before = &node;
     }
-    return nodes_.empty() ? nullptr : nodes_.data();
+    return nodes_.data();
 }
 
 }  // namespace HalvardSling::internal

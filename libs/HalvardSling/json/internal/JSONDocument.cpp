@@ -63,11 +63,9 @@ JSONKind JSONView::jsonKind() const noexcept {
             return JSONKind::array;
         case Kind::dictionary:
             return JSONKind::dictionary;
-        case Kind::text:
-        case Kind::key:
-            break;
+        default:
+            return JSONKind::text;
     }
-    return JSONKind::text;
 }
 
 /// Whether a member of this dictionary begins here, and has this key. Behind the members stand the
@@ -169,14 +167,12 @@ void append(std::string& out, JSONView value) {
         case Kind::number:
             out += value.text();
             break;
-        case Kind::text:
-        case Kind::key:
-            appendText(out, value.text());
-            break;
         case Kind::array:
         case Kind::dictionary:
             appendItems(out, value);
             break;
+        default:
+            appendText(out, value.text());
     }
 }
 
