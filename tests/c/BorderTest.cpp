@@ -154,6 +154,21 @@ TEST_F(Border, TakesElementsThatAreFurtherApart) {
     call.shows.stride = sizeof(kestrin_entry) - 1;
     EXPECT_EQ(begin(call, other), KESTRIN_INVALID_ARGUMENT);
     EXPECT_THAT(lastProblem(), HasSubstr("call.shows has the stride"));
+    call.shows.stride = sizeof(kestrin_entry) + 1;
+    EXPECT_EQ(begin(call, other), KESTRIN_INVALID_ARGUMENT) << "no element could stand there";
+    EXPECT_THAT(lastProblem(), HasSubstr("call.shows has the stride"));
+}
+
+TEST_F(Border, TakesTheTimeOfAnEntryThoughNoRequestCarriesIt) {
+    makeSession();
+    kestrin_entry show{};
+    show.size = sizeof show;
+    show.id = text("s1");
+    show.auto_add_timestamp = {true, 1'489'083'943'511'000};
+    auto call = app_call(KESTRIN_ADD_FAVORITE_SHOWS);
+    call.shows = {&show, 1, sizeof show};
+    ASSERT_EQ(begin(call, ending), KESTRIN_OK) << lastProblem();
+    EXPECT_THAT(transport.last_body, HasSubstr("s1"));
 }
 
 TEST_F(Border, RefusesACountWithoutElements) {
@@ -224,6 +239,22 @@ TEST_F(Border, FillsInThePolicyThatHouseholdsHave) {
     policy.deadline_ms = INT64_MAX;
     EXPECT_EQ(kestrin_household_create(&options, &household), KESTRIN_INVALID_ARGUMENT);
     EXPECT_THAT(lastProblem(), EndsWith("options.retry.deadline_ms is out of range"));
+}
+
+TEST_F(Border, TakesAPolicyThatRepeatsNothing) {
+    kestrin_retry_policy policy;
+    ASSERT_EQ(kestrin_retry_policy_init(&policy, sizeof policy), KESTRIN_OK);
+    policy.errors = policy.unsent_errors = policy.statuses = policy.refusals = {};
+    policy.idempotent_methods = {};
+    kestrin_household_options options{};
+    options.size = sizeof options;
+    options.retry = &policy;
+    makeSession(&options);
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(app_answer(&transport, 503, "{}"), KESTRIN_OK);
+    ASSERT_EQ(ending.completed, 1);
+    EXPECT_EQ(ending.result->error->status, 503);
+    EXPECT_EQ(transport.sent, 1);
 }
 
 // ---- Texts --------------------------------------------------------------------------------------
@@ -424,6 +455,11 @@ TEST_F(Border, TakesNoBindFromAStoreThatNoRequestCouldCarry) {
     ASSERT_EQ(kestrin_set_bind_store(&hooks), KESTRIN_OK);
     EXPECT_EQ(store.added, KESTRIN_INVALID_ARGUMENT);
     EXPECT_EQ(lastProblem(), "kestrin_loaded_binds_add: bind.token holds what no header may carry");
+    store.profile_id = "two\nlines";
+    store.token = "the.stored.token";
+    ASSERT_EQ(kestrin_set_bind_store(&hooks), KESTRIN_OK);
+    EXPECT_EQ(lastProblem(),
+              "kestrin_loaded_binds_add: bind.profile_id holds what no header may carry");
     ASSERT_EQ(kestrin_set_bind_store(nullptr), KESTRIN_OK);
 }
 
@@ -441,6 +477,26 @@ TEST_F(Border, GivesPlainOperationsTheHeldBindUnlessOneIsGiven) {
         EXPECT_EQ(kestrin_profile_start(&bind, &without, &refused, nullptr),
                   KESTRIN_INVALID_ARGUMENT);
         EXPECT_THAT(lastProblem(), HasSubstr("the operation takes none"));
+    }
+}
+
+TEST_F(Border, LetsAPlainOperationHaveABrandOfItsOwn) {
+    answerAlways(200);
+    for (const auto operation :
+         {KESTRIN_GET_HISTORY, KESTRIN_ADD_SEARCH_HISTORY, KESTRIN_DELETE_SEARCH_HISTORY}) {
+        for (const char* const brand : {"", "else"}) {
+            auto call = app_call(operation);
+            call.progress = {};
+            if (*brand != '\0') call.brand_id = text(brand);
+            app_ending end{};
+            const auto completion = app_completion(&end);
+            ASSERT_EQ(kestrin_profile_start(nullptr, &call, &completion, nullptr), KESTRIN_OK)
+                << lastProblem();
+            EXPECT_THAT(transport.last_url,
+                        HasSubstr(*brand != '\0' ? "brand=else&" : "brand=kestrin&"))
+                << operation;
+            app_forget(&end);
+        }
     }
 }
 

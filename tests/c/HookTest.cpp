@@ -96,6 +96,66 @@ TEST_F(Hook, OfTheTransportThatIsAtFaultEndsTheRequestAllTheSame) {
     expectFault(kestrin_transfer_finish(transport.waiting[0], nullptr));
 }
 
+TEST_F(Hook, OfTheTransportMayBringHeadersThatHaveNoName) {
+    makeSession();
+    const std::vector<kestrin_header> headers{{{}, text("no name")},
+                                              {text(""), text("an empty one")},
+                                              {text("X-Absent"), {}},
+                                              {text("X-Known"), text("known")}};
+    kestrin_transfer_reply reply{};
+    reply.size = sizeof reply;
+    reply.status = 200;
+    ASSERT_EQ(begin(app_call(KESTRIN_CLEAR_HISTORY), other), KESTRIN_OK);
+    EXPECT_EQ(kestrin_transfer_finish(transport.waiting[0], &reply), KESTRIN_OK);
+    ASSERT_EQ(other.completed, 1);
+    ASSERT_NE(other.result->response, nullptr);
+    EXPECT_EQ(other.result->response->headers.count, 0U);
+    EXPECT_EQ(other.result->response->headers.first, nullptr);
+    transport.waiting_count = 0;
+
+    reply.headers = {headers.data(), headers.size()};
+    ASSERT_EQ(begin(KESTRIN_CLEAR_HISTORY), KESTRIN_OK);
+    EXPECT_EQ(kestrin_transfer_finish(transport.waiting[0], &reply), KESTRIN_OK);
+    transport.waiting_count = 0;
+    ASSERT_EQ(ending.completed, 1);
+    const auto& shown = ending.result->response->headers;
+    ASSERT_EQ(shown.count, 2U);
+    EXPECT_EQ(string(shown.first[0].name), "X-Absent");
+    EXPECT_EQ(string(shown.first[0].value), "");
+    EXPECT_EQ(string(shown.first[1].value), "known");
+}
+
+TEST_F(Hook, OfTheTransportMayNotCountHeadersThatAreNotThere) {
+    makeSession();
+    ASSERT_EQ(begin(KESTRIN_CLEAR_HISTORY), KESTRIN_OK);
+    kestrin_transfer_reply reply{};
+    reply.size = sizeof reply;
+    reply.status = 200;
+    reply.headers = {nullptr, 1};
+    EXPECT_EQ(kestrin_transfer_finish(transport.waiting[0], &reply), KESTRIN_INVALID_ARGUMENT);
+    EXPECT_EQ(lastProblem(), "kestrin_transfer_finish: reply.headers has a count, but no elements");
+    transport.waiting_count = 0;
+    ASSERT_EQ(ending.completed, 1);
+    EXPECT_EQ(ending.result->error->code, KESTRIN_MALFORMED_REPLY);
+}
+
+TEST_F(Hook, OfTheTransportNeedNotHearOfWhatNobodyWaitsFor) {
+    app_transport another{};
+    auto hooks = app_transport_hooks(&another);
+    hooks.cancel = nullptr;
+    ASSERT_EQ(kestrin_set_transport(&hooks), KESTRIN_OK);
+    makeSession();
+    ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
+    kestrin_request_cancel(ending.request);
+    ASSERT_EQ(ending.completed, 1);
+    EXPECT_EQ(ending.result->outcome, KESTRIN_CANCELLED);
+    EXPECT_EQ(app_answer(&another, 200, "{}"), KESTRIN_OK) << "it comes too late";
+    EXPECT_EQ(ending.completed, 1);
+    ASSERT_EQ(kestrin_set_transport(nullptr), KESTRIN_OK);
+    EXPECT_EQ(another.cancelled, 0);
+    EXPECT_EQ(another.released, 1);
+}
+
 TEST_F(Hook, OfTheTransportMayNotBringMoreThanIsAllowed) {
     makeSession();
     ASSERT_EQ(begin(KESTRIN_GET_HISTORY), KESTRIN_OK);
@@ -213,6 +273,13 @@ TEST_F(Hook, IsReleasedIfAnotherOneIsRefused) {
     EXPECT_EQ(lastProblem(), "kestrin_household_create: options.clock lacks a function");
     EXPECT_EQ(clock.released, 1);
     EXPECT_EQ(log.released, 1);
+    EXPECT_EQ(household, nullptr);
+    clockHooks = app_clock_hooks(&clock);
+    logHooks.event = nullptr;
+    EXPECT_EQ(kestrin_household_create(&options, &household), KESTRIN_INVALID_ARGUMENT);
+    EXPECT_EQ(lastProblem(), "kestrin_household_create: options.log lacks a function");
+    EXPECT_EQ(clock.released, 2);
+    EXPECT_EQ(log.released, 2);
     EXPECT_EQ(household, nullptr);
 }
 

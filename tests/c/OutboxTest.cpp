@@ -164,6 +164,38 @@ TEST_F(OutboxInC, TellsWhatHappensToWrites) {
     EXPECT_EQ(watcher.releases.count(), 1U);
 }
 
+TEST_F(OutboxInC, KeepsTheContextOfAWatcherThatEndsItselfUntilItReturns) {
+    answerAlways(204, "");
+    makeSession();
+    makeOutbox();
+    struct Ending {
+        kestrin_request* request = nullptr;
+        Tally events;
+        Tally releases;
+        bool wasReleasedInside = false;
+    } watch;
+    kestrin_outbox_watcher hooks{};
+    hooks.size = sizeof hooks;
+    hooks.context = &watch;
+    hooks.event = [](void* context, const kestrin_outbox_event*) {
+        auto& ending = *static_cast<Ending*>(context);
+        kestrin_request_cancel(ending.request);
+        ending.wasReleasedInside = ending.releases.count() > 0;
+        ending.events.add();
+    };
+    hooks.release_context = [](void* context) { static_cast<Ending*>(context)->releases.add(); };
+    ASSERT_EQ(kestrin_outbox_watch(outbox, &hooks, &watch.request), KESTRIN_OK);
+    Waited kept;
+    ASSERT_EQ(keep(KESTRIN_ADD_FAVORITE_SHOW, kept), KESTRIN_OK);
+    ASSERT_TRUE(watch.releases.reaches(1));
+    EXPECT_FALSE(watch.wasReleasedInside);
+    kestrin_outbox_release(outbox);
+    outbox = nullptr;
+    EXPECT_EQ(watch.events.count(), 1U);
+    EXPECT_EQ(watch.releases.count(), 1U);
+    kestrin_request_release(watch.request);
+}
+
 TEST_F(OutboxInC, TellsWhoWatchesThatItHasEnded) {
     makeSession();
     makeOutbox();
@@ -399,6 +431,38 @@ TEST_F(ReporterInC, TellsWhyAWriteWasNotTaken) {
     EXPECT_EQ(failures.told, 1);
     EXPECT_EQ(failures.status, 404);
     kestrin_reporter_release(reporter);
+}
+
+TEST_F(ReporterInC, GoesByItsIntervalAndNeedNotTellWhatFailed) {
+    answerAlways(404, "{}");
+    makeSession();
+    app_clock clock{};
+    const auto clockHooks = app_clock_hooks(&clock);
+    kestrin_household_options who{};
+    who.size = sizeof who;
+    who.clock = &clockHooks;
+    kestrin_household* timed = nullptr;
+    ASSERT_EQ(kestrin_household_create(&who, &timed), KESTRIN_OK);
+    kestrin_reporter_options options{};
+    options.size = sizeof options;
+    options.profile_id = text("kid");
+    options.video_id = text("v1");
+    options.interval_ms = 2'000;
+    kestrin_reporter* reporter = nullptr;
+    ASSERT_EQ(kestrin_reporter_create(timed, nullptr, &options, &reporter), KESTRIN_OK)
+        << lastProblem();
+    EXPECT_EQ(kestrin_reporter_position(reporter, 1'000), KESTRIN_OK);
+    EXPECT_EQ(transport.sent, 0);
+    clock.now_ns += 2'000'000'000;
+    EXPECT_EQ(kestrin_reporter_position(reporter, 3'000), KESTRIN_OK);
+    EXPECT_EQ(transport.sent, 1);
+    EXPECT_THAT(transport.last_body, HasSubstr(R"("progress":"3")"));
+    kestrin_reporter_release(reporter);
+    kestrin_household_release(timed);
+    options.interval_ms = -1;
+    EXPECT_EQ(kestrin_reporter_create(household, nullptr, &options, &reporter),
+              KESTRIN_INVALID_ARGUMENT);
+    EXPECT_EQ(lastProblem(), "kestrin_reporter_create: options.interval_ms is negative");
 }
 
 TEST_F(ReporterInC, KeepsItsWritesInAnOutboxThatItKeepsAlive) {

@@ -72,6 +72,17 @@ TEST(UserTest, MadeWithoutAnIdentifier) {
     EXPECT_TRUE(User::withoutProfileID("Ada", "owl", "kids", true).defaultUser);
 }
 
+TEST(UserTest, IsEqualIfAllFieldsAre) {
+    const User user = fullUser();
+    EXPECT_EQ(user, User("p1", "Ada", "owl", "kids", true));
+    EXPECT_NE(user, User("p2", "Ada", "owl", "kids", true));
+    EXPECT_NE(user, User("p1", "Ann", "owl", "kids", true));
+    EXPECT_NE(user, User("p1", "Ada", "cat", "kids", true));
+    EXPECT_NE(user, User("p1", "Ada", "owl", "adults", true));
+    EXPECT_NE(user, User("p1", "Ada", "owl", "kids", false));
+    EXPECT_NE(User("p1", ""), User("p1")) << "an absent text is not an empty one";
+}
+
 TEST(UserTest, ReadsAnEmptyDictionary) {
     const auto user = User::fromJSON({});
     ASSERT_TRUE(user);

@@ -50,6 +50,15 @@ TEST(DescribeTest, AnErrorOfThePlatformHasTheSameShape) {
     EXPECT_NE(network.advice, "");
 }
 
+TEST(DescribeTest, DescriptionsAreEqualIfAllTheirPartsAre) {
+    const ErrorDescription description{"domain", 1, "message", "advice"};
+    EXPECT_EQ(description, (ErrorDescription{"domain", 1, "message", "advice"}));
+    EXPECT_NE(description, (ErrorDescription{"other", 1, "message", "advice"}));
+    EXPECT_NE(description, (ErrorDescription{"domain", 2, "message", "advice"}));
+    EXPECT_NE(description, (ErrorDescription{"domain", 1, "other", "advice"}));
+    EXPECT_NE(description, (ErrorDescription{"domain", 1, "message", "other"}));
+}
+
 TEST(DescribeTest, AnyOtherExceptionHasADomainAndItsText) {
     EXPECT_EQ(descriptionOf(std::runtime_error("broken")),
               (ErrorDescription{"std.exception", 0, "broken", ""}));
@@ -107,6 +116,10 @@ TEST(WhatToShowTest, IsDecidedForEachKindOfNetworkError) {
 TEST(WhatToShowTest, OfAKindThatALaterVersionMayHaveIsUnknown) {
     const auto later = static_cast<SlingErrorKind>(1000);
     EXPECT_EQ(noticeOf(SlingError(later, "")), ErrorNotice::unknown);
+}
+
+TEST(WhatToShowTest, OfAStatusThatNobodyNamesIsThatTheServiceIsDown) {
+    EXPECT_EQ(noticeOf(SlingError(SlingErrorKind::httpStatus, "")), ErrorNotice::serviceDown);
 }
 
 TEST(WhatToShowTest, IsDecidedForEachStatus) {
