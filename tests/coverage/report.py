@@ -16,12 +16,12 @@ import sys
 # Of each library: how many percent of its lines and of the ways of its conditions have to be run.
 WANTED = {
     "libs/HalvardMorrow": (100, 100),
-    "libs/HalvardSling": (98, 93),
+    "libs/HalvardSling": (98, 95),
     "libs/KestrinConfigManager": (99, 95),
-    "libs/KestrinProfile": (100, 97),
-    "libs/KestrinHousehold": (96, 86),
-    "libs/KestrinC": (95, 88),
-    "libs/internal": (99, 97),
+    "libs/KestrinProfile": (100, 100),
+    "libs/KestrinHousehold": (98, 96),
+    "libs/KestrinC": (98, 95),
+    "libs/internal": (100, 97),
 }
 
 # What no test can run, and why: files, and of a file a text that stands in it.
@@ -83,6 +83,14 @@ def without_texts_left_out(name, path, file):
     return file
 
 
+def without_defaulted(path, file):
+    """A comparison that the compiler writes: llvm-cov has one place for all of its conditions, and counts
+    no way of theirs but one, whatever is compared."""
+    source = path.read_text().splitlines()
+    file.ways = {way: count for way, count in file.ways.items() if not source[way[0] - 1].endswith("= default;")}
+    return file
+
+
 def ranges(numbers):
     """E.g. "3-5, 9" of 3, 4, 5 and 9."""
     found = []
@@ -120,7 +128,7 @@ def main():
         library = next((library for library in WANTED if name.startswith(library + "/")), None)
         if library is None or name in FILES_LEFT_OUT:
             continue
-        file = without_texts_left_out(name, path, file)
+        file = without_defaulted(path, without_texts_left_out(name, path, file))
         gaps(name, file)
         for total, covered, count in zip(totals[library], file.covered(), file.total()):
             total[0] += covered
