@@ -212,19 +212,25 @@ TEST_F(PlaybackReporterTest, LeavesWhatIsKnownToAnOutboxAtItsEnd) {
 TEST_F(PlaybackReporterTest, HearsOfEachWriteOnceHoweverOftenTheSinkAnswers) {
     int failures = 0;
     options.failed = [&](const std::exception_ptr&) { ++failures; };
-    delivery->onSend([](const OutboxWrite& sent, const auto& subscriber) {
-        subscriber.on_next(reply(204));
-        FakeDelivery::accept(sent, subscriber);
-    });
-    watching().positionIs(3s);
-    reporter->paused();
     delivery->onSend([](const OutboxWrite&, const auto& subscriber) {
         subscriber.on_next(reply(204));
         subscriber.on_error(networkIsAway());
     });
-    reporter->positionIs(4s);
+    watching().positionIs(3s);
     reporter->paused();
-    EXPECT_THAT(written(), ElementsAre(progress("v", 3), progress("v", 4)));
+    delivery->hold();
+    for (const auto position : {4s, 5s}) {
+        reporter->positionIs(position);
+        reporter->paused();
+    }
+    delivery->answerNext([](const OutboxWrite&, const auto& subscriber) {
+        subscriber.on_next(reply(204));
+        subscriber.on_next(reply(204));
+    });
+    reporter->positionIs(6s);
+    reporter->paused();
+    EXPECT_THAT(written(), ElementsAre(progress("v", 3), progress("v", 4), progress("v", 5)))
+        << "the third one has no answer yet";
     EXPECT_EQ(failures, 0);
 }
 
@@ -275,4 +281,17 @@ TEST_F(PlaybackReporterTest, WritesNoEndWithoutAPosition) {
     reporter->movedTo(5s);
     reporter->paused();
     EXPECT_THAT(written(), ElementsAre(progress("v", 5)));
+}
+
+TEST_F(PlaybackReporterTest, LosesNoEndToOneWithoutAPosition) {
+    delivery->hold();
+    watching().positionIs(3s);
+    reporter->paused();
+    reporter->finished();
+    reporter->movedTo(std::nullopt);  // somebody watches again, from where nobody knows
+    reporter->finished();
+    reporter->movedTo(5s);
+    delivery->onSend(&FakeDelivery::accept);
+    delivery->answerNext();
+    EXPECT_THAT(written(), ElementsAre(progress("v", 3), progress("v", 3, true), progress("v", 5)));
 }

@@ -197,6 +197,7 @@ TEST_F(Repeat, TheDeadlineOfACallHoldsForAllThatItWaitsFor) {
 }
 
 TEST_F(Repeat, TheDeadlineOfACallMayLieBeyondTheEndOfTheClock) {
+    scheduler->advance(1h);
     const List list(session.withDeadline(std::chrono::nanoseconds::max()).history());
     answer(reply(503));
     scheduler->advance(24h);

@@ -586,7 +586,7 @@ void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing stori
         refusals_.insert(refusals_.begin(), batch.refusals.begin(), batch.refusals.end());
         if (!removals_.empty() || !refusals_.empty()) {
             events.push_back({Kind::storeFailed, {}, error.what()});
-            if (!isClosed_ && removal_ == 0) workAfter(again);
+            if (removal_ == 0) workAfter(again);
         }
     }
     storing.unlock();
