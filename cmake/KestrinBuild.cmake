@@ -101,6 +101,9 @@ if(NOT DEFINED CMAKE_INSTALL_RPATH)
     endif()
     set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
 endif()
+# In the build folder they look beside themselves, too: the room for this path stays in what is installed, and
+# would be as long as the name of the folder.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 # What is installed belongs to development unless it says otherwise; cmake --install takes one of these with
 # --component.
