@@ -75,7 +75,8 @@ inline std::optional<std::chrono::sys_seconds> timeOf(const HTTPDateFields& fiel
     // 60 is a leap second.
     if (!date.ok() || fields.hour > 23 || fields.minute > 59 || fields.second > 60)
         return std::nullopt;
-    return std::chrono::sys_days(date) + std::chrono::hours(fields.hour) +
+    // From the first step in seconds: minutes may have 32 bits, which end in the year 6053.
+    return std::chrono::sys_seconds(std::chrono::sys_days(date)) + std::chrono::hours(fields.hour) +
            std::chrono::minutes(fields.minute) + std::chrono::seconds(fields.second);
 }
 

@@ -32,6 +32,10 @@ TEST(HTTPDate, OfTwoDigitsIsNotMoreThanFiftyYearsAhead) {
     EXPECT_EQ(parseHTTPDate("Friday, 01-Jan-75 00:00:00 GMT", now), sys_days(1975y / 1 / 1));
 }
 
+TEST(HTTPDate, OfAnyYearIsRight) {
+    EXPECT_EQ(parseHTTPDate("Fri, 31 Dec 9999 23:59:59 GMT", now), sys_days(10000y / 1 / 1) - 1s);
+}
+
 TEST(HTTPDate, IsNothingElse) {
     for (const std::string_view text :
          {"", "Sun", ",", "Sun, 06 Nov 1994 08:49:37", "Sun, 6 Nov 1994 08:49:37 GMT",

@@ -11,7 +11,7 @@ namespace TestSupport {
 [[nodiscard]] inline std::size_t roundsOf(std::size_t usual) {
     const char* const factor = std::getenv("KESTRIN_TEST_FACTOR");
     const unsigned long long times = factor == nullptr ? 1 : std::strtoull(factor, nullptr, 10);
-    return usual * (times == 0 ? 1 : times);
+    return usual * (times == 0 ? 1 : static_cast<std::size_t>(times));
 }
 
 }  // namespace TestSupport

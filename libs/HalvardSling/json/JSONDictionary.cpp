@@ -139,7 +139,7 @@ std::optional<JSONDictionary> JSONDictionary::dictionary(std::string_view key) c
 std::optional<JSONDictionaryList> JSONDictionary::dictionaries(std::string_view key) const {
     const JSONNode* const array = findArrayOf(view(), key, Kind::dictionary);
     if (array == nullptr) return std::nullopt;
-    const std::size_t size = array->value;
+    const std::size_t size = view().at(array).count();
     JSONDictionary first = shared(array);
     ++first.node_;
     return JSONDictionaryList(std::move(first), size);
@@ -150,7 +150,7 @@ std::optional<std::vector<std::string_view>> JSONDictionary::texts(std::string_v
     const JSONNode* const array = findArrayOf(all, key, Kind::text);
     if (array == nullptr) return std::nullopt;
     std::vector<std::string_view> found;
-    found.reserve(array->value);
+    found.reserve(all.at(array).count());
     for (const JSONNode* item = array + 1; item < array + array->extent; ++item)
         found.push_back(all.at(item).text());
     return found;

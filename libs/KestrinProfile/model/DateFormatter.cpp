@@ -134,7 +134,9 @@ std::optional<Date> readDate(std::string_view text) {
                               std::chrono::day(day));
     // The year 0000 is none of ours, whatever the offset makes of it.
     if (!date.ok() || year == 0) return std::nullopt;
-    const Date utc = sys_days(date) + hours(hour) + minutes(minute) + seconds(second) +
+    // From the first step in the unit of a date: minutes may have 32 bits, which end in the year
+    // 6053.
+    const Date utc = Date(sys_days(date)) + hours(hour) + minutes(minute) + seconds(second) +
                      milliseconds(millisecond) - *offset;
     if (!isInRange(utc)) return std::nullopt;
     return utc;

@@ -144,9 +144,9 @@ TEST(JSONDictionary, EqualityIsSymmetricIfAKeyIsRepeated) {
     EXPECT_TRUE(parsed(R"({"a":1,"a":2})") == repeated);
 }
 
-std::string manyMembers(std::size_t count, std::size_t step) {
+std::string manyMembers(std::uint64_t count, std::uint64_t step) {
     std::string text = "{";
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::uint64_t i = 0; i < count; ++i)
         text += "\"key " + std::to_string(i * step % count) + "\":1,";
     return text + R"("key 7":2})";
 }

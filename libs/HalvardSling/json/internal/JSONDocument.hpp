@@ -65,7 +65,9 @@ struct JSONView {
     [[nodiscard]] JSONKind jsonKind() const noexcept;
 
     /// How many items an array has, how many members a dictionary.
-    [[nodiscard]] std::size_t count() const noexcept { return node->value; }
+    [[nodiscard]] std::size_t count() const noexcept {
+        return static_cast<std::size_t>(node->value);
+    }
 
     /// The characters of a text, a key or a number that is no integer.
     [[nodiscard]] std::string_view text() const noexcept { return textOf(*node); }

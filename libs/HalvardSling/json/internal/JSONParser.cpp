@@ -195,7 +195,7 @@ class ParseHandler {
     bool end(std::size_t items) {
         JSONNode& node = nodes_[open_];
         node.extent = static_cast<std::uint32_t>(nodes_.size() - open_);
-        open_ = std::exchange(node.value, items);
+        open_ = static_cast<std::size_t>(std::exchange(node.value, items));
         return true;
     }
 
@@ -245,7 +245,7 @@ class ParseHandler {
     /// parsed last, and puts their keys behind its members.
     /// @return false if that is too much
     [[gnu::noinline]] [[nodiscard]] bool removeRepeatedMembers(std::size_t dictionary) {
-        const std::size_t members = nodes_[dictionary].value;
+        const auto members = static_cast<std::size_t>(nodes_[dictionary].value);
         if (!fits(members * Search::sizePerMember)) return false;
         findRepeated(view(dictionary));
         const bool isDone = search_.repeated.empty() || removeRepeated(dictionary);
@@ -316,7 +316,7 @@ class ParseHandler {
         for (auto each = repeated.begin(); each != repeated.end();) {
             const auto key = at(each->member);
             if (each->isFirst) keys.push_back(*key);
-            const auto begin = key + 1 + key[1].extent;
+            const auto begin = key + 1 + static_cast<std::ptrdiff_t>(key[1].extent);
             kept =
                 std::copy(begin, ++each == repeated.end() ? nodes_.end() : at(each->member), kept);
         }
