@@ -123,7 +123,8 @@ class Interleaving : public HouseholdFixture {
         const auto waiting = transport->waiting();
         if (waiting.empty()) return;
         const auto transfer = waiting[below(waiting.size())];
-        transport->answer(transfer, answerTo(transport->requests()[transfer - 1]));
+        transport->answer(transfer,
+                          answerTo(transport->requests()[static_cast<std::size_t>(transfer - 1)]));
     }
 
     TransportResult answerTo(const TransportRequest& request) {

@@ -34,7 +34,8 @@ class SessionBind : public HouseholdFixture {
     void answerAll(const std::function<TransportResult(const TransportRequest&)>& service) {
         const auto requests = transport->requests();
         for (const auto transfer : transport->waiting())
-            transport->answer(transfer, service(requests.at(transfer - 1)));
+            transport->answer(transfer,
+                              service(requests.at(static_cast<std::size_t>(transfer - 1))));
     }
 
     void answerBind(const std::string& profileID, const std::string& token) {
