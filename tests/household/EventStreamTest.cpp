@@ -1,5 +1,6 @@
 #include <memory>
 #include <new>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -32,10 +33,33 @@ TEST(EventStream, LosesOnlyTheEventForWhichThereIsNoMemory) {
     events.reserve(3);
     for (const int number : {1, 2, 3})
         events.emplace_back(number);
-    stream->send(std::move(events));
+    stream->queue(std::move(events));
+    stream->send();
     EXPECT_EQ(heard, (std::vector{1, 3}));
-    stream->send({Event(4)});
+    stream->queue({Event(4)});
+    stream->send();
     EXPECT_EQ(heard, (std::vector{1, 3, 4})) << "it goes on sending";
+}
+
+TEST(EventStream, SendsInTheOrderOfQueueingWhicheverThreadSends) {
+    const auto stream = std::make_shared<EventStream<int>>();
+    std::vector<int> heard;
+    stream->observable().subscribe([&](int number) {
+        heard.push_back(number);
+        // Another thread tells what came meanwhile, and so does not send it itself.
+        if (number == 1) {
+            std::thread([&] {
+                stream->queue({3});
+                stream->send();
+            }).join();
+            EXPECT_EQ(heard, (std::vector{1}));
+        }
+    });
+    stream->queue({1});
+    stream->queue({2});
+    EXPECT_TRUE(heard.empty());
+    stream->send();
+    EXPECT_EQ(heard, (std::vector{1, 2, 3}));
 }
 
 TEST(EventStream, MayEndBeforeThoseWhoListen) {

@@ -433,13 +433,21 @@ TEST_F(OutboxTest, TriesAgainToTakeWhatWasSentOutOfTheStore) {
     store->cannotCommit = true;
     const Events events(*outbox);
     delivery->answerNext();
-    scheduler->advance(0s);
-    EXPECT_TRUE(TestSupport::eventually([&] { return scheduler->waiting() == 1; }));
-    EXPECT_TRUE(TestSupport::eventually([&] { return events.kinds().size() == 2; }));
-    EXPECT_THAT(events.kinds(), ElementsAre(Kind::sent, Kind::storeFailed));
+    // The thread of the store may have taken it up by itself, so it fails once or twice.
+    const auto failed = [&] {
+        scheduler->advance(0s);
+        return events.kinds().size() >= 2;
+    };
+    EXPECT_TRUE(TestSupport::eventually(failed));
+    EXPECT_EQ(events.kinds()[0], Kind::sent);
+    EXPECT_EQ(events.kinds()[1], Kind::storeFailed);
+    EXPECT_EQ(store->kept.entries().size(), 1U);
     store->cannotCommit = false;
-    scheduler->advance(5s);
-    EXPECT_TRUE(TestSupport::eventually([&] { return store->kept.entries().empty(); }));
+    const auto isTaken = [&] {
+        scheduler->advance(5s);
+        return store->kept.entries().empty();
+    };
+    EXPECT_TRUE(TestSupport::eventually(isTaken));
     EXPECT_THAT(items(), ElementsAre("a"));
 }
 

@@ -189,7 +189,8 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     void failed(const LanePointer& lane, std::uint64_t request, const std::exception_ptr& error);
     void completed(const LanePointer& lane, std::uint64_t request);
     void goOn(const LanePointer& lane);
-    void tell(Events events);
+    void queue(Events events);
+    void tell();
     [[nodiscard]] bool ends(Lane& lane, std::uint64_t request);
     void compared(Lane& lane, const KestrinProfile::UserProfile& list, Events& events);
     void finish(Lane& lane, Kind kind, std::string text, Events& events);
@@ -455,7 +456,8 @@ void Outbox::Core::loaded(OutboxStore::Loaded found, const Waiting& waiting, Sto
     storing.unlock();
     for (const auto& warning : opening_.warnings)
         events.push_back({Kind::storeFailed, {}, warning});
-    events_->send(std::move(events));
+    events_->queue(std::move(events));
+    events_->send();
     for (const auto& subscriber : subscribers) {
         subscriber.on_next(opening_);
         subscriber.on_completed();
@@ -543,6 +545,8 @@ bool Outbox::Core::storeNext(Storing storing) {
 }
 
 void Outbox::Core::kept(Batch& batch, Storing storing) {
+    const std::string full =
+        "it holds " + std::to_string(options_.maxEntries) + " entries, as many as it may";
     Events events = std::move(batch.events);
     {
         const std::scoped_lock lock(mutex_);
@@ -552,13 +556,12 @@ void Outbox::Core::kept(Batch& batch, Storing storing) {
                 events.push_back(
                     {Kind::superseded, std::move(entry), "a later entry makes it needless", by});
         }
+        for (const auto& [entry, subscriber] : batch.rejected)
+            events.push_back({Kind::overflow, entry, full});
+        events_->queue(std::move(events));
     }
     storing.unlock();
-    const std::string full =
-        "it holds " + std::to_string(options_.maxEntries) + " entries, as many as it may";
-    for (const auto& [entry, subscriber] : batch.rejected)
-        events.push_back({Kind::overflow, entry, full});
-    events_->send(std::move(events));
+    events_->send();
     for (const auto& [entry, subscriber] : batch.accepted) {
         subscriber.on_next(entry);
         subscriber.on_completed();
@@ -588,6 +591,7 @@ void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing stori
             events.push_back({Kind::storeFailed, {}, error.what()});
             if (removal_ == 0) workAfter(again);
         }
+        events_->queue(std::move(events));
     }
     storing.unlock();
     const auto failure = std::make_exception_ptr(error);
@@ -597,7 +601,7 @@ void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing stori
         subscriber.on_error(failure);
     for (const auto& [subscriber, isDropped] : batch.drops)
         subscriber.on_error(failure);
-    events_->send(std::move(events));
+    events_->send();
 }
 
 // Sending.
@@ -622,9 +626,9 @@ void Outbox::Core::run(const LanePointer& lane) {
         {
             const std::scoped_lock lock(mutex_);
             request = nextRequest(*lane, events);
-            ++telling_;
+            queue(std::move(events));
         }
-        tell(std::move(events));
+        tell();
         if (!request) break;
         start(lane, *request);
         const std::scoped_lock lock(mutex_);
@@ -688,9 +692,15 @@ void Outbox::Core::start(const LanePointer& lane, const Request& request) {
     }
 }
 
-/// Tells events with whose making `telling_` was raised.
-void Outbox::Core::tell(Events events) {
-    events_->send(std::move(events));
+/// Puts events behind those that are to be told, in the order of what happens here; `tell` follows
+/// without the lock.
+void Outbox::Core::queue(Events events) {
+    events_->queue(std::move(events));
+    ++telling_;
+}
+
+void Outbox::Core::tell() {
+    events_->send();
     const std::scoped_lock lock(mutex_);
     --telling_;
 }
@@ -729,9 +739,9 @@ void Outbox::Core::replied(const LanePointer& lane, std::uint64_t request, const
             lane->writes.pop_back();
             if (lane->writes.empty()) finish(*lane, Kind::sent, "the service has it", events);
         }
-        ++telling_;
+        queue(std::move(events));
     }
-    tell(std::move(events));
+    tell();
     goOn(lane);
 }
 
@@ -756,9 +766,9 @@ void Outbox::Core::failed(const LanePointer& lane, std::uint64_t request,
         if (!ends(*lane, request)) return;
         noteDate(failure.headers);
         fail(lane, failure, events);
-        ++telling_;
+        queue(std::move(events));
     }
-    tell(std::move(events));
+    tell();
     goOn(lane);
 }
 

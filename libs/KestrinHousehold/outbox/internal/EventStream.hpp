@@ -25,13 +25,21 @@ class EventStream : public std::enable_shared_from_this<EventStream<T>> {
             });
     }
 
-    /// Sends events, or leaves them to a thread that is sending; not with a lock held. An event for
-    /// which there is no memory is lost.
-    void send(std::vector<T> events) {
-        {
-            const std::scoped_lock lock(mutex_);
+    /// Puts events behind those that wait to be sent; a lock may be held, so that they come in the
+    /// order of what they tell. An event for which there is no memory is lost.
+    void queue(std::vector<T> events) noexcept {
+        const std::scoped_lock lock(mutex_);
+        try {
             for (auto& event : events)
                 waiting_.push_back(std::move(event));
+        } catch (const std::bad_alloc&) {  // The rest is lost.
+        }
+    }
+
+    /// Sends what waits, or leaves it to a thread that is sending; not with a lock held.
+    void send() {
+        {
+            const std::scoped_lock lock(mutex_);
             if (isSending_) return;
             isSending_ = true;
         }
