@@ -73,7 +73,12 @@ TEST(RetryAfter, ThatIsNeitherIsIgnored) {
 }
 
 TEST(RetryAfter, OfAnyLengthCanBeReckonedWith) {
-    EXPECT_GT(asked("9007199254740991"), std::chrono::hours(24 * 365));
+    constexpr std::chrono::seconds longest =
+        std::chrono::floor<std::chrono::seconds>(std::chrono::nanoseconds::max());
+    for (const std::string_view text : {"9007199254740991", "Fri, 31 Dec 9999 23:59:59 GMT"}) {
+        EXPECT_GT(asked(text), std::chrono::hours(24 * 365)) << text;
+        EXPECT_LT(asked(text), longest) << text;
+    }
     EXPECT_EQ(asked("99999999999999999999"), std::nullopt);
 }
 
