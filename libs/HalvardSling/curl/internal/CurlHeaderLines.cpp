@@ -55,7 +55,7 @@ void CurlHeaderLines::add(std::initializer_list<std::string_view> pieces) {
     nodes_.emplace_back();
 }
 
-/// Once the texts do not move any more. There is a line for the request's number at least.
+/// Once the texts do not move any more. There is a line for the identifier at least.
 curl_slist* CurlHeaderLines::linked() noexcept {
     char* text = texts_.data();
     curl_slist* before = nullptr;
