@@ -1,4 +1,5 @@
 // Worlds beside each other in one service.
+#include <array>
 #include <string>
 #include <thread>
 #include <vector>
@@ -160,13 +161,13 @@ TEST_F(NamespaceTest, thatAreDeletedLeaveNothing) {
 
 TEST_F(NamespaceTest, areDeletedWhileOthersWriteInThem) {
     constexpr int rounds = 10;
-    constexpr int writers = 3;
+    constexpr std::size_t writers = 3;
     for (int round = 0; round < rounds; ++round) {
         const std::string url = made(R"({"name":"one"})");
         const std::string secret = secretOf(url);
-        TestSupport::Tally written;
+        std::array<TestSupport::Tally, writers> written;
         std::vector<std::thread> threads;
-        for (int writer = 0; writer < writers; ++writer) {
+        for (TestSupport::Tally& ofOne : written) {
             threads.emplace_back([&] {
                 NamespaceClient client(url, secret);
                 const Caller parent = callerIn(client.bind("parent"));
@@ -176,13 +177,14 @@ TEST_F(NamespaceTest, areDeletedWhileOthersWriteInThem) {
                         outcomeOf(client.call(parent, "PUT",
                                               "/v1/favorites/show?show=" + std::to_string(show) +
                                                   "&brand=b&profile=parent&v=1"));
-                    if (outcome == "204") written.add();
+                    if (outcome == "204") ofOne.add();
                 }
                 EXPECT_EQ(outcome, "404 unknown-namespace");
             });
         }
         // Each of them has begun, and goes on.
-        EXPECT_TRUE(written.reaches(writers * 5));
+        for (const TestSupport::Tally& ofOne : written)
+            EXPECT_TRUE(ofOne.reaches(5));
         EXPECT_EQ(outcomeOf(admin.call("DELETE", "namespaces/one")), "204");
         for (std::thread& thread : threads)
             thread.join();
