@@ -75,6 +75,18 @@ class OutboxTest : public testing::Test {
         return values.empty() ? OutboxState() : values.front();
     }
 
+    /// What is told first of a request's end and a store that fails then, once or twice: its thread
+    /// may be about to look once more by itself.
+    std::vector<Kind> firstTwo(const Events& events) {
+        EXPECT_TRUE(TestSupport::eventually([&] {
+            scheduler->advance(0s);
+            return events.kinds().size() >= 2;
+        }));
+        auto kinds = events.kinds();
+        kinds.resize(std::min<std::size_t>(kinds.size(), 2));
+        return kinds;
+    }
+
     std::vector<std::string> items() {
         std::vector<std::string> items;
         for (const auto& sent : delivery->sent())
@@ -433,14 +445,7 @@ TEST_F(OutboxTest, TriesAgainToTakeWhatWasSentOutOfTheStore) {
     store->cannotCommit = true;
     const Events events(*outbox);
     delivery->answerNext();
-    // The thread of the store may have taken it up by itself, so it fails once or twice.
-    const auto failed = [&] {
-        scheduler->advance(0s);
-        return events.kinds().size() >= 2;
-    };
-    EXPECT_TRUE(TestSupport::eventually(failed));
-    EXPECT_EQ(events.kinds()[0], Kind::sent);
-    EXPECT_EQ(events.kinds()[1], Kind::storeFailed);
+    EXPECT_EQ(firstTwo(events), (std::vector{Kind::sent, Kind::storeFailed}));
     EXPECT_EQ(store->kept.entries().size(), 1U);
     store->cannotCommit = false;
     const auto isTaken = [&] {
@@ -796,14 +801,14 @@ TEST_F(OutboxTest, TriesAgainToStoreARefusal) {
     store->cannotCommit = true;
     const Events events(*outbox);
     delivery->answerNext(FakeDelivery::failing(status(422)));
-    scheduler->advance(0s);
-    EXPECT_TRUE(TestSupport::eventually([&] { return events.kinds().size() == 2; }));
-    EXPECT_THAT(events.kinds(), ElementsAre(Kind::refused, Kind::storeFailed));
+    EXPECT_EQ(firstTwo(events), (std::vector{Kind::refused, Kind::storeFailed}));
     EXPECT_FALSE(store->kept.entries().front().refusal);
     store->cannotCommit = false;
-    scheduler->advance(5s);
-    EXPECT_TRUE(
-        TestSupport::eventually([&] { return store->kept.entries().front().refusal.has_value(); }));
+    const auto isStored = [&] {
+        scheduler->advance(5s);
+        return store->kept.entries().front().refusal.has_value();
+    };
+    EXPECT_TRUE(TestSupport::eventually(isStored));
 }
 
 TEST_F(OutboxTest, KeepsNoRefusedEntryIfItMayKeepNone) {
