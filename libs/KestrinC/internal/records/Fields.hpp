@@ -36,6 +36,9 @@ struct Field {
     Member member;
     Value value;
 };
+// clang 16 makes none for an aggregate.
+template <class Member, class Value>
+Field(const char* name, Member member, Value value) -> Field<Member, Value>;
 
 /// The row of a structure and a record: specialised with a tuple of fields, `row`.
 template <class Structure, class Record>

@@ -85,6 +85,8 @@ template <class Text>
 struct TextOrNone {
     Text& text;
 };
+template <class Text>
+TextOrNone(Text& text) -> TextOrNone<Text>;  // as with Field
 inline void read(kestrin_text text, TextOrNone<std::string> value, const Path& path) {
     std::optional<std::string> present;
     read(text, present, path);
