@@ -113,8 +113,9 @@ class Writer final : public nlohmann::json_sax<JSON> {
 
 ReferenceJSON referenceJSON(std::string_view text) {
     Writer writer;
-    // It skips a byte-order mark, which is no JSON.
-    if (text.starts_with("\xEF\xBB\xBF") || !JSON::sax_parse(text, &writer))
+    // It skips a byte-order mark and takes NUL for the end, neither of which is JSON.
+    if (text.starts_with("\xEF\xBB\xBF") || text.find('\0') != text.npos ||
+        !JSON::sax_parse(text, &writer))
         writer.result.written.reset();
     return writer.result;
 }
