@@ -88,7 +88,7 @@ class Ending {
 
 /// What an observable has emitted.
 template <class T>
-[[nodiscard]] kestrin_result* resultOf(T value) noexcept {
+[[nodiscard]] kestrin_result* resultOf(T&& value) noexcept {
     try {
         return valueResult(std::move(value));
     } catch (...) {

@@ -56,21 +56,22 @@ void setValue(Result& result, const HalvardSling::Response& value);
 void setValue(Result& result, const KestrinConfigManager::HeldBinds& value);
 
 /// One record is an array of one.
-inline std::vector<KestrinProfile::User> storedAs(KestrinProfile::User value) {
+inline std::vector<KestrinProfile::User> storedAs(KestrinProfile::User&& value) {
     return {std::move(value)};
 }
-inline std::vector<KestrinHousehold::OutboxEntry> storedAs(KestrinHousehold::OutboxEntry value) {
+inline std::vector<KestrinHousehold::OutboxEntry> storedAs(KestrinHousehold::OutboxEntry&& value) {
     return {std::move(value)};
 }
 template <class T>
-T storedAs(T value) {
-    return value;
+T&& storedAs(T&& value) {
+    return std::move(value);
 }
 
 /// What the application gets of a value.
 /// @throws std::bad_alloc
 template <class T>
-[[nodiscard]] kestrin_result* valueResult(T value) {
+[[nodiscard]] kestrin_result* valueResult(T&& value) {
+    static_assert(std::is_rvalue_reference_v<T&&>);
     Result* const result = made<Result>(KESTRIN_VALUE);
     try {
         setValue(*result, *result->arena.keep(storedAs(std::move(value))));
