@@ -3,7 +3,8 @@
 # usage: run.sh BUILD_DIRECTORY [ROUNDS]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-readonly build=$1 rounds=${2:-5}
+build=$(realpath "$1")
+readonly build rounds=${2:-5}
 readonly programs=$build/programs results=$build/results
 
 rm -rf "$results"
@@ -15,11 +16,16 @@ java_list_bench() {
         bench/java/ListBench.java examples/config.json "$1"
 }
 
-# turns PROGRAM: what a journal costs is less than what a clock swings between two of its benchmarks, so they
-# run by turns, and the median counts.
+# turns PROGRAM: peers run by turns, because a clock swings by more than they differ, and the median counts. A
+# journal costs less still, so there are more turns.
 turns() {
-    [ "$1" = server_bench ] || return 0
-    echo --benchmark_repetitions=15 --benchmark_enable_random_interleaving=true \
+    local repetitions
+    case $1 in
+        cpprest_bench | dates_bench | decode_bench | http_bench | request_*bench | text_bench) repetitions=7 ;;
+        server_bench) repetitions=15 ;;
+        *) return 0 ;;
+    esac
+    echo --benchmark_repetitions=$repetitions --benchmark_enable_random_interleaving=true \
         --benchmark_report_aggregates_only=true
 }
 
