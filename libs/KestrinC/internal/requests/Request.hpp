@@ -90,7 +90,7 @@ class Ending {
 template <class T>
 [[nodiscard]] kestrin_result* resultOf(T&& value) noexcept {
     try {
-        return valueResult(std::move(value));
+        return valueResult(std::forward<T>(value));
     } catch (...) {
         return outOfMemoryResult();
     }

@@ -64,17 +64,16 @@ inline std::vector<KestrinHousehold::OutboxEntry> storedAs(KestrinHousehold::Out
 }
 template <class T>
 T&& storedAs(T&& value) {
-    return std::move(value);
+    return std::forward<T>(value);
 }
 
 /// What the application gets of a value.
 /// @throws std::bad_alloc
 template <class T>
 [[nodiscard]] kestrin_result* valueResult(T&& value) {
-    static_assert(std::is_rvalue_reference_v<T&&>);
     Result* const result = made<Result>(KESTRIN_VALUE);
     try {
-        setValue(*result, *result->arena.keep(storedAs(std::move(value))));
+        setValue(*result, *result->arena.keep(storedAs(std::forward<T>(value))));
     } catch (...) {
         retired(result, "a result");
         throw;
