@@ -1,6 +1,10 @@
+#include <condition_variable>
+#include <deque>
+#include <exception>
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -15,6 +19,32 @@ using namespace HalvardSling;
 using namespace TestSupport;
 
 namespace {
+
+/// What an executor was handed, for another thread to call.
+class PostedFunctions {
+  public:
+    void add(std::function<void()> function) {
+        {
+            const std::scoped_lock lock(mutex_);
+            functions_.push_back(std::move(function));
+        }
+        isThere_.notify_one();
+    }
+
+    /// The first one, which it waits for.
+    std::function<void()> take() {
+        std::unique_lock lock(mutex_);
+        isThere_.wait(lock, [this] { return !functions_.empty(); });
+        auto function = std::move(functions_.front());
+        functions_.pop_front();
+        return function;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable isThere_;
+    std::deque<std::function<void()>> functions_;
+};
 
 Observable<Response> repliesOf(const RawServer& server, std::shared_ptr<Transport> transport) {
     return Sling(requestTo(server.url())).responses(std::move(transport));
@@ -96,13 +126,17 @@ TEST(CurlComposition, AFutureGivesTheReply) {
 
 TEST(CurlComposition, EventsArriveWhereTheExecutorCalls) {
     const RawServer server(RawServer::answering(httpReply(200, "x")));
+    PostedFunctions posted;
+    // Last, for its thread posts: the end may come in a function of its own, after the reply's.
     const auto transport = curlTransport();
-    std::promise<std::function<void()>> posted;
     bool onTransportThread = true;
-    (repliesOf(server, transport) | deliverOn([&posted](std::function<void()> function) {
-         posted.set_value(std::move(function));
-     })).subscribe([&](const Response&) { onTransportThread = isTransportThread(); });
-    posted.get_future().get()();
+    bool hasEnded = false;
+    (repliesOf(server, transport) |
+     deliverOn([&posted](std::function<void()> function) { posted.add(std::move(function)); }))
+        .subscribe([&](const Response&) { onTransportThread = isTransportThread(); },
+                   [&](const std::exception_ptr&) { hasEnded = true; }, [&] { hasEnded = true; });
+    while (!hasEnded)
+        posted.take()();
     EXPECT_FALSE(onTransportThread);
 }
 
