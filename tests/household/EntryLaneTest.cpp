@@ -130,6 +130,22 @@ TEST_F(EntryLaneTest, nothingBeforeAnEntryThatStaysIsDropped) {
     EXPECT_THAT(waiting(), ElementsAre(2, 4));
 }
 
+TEST_F(EntryLaneTest, whatWasUnderWayWhenTheListWasClearedIsNotTakenOverAcrossTheClearing) {
+    add(1, progress("v", 900, true));
+    lane.begin();
+    add(2, write(Op::clearHistory));
+    lane.end(epoch);
+    add(3, progress("v", 5));
+    ASSERT_THAT(waiting(), ElementsAre(1, 2, 3));
+    EXPECT_EQ(lane.entries().back().write, progress("v", 5));
+    // Another list or brand has been cleared of nothing of it.
+    add(4, write(Op::clearFavorites));
+    add(5, progress("v", 6));
+    EXPECT_THAT(waiting(), ElementsAre(1, 2, 4, 5));
+    add(6, write(Op::clearHistory));
+    EXPECT_THAT(waiting(), ElementsAre(4, 6)) << "what is cleared twice need not be sent at all";
+}
+
 TEST_F(EntryLaneTest, otherItemsBrandsAndListsAreLeftAlone) {
     add(1, write(Op::addFavoriteShow, "a"));
     add(2, write(Op::addVideoToWatchList, "a"));

@@ -163,6 +163,20 @@ TEST_F(OutboxTest, DropsNothingThatIsUnderWay) {
                 ElementsAre(write(Op::addFavoriteShow, "a"), write(Op::removeFavoriteShow, "a")));
 }
 
+TEST_F(OutboxTest, DoesNotSayOfAClearedVideoThatItWasSeenToItsEnd) {
+    delivery->hold();
+    accept(progress("v", 900, true));
+    ASSERT_TRUE(TestSupport::eventually([&] { return delivery->held() == 1; }));
+    accept(write(Op::clearHistory));
+    delivery->answerNext(FakeDelivery::failing(networkIsAway()));
+    settle();
+    accept(progress("v", 5));
+    delivery->onSend(&FakeDelivery::accept);
+    outbox->networkIsBack();
+    EXPECT_EQ(settle().waiting, 0U);
+    EXPECT_EQ(delivery->sent().back(), progress("v", 5));
+}
+
 TEST_F(OutboxTest, GoesOnAfterARestart) {
     delivery->onSend(FakeDelivery::failing(networkIsAway()));
     accept(progress("v", 7));

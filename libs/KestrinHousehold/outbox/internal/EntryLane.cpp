@@ -9,6 +9,7 @@ std::vector<EntryLane::Key> EntryLane::keysOf(const OutboxWrite& write) {
     const auto kind = listChangeOf(write.operation);
     std::vector<Key> keys;
     if (!kind) return keys;
+    if (kind->change == Change::clear) keys.emplace_back(kind->list, write.brandID, std::nullopt);
     for (auto& item : itemsOf(write))
         keys.emplace_back(kind->list, write.brandID, std::move(item));
     return keys;
@@ -61,13 +62,23 @@ std::set<std::int64_t> EntryLane::sameItems(const OutboxWrite& write) const {
     return numbers;
 }
 
+/// The entries that clear the list of a write about items.
+std::set<std::int64_t> EntryLane::clearings(const OutboxWrite& write) const {
+    const auto kind = listChangeOf(write.operation);
+    if (!kind || kind->change == Change::clear) return {};
+    const auto found = index_.find({kind->list, write.brandID, std::nullopt});
+    return found == index_.end() ? std::set<std::int64_t>() : found->second;
+}
+
 std::vector<std::int64_t> EntryLane::supersededBy(OutboxEntry& entry) const {
     std::vector<std::int64_t> dropped;
+    const auto clearings = this->clearings(entry.write);
     const auto same = sameItems(entry.write);
     for (auto number = same.rbegin(); number != same.rend(); ++number) {
         if (leaving_.contains(*number)) continue;
-        // Nothing before one that stays is looked at: the order is kept.
-        if (underWay_ == *number) break;
+        // Nothing before one that stays is looked at: the order is kept. Before a clearing stands
+        // only what was under way when it came.
+        if (underWay_ == *number || clearings.upper_bound(*number) != clearings.end()) break;
         if (!supersedes(entry.write, slots_.at(*number).entry.write)) break;
         dropped.push_back(*number);
     }
@@ -168,14 +179,10 @@ OutboxEntry EntryLane::takeUnderWay(Scheduler::WallTime now, bool isSent) {
 /// Later entries of the same items must not take for newer what this one has left.
 void EntryLane::noteOwnWork(std::int64_t number, Scheduler::WallTime now) {
     const auto& write = slots_.at(number).entry.write;
-    const auto keys = keysOf(write);
-    if (keys.empty()) return;  // it leaves nothing
-    const List list = std::get<List>(keys.front());
+    const auto kind = listChangeOf(write.operation);
+    if (!kind || kind->change == Change::clear) return;  // it leaves nothing
     auto later = sameItems(write);
-    for (const auto& [other, slot] : slots_)
-        if (slot.entry.write.brandID == write.brandID &&
-            listChangeOf(slot.entry.write.operation) == ListChange{list, Change::clear})
-            later.insert(other);
+    later.merge(clearings(write));
     for (const auto one : later) {
         if (one <= number) continue;
         slots_.at(one).entry.ownUntil = now;

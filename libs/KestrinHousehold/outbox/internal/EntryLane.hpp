@@ -84,11 +84,12 @@ class EntryLane {
         bool isPlanned = false;
         std::optional<std::int64_t> droppedBy{};
     };
-    /// List, brand and item.
-    using Key = std::tuple<List, std::string, std::string>;
+    /// List, brand and item; no item: all of the list, which is cleared.
+    using Key = std::tuple<List, std::string, std::optional<std::string>>;
 
     [[nodiscard]] static std::vector<Key> keysOf(const OutboxWrite& write);
     [[nodiscard]] std::set<std::int64_t> sameItems(const OutboxWrite& write) const;
+    [[nodiscard]] std::set<std::int64_t> clearings(const OutboxWrite& write) const;
     [[nodiscard]] std::vector<std::int64_t> supersededBy(OutboxEntry& entry) const;
     void insert(OutboxEntry entry, bool isPlanned);
     OutboxEntry erase(std::int64_t number);
