@@ -48,7 +48,7 @@ enum ErrorTests {
     @Sendable private static func otherErrors() async throws {
         _ = try FakeTransport.failing(Unexpected(description: "a secret"))
         let error = try await failure { try await Profile().history() }
-        try equal(.sling(.cannotConnect), error.reason)
+        try equal(.sling(.connectionLost), error.reason)
         try contains("Unexpected", error.message)
         try that(!error.message.contains("a secret"), "the message has no text of others")
     }

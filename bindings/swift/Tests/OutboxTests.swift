@@ -181,6 +181,7 @@ enum OutboxTests {
             options: ReporterOptions(profileID: "kid", videoID: "film"))
         reporter.position(nil)
         reporter.position(.seconds(42))
+        reporter.position(.nanoseconds(-1))
         reporter.paused()
         let sent = try await transport.waiting.next()
         try equal(ProfileOperation.addHistoryVideo.serviceName, sent.request.operation)

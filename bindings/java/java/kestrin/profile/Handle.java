@@ -1,6 +1,7 @@
 package kestrin.profile;
 
 import java.lang.ref.Cleaner;
+import java.lang.ref.Reference;
 import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.LongConsumer;
@@ -12,6 +13,7 @@ import java.util.function.LongConsumer;
 final class Handle {
     private static final Cleaner CLEANER = Cleaner.create();
 
+    private final Object owner;
     private final String name;
     private final Life life;
     private final Cleaner.Cleanable cleanable;
@@ -22,6 +24,7 @@ final class Handle {
      * @param release  the library's function; must not refer to the owner
      */
     Handle(Object owner, String name, long pointer, LongConsumer release) {
+        this.owner = owner;
         this.name = name;
         life = new Life(pointer, release);
         cleanable = CLEANER.register(owner, life);
@@ -49,6 +52,8 @@ final class Handle {
             return use.with(life.pointer);
         } finally {
             life.end();
+            // Collected before the use began, it would be taken for closed.
+            Reference.reachabilityFence(owner);
         }
     }
 

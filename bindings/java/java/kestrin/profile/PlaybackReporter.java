@@ -42,13 +42,13 @@ public final class PlaybackReporter implements AutoCloseable {
                 .use(keeping -> Native.createReporter(acting, keeping, options, context, place));
     }
 
-    /** The player is at a position; null: unknown, and nothing changes. */
+    /** The player is at a position; null or below zero: unknown, and nothing changes. */
     public void position(Duration position) {
         long at = millisecondsOf(position);
         handle.check(reporter -> Native.position(reporter, at));
     }
 
-    /** Somebody has moved the player; null: until a position is told, none is known. */
+    /** Somebody has moved the player; null or below zero: until a position is told, none is known. */
     public void moved(Duration position) {
         long at = millisecondsOf(position);
         handle.check(reporter -> Native.moved(reporter, at));
@@ -76,6 +76,6 @@ public final class PlaybackReporter implements AutoCloseable {
     }
 
     private static long millisecondsOf(Duration position) {
-        return position == null ? UNKNOWN : position.toMillis();
+        return position == null ? UNKNOWN : WireWriter.milliseconds("position", position);
     }
 }

@@ -48,7 +48,7 @@ public final class Transfer {
     /**
      * Ends the transfer with an error. Does nothing if it has ended.
      *
-     * @param kind     what went wrong
+     * @param kind     what went wrong; null is {@link SlingErrorKind#CONNECTION_LOST}
      * @param message  for people, without secrets; may be null
      */
     public void fail(SlingErrorKind kind, String message) {
@@ -57,10 +57,11 @@ public final class Transfer {
         byte[] text;
         try {
             text = WireWriter.utf8("message", message);
-        } catch (InvalidCallException problem) {
+        } catch (InvalidCallException | OutOfMemoryError problem) {
             text = null;
         }
-        Native.failTransfer(open, kind.code(), text);
+        SlingErrorKind known = kind == null ? SlingErrorKind.CONNECTION_LOST : kind;
+        Native.failTransfer(open, known.code(), text);
     }
 
     /**

@@ -20,12 +20,20 @@ final class Transfers implements Events.Target {
     }
 
     private void send(long id, long handle, WireReader event) {
-        Transfer transfer = new Transfer(handle, () -> open.remove(id));
-        open.put(id, transfer);
+        Transfer transfer;
+        try {
+            transfer = new Transfer(handle, () -> open.remove(id));
+            open.put(id, transfer);
+        } catch (OutOfMemoryError problem) {
+            // Nobody else has it.
+            Native.failTransfer(handle, SlingErrorKind.OUT_OF_MEMORY.code(), null);
+            throw problem;
+        }
         try {
             transport.send(TransferRequest.read(event), transfer);
         } catch (Throwable problem) {
-            transfer.fail(SlingErrorKind.CANNOT_CONNECT, "the transport threw " + problem.getClass());
+            // It may have sent something before.
+            transfer.fail(SlingErrorKind.CONNECTION_LOST, "the transport threw " + problem.getClass());
             Events.report(problem);
         }
     }

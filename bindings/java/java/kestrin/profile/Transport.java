@@ -13,7 +13,9 @@ public interface Transport {
      *
      * @param request   what is to be sent
      * @param transfer  to be ended once, now or later, on any thread, also if it was cancelled. If
-     *                  this method throws it ends with {@link SlingErrorKind#CANNOT_CONNECT}.
+     *                  this method throws it ends with {@link SlingErrorKind#CONNECTION_LOST}: the
+     *                  service may have it. Kinds that say that nothing was sent, e.g. {@link
+     *                  SlingErrorKind#CANNOT_CONNECT}, let any request be sent again.
      */
     void send(TransferRequest request, Transfer transfer);
 }

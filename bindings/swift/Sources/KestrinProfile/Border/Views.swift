@@ -106,7 +106,13 @@ extension Duration {
     }
 
     /// Rounded towards zero; what no Int64 holds becomes the nearest one that does.
-    var milliseconds: Int64 { units(of: 1_000) }
+    /// Rounded away from none: the shortest time is one, and what is below zero stays there.
+    var milliseconds: Int64 {
+        let whole = units(of: 1_000)
+        let exact = Duration.milliseconds(whole)
+        if self > exact { return whole == .max ? whole : whole + 1 }
+        return self < exact && whole != .min ? whole - 1 : whole
+    }
     var nanoseconds: Int64 { units(of: 1_000_000_000) }
 
     private func units(of perSecond: Int64) -> Int64 {

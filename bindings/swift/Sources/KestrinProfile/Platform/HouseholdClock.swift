@@ -36,7 +36,7 @@ public final class ClockTask: @unchecked Sendable {
     }
 
     deinit {
-        kestrin_task_drop(pointer)
+        if let pointer { kestrin_task_drop(pointer) }
     }
 
     /// Runs it, on this thread; the second time it does nothing.

@@ -9,7 +9,9 @@ public protocol Transport: Sendable {
     /// outcome any more.
     ///
     /// - Throws: ``TransferFailure`` with what went wrong; `CancellationError` ends the request as
-    ///   cancelled, and anything else as ``SlingErrorKind/cannotConnect``.
+    ///   cancelled, and anything else as ``SlingErrorKind/connectionLost``: the service may have it.
+    ///   Kinds that say that nothing was sent, as ``SlingErrorKind/cannotConnect`` does, let any request
+    ///   be sent again.
     func send(_ request: TransferRequest) async throws -> TransferReply
 }
 

@@ -84,8 +84,8 @@ private final class Transfer: @unchecked Sendable {
         where failure.kind != .httpStatus && failure.kind != .unknown:
             failure
         case is CancellationError: TransferFailure(.cancelled)
-        // Its text may hold a secret.
-        default: TransferFailure(.cannotConnect, "the transport threw \(type(of: error))")
+        // Something may have been sent before. Its text may hold a secret.
+        default: TransferFailure(.connectionLost, "the transport threw \(type(of: error))")
         }
     }
 }

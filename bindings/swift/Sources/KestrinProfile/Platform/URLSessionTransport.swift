@@ -149,7 +149,7 @@ private final class Exchange: @unchecked Sendable {
     }
 
     private static func failure(_ error: any Error) -> any Error {
-        guard let error = error as? URLError else { return TransferFailure(.cannotConnect) }
+        guard let error = error as? URLError else { return TransferFailure(.connectionLost) }
         if error.code == .cancelled { return CancellationError() }
         // Its text may hold the URL.
         return TransferFailure(kinds[error.code] ?? .connectionLost, "URLError \(error.code.rawValue)")
@@ -161,10 +161,11 @@ private final class Exchange: @unchecked Sendable {
         .cannotFindHost: .nameNotResolved,
         .dnsLookupFailed: .nameNotResolved,
         .cannotConnectToHost: .cannotConnect,
-        .notConnectedToInternet: .cannotConnect,
-        .dataNotAllowed: .cannotConnect,
-        .internationalRoamingOff: .cannotConnect,
-        .callIsActive: .cannotConnect,
+        // Without a network no name is resolved either; an application says the same of both.
+        .notConnectedToInternet: .nameNotResolved,
+        .dataNotAllowed: .nameNotResolved,
+        .internationalRoamingOff: .nameNotResolved,
+        .callIsActive: .nameNotResolved,
         .timedOut: .totalTimeout,
         .networkConnectionLost: .connectionLost,
         .badServerResponse: .malformedReply,

@@ -9,6 +9,7 @@ import static kestrin.profile.tests.Tests.thrown;
 import java.time.Duration;
 import java.util.concurrent.CancellationException;
 import java.util.concurrent.CompletableFuture;
+import java.util.concurrent.atomic.AtomicInteger;
 import kestrin.profile.AnonymousBind;
 import kestrin.profile.ConfigurationManager;
 import kestrin.profile.ConfigurationManagerException;
@@ -179,18 +180,36 @@ public final class ErrorsTest {
                                                 .withDeadline(Duration.ofMillis(-1)))));
     }
 
-    public static void aTransportThatThrowsIsAnError() {
+    public static void whatATransportThrewAtIsAnErrorAndNotCreatedTwice() {
         FakeTransport.keeping();
+        AtomicInteger sent = new AtomicInteger();
         ConfigurationManager.setTransport(
                 (request, transfer) -> {
+                    sent.incrementAndGet();
                     throw new IllegalStateException("a mistake of the application's");
                 });
         Thread.UncaughtExceptionHandler former = Thread.getDefaultUncaughtExceptionHandler();
         CompletableFuture<Throwable> told = new CompletableFuture<>();
         Thread.setDefaultUncaughtExceptionHandler((thread, problem) -> told.complete(problem));
-        SlingException problem = failure(SlingException.class, new Profile().history());
-        equal(SlingErrorKind.CANNOT_CONNECT, problem.kind());
+        try (Household household = new Household();
+                ProfileSession parent = household.session("parent")) {
+            SlingException problem =
+                    failure(
+                            SlingException.class,
+                            parent.createProfile(User.named("Kit", null, null)));
+            equal(SlingErrorKind.CONNECTION_LOST, problem.kind());
+            equal(1, sent.get());
+        }
         equal("a mistake of the application's", told.join().getMessage());
         Thread.setDefaultUncaughtExceptionHandler(former);
+    }
+
+    public static void aTransferThatFailsWithoutAKindFailsItsRequest() {
+        FakeTransport transport = FakeTransport.keeping();
+        CompletableFuture<?> history = new Profile().history();
+        transport.next().transfer().fail(null, null);
+        equal(
+                SlingErrorKind.CONNECTION_LOST,
+                failure(SlingException.class, history).kind());
     }
 }

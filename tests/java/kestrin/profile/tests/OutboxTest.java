@@ -117,6 +117,7 @@ public final class OutboxTest {
                 PlaybackReporter reporter =
                         household.reporter(ReporterOptions.of("kid", "film"))) {
             reporter.position(Duration.ofSeconds(42));
+            reporter.position(Duration.ofNanos(-1));
             reporter.paused();
             FakeTransport.Sent sent = transport.next();
             equal(Operation.ADD_HISTORY_VIDEO.serviceName(), sent.request().operation());
