@@ -762,16 +762,25 @@ TEST_F(OutboxTest, OpensItsStoreAtItsEndForWhatIsAskedWhileItCannotBeOpened) {
 TEST_F(OutboxTest, EndsWithAnErrorWhatAHandlerAsksThatHasEndedIt) {
     opened();
     const auto drop = outbox->drop(1);
+    const auto opening = outbox->opening();
+    const auto settling = outbox->settled();
     std::optional<Observed<bool>> dropped;
+    std::optional<Observed<KestrinHousehold::OutboxOpening>> open;
+    std::optional<Observed<OutboxState>> settled;
     std::atomic<bool> isAsked = false;
     outbox->add(write(Op::addFavoriteShow, "a")).subscribe([&](const OutboxEntry&) {
         outbox.reset();
         dropped.emplace(drop);
+        open.emplace(opening);
+        settled.emplace(settling);
         isAsked = true;
     });
     ASSERT_TRUE(TestSupport::eventually([&] { return isAsked.load(); }));
-    ASSERT_TRUE(dropped->error<OutboxError>());
-    EXPECT_EQ(dropped->error<OutboxError>()->value(), OutboxError::Case::closed);
+    for (const auto& error : {dropped->error<OutboxError>(), open->error<OutboxError>(),
+                              settled->error<OutboxError>()}) {
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->value(), OutboxError::Case::closed);
+    }
     EXPECT_THAT(store->kept.entries(), SizeIs(1));
 }
 

@@ -2,8 +2,10 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -115,6 +117,28 @@ TEST_F(SessionBind, OfAnotherProfileIsUsedByNobody) {
     EXPECT_THAT(manager.heldBinds().binds, ElementsAre(AnonymousBind("q", "q's")));
     const List other(household.session("q").history());
     EXPECT_THAT(sent(), ElementsAre("bind", "personalization-history-get with JWT q's"));
+}
+
+TEST_F(SessionBind, ThatCameMeanwhileIsNotDroppedForACallThatHasLeft) {
+    auto all = options();
+    rxcpp::composite_subscription first;
+    bool isFirst = true;
+    std::function<void()> next;
+    all.log = [&](const HouseholdEvent&) {
+        if (!std::exchange(isFirst, false)) return;
+        first.unsubscribe();
+        next();
+    };
+    const Household household(std::move(all));
+    const auto session = household.session("p");
+    std::optional<List> second;
+    next = [&] {
+        second.emplace(session.history());
+        answerBind("p", "t");
+    };
+    session.history().subscribe(first, [](const UserProfile&) {});
+    EXPECT_THAT(sent(), ElementsAre("bind", "personalization-history-get with JWT t"));
+    EXPECT_THAT(manager.heldBinds().binds, ElementsAre(AnonymousBind("p", "t")));
 }
 
 TEST_F(SessionBind, IsRequestedStillWhenOneOfThoseThatWaitLeaves) {

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <random>
 #include <set>
@@ -109,7 +110,7 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
         bool isStarting = false;    ///< a thread is in `run`
         bool awaitsReply = false;   ///< a request is on its way
         std::uint64_t request = 0;  ///< its number
-        rxcpp::composite_subscription lifetime{};
+        std::optional<rxcpp::composite_subscription> lifetime{};
         bool isUnderWay = false;            ///< the first entry was begun
         bool isComparing = false;           ///< the request asks for what the service has
         std::vector<OutboxWrite> writes{};  ///< what is still to be sent for it, the next one last
@@ -117,7 +118,8 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
         bool bindCame = false;  ///< since the request under way was made
         int failures = 0;
         Scheduler::TaskID retry = 0;
-        bool hasNoTimer = false;  ///< none was to be had: the next write or network begins again
+        bool hasNoTimer = false;   ///< none was to be had: the next write or network begins again
+        bool isForgotten = false;  ///< the store was opened anew since
     };
     using LanePointer = std::shared_ptr<Lane>;
 
@@ -125,31 +127,34 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     struct Incoming {
         OutboxEntry entry;
         Subscriber<OutboxEntry> subscriber;
+        bool isAccepted = false;
     };
     struct Dropping {
         Number number;
         Subscriber<bool> subscriber;
+        bool isDropped = false;
     };
     /// What waits for the store.
     struct Waiting {
         std::vector<Incoming> incoming{};
         std::vector<Dropping> drops{};
+
+        [[nodiscard]] bool isEmpty() const { return incoming.empty() && drops.empty(); }
     };
     /// What one commit is about.
     struct Batch {
-        std::vector<Incoming> accepted{};
-        std::vector<Incoming> rejected{};
-        std::vector<std::pair<Subscriber<bool>, bool>> drops{};
+        Waiting waiting{};
         std::vector<Number> removals{};
         std::vector<OutboxEntry> refusals{};
         std::vector<OutboxEntry> changed{};
         std::vector<LanePointer> lanes{};
         OutboxStore::Change change{};
         std::vector<OutboxEvent> events{};
+        std::uint64_t beginning = 0;  ///< the one that `removals` and `refusals` are from
+        bool isStored = false;
 
         [[nodiscard]] bool isEmpty() const {
-            return accepted.empty() && rejected.empty() && drops.empty() && removals.empty() &&
-                   refusals.empty();
+            return waiting.isEmpty() && removals.empty() && refusals.empty();
         }
     };
     struct Request {
@@ -162,6 +167,23 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     /// Holds `storeMutex_`, until somebody is told of what was done: a handler may ask for more, or
     /// end the outbox.
     using Storing = std::unique_lock<std::mutex>;
+    /// Somebody is in `work`.
+    struct Working {
+        explicit Working(Core& core) : core_(core) {
+            const std::scoped_lock lock(core_.mutex_);
+            core_.isWorkRequested_ = false;
+            ++core_.working_;
+        }
+        Working(const Working&) = delete;
+        Working& operator=(const Working&) = delete;
+        ~Working() {
+            const std::scoped_lock lock(core_.mutex_);
+            --core_.working_;
+        }
+
+      private:
+        Core& core_;
+    };
 
     // The store. On one thread at a time.
     [[nodiscard]] bool scheduleWork();
@@ -170,14 +192,21 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     [[nodiscard]] bool open(Storing storing);
     void loaded(OutboxStore::Loaded found, const Waiting& waiting, Storing storing);
     void notLoaded(const OutboxError& error, const Waiting& waiting, Storing storing);
-    [[nodiscard]] Batch takeBatch();
-    void planIncoming(Batch& batch, Incoming incoming);
-    void takeDrop(Batch& batch, const Dropping& dropping);
+    void takeBatch(Batch& batch);
+    void planIncoming(Batch& batch, Incoming& incoming);
+    void takeDrop(Batch& batch, Dropping& dropping);
     [[nodiscard]] bool storeNext(Storing storing);
+    [[nodiscard]] bool store(Batch& batch, Storing storing);
     void kept(Batch& batch, Storing storing);
     void notKept(Batch& batch, const OutboxError& error, Storing storing);
+    static void tellStored(const Waiting& waiting, const std::exception_ptr& noRoom);
     [[nodiscard]] Waiting takeWaiting();
-    static void failAll(const Waiting& waiting, const OutboxError& error);
+    static void failAll(const Waiting& waiting, const std::exception_ptr& error);
+
+    // A lack of memory.
+    template <class Work>
+    void withMemory(const Work& work);
+    void beginAnew();
 
     // Sending.
     void runAll();
@@ -203,6 +232,7 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     [[nodiscard]] nanoseconds ageOf(const OutboxEntry& entry) const;
     void removeSoon();
     void workAfter(nanoseconds delay);
+    [[nodiscard]] std::optional<rxcpp::composite_subscription> takeLifetime();
 
     // With the lock held.
     [[nodiscard]] LanePointer laneOf(const std::string& profileID);
@@ -241,12 +271,20 @@ class [[gnu::visibility("hidden")]] Outbox::Core : public std::enable_shared_fro
     std::optional<milliseconds> clockDifference_;
     std::minstd_rand random_{std::random_device()()};
     std::uint64_t requests_ = 0;
+    std::uint64_t beginning_ = 0;  ///< how often it began anew
+
+    // Made while there is memory.
+    const std::optional<OutboxError> lackOfMemory_{std::in_place, OutboxError::Case::notStored,
+                                                   "there is not enough memory"};
+    const std::exception_ptr withoutMemory_ = std::make_exception_ptr(*lackOfMemory_);
+    const std::exception_ptr closed_ =
+        std::make_exception_ptr(OutboxError(OutboxError::Case::closed));
 };
 
 Outbox::Core::LanePointer Outbox::Core::laneOf(const std::string& profileID) {
-    auto& lane = lanes_[profileID];
-    if (!lane) lane = std::make_shared<Lane>();
-    return lane;
+    const auto found = lanes_.find(profileID);
+    if (found != lanes_.end()) return found->second;
+    return lanes_.emplace(profileID, std::make_shared<Lane>()).first->second;
 }
 
 std::size_t Outbox::Core::waiting() const {
@@ -271,7 +309,7 @@ void Outbox::Core::add(OutboxWrite write, const Subscriber<OutboxEntry>& subscri
         isKept = !isClosed_;
         if (isKept) incoming_.push_back({std::move(entry), subscriber});
     }
-    if (!isKept) return KestrinHousehold::fail(subscriber, OutboxError::Case::closed, "");
+    if (!isKept) return subscriber.on_error(closed_);
     requestWork();
 }
 
@@ -285,21 +323,27 @@ void Outbox::Core::drop(Number number, const Subscriber<bool>& subscriber) {
 
 void Outbox::Core::tellOpening(const Subscriber<OutboxOpening>& subscriber) {
     std::optional<OutboxError> error;
+    OutboxOpening found;
     {
         const std::scoped_lock lock(mutex_);
-        error = openingError_;
+        if (isClosed_) error.emplace(OutboxError::Case::closed);
+        if (!error) error = openingError_;
         if (!isOpen_ && !error) return awaitOpening_.push_back(subscriber);
+        found = opening_;
     }
     if (error) return subscriber.on_error(std::make_exception_ptr(*error));
-    subscriber.on_next(opening_);
+    subscriber.on_next(found);
     subscriber.on_completed();
 }
 
 void Outbox::Core::tellSettled(const Subscriber<OutboxState>& subscriber) {
+    bool isClosed = false;
     {
         const std::scoped_lock lock(mutex_);
-        awaitSettled_.push_back(subscriber);
+        isClosed = isClosed_;
+        if (!isClosed) awaitSettled_.push_back(subscriber);
     }
+    if (isClosed) return subscriber.on_error(closed_);
     tellSettledOnes();
 }
 
@@ -334,7 +378,7 @@ void Outbox::Core::networkIsBack() {
         }
         isWorkLeft = !isOpen || (removal_ == 0 && !(removals_.empty() && refusals_.empty()));
     }
-    if (isOpen) runAll();
+    if (isOpen) withMemory([this] { runAll(); });
     if (isWorkLeft) requestWork();
 }
 
@@ -348,7 +392,50 @@ void Outbox::Core::bindIsNew(const std::string& profileID) {
         lane->waitsForBind = false;
         lane->bindCame = true;
     }
-    run(lane);
+    withMemory([&] { run(lane); });
+}
+
+// A lack of memory.
+
+/// Does what may lack memory. Where it does, all begins anew.
+template <class Work>
+void Outbox::Core::withMemory(const Work& work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        beginAnew();
+    }
+}
+
+/// Forgets all but what is in the store and what waits for it, as a restart does.
+void Outbox::Core::beginAnew() {
+    constexpr std::chrono::seconds again(5);
+    std::map<std::string, LanePointer> lanes;
+    std::vector<Subscriber<OutboxOpening>> opening;
+    Waiting waiting;
+    {
+        const std::scoped_lock lock(mutex_);
+        for (const auto& [profile, lane] : lanes_) {
+            scheduler_->cancel(std::exchange(lane->retry, 0));
+            lane->isForgotten = true;
+        }
+        lanes.swap(lanes_);
+        refused_.clear();
+        removals_.clear();
+        refusals_.clear();
+        ++beginning_;
+        isOpen_ = false;
+        openingError_ = lackOfMemory_;
+        opening.swap(awaitOpening_);
+        scheduler_->cancel(std::exchange(removal_, 0));
+        if (!isClosed_) workAfter(again);
+        if (removal_ == 0) waiting = {std::exchange(incoming_, {}), std::exchange(drops_, {})};
+    }
+    for (const auto& [profile, lane] : lanes)
+        if (const auto& lifetime = lane->lifetime) lifetime->unsubscribe();
+    failAll(waiting, withoutMemory_);
+    for (const auto& subscriber : opening)
+        subscriber.on_error(withoutMemory_);
 }
 
 // The store.
@@ -375,18 +462,12 @@ bool Outbox::Core::scheduleWork() {
 }
 
 void Outbox::Core::work() {
-    {
-        const std::scoped_lock lock(mutex_);
-        isWorkRequested_ = false;
-        ++working_;
-    }
-    while (workOnce()) {
-    }
-    {
-        const std::scoped_lock lock(mutex_);
-        --working_;
-    }
-    runAll();
+    withMemory([this] {
+        const Working working(*this);
+        while (workOnce()) {
+        }
+    });
+    withMemory([this] { runAll(); });
     tellSettledOnes();
 }
 
@@ -395,7 +476,7 @@ bool Outbox::Core::workOnce() {
     Storing storing(storeMutex_);
     if (!store_) {
         storing.unlock();
-        failAll(takeWaiting(), OutboxError(OutboxError::Case::closed));
+        failAll(takeWaiting(), closed_);
         return false;
     }
     bool isOpen = false;
@@ -410,18 +491,24 @@ bool Outbox::Core::workOnce() {
 
 bool Outbox::Core::open(Storing storing) {
     const Waiting waiting = takeWaiting();  // what comes from now on has another try
-    OutboxStore::Loaded found;
     try {
-        found = store_->load();
-    } catch (...) {
-        notLoaded(storeError(std::current_exception()), waiting, std::move(storing));
-        return false;
+        OutboxStore::Loaded found;
+        try {
+            found = store_->load();
+        } catch (...) {
+            notLoaded(storeError(std::current_exception()), waiting, std::move(storing));
+            return false;
+        }
+        loaded(std::move(found), waiting, std::move(storing));
+        return true;
+    } catch (const std::bad_alloc&) {
+        failAll(waiting, withoutMemory_);
+        throw;
     }
-    loaded(std::move(found), waiting, std::move(storing));
-    return true;
 }
 
 void Outbox::Core::notLoaded(const OutboxError& error, const Waiting& waiting, Storing storing) {
+    const auto failure = std::make_exception_ptr(error);
     std::vector<Subscriber<OutboxOpening>> subscribers;
     {
         const std::scoped_lock lock(mutex_);
@@ -430,13 +517,15 @@ void Outbox::Core::notLoaded(const OutboxError& error, const Waiting& waiting, S
     }
     storing.unlock();
     for (const auto& subscriber : subscribers)
-        subscriber.on_error(std::make_exception_ptr(error));
-    failAll(waiting, error);
+        subscriber.on_error(failure);
+    failAll(waiting, failure);
 }
 
 void Outbox::Core::loaded(OutboxStore::Loaded found, const Waiting& waiting, Storing storing) {
     Events events;
-    std::vector<Subscriber<OutboxOpening>> subscribers;
+    for (const auto& warning : found.warnings)
+        events.push_back({Kind::storeFailed, {}, warning});
+    OutboxOpening opening;
     {
         const std::scoped_lock lock(mutex_);
         for (auto& entry : found.entries) {
@@ -447,19 +536,22 @@ void Outbox::Core::loaded(OutboxStore::Loaded found, const Waiting& waiting, Sto
                 laneOf(entry.write.profileID)->entries.restore(std::move(entry));
         }
         opening_ = {this->waiting(), refused_.size(), std::move(found.warnings)};
-        isOpen_ = true;
-        openingError_.reset();
-        subscribers.swap(awaitOpening_);
+        opening = opening_;
         incoming_.insert(incoming_.begin(), waiting.incoming.begin(), waiting.incoming.end());
         drops_.insert(drops_.begin(), waiting.drops.begin(), waiting.drops.end());
+        isOpen_ = true;
+        openingError_.reset();
     }
     storing.unlock();
-    for (const auto& warning : opening_.warnings)
-        events.push_back({Kind::storeFailed, {}, warning});
     events_->queue(std::move(events));
     events_->send();
+    std::vector<Subscriber<OutboxOpening>> subscribers;
+    {
+        const std::scoped_lock lock(mutex_);
+        subscribers.swap(awaitOpening_);
+    }
     for (const auto& subscriber : subscribers) {
-        subscriber.on_next(opening_);
+        subscriber.on_next(opening);
         subscriber.on_completed();
     }
 }
@@ -470,19 +562,21 @@ Outbox::Core::Waiting Outbox::Core::takeWaiting() {
 }
 
 /// Nothing that waits for the store gets what it waits for.
-void Outbox::Core::failAll(const Waiting& waiting, const OutboxError& error) {
+void Outbox::Core::failAll(const Waiting& waiting, const std::exception_ptr& error) {
     for (const auto& one : waiting.incoming)
-        one.subscriber.on_error(std::make_exception_ptr(error));
+        one.subscriber.on_error(error);
     for (const auto& one : waiting.drops)
-        one.subscriber.on_error(std::make_exception_ptr(error));
+        one.subscriber.on_error(error);
 }
 
-Outbox::Core::Batch Outbox::Core::takeBatch() {
-    Batch batch;
+void Outbox::Core::takeBatch(Batch& batch) {
     const std::scoped_lock lock(mutex_);
-    for (auto& incoming : std::exchange(incoming_, {}))
-        planIncoming(batch, std::move(incoming));
-    for (const auto& dropping : std::exchange(drops_, {}))
+    batch.beginning = beginning_;
+    batch.waiting.incoming.swap(incoming_);
+    batch.waiting.drops.swap(drops_);
+    for (auto& incoming : batch.waiting.incoming)
+        planIncoming(batch, incoming);
+    for (auto& dropping : batch.waiting.drops)
         takeDrop(batch, dropping);
     batch.removals.insert(batch.removals.end(), removals_.begin(), removals_.end());
     removals_.clear();
@@ -500,46 +594,55 @@ Outbox::Core::Batch Outbox::Core::takeBatch() {
         std::ranges::move(lane->entries.planned(), std::back_inserter(change.put));
         std::ranges::copy(lane->entries.leaving(), std::back_inserter(change.remove));
     }
-    return batch;
 }
 
-void Outbox::Core::planIncoming(Batch& batch, Incoming incoming) {
+void Outbox::Core::planIncoming(Batch& batch, Incoming& incoming) {
     const auto lane = laneOf(incoming.entry.write.profileID);
     const auto used = waiting();
     const auto free = options_.maxEntries - std::min(used, options_.maxEntries);
     OutboxEntry entry = incoming.entry;
     entry.number = last_ + 1;
     const auto until = entry.acceptedAt + options_.longestRequest;
-    if (!lane->entries.plan(entry, free, until)) {
-        batch.rejected.push_back(std::move(incoming));
-        return;
-    }
+    if (!lane->entries.plan(entry, free, until)) return;
     incoming.entry.number = ++last_;
-    batch.accepted.push_back(std::move(incoming));
+    incoming.isAccepted = true;
     if (std::ranges::find(batch.lanes, lane) == batch.lanes.end()) batch.lanes.push_back(lane);
 }
 
-void Outbox::Core::takeDrop(Batch& batch, const Dropping& dropping) {
+void Outbox::Core::takeDrop(Batch& batch, Dropping& dropping) {
     const auto number = dropping.number;
     std::optional<OutboxEntry> entry;
     if (auto node = refused_.extract(number)) entry = std::move(node.mapped());
     for (const auto& [profile, lane] : lanes_)
         if (!entry) entry = lane->entries.take(number);
-    batch.drops.emplace_back(dropping.subscriber, entry.has_value());
+    dropping.isDropped = entry.has_value();
     if (!entry) return;
     batch.removals.push_back(number);
     batch.events.push_back({Kind::dropped, std::move(*entry), "dropped by the application"});
 }
 
 bool Outbox::Core::storeNext(Storing storing) {
-    Batch batch = takeBatch();
-    if (batch.isEmpty()) return false;
+    Batch batch;
+    try {
+        takeBatch(batch);
+        return !batch.isEmpty() && store(batch, std::move(storing));
+    } catch (const std::bad_alloc&) {
+        if (batch.isStored)
+            tellStored(batch.waiting, withoutMemory_);
+        else
+            failAll(batch.waiting, withoutMemory_);
+        throw;
+    }
+}
+
+bool Outbox::Core::store(Batch& batch, Storing storing) {
     try {
         if (!batch.change.put.empty() || !batch.change.remove.empty()) store_->commit(batch.change);
     } catch (...) {
         notKept(batch, storeError(std::current_exception()), std::move(storing));
         return false;
     }
+    batch.isStored = true;
     kept(batch, std::move(storing));
     return true;
 }
@@ -547,6 +650,7 @@ bool Outbox::Core::storeNext(Storing storing) {
 void Outbox::Core::kept(Batch& batch, Storing storing) {
     const std::string full =
         "it holds " + std::to_string(options_.maxEntries) + " entries, as many as it may";
+    const auto noRoom = std::make_exception_ptr(OutboxError(OutboxError::Case::full, full));
     Events events = std::move(batch.events);
     {
         const std::scoped_lock lock(mutex_);
@@ -556,23 +660,29 @@ void Outbox::Core::kept(Batch& batch, Storing storing) {
                 events.push_back(
                     {Kind::superseded, std::move(entry), "a later entry makes it needless", by});
         }
-        for (const auto& [entry, subscriber] : batch.rejected)
-            events.push_back({Kind::overflow, entry, full});
+        for (const auto& incoming : batch.waiting.incoming)
+            if (!incoming.isAccepted) events.push_back({Kind::overflow, incoming.entry, full});
         events_->queue(std::move(events));
     }
     storing.unlock();
     events_->send();
-    for (const auto& [entry, subscriber] : batch.accepted) {
+    tellStored(batch.waiting, noRoom);
+    runAll();
+}
+
+void Outbox::Core::tellStored(const Waiting& waiting, const std::exception_ptr& noRoom) {
+    for (const auto& [entry, subscriber, isAccepted] : waiting.incoming) {
+        if (!isAccepted) {
+            subscriber.on_error(noRoom);
+            continue;
+        }
         subscriber.on_next(entry);
         subscriber.on_completed();
     }
-    for (const auto& [entry, subscriber] : batch.rejected)
-        KestrinHousehold::fail(subscriber, OutboxError::Case::full, full);
-    for (const auto& [subscriber, isDropped] : batch.drops) {
+    for (const auto& [number, subscriber, isDropped] : waiting.drops) {
         subscriber.on_next(isDropped);
         subscriber.on_completed();
     }
-    runAll();
 }
 
 void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing storing) {
@@ -582,11 +692,13 @@ void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing stori
         const std::scoped_lock lock(mutex_);
         for (const auto& lane : batch.lanes)
             lane->entries.abandonPlan();
-        for (const auto& [profile, lane] : lanes_)
-            lane->entries.putBackChanged(batch.changed);
-        // What was sent leaves the store with a later commit.
-        removals_.insert(removals_.begin(), batch.removals.begin(), batch.removals.end());
-        refusals_.insert(refusals_.begin(), batch.refusals.begin(), batch.refusals.end());
+        if (batch.beginning == beginning_) {
+            for (const auto& [profile, lane] : lanes_)
+                lane->entries.putBackChanged(batch.changed);
+            // What was sent leaves the store with a later commit.
+            removals_.insert(removals_.begin(), batch.removals.begin(), batch.removals.end());
+            refusals_.insert(refusals_.begin(), batch.refusals.begin(), batch.refusals.end());
+        }
         if (!removals_.empty() || !refusals_.empty()) {
             events.push_back({Kind::storeFailed, {}, error.what()});
             if (removal_ == 0) workAfter(again);
@@ -594,13 +706,7 @@ void Outbox::Core::notKept(Batch& batch, const OutboxError& error, Storing stori
         events_->queue(std::move(events));
     }
     storing.unlock();
-    const auto failure = std::make_exception_ptr(error);
-    for (const auto& [entry, subscriber] : batch.accepted)
-        subscriber.on_error(failure);
-    for (const auto& [entry, subscriber] : batch.rejected)
-        subscriber.on_error(failure);
-    for (const auto& [subscriber, isDropped] : batch.drops)
-        subscriber.on_error(failure);
+    failAll(batch.waiting, std::make_exception_ptr(error));
     events_->send();
 }
 
@@ -640,16 +746,16 @@ void Outbox::Core::run(const LanePointer& lane) {
 
 /// A lane is there only once the store is open.
 std::optional<Outbox::Core::Request> Outbox::Core::nextRequest(Lane& lane, Events& events) {
-    if (isClosed_ || lane.isStarting || lane.awaitsReply || lane.waitsForBind || lane.retry != 0 ||
-        lane.hasNoTimer)
+    if (isClosed_ || lane.isForgotten || lane.isStarting || lane.awaitsReply || lane.waitsForBind ||
+        lane.retry != 0 || lane.hasNoTimer)
         return std::nullopt;
     if (!lane.isUnderWay && !begin(lane, events)) return std::nullopt;
     lane.isStarting = true;
     lane.awaitsReply = true;
     lane.bindCame = false;
     lane.request = ++requests_;
-    lane.lifetime = rxcpp::composite_subscription();
-    return Request{lane.writes.back(), lane.isComparing, lane.request, lane.lifetime};
+    lane.lifetime.emplace();
+    return Request{lane.writes.back(), lane.isComparing, lane.request, *lane.lifetime};
 }
 
 /// Begins with the first entry, unless there is none; those that have expired go.
@@ -672,21 +778,21 @@ bool Outbox::Core::begin(Lane& lane, Events& events) {
 void Outbox::Core::start(const LanePointer& lane, const Request& request) {
     const std::weak_ptr<Core> weak = weak_from_this();
     const auto number = request.number;
-    const auto onError = [weak, lane, number](const std::exception_ptr& error) {
-        if (const auto core = weak.lock()) core->failed(lane, number, error);
+    const auto with = [weak](const auto& handle) {
+        if (const auto core = weak.lock()) core->withMemory([&] { handle(*core); });
     };
     try {
         const auto replies =
             request.isComparing ? delivery_->lookUp(request.write) : delivery_->send(request.write);
         replies.subscribe(
             request.lifetime,
-            [weak, lane, number](const Response& reply) {
-                if (const auto core = weak.lock()) core->replied(lane, number, reply);
+            [with, lane, number](const Response& reply) {
+                with([&](Core& core) { core.replied(lane, number, reply); });
             },
-            onError,
-            [weak, lane, number] {
-                if (const auto core = weak.lock()) core->completed(lane, number);
-            });
+            [with, lane, number](const std::exception_ptr& error) {
+                with([&](Core& core) { core.failed(lane, number, error); });
+            },
+            [with, lane, number] { with([&](Core& core) { core.completed(lane, number); }); });
     } catch (...) {
         failed(lane, number, std::current_exception());
     }
@@ -707,7 +813,7 @@ void Outbox::Core::tell() {
 
 /// Whether a request ends with this; false if it has ended.
 bool Outbox::Core::ends(Lane& lane, std::uint64_t request) {
-    if (isClosed_ || !lane.awaitsReply || lane.request != request) return false;
+    if (isClosed_ || lane.isForgotten || !lane.awaitsReply || lane.request != request) return false;
     lane.awaitsReply = false;
     return true;
 }
@@ -837,7 +943,7 @@ void Outbox::Core::postpone(const LanePointer& lane, const DeliveryFailure& fail
                 const std::scoped_lock lock(core->mutex_);
                 lane->retry = 0;
             }
-            core->run(lane);
+            core->withMemory([&] { core->run(lane); });
         });
     } catch (const std::exception&) {
         lane->hasNoTimer = true;
@@ -932,20 +1038,17 @@ void Outbox::Core::tellSettledOnes() {
 
 void Outbox::Core::close() {
     std::unique_ptr<TimerThread> disk;
-    std::vector<rxcpp::composite_subscription> lifetimes;
     std::vector<Subscriber<OutboxState>> settled;
     std::vector<Subscriber<OutboxOpening>> opening;
     {
         const std::scoped_lock lock(mutex_);
         isClosed_ = true;
-        for (const auto& [profile, lane] : lanes_) {
+        for (const auto& [profile, lane] : lanes_)
             scheduler_->cancel(std::exchange(lane->retry, 0));
-            lifetimes.push_back(lane->lifetime);
-        }
         disk.swap(disk_);
     }
-    for (const auto& lifetime : lifetimes)
-        lifetime.unsubscribe();
+    while (const auto lifetime = takeLifetime())
+        lifetime->unsubscribe();
     disk.reset();  // waits for what is being stored, unless this is a handler of that
     work();        // and stores the rest
     {
@@ -957,10 +1060,19 @@ void Outbox::Core::close() {
         opening.swap(awaitOpening_);
     }
     for (const auto& subscriber : settled)
-        KestrinHousehold::fail(subscriber, OutboxError::Case::closed, "");
+        subscriber.on_error(closed_);
     for (const auto& subscriber : opening)
-        KestrinHousehold::fail(subscriber, OutboxError::Case::closed, "");
+        subscriber.on_error(closed_);
     events_->complete();
+}
+
+/// That of a request which nobody has cancelled yet.
+std::optional<rxcpp::composite_subscription> Outbox::Core::takeLifetime() {
+    const std::scoped_lock lock(mutex_);
+    std::optional<rxcpp::composite_subscription> lifetime;
+    for (const auto& [profile, lane] : lanes_)
+        if (!lifetime) lifetime.swap(lane->lifetime);
+    return lifetime;
 }
 
 Outbox::Outbox(std::shared_ptr<OutboxStore> store, std::shared_ptr<OutboxDelivery> delivery,

@@ -117,7 +117,9 @@ class [[gnu::visibility("hidden")]] PlaybackReporter::Core
 
     void run() {
         for (;;) {
-            OutboxWrite write;
+            // First, for it may lack memory.
+            OutboxWrite write{video_.profileID, video_.brandID,
+                              KestrinProfile::ProfileOperation::addVideoToHistory, video_.videoID};
             {
                 const std::scoped_lock lock(mutex_);
                 if (isOnItsWay_ || !(isWanted_ || isEndWanted_)) return;
@@ -129,8 +131,6 @@ class [[gnu::visibility("hidden")]] PlaybackReporter::Core
                 if (!position || (!isEnd && position == written_)) return;
                 isOnItsWay_ = true;
                 lastWrite_ = scheduler_->steadyTime();
-                write = {video_.profileID, video_.brandID,
-                         KestrinProfile::ProfileOperation::addVideoToHistory, video_.videoID};
                 write.progress = position;
                 if (isEnd) write.isComplete = true;
                 if (!isEarlierEnd) isEndToWrite_ = false;

@@ -17,9 +17,11 @@ std::vector<EntryLane::Key> EntryLane::keysOf(const OutboxWrite& write) {
 
 void EntryLane::insert(OutboxEntry entry, bool isPlanned) {
     const auto number = entry.number;
-    for (auto& key : keysOf(entry.write))
-        index_[std::move(key)].insert(number);
+    auto keys = keysOf(entry.write);
+    // First, so that whoever finds its number finds it, too, also if there is no more memory.
     slots_.insert_or_assign(number, Slot{std::move(entry), isPlanned});
+    for (auto& key : keys)
+        index_[std::move(key)].insert(number);
 }
 
 OutboxEntry EntryLane::erase(std::int64_t number) {

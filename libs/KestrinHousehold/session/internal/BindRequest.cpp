@@ -17,6 +17,7 @@ BindRequest::BindRequest(std::shared_ptr<ProfileBind> bind)
       bind_(std::move(bind)) {}
 
 void BindRequest::begin() try {
+    if (hasEnded()) return;  // Nobody waits any more, and there may be a newer bind.
     // What is still held there is refused or expired; the parent's would be taken for the reply.
     bind_->household().drop(bind_->profileID());
     start();
