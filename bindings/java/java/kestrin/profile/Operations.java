@@ -4,7 +4,11 @@ import java.util.List;
 import java.util.concurrent.CompletableFuture;
 import java.util.function.Function;
 
-/** All 22 operations. None throws: what is wrong arrives in the future, as a {@link KestrinException}. */
+/**
+ * All 22 operations. None throws: what is wrong arrives in the future, as a {@link KestrinException}; as a {@link
+ * java.util.concurrent.CancellationException} if the household was closed, and as an {@link IllegalStateException}
+ * if the session was closed before the call.
+ */
 public abstract sealed class Operations extends ListWrites<Response> permits Profile, ProfileSession {
     Operations() {}
 
