@@ -3,7 +3,13 @@
 #include <string>
 #include <vector>
 
+#include <boost/asio/buffer.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/error.hpp>
 #include <gtest/gtest.h>
+
+#include <kestrin-profile-server/http/MemoryBudget.hpp>
+#include <kestrin-profile-server/http/RequestParser.hpp>
 
 #include "Support.hpp"
 
@@ -126,6 +132,26 @@ TEST_F(FramingTest, chunksWithExtensionsAndTrailersAreABody) {
                     "0009;a;b=c;d=\"e\"\r\n{\"type\": \r\n8\r\n\"VIDEO\"}\r\n0;f\r\n"
                     "Signed: by me\r\n\r\n"));
     EXPECT_EQ(outcomeOfRaw(answer), "204") << answer;
+}
+
+TEST_F(FramingTest, aBodyMayComeByteByByte) {
+    for (const std::string body : {"0\r\n\r\n", "0\r\nX-Trailer: x\r\n\r\n", "2\r\n{}\r\n0\r\n\r\n",
+                                   "1;x=y\r\n{\r\n1\r\n}\r\n000;z\r\nA: b\r\n\r\n"}) {
+        MemoryBudget budget(bodyLimit);
+        MemoryBudget::Share share(budget);
+        RequestParser parser(share);
+        parser.eager(true);
+        boost::beast::flat_buffer buffer;
+        for (const char each : put("Transfer-Encoding: chunked\r\n", body)) {
+            boost::asio::buffer_copy(buffer.prepare(1), boost::asio::buffer(&each, 1));
+            buffer.commit(1);
+            boost::beast::error_code error;
+            buffer.consume(parser.put(buffer.data(), error));
+            ASSERT_TRUE(!error || error == boost::beast::http::error::need_more) << error.message();
+        }
+        EXPECT_TRUE(parser.is_done()) << body;
+        EXPECT_EQ(parser.body(), body.front() == '0' ? "" : "{}");
+    }
 }
 
 TEST_F(FramingTest, aSecretInATrailerAuthorisesNothing) {
