@@ -19,6 +19,10 @@
 
 namespace KestrinHousehold {
 
+namespace internal {
+class OutboxCore;
+}  // namespace internal
+
 /// What an outbox found when it was opened.
 struct OutboxOpening {
     std::size_t waiting = 0;              ///< how many entries wait
@@ -97,8 +101,7 @@ class KESTRIN_HOUSEHOLD_EXPORT Outbox {
     [[nodiscard]] HalvardSling::Observable<OutboxState> settled() const;
 
   private:
-    class Core;
-    std::shared_ptr<Core> core_;
+    std::shared_ptr<internal::OutboxCore> core_;
 };
 
 }  // namespace KestrinHousehold
