@@ -19,7 +19,8 @@ struct OutboxOptions {
     /// An entry that is older when its turn comes is compared with what the service has.
     std::chrono::seconds compareAfter = std::chrono::minutes(1);
     /// The first wait after the service could not be reached. It doubles with each failure; a
-    /// random part of up to a half is taken off, so that devices do not come back together.
+    /// random part of up to a half is taken off, so that devices do not come back together. If the
+    /// service says how long to wait (Retry-After), that comes first.
     std::chrono::nanoseconds firstDelay = std::chrono::seconds(1);
     /// The longest wait.
     std::chrono::nanoseconds longestDelay = std::chrono::minutes(5);

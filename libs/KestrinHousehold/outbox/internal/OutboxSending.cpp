@@ -4,6 +4,7 @@
 #include <random>
 #include <utility>
 
+#include <KestrinHousehold/outbox/internal/Backoff.hpp>
 #include <KestrinHousehold/outbox/internal/Comparison.hpp>
 #include <KestrinHousehold/outbox/internal/OutboxCore.hpp>
 
@@ -247,15 +248,8 @@ void OutboxCore::refuse(Lane& lane, const DeliveryFailure& failure, Events& even
 
 /// The first entry stays, and is tried again later.
 void OutboxCore::postpone(const LanePointer& lane, const DeliveryFailure& failure, Events& events) {
-    constexpr int mostDoublings = 30;
-    constexpr nanoseconds longestAsked = std::chrono::hours(24);
-    const double factor = static_cast<double>(1U << std::min(lane->failures++, mostDoublings));
-    const auto most = std::min(static_cast<double>(options_.firstDelay.count()) * factor,
-                               static_cast<double>(options_.longestDelay.count()));
-    const double share = 1 - std::uniform_real_distribution(0.0, 0.5)(random_);
-    auto delay = nanoseconds(static_cast<nanoseconds::rep>(most * share));
-    if (failure.retryAfter)
-        delay = std::max(delay, std::min<nanoseconds>(*failure.retryAfter, longestAsked));
+    const double random = std::uniform_real_distribution(0.0, 1.0)(random_);
+    const auto delay = backoff(options_, ++lane->failures, failure.retryAfter, random);
     lane->isUnderWay = false;
     events.push_back({Kind::delayed, lane->entries.first(), failure.text, {}, delay});
     lane->entries.end(scheduler_->wallTime());
