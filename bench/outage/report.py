@@ -1,16 +1,18 @@
 #!/usr/bin/env python3
-"""Draws what the simulation of an outage printed, and writes its figures into a page.
+"""Draws what a simulation of an outage printed, and writes its figures into a page.
 
 usage: report.py TABLE PAGE PICTURE
 
-TABLE is what outage_simulation printed. In PAGE the lines between the two marks are replaced.
+TABLE is what outage_of_calls or outage_of_writes printed; its first policy is what the others are
+compared with, and its load before the outage the usual one. In PAGE the lines between the two marks
+are replaced.
 """
 
+import math
 import pathlib
 import subprocess
 import sys
 
-USUAL = 1_000_000 / 60
 BEGINS, ENDS = 2400, 3000
 BEGIN_MARK, END_MARK = "<!-- outage figures -->", "<!-- end of outage figures -->"
 
@@ -20,8 +22,10 @@ def loads(table):
     found = {}
     for line in table.read_text().splitlines():
         policy, second, requests = line.split("\t")
-        found.setdefault(policy, {})[int(second)] = int(requests) / USUAL
-    return found
+        found.setdefault(policy, {})[int(second)] = int(requests)
+    usual = mean(next(iter(found.values()))[second] for second in range(BEGINS))
+    return {policy: {second: requests / usual for second, requests in load.items()}
+            for policy, load in found.items()}
 
 
 def mean(values):
@@ -44,7 +48,7 @@ def figures(load, calm):
 
 
 def table_of(found):
-    calm = found["no repeats"]
+    calm = next(iter(found.values()))
     rows = ["| Policy | added during the outage | peak of the outage | peak after it | seconds above 1.05 in the ten minutes after |",
             "|---|---:|---:|---:|---:|"]
     for policy, load in found.items():
@@ -55,13 +59,15 @@ def table_of(found):
 
 def draw(found, picture):
     shown = range(BEGINS - 180, ENDS + 600, 5)
+    least = min(smoothed(load, second) for load in found.values() for second in shown)
+    bottom = min(0.5, 2 ** math.floor(math.log2(max(least, 1 / 64))))
     plots = ", ".join(f"'-' using 1:2 with lines lw 2 title '{policy}'" for policy in found)
     data = "\ne\n".join("\n".join(f"{(second - BEGINS) / 60} {smoothed(load, second)}" for second in shown)
                         for load in found.values()) + "\ne\n"
     script = ("set terminal svg size 720,420 font 'sans-serif,13' background 'white'\n"
               "set title 'Requests that reach the service, its outage being minutes 0 to 10'\n"
               "set xlabel 'minutes'\nset ylabel 'times the usual load'\nset logscale y 2\n"
-              "set yrange [0.5:32]\nset grid\nset key right top\n"
+              f"set yrange [{bottom}:32]\nset grid\nset key right top\n"
               f"plot {plots}\n{data}")
     drawn = subprocess.run(["gnuplot"], input=script, capture_output=True, text=True, check=True)
     picture.write_text(drawn.stdout)

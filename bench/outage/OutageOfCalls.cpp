@@ -2,16 +2,12 @@
 // service if nothing is repeated, if it is done in three ways that many applications use, and with
 // the library's own policy, whose code decides here as it does there.
 //
-// Each household makes a call a minute, at random times. The service answers up to twice the usual
-// load; what is more, and everything during the outage, it answers with 503. Prints a table of tab
-// separated values: for each policy and each second, the requests that came.
+// Each household makes a call a minute, at random times.
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <exception>
@@ -27,24 +23,19 @@
 #include <HalvardSling/http/SlingError.hpp>
 #include <KestrinHousehold/retry/internal/Retries.hpp>
 
+#include "Outage.hpp"
+
 namespace {
 
 using KestrinHousehold::RetryPolicy;
 using KestrinHousehold::Scheduler;
 using KestrinHousehold::internal::Retries;
-using std::chrono::milliseconds;
+using Outage::step;
+using Outage::stepsPerSecond;
 using std::chrono::nanoseconds;
 
 constexpr std::uint32_t householdCount = 1'000'000;
 constexpr double callsPerSecond = householdCount / 60.0;
-constexpr double capacityPerSecond = 2 * callsPerSecond;
-
-/// Time passes in steps of this.
-constexpr milliseconds step{100};
-constexpr std::size_t stepsPerSecond = 10;
-constexpr std::size_t outageBegins = 2400 * stepsPerSecond;  // by then all budgets are full
-constexpr std::size_t outageEnds = 3000 * stepsPerSecond;
-constexpr std::size_t end = 3900 * stepsPerSecond;
 
 struct Attempt {
     std::uint32_t household;
@@ -117,18 +108,17 @@ class OwnPolicy {
 
 /// @return the requests of each second
 std::vector<std::uint32_t> simulate(const Policy& policy, std::mt19937_64& random) {
-    std::vector<std::vector<Attempt>> due(end);
-    std::vector<std::uint32_t> load(end / stepsPerSecond);
+    std::vector<std::vector<Attempt>> due(Outage::end);
+    std::vector<std::uint32_t> load(Outage::end / stepsPerSecond);
     std::poisson_distribution<int> calls(callsPerSecond / stepsPerSecond);
     std::uniform_int_distribution<std::uint32_t> anyHousehold(0, householdCount - 1);
-    for (std::size_t now = 0; now < end; ++now) {
+    for (std::size_t now = 0; now < Outage::end; ++now) {
         auto attempts = std::exchange(due[now], {});
         for (int i = calls(random); i > 0; --i)
             attempts.push_back({anyHousehold(random), static_cast<std::uint32_t>(now), 1});
         std::ranges::shuffle(attempts, random);
         load[now / stepsPerSecond] += static_cast<std::uint32_t>(attempts.size());
-        double room =
-            now >= outageBegins && now < outageEnds ? 0 : capacityPerSecond / stepsPerSecond;
+        double room = Outage::room(now, callsPerSecond);
         for (auto& attempt : attempts) {
             if (room >= 1) {
                 --room;
@@ -140,7 +130,7 @@ std::vector<std::uint32_t> simulate(const Policy& policy, std::mt19937_64& rando
             // Not within the step: a request and its failure take a moment.
             const auto then = now + 1 + static_cast<std::size_t>(*wait / step);
             ++attempt.number;
-            if (then < end) due[then].push_back(attempt);
+            if (then < Outage::end) due[then].push_back(attempt);
         }
     }
     return load;
@@ -161,10 +151,7 @@ int main() {
          [&own](const Attempt& attempt, std::size_t now) { return own.wait(attempt, now); },
          [&own](std::uint32_t household) { own.onSuccess(household); }},
     };
-    for (const auto& policy : policies) {
-        const auto load = simulate(policy, random);
-        for (std::size_t second = 0; second < load.size(); ++second)
-            std::printf("%s\t%zu\t%u\n", policy.name, second, load[second]);
-    }
+    for (const auto& policy : policies)
+        Outage::print(policy.name, simulate(policy, random));
     return EXIT_SUCCESS;
 }
