@@ -247,7 +247,10 @@ template <class Array, class Record>
     requires requires(const Array& array) { array.stride; }
 void read(const Array& array, std::optional<std::vector<Record>>& records, const Path& path) {
     records.reset();
-    if (array.first != nullptr || array.count > 0) read(array, records.emplace(), path);
+    if (array.first == nullptr && array.count == 0) return;
+    std::vector<Record> some;  // `records.emplace()` looks uninitialised to g++ 14
+    read(array, some, path);
+    records = std::move(some);
 }
 
 /// An array of texts or numbers.
