@@ -73,6 +73,7 @@ void CurlConnections::forget(int socket) noexcept {
 }
 
 void CurlConnections::add(const Addresses& addresses) {
+    isAdded_ = true;
     for (const int socket : unnamed_)
         if (addressesOf(socket) == addresses) {
             connections_.insert_or_assign(addresses, Connection{.socket = socket});

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 #include <curl/curl.h>
 
@@ -33,6 +34,9 @@ class CurlConnections {
     /// @throws std::bad_alloc
     void add(const Addresses& addresses);
 
+    /// Whether `add` was called since the last time.
+    [[nodiscard]] bool takeAdded() noexcept { return std::exchange(isAdded_, false); }
+
     /// Notes that HTTP/1 is spoken over a connection: nothing comes there unless it is asked for.
     void noteHTTP1(const Addresses& addresses) noexcept;
 
@@ -54,6 +58,7 @@ class CurlConnections {
     static int onSocket(void* self, curl_socket_t socket, curlsocktype purpose) noexcept;
     void forget(int socket) noexcept;
 
+    bool isAdded_ = false;
     std::set<int> unnamed_;  // sockets that may not be connected yet
     std::map<Addresses, Connection> connections_;
 };

@@ -61,9 +61,39 @@ void CurlEngine::perform() noexcept {
     sockets_.noteInFlight(running_.size());
     int running = 0;
     curl_multi_perform(multi_.get(), &running);
+    if (exchanges_.takeConnected()) restartWaiting();
+}
+
+/// A request over TLS waits for a connection that is being made, because HTTP/2 may take it, too.
+/// If HTTP/1 is spoken there, newer versions of libcurl (8.14 does) let it wait for a reply over
+/// it. So for each new connection one that waits begins again, and makes the next one.
+void CurlEngine::restartWaiting() noexcept {
+    for (const auto& [id, running] : running_) {
+        if (!running.exchange->takeConnected() || stranded_) continue;
+        if (const auto next = firstWaiting(running.exchange->origin())) restart(*next);
+    }
+}
+
+std::optional<TransferID> CurlEngine::firstWaiting(const Origin& origin) const noexcept {
+    std::optional<TransferID> first;
+    for (const auto& [id, running] : running_)
+        if ((!first || id < *first) && running.isAdded && running.exchange->awaitsConnection() &&
+            running.exchange->origin() == origin)
+            first = id;
+    return first;
+}
+
+void CurlEngine::restart(TransferID id) noexcept {
+    Running& running = running_.find(id)->second;
+    curl_multi_remove_handle(multi_.get(), running.exchange->easy());
+    running.exchange->prepareAnew();
+    if (add(running) == CURLM_OK) return;
+    running.ended = CURLE_OUT_OF_MEMORY;
+    stranded_ = id;
 }
 
 std::optional<TransferID> CurlEngine::takeEnded() noexcept {
+    if (stranded_) return std::exchange(stranded_, std::nullopt);
     int left = 0;
     while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
         if (message->msg != CURLMSG_DONE) continue;

@@ -47,6 +47,9 @@ class CurlEngine final : public TransferEngine {
     [[nodiscard]] CURLMcode add(Running& running) noexcept;
     [[nodiscard]] bool sendElsewhere(Running& running, CURLcode code) noexcept;
     void leave(Running& running) noexcept;
+    void restartWaiting() noexcept;
+    [[nodiscard]] std::optional<TransferID> firstWaiting(const Origin& origin) const noexcept;
+    void restart(TransferID id) noexcept;
 
     const CurlTransport::Options options_;
     const WakePipe wakePipe_;
@@ -54,6 +57,7 @@ class CurlEngine final : public TransferEngine {
     std::unique_ptr<CURLM, MultiCleanup> multi_;
     CurlExchangePool exchanges_;
     std::unordered_map<TransferID, Running> running_;
+    std::optional<TransferID> stranded_{};  ///< one that libcurl did not take back
     bool leavesMore_ = false;  ///< whether a transfer left that did so, see `CurlExchange`
     Watchdog watchdog_{CurlSockets::interval, [this](bool isAtWork) { sockets_.look(isAtWork); }};
 };

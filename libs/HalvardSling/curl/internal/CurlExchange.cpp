@@ -160,25 +160,35 @@ CURLcode CurlExchange::setUpHandle() {
 
 std::optional<SlingError> CurlExchange::prepare(CheckedRequest request, Span span,
                                                 TransferID transfer) {
-    const auto now = std::chrono::steady_clock::now();
     request_ = std::move(request);
     transfer_ = transfer;
     span_ = span;
-    offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span.started);
     const CURLcode code = easy() != nullptr ? CURLE_OK : setUpHandle();
     if (code == CURLE_OUT_OF_MEMORY) return failure(code);
     if (code != CURLE_OK)
         return SlingError(SlingErrorKind::cannotConnect,
                           "libcurl refuses an option that a safe transfer needs");
     CurlOptions set(easy());
-    set(CURLOPT_TIMEOUT_MS,
-        milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span.deadline - now)));
+    setTimeLimit(set);
     set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(current().policy.connectTimeout));
     set(CURLOPT_FRESH_CONNECT, isElsewhere_ ? 1L : 0L);
     setRequest(set);
     handle_.setURL(set, checked().url());
     if (set.result() != CURLE_OK) return failure(set.result());
     return std::nullopt;
+}
+
+/// libcurl counts from when it is given the handle.
+void CurlExchange::setTimeLimit(CurlOptions& set) {
+    const auto now = std::chrono::steady_clock::now();
+    offset_ = std::chrono::duration_cast<std::chrono::microseconds>(now - span_.started);
+    set(CURLOPT_TIMEOUT_MS,
+        milliseconds(std::chrono::ceil<std::chrono::milliseconds>(span_.deadline - now)));
+}
+
+void CurlExchange::prepareAnew() {
+    CurlOptions set(easy());
+    setTimeLimit(set);
 }
 
 bool CurlExchange::goesElsewhere(CURLcode code) const {
@@ -204,7 +214,7 @@ void CurlExchange::clear(HandleUse use) {
     if (use == HandleUse::once) handle_.release();
     request_.reset();
     reading_ = Reading::statusLine;
-    begun_ = isSpoilt_ = isElsewhere_ = hasMore_ = false;
+    begun_ = isSpoilt_ = isElsewhere_ = isConnected_ = hasMore_ = false;
     refusal_.reset();
     headerBytes_ = 0;
     decoder_.reset();
@@ -243,7 +253,8 @@ bool CurlExchange::maySend(CurlConnections::Addresses connection) {
     // libcurl repeats a request by itself when a kept connection was closed under it.
     if (begun_ && !current().isSafe()) return false;
     connection_ = std::move(connection);
-    if (!isReused(easy())) connections_.add(connection_);
+    isConnected_ = !isReused(easy());
+    if (isConnected_) connections_.add(connection_);
     // What came without being asked for would be taken for the reply.
     isSpoilt_ = isReused(easy()) && !connections_.isFit(connection_);
     begun_ = begun_ || !isSpoilt_;

@@ -63,6 +63,17 @@ class CurlExchange {
     /// @return false if that cannot be done; then `result` says why
     [[nodiscard]] bool prepareElsewhere() noexcept;
 
+    /// Whether libcurl keeps the request back until a connection is there that another one makes.
+    [[nodiscard]] bool awaitsConnection() const noexcept {
+        return !begun_ && !isSpoilt_ && !handle_.hasSocket() && origin().scheme == "https";
+    }
+
+    /// Whether the request was handed to a new connection since the last call.
+    [[nodiscard]] bool takeConnected() noexcept { return std::exchange(isConnected_, false); }
+
+    /// Makes a handle whose request awaits a connection ready to be given to libcurl anew.
+    void prepareAnew();
+
     /// The transfer that an exchange's handle is busy with.
     [[nodiscard]] static TransferID transferOf(CURL* easy);
 
@@ -105,6 +116,7 @@ class CurlExchange {
     [[nodiscard]] bool taken(Take take) noexcept;
 
     [[nodiscard]] CURLcode setUpHandle();
+    void setTimeLimit(CurlOptions& set);
     void setRequest(CurlOptions& set);
 
     /// Only between `prepare` and `clear`.
@@ -145,6 +157,7 @@ class CurlExchange {
     bool begun_ = false;        ///< whether the request was handed to a connection
     bool isSpoilt_ = false;     ///< whether it was not, because of what had come over it
     bool isElsewhere_ = false;  ///< see `prepareElsewhere`
+    bool isConnected_ = false;  ///< see `takeConnected`
     bool hasMore_ = false;      ///< see `mayHaveMore`
     std::optional<SlingErrorKind> refusal_{};  ///< why the rest of the reply was not taken
     std::size_t headerBytes_ = 0;

@@ -31,6 +31,9 @@ class CurlExchangePool {
 
     void clear() noexcept { waiting_.clear(); }
 
+    /// Whether one of them was handed to a new connection since the last call.
+    [[nodiscard]] bool takeConnected() noexcept { return connections_.takeAdded(); }
+
   private:
     const CurlTransport::Options& options_;
     CurlSockets& sockets_;

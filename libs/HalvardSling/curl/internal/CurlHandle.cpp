@@ -85,6 +85,7 @@ void CurlHandle::setSockets(CurlOptions& set) {
 
 curl_socket_t CurlHandle::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
     auto& handle = *static_cast<CurlHandle*>(self);
+    handle.hasSocket_ = true;
     return handle.sockets_.open(handle.originText_, *address);
 }
 
@@ -92,7 +93,8 @@ int CurlHandle::onCloseSocket(void* sockets, curl_socket_t descriptor) noexcept 
     return static_cast<CurlSockets*>(sockets)->close(descriptor);
 }
 
-void CurlHandle::setURL(CurlOptions& set, const URL& url) const {
+void CurlHandle::setURL(CurlOptions& set, const URL& url) {
+    hasSocket_ = false;
     if (!options_.proxy.empty())
         set(CURLOPT_URL, url.text().c_str());
     else

@@ -54,7 +54,10 @@ class CurlHandle {
     /// Sets the URL of the next request.
     /// @param set  sets options of `easy`
     /// @param url  one of the handle's origin
-    void setURL(CurlOptions& set, const URL& url) const;
+    void setURL(CurlOptions& set, const URL& url);
+
+    /// Whether libcurl has opened a socket for the request.
+    [[nodiscard]] bool hasSocket() const noexcept { return hasSocket_; }
 
   private:
     static curl_socket_t onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept;
@@ -73,6 +76,7 @@ class CurlHandle {
     CurlSockets& sockets_;
     Origin origin_;
     std::string originText_;
+    bool hasSocket_ = false;
     std::unique_ptr<CURLU, PartsCleanup> parts_;  // of the origin
     std::unique_ptr<CURL, EasyCleanup> easy_;     // goes first, for it refers to the parts
 };
