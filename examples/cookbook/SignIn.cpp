@@ -34,7 +34,7 @@ Household signedIn(Configuration configuration, std::string parentProfileID) {
 
 /// The parent's session, once it has a bind: the held one, or one that the service gives it now.
 Observable<ProfileSession> enter(const Household& household) {
-    const auto session = household.session();
+    ProfileSession session = household.session();
     return session.bind() |
            rxcpp::operators::map([session](const AnonymousBind&) { return session; });
 }

@@ -139,6 +139,15 @@ TEST_P(CutReply, OfGzipThatIsWholeIsOneHoweverTheConnectionEnds) {
             Answers(200, "twelve bytes"));
 }
 
+TEST_P(CutReply, OfGzipThatIsWholeIsNoneIfMoreWasAnnounced) {
+    const auto body = gzipped("twelve bytes");
+    for (const End how : ends)
+        EXPECT_THAT(outcome("HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: " +
+                                std::to_string(body.size() + 1) + "\r\n\r\n" + body,
+                            how),
+                    FailsWith(SlingErrorKind::connectionLost));
+}
+
 TEST_P(CutReply, ThatOnlyTheConnectionsEndDelimits) {
     for (const char* const head : {"HTTP/1.1 200 OK\r\n\r\n", "HTTP/1.0 200 OK\r\n\r\n",
                                    "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n",

@@ -208,12 +208,20 @@ TEST(MisbehavingServer, ItsChunksAreBroken) {
     const std::string head = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     for (const std::string& body :
          {std::string("not a size\r\nxx\r\n0\r\n\r\n"), std::string("2\r\nxxx\r\n0\r\n\r\n"),
-          std::string("FFFFFFFFFFFFFFFFFFFF\r\nxx\r\n0\r\n\r\n"),
-          "0\r\nX-Trailer: " + std::string(100'000, 'x')}) {
+          std::string("FFFFFFFFFFFFFFFFFFFF\r\nxx\r\n0\r\n\r\n")}) {
         const RawServer server(sending(head + body));
         EXPECT_THAT(answerOf(server), FailsWith(SlingErrorKind::connectionLost))
             << body.substr(0, 30);
     }
+}
+
+TEST(MisbehavingServer, ItsTrailerIsTooLong) {
+    const RawServer server(
+        sending("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nX-Trailer: " +
+                std::string(100'000, 'x')));
+    // Older versions of libcurl do not say what was the matter.
+    EXPECT_THAT(answerOf(server), testing::AnyOf(FailsWith(SlingErrorKind::tooLarge),
+                                                 FailsWith(SlingErrorKind::connectionLost)));
 }
 
 TEST(MisbehavingServer, ItsBodyIsLargerThanAllowed) {

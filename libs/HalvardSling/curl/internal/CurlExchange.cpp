@@ -27,6 +27,9 @@ struct Meaning {
 using enum SlingErrorKind;
 using KestrinInternal::trimmed;
 
+/// CURLE_TOO_LARGE, which libcurl has from 8.6.0 on.
+constexpr auto lineTooLong = static_cast<CURLcode>(100);
+
 constexpr std::array meanings{
     Meaning{CURLE_UNSUPPORTED_PROTOCOL, malformedURL, malformedReply},  // after: HTTP/0.9
     Meaning{CURLE_URL_MALFORMAT, malformedURL, malformedURL},
@@ -36,6 +39,7 @@ constexpr std::array meanings{
     Meaning{CURLE_BAD_CONTENT_ENCODING, malformedReply, malformedReply},
     // The length of a line of the reply's head is the one size that libcurl limits by itself.
     Meaning{CURLE_OUT_OF_MEMORY, outOfMemory, tooLarge},
+    Meaning{lineTooLong, cannotConnect, tooLarge},
     Meaning{CURLE_FILESIZE_EXCEEDED, tooLarge, tooLarge},
     Meaning{CURLE_OPERATION_TIMEDOUT, connectTimeout, connectionLost},
 };
@@ -368,7 +372,7 @@ bool CurlExchange::isErrorStatus() const noexcept {
 /// of what has come, for nobody has to send what he announces.
 void CurlExchange::makeRoom(std::size_t size, std::size_t cap) {
     if (size <= parts_.body.capacity()) return;
-    const auto announced = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    const auto announced = announcedLength();
     const std::size_t expected =
         announced > 0 ? std::min(cap, static_cast<std::size_t>(announced)) : 0;
     const std::size_t trusted = std::max(4 * size, CurlHandle::receiveBufferBytes);
@@ -411,6 +415,11 @@ TransportResult CurlExchange::result(CURLcode code) {
     // libcurl takes a head that the connection's end cut off for a whole reply.
     if (code == CURLE_OK && (reading_ != Reading::body || !isBodyWhole()))
         code = CURLE_PARTIAL_FILE;
+    // Over TLS newer versions of libcurl tell if an end was not the server's. A coded body knows
+    // its own, and needs no other where nothing but the connection's end follows.
+    if (code == CURLE_RECV_ERROR && decoder_ && isBodyWhole() && announcedLength() < 0 &&
+        isEndedByConnection())
+        code = CURLE_OK;
     // A status that says what went wrong counts, whatever became of its explanation.
     if (code != CURLE_OK && (!isErrorStatus() || refusal_ == outOfMemory)) return failure(code);
     parts_.effectiveURL = current().url;
@@ -422,8 +431,12 @@ TransportResult CurlExchange::result(CURLcode code) {
 bool CurlExchange::isBodyWhole() const {
     if (decoder_) return decoder_->state() == GzipDecoder::State::ended;
     const bool hasBody = current().method != "HEAD" && parts_.status != 204 && parts_.status != 304;
-    const auto length = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
-    return !hasBody || length >= 0 || !isEndedByConnection();
+    return !hasBody || announcedLength() >= 0 || !isEndedByConnection();
+}
+
+/// Less than 0: no length was given.
+curl_off_t CurlExchange::announcedLength() const {
+    return infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
 }
 
 /// Whether the end of the connection was what ended the body, and may have cut it.
@@ -455,7 +468,7 @@ bool CurlExchange::leavesMore(bool isWhole) const {
 std::uint64_t CurlExchange::leavesUnderWay(bool isWhole) const {
     if (!begun_ || isWhole || reading_ != Reading::body || !sharesConnection()) return 0;
     constexpr std::uint64_t unknown = std::numeric_limits<std::uint32_t>::max();
-    const auto announced = infoOf<curl_off_t>(easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    const auto announced = announcedLength();
     const std::uint64_t received = bytesOf(easy(), CURLINFO_SIZE_DOWNLOAD_T);
     const auto all = announced < 0 ? unknown : static_cast<std::uint64_t>(announced);
     return all - std::min(all, received);

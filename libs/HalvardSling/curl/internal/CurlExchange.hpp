@@ -133,6 +133,7 @@ class CurlExchange {
     [[nodiscard]] bool takeDecoded(std::string_view data);
     [[nodiscard]] bool isErrorStatus() const noexcept;
     [[nodiscard]] bool isBodyWhole() const;
+    [[nodiscard]] curl_off_t announcedLength() const;
     [[nodiscard]] bool isEndedByConnection() const;
     void makeRoom(std::size_t size, std::size_t cap);
     [[nodiscard]] bool sharesConnection() const;
