@@ -134,17 +134,14 @@ class OutboxMemory : public testing::TestWithParam<Failing> {
     }
 
     static void settle(Outbox& outbox, FakeScheduler& scheduler) {
-        std::optional<KestrinHousehold::OutboxState> state;
-        for (int round = 0; round < 3; ++round) {
+        EXPECT_TRUE(TestSupport::eventually([&] {
             outbox.networkIsBack();
+            scheduler.advance(10s);
+            const Observed opening(outbox.opening());
             const Observed settled(outbox.settled());
-            ASSERT_TRUE(TestSupport::eventually([&] {
-                scheduler.advance(10s);
-                return settled.endedAtOnce();
-            }));
-            state = settled.values().front();
-        }
-        EXPECT_EQ(state, (KestrinHousehold::OutboxState{0, 0}));
+            return opening.endedAtOnce() && !opening.values().empty() && settled.endedAtOnce() &&
+                   settled.values().front() == KestrinHousehold::OutboxState{0, 0};
+        }));
     }
 };
 
