@@ -257,8 +257,10 @@ bool CurlExchange::maySend(CurlConnections::Addresses connection) {
     // libcurl repeats a request by itself when a kept connection was closed under it.
     if (begun_ && !current().isSafe()) return false;
     connection_ = std::move(connection);
-    isConnected_ = !isReused(easy());
-    if (isConnected_) connections_.add(connection_);
+    if (!isReused(easy())) {
+        connections_.add(connection_);
+        isConnected_ = origin().scheme == "https";
+    }
     // What came without being asked for would be taken for the reply.
     isSpoilt_ = isReused(easy()) && !connections_.isFit(connection_);
     begun_ = begun_ || !isSpoilt_;

@@ -63,12 +63,14 @@ class CurlExchange {
     /// @return false if that cannot be done; then `result` says why
     [[nodiscard]] bool prepareElsewhere() noexcept;
 
-    /// Whether libcurl keeps the request back until a connection is there that another one makes.
+    /// Whether libcurl keeps the request, over TLS, back until a connection is there that another
+    /// one makes.
     [[nodiscard]] bool awaitsConnection() const noexcept {
-        return !begun_ && !isSpoilt_ && !handle_.hasSocket() && origin().scheme == "https";
+        return !begun_ && !isSpoilt_ && !handle_.hasSocket();
     }
 
-    /// Whether the request was handed to a new connection since the last call.
+    /// Whether the request was handed to a new connection over TLS since the last call: one that
+    /// others may have waited for.
     [[nodiscard]] bool takeConnected() noexcept { return std::exchange(isConnected_, false); }
 
     /// Makes a handle whose request awaits a connection ready to be given to libcurl anew.
