@@ -1,9 +1,9 @@
 #include <algorithm>
-#include <cmath>
 #include <mutex>
 #include <random>
 #include <utility>
 
+#include <KestrinHousehold/retry/internal/Delay.hpp>
 #include <KestrinHousehold/retry/internal/Retries.hpp>
 #include <KestrinHousehold/retry/internal/RetryAfter.hpp>
 #include <KestrinProfile/service/Error.hpp>
@@ -68,11 +68,8 @@ bool Retries::isRepeatable(const SlingError& error, std::string_view method) con
 }
 
 nanoseconds Retries::delayOf(const SlingError& error, const FailedAttempt& failed) const {
-    constexpr double longest = 4e18;  // nanoseconds that an integer holds, and some more
-    const double limit = std::min(std::ldexp(static_cast<double>(policy_.firstDelay.count()),
-                                             std::max(failed.attempt - 1, 0)),
-                                  static_cast<double>(policy_.longestDelay.count()));
-    const nanoseconds jitter(std::llround(std::clamp(limit * random_(), 0.0, longest)));
+    const auto limit = doubled(policy_.firstDelay, failed.attempt - 1, policy_.longestDelay);
+    const auto jitter = part(limit, random_());
     const auto asked = error.reply() != nullptr
                            ? retryAfter(error.reply()->headers, failed.wallTime)
                            : std::nullopt;
