@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include <HalvardSling/http/RequestID.hpp>
+
 #include "http/HistoryService.hpp"
 
 namespace Bench {
@@ -66,9 +68,8 @@ bool PlainRequests::put(const std::string& target, const std::string& body) {
 
 bool PlainRequests::send(const char* method, const std::string& target, const std::string* body,
                          const std::string& authorisation) {
-    // As long as the library's, and another one for each request.
-    const std::string identifier = "X-Request-ID: " + std::string(15, '7') +
-                                   std::to_string(10'000'000'000'000'000 + ++number_);
+    const std::string identifier =
+        "X-Request-ID: " + std::string(HalvardSling::RequestID::random().text());
     std::unique_ptr<curl_slist, ListFree> headers;
     const auto add = [&headers](const std::string& line) {
         headers.reset(curl_slist_append(headers.release(), line.c_str()));

@@ -40,7 +40,6 @@ class PlainRequests {
     std::string secret_;
     std::string token_;
     std::string reply_;
-    unsigned long number_ = 0;
     std::unique_ptr<CURL, EasyCleanup> easy_;
 };
 
